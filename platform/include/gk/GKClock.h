@@ -1,0 +1,122 @@
+#pragma once
+
+#include "gk/GKApi.h"
+#include "gk/GKTime.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace GK {
+
+class GKMutex;
+
+/// Who runs: the bound method that a task of the platform was started for.
+struct GKTask {
+  std::string module;
+  std::string method;
+
+  /// The name of the bound method that is a module's periodic loop. Each sleep of a task that runs
+  /// a method of this name ends one tick.
+  static constexpr const char* kLoopMethod = "run";
+
+  bool isLoop() const { return method == kLoopMethod; }
+
+  /// The task that the calling thread runs, or null outside of tasks.
+  GK_API static const GKTask* current() noexcept;
+};
+
+/// A point in time as clients see it: whole seconds since 1970-01-01T00:00:00 UTC and microseconds.
+struct GKWallTime {
+  std::int64_t seconds = 0;
+  std::int64_t microseconds = 0;
+};
+
+/// What a host plays into the system as time goes on.
+class GKInput {
+public:
+  virtual ~GKInput() = default;
+
+  /// When the next step is due, in microseconds since the clock started, never going back;
+  /// nothing at the end of the input.
+  virtual std::optional<GKMicros> next() = 0;
+
+  /// Carries out one step that is due. May start calls (`GKClock::start`) and ask for the end of
+  /// the run. Must not sleep nor wait for a `GKMutex`.
+  virtual void apply() = 0;
+};
+
+/// Time and tasks of the process. Everything that tells the time, sleeps, waits for a lock or runs
+/// in the background does so through the one installed clock; no module can tell which one it is.
+///
+/// All operations may be called from any thread unless said otherwise.
+class GK_API GKClock {
+public:
+  /// Why `run` returned.
+  enum class End {
+    Requested, ///< `requestEnd` was called
+    Until,     ///< the time limit was reached
+    Idle       ///< nothing is left that could ever happen
+  };
+
+  virtual ~GKClock();
+
+  /// Microseconds since this clock started; never goes back.
+  virtual GKMicros elapsed() const noexcept = 0;
+
+  virtual GKWallTime wallTime() const noexcept = 0;
+
+  /// Suspends the calling thread; 0 gives way to whatever is due before.
+  virtual void sleep(GKMicros duration) = 0;
+
+  /// Runs `work` in a task of its own, at once, however many others are running. `work` must not
+  /// let exceptions out.
+  virtual void post(GKTask task, std::function<void()> work) = 0;
+
+  /// As `post`, and ahead of everything that is due. For the input of `run`.
+  virtual void start(GKTask task, std::function<void()> work) = 0;
+
+  /// Plays `input` (may be null) until an end is asked for, `until` (microseconds since the start)
+  /// has passed or nothing is left to do. Called by the thread that created the clock. Exceptions
+  /// of the input end the run and leave from here.
+  virtual End run(GKInput* input, std::optional<GKMicros> until) = 0;
+
+  /// Makes `run` return as soon as the running task sleeps or ends.
+  virtual void requestEnd() noexcept = 0;
+
+  /// Waits until every task has ended. Called by the thread that created the clock, at shutdown;
+  /// sleeps of a real clock are cut short from here on.
+  virtual void joinTasks() = 0;
+
+  /// True where nothing may be lost for the sake of time: sinks are waited for.
+  virtual bool isVirtual() const noexcept = 0;
+
+  /// The installed clock. There is always one: a real clock until another one is installed.
+  static GKClock& instance();
+
+  /// Replaces the installed clock; null brings back a fresh real one. Only while no task runs and
+  /// nobody waits for a lock.
+  static void install(std::shared_ptr<GKClock> clock);
+
+protected:
+  friend class GKMutex;
+  virtual void waitFor(GKMutex& mutex) = 0;
+  virtual void freed(GKMutex& mutex) noexcept = 0;
+};
+
+/// The computer's own clock; every task has a thread.
+GK_API std::shared_ptr<GKClock> makeRealClock();
+
+/// A clock that stands still while anything runs, and jumps to the next moment at which something
+/// is due as soon as everything is asleep. Exactly one task runs at a time, so that what happens is
+/// a function of the input.
+///
+/// At equal times the input comes first, then whoever fell asleep first; a posted task counts as
+/// one that fell asleep when it was posted. A task that waits for a lock keeps its place.
+///
+/// `epochSeconds` is the wall time at the start, in seconds since 1970.
+GK_API std::shared_ptr<GKClock> makeVirtualClock(std::int64_t epochSeconds);
+
+} // namespace GK

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "gk/GKValue.h"
+
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace GK {
+
+/// Conversion between C++ types of bound methods and `GKValue`.
+///
+/// `from` raises the `GKError` of a refused argument; `text` is the type's name in descriptions.
+template <class T> struct GKConvert;
+
+template <> struct GKConvert<GKValue> {
+  static const GKValue& from(const GKValue& value) { return value; }
+  static GKValue to(GKValue value) { return value; }
+  static std::string text() { return "value"; }
+};
+
+template <> struct GKConvert<bool> {
+  static bool from(const GKValue& value) { return value.toBool(); }
+  static GKValue to(bool value) { return value; }
+  static std::string text() { return "bool"; }
+};
+
+template <> struct GKConvert<int> {
+  static int from(const GKValue& value) { return value.toInt(); }
+  static GKValue to(int value) { return value; }
+  static std::string text() { return "int"; }
+};
+
+template <> struct GKConvert<float> {
+  static float from(const GKValue& value) { return value.toFloat(); }
+  static GKValue to(float value) { return value; }
+  static std::string text() { return "float"; }
+};
+
+template <> struct GKConvert<std::string> {
+  static const std::string& from(const GKValue& value) { return value.toString(); }
+  static GKValue to(std::string value) { return GKValue(std::move(value)); }
+  static std::string text() { return "string"; }
+};
+
+/// Lists of any convertible type travel as arrays.
+template <class T> struct GKConvert<std::vector<T>> {
+  static std::vector<T> from(const GKValue& value) {
+    std::vector<T> list;
+    list.reserve(value.toArray().size());
+    for (const GKValue& element : value.toArray()) {
+      list.push_back(GKConvert<T>::from(element));
+    }
+    return list;
+  }
+  static GKValue to(const std::vector<T>& list) {
+    GKValue::Array array;
+    array.reserve(list.size());
+    for (const T& element : list) {
+      array.push_back(GKConvert<T>::to(element));
+    }
+    return GKValue(std::move(array));
+  }
+  static std::string text() { return "vector of " + GKConvert<T>::text(); }
+};
+
+/// The conversion for a parameter or result declared as `const T&`, `T&` or `T`.
+template <class T> using GKConvertOf = GKConvert<std::remove_cv_t<std::remove_reference_t<T>>>;
+
+} // namespace GK

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "gk/GKMemoryStore.h"
+#include "gk/GKModule.h"
+#include "gk/GKObserver.h"
+
+#include <boost/shared_ptr.hpp>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace GK {
+
+/// What is known of an event.
+struct GKEventInfo {
+  std::string name;
+  /// Module that declared it; empty when it was only raised.
+  std::string owner;
+  /// How often it was raised, micro-events included.
+  std::uint64_t count = 0;
+  /// Value and time (microseconds since the start) of the last raise; invalid and 0 before.
+  GKValue value;
+  GKMicros time = 0;
+};
+
+/// The memory service, module "GKMemory": named values and named events.
+///
+/// Bound methods: `getData`, `insertData`, `declareEvent`, `raiseEvent`, `raiseMicroEvent`,
+/// `getExtractorEvent`, `subscribeToEvent`, `unsubscribeToEvent`, `getDataList`, `getEventList`.
+/// All operations may be called from any thread. Modules use it through `GKMemoryProxy`.
+class GK_API GKMemory : public GKModule {
+public:
+  GKMemory(boost::shared_ptr<GKBroker> broker, std::shared_ptr<GKMemoryStore> store);
+  ~GKMemory() override;
+
+  static constexpr const char* kName = "GKMemory";
+
+  const std::shared_ptr<GKMemoryStore>& store() const noexcept { return fStore; }
+
+  /// Raises `GKError` naming the key when it is not there.
+  GKValue getData(const std::string& key, GKCaller caller) const;
+  /// The key's four bytes, as `GKMemoryCell` describes them; valid until the process ends. Raises
+  /// `GKError` naming the key when it is not there.
+  void* getDataPtr(const std::string& key, GKCaller caller) const;
+  void insertData(const std::string& key, const GKValue& value, GKCaller caller);
+
+  /// Lists `event` under `owner`; a second declaration of an event changes nothing but its owner.
+  void declareEvent(const std::string& event, const std::string& owner, GKCaller caller);
+
+  /// Stores `value` under the event's name and hands it to the event's subscribers and observers.
+  void raiseEvent(const std::string& event, const GKValue& value, GKCaller caller);
+  /// The same for observers that tell the lightweight form apart.
+  void raiseMicroEvent(const std::string& event, const GKValue& value, GKCaller caller);
+
+  /// Names of the events declared by `owner`, in the order of declaration.
+  std::vector<std::string> getExtractorEvent(const std::string& owner) const;
+
+  /// From now on `method` of `module` is called with (event name, value) each time `event` is
+  /// raised: asynchronously, in order for each module, never waiting for another one. When the
+  /// event's owner is an extractor, the module is subscribed to it with its first such event and
+  /// unsubscribed with its last. Raises `GKError` when there is no such module or method, and what
+  /// the extractor raises; then nothing has changed. A repeated subscription replaces the method.
+  void subscribeToEvent(const std::string& event, const std::string& module,
+                        const std::string& method);
+  /// Raises `GKError` when there is no such subscription.
+  void unsubscribeToEvent(const std::string& event, const std::string& module);
+
+  /// Existing keys that contain `pattern`, sorted.
+  std::vector<std::string> getDataList(const std::string& pattern) const;
+  /// All events known by declaration or raise, sorted by name.
+  std::vector<GKEventInfo> getEvents() const;
+
+private:
+  struct State;
+
+  // The bound forms: on behalf of whoever calls.
+  GKValue xGetData(const std::string& key);
+  void xInsertData(const std::string& key, const GKValue& value);
+  void xDeclareEvent(const std::string& event, const std::string& owner);
+  void xRaiseEvent(const std::string& event, const GKValue& value);
+  void xRaiseMicroEvent(const std::string& event, const GKValue& value);
+  std::vector<std::string> xGetEventList() const;
+
+  void xRaise(GKNotice::Kind kind, const std::string& event, const GKValue& value);
+  /// Drops a subscription. Returns the event's owner when it was the module's last one to it.
+  std::string xForget(const std::string& event, const std::string& module);
+
+  std::shared_ptr<GKMemoryStore> fStore;
+  std::unique_ptr<State> fState;
+};
+
+} // namespace GK

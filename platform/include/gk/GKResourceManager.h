@@ -1,0 +1,36 @@
+#pragma once
+
+#include "gk/GKMemoryStore.h"
+#include "gk/GKModule.h"
+
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace GK {
+
+/// The resource manager, module "GKResourceManager": which states ("Standing", "Sitting", ...) the
+/// robot is in.
+///
+/// Bound methods: `enableStateResource`, `getEnabledStateResources`. May be called from any thread.
+class GK_API GKResourceManager : public GKModule {
+public:
+  GKResourceManager(boost::shared_ptr<GKBroker> broker, std::shared_ptr<GKMemoryStore> store);
+
+  static constexpr const char* kName = "GKResourceManager";
+
+  /// Keeps the state and writes it as a bool under "ResourceManager/State/" + `name`.
+  void enableStateResource(const std::string& name, const bool& enabled);
+
+  /// Names of the enabled states, sorted.
+  std::vector<std::string> getEnabledStateResources() const;
+
+private:
+  std::shared_ptr<GKMemoryStore> fStore;
+  mutable std::mutex fMutex;
+  std::set<std::string> fEnabled;
+};
+
+} // namespace GK

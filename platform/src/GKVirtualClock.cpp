@@ -1,0 +1,269 @@
+#include "gk/GKClock.h"
+#include "gk/GKMutex.h"
+#include "GKTaskPool.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <semaphore>
+#include <vector>
+
+namespace GK {
+
+namespace {
+
+/// The right to run. Exactly one thread holds it; the others wait for their own to be released.
+using Baton = std::binary_semaphore;
+
+/// The baton of the task that the calling thread runs; null for threads outside of the clock.
+thread_local Baton* tBaton = nullptr;
+
+/// Where a sleeping task stands in the queue: by due time, then by who fell asleep first.
+struct Place {
+  GKMicros due;
+  std::uint64_t order;
+  Baton* baton;
+
+  /// For a heap with the earliest on top.
+  friend bool operator<(const Place& left, const Place& right) {
+    return left.due != right.due ? left.due > right.due : left.order > right.order;
+  }
+};
+
+struct LockWaiter {
+  Place place;
+  const GKMutex* mutex;
+};
+
+} // namespace
+
+/// All state below is touched only by the holder of the baton. Whoever gives the baton away chooses
+/// the next holder and moves the time himself, so that a lone sleeping loop never switches threads.
+class GKVirtualClock final : public GKClock {
+public:
+  explicit GKVirtualClock(std::int64_t epochSeconds) : fEpochSeconds(epochSeconds) {
+    tBaton = &fMain;
+  }
+  ~GKVirtualClock() override { tBaton = nullptr; }
+
+  GKMicros elapsed() const noexcept override { return fNow.load(std::memory_order_relaxed); }
+
+  GKWallTime wallTime() const noexcept override {
+    const GKMicros now = elapsed();
+    // Any 64-bit epoch is allowed: the sum wraps instead of overflowing.
+    const auto seconds =
+        static_cast<std::uint64_t>(fEpochSeconds) + static_cast<std::uint64_t>(now / 1000000);
+    return {static_cast<std::int64_t>(seconds), now % 1000000};
+  }
+
+  void sleep(GKMicros duration) override {
+    if (tBaton == nullptr) {
+      return;
+    }
+    xQueue({elapsed() + duration, fOrder++, tBaton});
+    xPassOn(tBaton);
+  }
+
+  void post(GKTask task, std::function<void()> work) override {
+    Baton& baton = xLaunch(std::move(task), std::move(work));
+    xQueue({elapsed(), fOrder++, &baton});
+  }
+
+  void start(GKTask task, std::function<void()> work) override {
+    Baton& baton = xLaunch(std::move(task), std::move(work));
+    // The input goes on as soon as the call has ended or fallen asleep, before anything else.
+    fInputHost = tBaton;
+    baton.release();
+    tBaton->acquire();
+  }
+
+  End run(GKInput* input, std::optional<GKMicros> until) override {
+    fInput = input;
+    fUntil = until;
+    xWaitInMain();
+    fInput = nullptr;
+    if (fInputError) {
+      std::rethrow_exception(std::exchange(fInputError, nullptr));
+    }
+    return fEnd;
+  }
+
+  void requestEnd() noexcept override { fIsEndRequested.store(true, std::memory_order_relaxed); }
+
+  void joinTasks() override {
+    fIsJoining = true;
+    fUntil.reset();
+    xWaitInMain();
+    if (!fLockWaiters.empty()) {
+      std::fputs("gk: tasks wait for locks that nobody will ever free\n", stderr);
+      std::abort();
+    }
+  }
+
+  bool isVirtual() const noexcept override { return true; }
+
+protected:
+  void waitFor(GKMutex& mutex) override {
+    if (tBaton == nullptr) {
+      mutex.fMutex.lock();
+      return;
+    }
+    // The waiter keeps the place that it has now, however often somebody else gets the lock first.
+    const Place place{elapsed(), fOrder++, tBaton};
+    mutex.fWaiting.fetch_add(1, std::memory_order_relaxed);
+    while (!mutex.tryLock()) {
+      fLockWaiters.push_back({place, &mutex});
+      xPassOn(tBaton);
+    }
+    mutex.fWaiting.fetch_sub(1, std::memory_order_relaxed);
+  }
+
+  void freed(GKMutex& mutex) noexcept override {
+    const auto stillWaits = [&mutex](const LockWaiter& waiter) { return waiter.mutex != &mutex; };
+    const auto freed = std::partition(fLockWaiters.begin(), fLockWaiters.end(), stillWaits);
+    for (auto waiter = freed; waiter != fLockWaiters.end(); ++waiter) {
+      xQueue(waiter->place);
+    }
+    fLockWaiters.erase(freed, fLockWaiters.end());
+  }
+
+private:
+  void xQueue(const Place& place) {
+    fPlaces.push_back(place);
+    std::push_heap(fPlaces.begin(), fPlaces.end());
+  }
+
+  /// A task's thread, waiting for the returned baton.
+  Baton& xLaunch(GKTask task, std::function<void()> work) {
+    auto baton = std::make_shared<Baton>(0);
+    fPool.run([this, baton, task = std::move(task), work = std::move(work)]() mutable {
+      baton->acquire();
+      tBaton = baton.get();
+      {
+        const GKTaskScope scope(task);
+        work();
+      }
+      // What the work holds goes before the task counts as ended: libraries are closed after that.
+      work = nullptr;
+      xChoose()->release();
+      tBaton = nullptr;
+    });
+    return *baton;
+  }
+
+  /// Gives the baton to whoever is next and returns when it comes back to `self`.
+  void xPassOn(Baton* self) {
+    Baton* next = xChoose();
+    if (next != self) {
+      next->release();
+      self->acquire();
+    }
+  }
+
+  void xWaitInMain() {
+    fIsMainWaiting = true;
+    xPassOn(&fMain);
+  }
+
+  Baton* xWakeMain(End end) {
+    fIsMainWaiting = false;
+    fEnd = end;
+    return &fMain;
+  }
+
+  /// Moves the time to the next thing that happens. Plays the input on the way; returns whose turn
+  /// it is.
+  Baton* xChoose() {
+    if (fInputHost != nullptr) {
+      return std::exchange(fInputHost, nullptr);
+    }
+    while (true) {
+      if (fIsMainWaiting && !fIsJoining && fIsEndRequested.load(std::memory_order_relaxed)) {
+        return xWakeMain(End::Requested);
+      }
+      const std::optional<GKMicros> sleeper = xNextSleeper();
+      const std::optional<GKMicros> input = xNextInput();
+      if (input && (!sleeper || *input <= *sleeper) && !xIsBeyondLimit(*input)) {
+        fNow.store(*input, std::memory_order_relaxed);
+        xApplyInput();
+      } else if (sleeper && !xIsBeyondLimit(*sleeper)) {
+        fNow.store(*sleeper, std::memory_order_relaxed);
+        std::pop_heap(fPlaces.begin(), fPlaces.end());
+        Baton* next = fPlaces.back().baton;
+        fPlaces.pop_back();
+        return next;
+      } else {
+        return xWakeMain(sleeper || input ? End::Until : End::Idle);
+      }
+    }
+  }
+
+  bool xIsBeyondLimit(GKMicros due) const { return fUntil.has_value() && due > *fUntil; }
+
+  std::optional<GKMicros> xNextSleeper() const {
+    if (fPlaces.empty()) {
+      return std::nullopt;
+    }
+    return std::max(elapsed(), fPlaces.front().due);
+  }
+
+  std::optional<GKMicros> xNextInput() {
+    if (fInput == nullptr || fIsJoining) {
+      return std::nullopt;
+    }
+    try {
+      const std::optional<GKMicros> due = fInput->next();
+      return due ? std::optional(std::max(elapsed(), *due)) : std::nullopt;
+    } catch (...) {
+      xInputFailed();
+      return elapsed();
+    }
+  }
+
+  void xApplyInput() {
+    if (fInput == nullptr) {
+      return;
+    }
+    try {
+      fInput->apply();
+    } catch (...) {
+      xInputFailed();
+    }
+  }
+
+  void xInputFailed() {
+    fInputError = std::current_exception();
+    fInput = nullptr;
+    requestEnd();
+  }
+
+  const std::int64_t fEpochSeconds;
+  /// Read by any thread, moved by the holder of the baton.
+  std::atomic<GKMicros> fNow{0};
+  std::uint64_t fOrder = 0;
+  std::vector<Place> fPlaces;
+  std::vector<LockWaiter> fLockWaiters;
+
+  GKInput* fInput = nullptr;
+  std::exception_ptr fInputError;
+  /// The thread on which the input waits for a call that it has started.
+  Baton* fInputHost = nullptr;
+
+  Baton fMain{0};
+  bool fIsMainWaiting = false;
+  bool fIsJoining = false;
+  std::optional<GKMicros> fUntil;
+  End fEnd = End::Idle;
+  std::atomic<bool> fIsEndRequested{false};
+
+  /// Last, so that its threads are gone before the rest.
+  GKTaskPool fPool;
+};
+
+std::shared_ptr<GKClock> makeVirtualClock(std::int64_t epochSeconds) {
+  return std::make_shared<GKVirtualClock>(epochSeconds);
+}
+
+} // namespace GK

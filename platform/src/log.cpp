@@ -1,0 +1,120 @@
+#include "zu/log.h"
+
+#include "gk/GKError.h"
+#include "gk/GKObserver.h"
+
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/sinks/stdout_color_sinks.h>
+#include <spdlog/spdlog.h>
+
+#include <array>
+#include <memory>
+#include <mutex>
+
+namespace zu::log {
+
+namespace {
+
+spdlog::level::level_enum toSpdlog(int level) {
+  constexpr std::array levels = {spdlog::level::off,  spdlog::level::critical, spdlog::level::err,
+                                 spdlog::level::warn, spdlog::level::info,     spdlog::level::debug,
+                                 spdlog::level::trace};
+  return level >= Fatal && level <= Debug ? levels[static_cast<std::size_t>(level)]
+                                          : spdlog::level::off;
+}
+
+/// Console and file behind one logger; each has a level of its own.
+class Backend {
+public:
+  static Backend& instance() {
+    static Backend backend;
+    return backend;
+  }
+
+  void write(int level, const std::string& line) {
+    const std::lock_guard lock(fMutex);
+    fConsole->log(toSpdlog(level), line);
+    if (fFile != nullptr) {
+      fFile->log(toSpdlog(level), line);
+    }
+  }
+
+  void setConsoleLevel(int level) {
+    const std::lock_guard lock(fMutex);
+    fConsole->set_level(toSpdlog(level));
+  }
+
+  void setFile(const std::string& path, int level) {
+    const std::lock_guard lock(fMutex);
+    fFile.reset();
+    if (path.empty()) {
+      return;
+    }
+    try {
+      fFile = std::make_shared<spdlog::logger>(
+          "file", std::make_shared<spdlog::sinks::basic_file_sink_mt>(path));
+    } catch (const spdlog::spdlog_ex& error) {
+      throw GK::GKError("log", "setFile", error.what());
+    }
+    fFile->set_level(toSpdlog(level));
+    fFile->flush_on(spdlog::level::info);
+    fFile->set_pattern("%Y-%m-%dT%H:%M:%S.%f%z %l %v");
+  }
+
+private:
+  Backend()
+      : fConsole(std::make_shared<spdlog::logger>(
+            "console", std::make_shared<spdlog::sinks::stderr_color_sink_mt>())) {
+    fConsole->set_pattern("%^%l%$ %v");
+    fConsole->set_level(toSpdlog(Info));
+  }
+
+  std::mutex fMutex;
+  std::shared_ptr<spdlog::logger> fConsole;
+  std::shared_ptr<spdlog::logger> fFile;
+};
+
+} // namespace
+
+const char* levelName(int level) noexcept {
+  constexpr std::array names = {"fatal", "error", "warning", "info", "verbose", "debug"};
+  return level >= Fatal && level <= Debug ? names[static_cast<std::size_t>(level - Fatal)]
+                                          : "unknown";
+}
+
+LogStream::LogStream(int level, std::string category, std::string function, std::string file,
+                     int line)
+    : fLevel(level), fCategory(std::move(category)), fFunction(std::move(function)),
+      fFile(std::move(file)), fLine(line) {}
+
+LogStream::~LogStream() {
+  try {
+    std::string text = fText.str();
+    if (!text.empty() && text.back() == '\n') {
+      text.pop_back();
+    }
+    std::string place = fFile.empty() ? "" : " (" + fFile + ":" + std::to_string(fLine) + ")";
+    Backend::instance().write(fLevel, fCategory + " " + fFunction + ": " + text + place);
+    GK::GKObserverList& observers = GK::GKObserverList::instance();
+    if (!observers.isEmpty()) {
+      GK::GKNotice notice;
+      notice.kind = GK::GKNotice::Kind::Log;
+      notice.level = fLevel;
+      notice.name = std::move(fCategory);
+      notice.owner = std::move(fFunction);
+      notice.text = std::move(text);
+      observers.notify(std::move(notice));
+    }
+  } catch (...) { // NOLINT(bugprone-empty-catch): a log line must never end what it tells about
+  }
+}
+
+void setConsoleLevel(int level) noexcept {
+  Backend::instance().setConsoleLevel(level);
+}
+
+void setFile(const std::string& path, int level) {
+  Backend::instance().setFile(path, level);
+}
+
+} // namespace zu::log
