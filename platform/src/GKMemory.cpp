@@ -237,7 +237,7 @@ boost::shared_ptr<GKModuleCore> findExtractor(const GKModuleCore& service,
   const boost::shared_ptr<GKBroker> broker = service.getParentBroker();
   boost::shared_ptr<GKModuleCore> module =
       broker != nullptr && !name.empty() ? broker->findModule(name) : nullptr;
-  return module != nullptr && module->hasMethod("subscribe", 1) ? module : nullptr;
+  return module != nullptr && module->findMethod("subscribe", 1) != nullptr ? module : nullptr;
 }
 
 void callExtractor(GKModuleCore& extractor, const char* method, const std::string& subscriber) {
@@ -255,7 +255,7 @@ void GKMemory::subscribeToEvent(const std::string& event, const std::string& mod
   if (target == nullptr) {
     throw GKError(kName, "subscribeToEvent", "there is no module " + module);
   }
-  if (!target->hasMethod(method, kCallbackArguments)) {
+  if (target->findMethod(method, kCallbackArguments) == nullptr) {
     throw GKError(kName, "subscribeToEvent",
                   module + " has no method " + method + " that takes an event's name and value");
   }

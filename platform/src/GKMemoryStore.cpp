@@ -6,6 +6,7 @@
 #include <array>
 #include <bit>
 #include <functional>
+#include <thread>
 #include <tuple>
 #include <utility>
 
@@ -30,7 +31,8 @@ GKValue GKMemoryCell::load() const {
     const std::uint32_t bits =
         std::atomic_ref<std::uint32_t>(fBits).load(std::memory_order_acquire);
     const std::uint32_t after = fState.load(std::memory_order_relaxed);
-    if (before != after || (before & kChanging) != 0) {
+    // A write of the same type may go on: the bits before and after it are both good.
+    if (((before ^ after) & ~kWriting) != 0 || (before & kChanging) != 0) {
       continue;
     }
     switch (static_cast<GKValue::Type>(before & kTypeMask)) {
@@ -43,7 +45,9 @@ GKValue GKMemoryCell::load() const {
     case GKValue::Type::Invalid:
       return GKValue();
     default:
-      return xLoadLarge();
+      if (std::optional<GKValue> large = xLoadLarge()) {
+        return *std::move(large);
+      }
     }
   }
 }
@@ -60,10 +64,12 @@ void GKMemoryCell::store(const GKValue& value) {
     storeFloat(value.toFloat());
     break;
   case GKValue::Type::Invalid:
-    xReplace(GKValue::Type::Invalid, 0, nullptr);
+    xReplace(xBeginWrite(), GKValue::Type::Invalid, 0, nullptr);
     break;
-  default:
-    xReplace(value.type(), 0, std::make_unique<const GKValue>(value));
+  default: {
+    auto large = std::make_unique<const GKValue>(value);
+    xReplace(xBeginWrite(), value.type(), 0, std::move(large));
+  }
   }
 }
 
@@ -76,31 +82,43 @@ void GKMemoryCell::storeInt(std::int32_t value) {
 }
 
 void GKMemoryCell::xStoreBits(GKValue::Type type, std::uint32_t bits) {
-  const std::uint32_t wanted = static_cast<std::uint32_t>(type) | kExists;
-  const std::uint32_t state = fState.load(std::memory_order_relaxed);
-  if ((state & (kTypeMask | kExists | kChanging)) == wanted) {
-    std::atomic_ref<std::uint32_t>(fBits).store(bits, std::memory_order_relaxed);
+  const std::uint32_t state = xBeginWrite();
+  if ((state & (kTypeMask | kExists)) == (static_cast<std::uint32_t>(type) | kExists)) {
+    // Releases the state that was found: who sees the new bits sees that their type has come.
+    std::atomic_ref<std::uint32_t>(fBits).store(bits, std::memory_order_release);
+    fState.store(state, std::memory_order_release);
   } else {
-    xReplace(type, bits, nullptr);
+    xReplace(state, type, bits, nullptr);
   }
 }
 
-void GKMemoryCell::xReplace(GKValue::Type type, std::uint32_t bits,
+std::uint32_t GKMemoryCell::xBeginWrite() noexcept {
+  while (true) {
+    std::uint32_t state = fState.load(std::memory_order_relaxed) & ~kWriting;
+    // Without this, bits of one type could land behind a type that another writer has just set.
+    if (fState.compare_exchange_weak(state, state | kWriting, std::memory_order_acquire,
+                                     std::memory_order_relaxed)) {
+      return state;
+    }
+    std::this_thread::yield();
+  }
+}
+
+void GKMemoryCell::xReplace(std::uint32_t state, GKValue::Type type, std::uint32_t bits,
                             std::unique_ptr<const GKValue> large) {
   // The former large value is freed outside of the lock.
   const std::lock_guard lock(lockOf(this));
-  const std::uint32_t version =
-      (fState.load(std::memory_order_relaxed) & ~(kVersion - 1)) + kVersion;
-  fState.store(version | kChanging, std::memory_order_relaxed);
+  const std::uint32_t version = (state & ~(kVersion - 1)) + kVersion;
+  fState.store(version | kWriting | kChanging | (state & kExists), std::memory_order_relaxed);
   // Releases the mark above: who sees the new bits sees that the type is changing, or has changed.
   std::atomic_ref<std::uint32_t>(fBits).store(bits, std::memory_order_release);
   fLarge.swap(large);
   fState.store(version | kExists | static_cast<std::uint32_t>(type), std::memory_order_release);
 }
 
-GKValue GKMemoryCell::xLoadLarge() const {
+std::optional<GKValue> GKMemoryCell::xLoadLarge() const {
   const std::lock_guard lock(lockOf(this));
-  return fLarge != nullptr ? *fLarge : GKValue();
+  return fLarge != nullptr ? std::optional(*fLarge) : std::nullopt;
 }
 
 struct GKMemoryStore::Table {

@@ -28,8 +28,10 @@ std::vector<GKMethodDescription> GKModuleCore::getMethods() const {
   return descriptions;
 }
 
-bool GKModuleCore::hasMethod(const std::string& method, std::size_t argumentCount) const noexcept {
-  return xFind(method, argumentCount) != nullptr;
+const GKMethodDescription* GKModuleCore::findMethod(const std::string& method,
+                                                    std::size_t argumentCount) const noexcept {
+  const BoundMethod* bound = xFind(method, argumentCount);
+  return bound != nullptr ? &bound->description : nullptr;
 }
 
 GKValue GKModuleCore::callMethod(const std::string& method, const std::vector<GKValue>& arguments) {

@@ -46,7 +46,12 @@ public:
   explicit GKVirtualClock(std::int64_t epochSeconds) : fEpochSeconds(epochSeconds) {
     tBaton = &fMain;
   }
-  ~GKVirtualClock() override { tBaton = nullptr; }
+  ~GKVirtualClock() override {
+    // The next clock may have been made, by this thread, before this one goes.
+    if (tBaton == &fMain) {
+      tBaton = nullptr;
+    }
+  }
 
   GKMicros elapsed() const noexcept override { return fNow.load(std::memory_order_relaxed); }
 
@@ -84,6 +89,8 @@ public:
     fUntil = until;
     xWaitInMain();
     fInput = nullptr;
+    // What the main thread does from now on, sleeping included, is not part of the run.
+    fUntil.reset();
     if (fInputError) {
       std::rethrow_exception(std::exchange(fInputError, nullptr));
     }
@@ -94,11 +101,9 @@ public:
 
   void joinTasks() override {
     fIsJoining = true;
-    fUntil.reset();
     xWaitInMain();
     if (!fLockWaiters.empty()) {
-      std::fputs("gk: tasks wait for locks that nobody will ever free\n", stderr);
-      std::abort();
+      xDeadlock();
     }
   }
 
@@ -133,6 +138,11 @@ private:
   void xQueue(const Place& place) {
     fPlaces.push_back(place);
     std::push_heap(fPlaces.begin(), fPlaces.end());
+  }
+
+  [[noreturn]] static void xDeadlock() {
+    std::fputs("gk: tasks wait for locks that nobody will ever free\n", stderr);
+    std::abort();
   }
 
   /// A task's thread, waiting for the returned baton.
@@ -194,6 +204,8 @@ private:
         Baton* next = fPlaces.back().baton;
         fPlaces.pop_back();
         return next;
+      } else if (!fIsMainWaiting) {
+        xDeadlock();
       } else {
         return xWakeMain(sleeper || input ? End::Until : End::Idle);
       }

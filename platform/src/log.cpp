@@ -3,6 +3,7 @@
 #include "gk/GKError.h"
 #include "gk/GKObserver.h"
 
+#include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/spdlog.h>
@@ -10,17 +11,41 @@
 #include <array>
 #include <memory>
 #include <mutex>
+#include <string_view>
 
 namespace zu::log {
 
 namespace {
 
+/// The back end counts the other way round: 0 (trace) to 5 (critical), 6 is off.
+constexpr int kOff = 6;
+static_assert(SPDLOG_LEVEL_TRACE == kOff - Debug && SPDLOG_LEVEL_CRITICAL == kOff - Fatal &&
+              SPDLOG_LEVEL_OFF == kOff);
+
 spdlog::level::level_enum toSpdlog(int level) {
-  constexpr std::array levels = {spdlog::level::off,  spdlog::level::critical, spdlog::level::err,
-                                 spdlog::level::warn, spdlog::level::info,     spdlog::level::debug,
-                                 spdlog::level::trace};
-  return level >= Fatal && level <= Debug ? levels[static_cast<std::size_t>(level)]
-                                          : spdlog::level::off;
+  const bool isLevel = level >= Fatal && level <= Debug;
+  return static_cast<spdlog::level::level_enum>(isLevel ? kOff - level : kOff);
+}
+
+/// Our names of the levels, in patterns.
+class LevelFlag final : public spdlog::custom_flag_formatter {
+public:
+  static constexpr char kFlag = '*';
+
+  void format(const spdlog::details::log_msg& message, const std::tm&,
+              spdlog::memory_buf_t& out) override {
+    const std::string_view name = levelName(kOff - static_cast<int>(message.level));
+    out.append(name.data(), name.data() + name.size());
+  }
+  std::unique_ptr<custom_flag_formatter> clone() const override {
+    return std::make_unique<LevelFlag>();
+  }
+};
+
+std::unique_ptr<spdlog::formatter> makeFormatter(const char* pattern) {
+  auto formatter = std::make_unique<spdlog::pattern_formatter>();
+  formatter->add_flag<LevelFlag>(LevelFlag::kFlag).set_pattern(pattern);
+  return formatter;
 }
 
 /// Console and file behind one logger; each has a level of its own.
@@ -58,14 +83,14 @@ public:
     }
     fFile->set_level(toSpdlog(level));
     fFile->flush_on(spdlog::level::info);
-    fFile->set_pattern("%Y-%m-%dT%H:%M:%S.%f%z %l %v");
+    fFile->set_formatter(makeFormatter("%Y-%m-%dT%H:%M:%S.%f%z %* %v"));
   }
 
 private:
   Backend()
       : fConsole(std::make_shared<spdlog::logger>(
             "console", std::make_shared<spdlog::sinks::stderr_color_sink_mt>())) {
-    fConsole->set_pattern("%^%l%$ %v");
+    fConsole->set_formatter(makeFormatter("%^%*%$ %v"));
     fConsole->set_level(toSpdlog(Info));
   }
 

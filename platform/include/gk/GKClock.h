@@ -51,7 +51,7 @@ public:
 /// Time and tasks of the process. Everything that tells the time, sleeps, waits for a lock or runs
 /// in the background does so through the one installed clock; no module can tell which one it is.
 ///
-/// All operations may be called from any thread unless said otherwise.
+/// All operations may be called from any thread unless said otherwise here or by the clock's maker.
 class GK_API GKClock {
 public:
   /// Why `run` returned.
@@ -115,6 +115,10 @@ GK_API std::shared_ptr<GKClock> makeRealClock();
 ///
 /// At equal times the input comes first, then whoever fell asleep first; a posted task counts as
 /// one that fell asleep when it was posted. A task that waits for a lock keeps its place.
+///
+/// Only its tasks and the thread that made it take part: all other threads may tell the time and
+/// ask for the end, nothing else; a sleep of theirs returns at once. Where the rest waits for locks
+/// that nobody will ever free, the process ends.
 ///
 /// `epochSeconds` is the wall time at the start, in seconds since 1970.
 GK_API std::shared_ptr<GKClock> makeVirtualClock(std::int64_t epochSeconds);

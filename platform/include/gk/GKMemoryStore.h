@@ -34,7 +34,7 @@ public:
   GKValue load() const;
   void store(const GKValue& value);
 
-  /// Where the type stays the same this is a plain write of four bytes.
+  /// Where the type stays the same these take no lock and keep no reader waiting.
   void storeFloat(float value);
   void storeInt(std::int32_t value);
 
@@ -42,16 +42,22 @@ public:
   bool exists() const noexcept { return (fState.load(std::memory_order_acquire) & kExists) != 0; }
 
 private:
-  /// Layout of the state: bits 0-2 type, bit 3 exists, bit 4 a change of type is going on, bits
-  /// 5 and up a version that each change of type moves on.
+  /// Layout of the state: bits 0-2 type, bit 3 exists, bit 4 one writer is at work, bit 5 the
+  /// writer changes the type, bits 6 and up a version that each change of type moves on.
   static constexpr std::uint32_t kTypeMask = 7;
   static constexpr std::uint32_t kExists = 8;
-  static constexpr std::uint32_t kChanging = 16;
-  static constexpr std::uint32_t kVersion = 32;
+  static constexpr std::uint32_t kWriting = 16;
+  static constexpr std::uint32_t kChanging = 32;
+  static constexpr std::uint32_t kVersion = 64;
 
   void xStoreBits(GKValue::Type type, std::uint32_t bits);
-  void xReplace(GKValue::Type type, std::uint32_t bits, std::unique_ptr<const GKValue> large);
-  GKValue xLoadLarge() const;
+  /// Keeps other writers out until the state is stored again. Returns the state before.
+  std::uint32_t xBeginWrite() noexcept;
+  /// Ends the write begun at `state` with a value of another type.
+  void xReplace(std::uint32_t state, GKValue::Type type, std::uint32_t bits,
+                std::unique_ptr<const GKValue> large);
+  /// Nothing when the string or array has been replaced meanwhile.
+  std::optional<GKValue> xLoadLarge() const;
 
   mutable std::uint32_t fBits = 0;
   std::atomic<std::uint32_t> fState{0};

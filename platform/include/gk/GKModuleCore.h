@@ -66,8 +66,9 @@ public:
   /// The bound methods in the order of binding.
   std::vector<GKMethodDescription> getMethods() const;
 
-  /// True when a method of this name takes this number of arguments.
-  bool hasMethod(const std::string& method, std::size_t argumentCount) const noexcept;
+  /// The method of this name that takes this number of arguments, or null.
+  const GKMethodDescription* findMethod(const std::string& method,
+                                        std::size_t argumentCount) const noexcept;
 
   /// Calls a bound method; overloads are told apart by the number of arguments. Raises `GKError`
   /// when there is no such method, when an argument is refused, and whatever the method raises.

@@ -1,0 +1,35 @@
+# The short way in. The work is done by the CMake presets of the same names.
+
+PRESET ?= release
+
+.PHONY: help run test check dependencies build clean
+
+help:
+	@echo "make run    install what is missing, build, and watch a recorded robot in real time"
+	@echo "make test   install what is missing, build, and run all tests"
+	@echo "make check  run all tests under the sanitizers"
+	@echo "make clean  remove what was built"
+
+run: build
+	@echo "A robot walks in real time; the events are on the left. Ctrl-C ends it."
+	./build/release/bin/gk run --subscribe GKSonar --loop --for 40 \
+	  data/biped_walk.csv data/us_wallrobot.csv data/battery_discharge.csv
+
+test: dependencies
+	cmake --preset $(PRESET)
+	cmake --build --preset $(PRESET)
+	ctest --preset $(PRESET)
+
+check:
+	$(MAKE) test PRESET=asan
+	$(MAKE) test PRESET=tsan
+
+build: dependencies
+	cmake --preset release
+	cmake --build --preset release --target gk
+
+dependencies:
+	./packaging/install-dependencies.sh
+
+clean:
+	rm -rf build

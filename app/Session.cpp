@@ -1,0 +1,158 @@
+#include "app/Session.h"
+
+#include "app/Commands.h"
+#include "app/SignalWatch.h"
+#include "formats/InputError.h"
+#include "runtime/Outlet.h"
+#include "runtime/Reporter.h"
+#include "zu/log.h"
+
+#include <fmt/format.h>
+
+#include <cstdlib>
+#include <memory>
+#include <unistd.h>
+#include <utility>
+
+namespace gk::app {
+
+namespace {
+
+constexpr const char* kStandardOutput = "-";
+
+void complain(const std::string& text) {
+  fmt::print(stderr, "gk: {}\n", text);
+}
+
+bool isColourTerminal() {
+  return isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
+}
+
+/// The outputs of one run.
+class Outputs {
+public:
+  /// Raises `OutputError`.
+  Outputs(const SessionOptions& options, const SessionView& view, bool isRealTime)
+      : fIsRealTime(isRealTime) {
+    const formats::LineKinds kinds =
+        options.only.empty() ? formats::LineKinds::all() : formats::LineKinds::parse(options.only);
+    const bool isJson = !options.out.empty();
+    const bool isJsonOnTerminal = options.out == kStandardOutput;
+    if (isJson) {
+      std::unique_ptr<runtime::Outlet> outlet;
+      if (isJsonOnTerminal) {
+        outlet = std::make_unique<runtime::StandardOutlet>();
+      } else {
+        outlet = std::make_unique<runtime::FileOutlet>(options.out);
+      }
+      xAdd(boost::make_shared<runtime::JsonReporter>(xQueue(std::move(outlet)), kinds));
+    }
+    if (!isJson || (view.isAlwaysReadable && !isJsonOnTerminal)) {
+      // Unless they are asked for, people are spared the bookkeeping of declarations and keys.
+      const formats::LineKinds shown =
+          options.only.empty() ? formats::LineKinds::parse(kReadableKinds) : kinds;
+      xAdd(boost::make_shared<runtime::ReadableReporter>(
+          xQueue(std::make_unique<runtime::StandardOutlet>()), shown, options.logLevel,
+          isColourTerminal()));
+    }
+  }
+
+  void addTo(runtime::Host& host) const {
+    for (const auto& reporter : fReporters) {
+      host.addReporter(reporter);
+    }
+  }
+
+  /// Raises `OutputError`.
+  void commit() {
+    for (const auto& reporter : fReporters) {
+      reporter->outlet().commit();
+    }
+    for (const runtime::QueuedOutlet* queue : fQueues) {
+      if (queue->dropped() > 0) {
+        complain(fmt::format("{} lines were dropped, the output was too slow", queue->dropped()));
+      }
+    }
+  }
+
+private:
+  static constexpr const char* kReadableKinds =
+      "event,micro,order,resource,log,result,error,value,page,sample";
+
+  void xAdd(boost::shared_ptr<runtime::Reporter> reporter) {
+    fReporters.push_back(std::move(reporter));
+  }
+
+  std::unique_ptr<runtime::Outlet> xQueue(std::unique_ptr<runtime::Outlet> outlet) {
+    if (!fIsRealTime) {
+      return outlet;
+    }
+    auto queue = std::make_unique<runtime::QueuedOutlet>(std::move(outlet));
+    fQueues.push_back(queue.get());
+    return queue;
+  }
+
+  const bool fIsRealTime;
+  std::vector<boost::shared_ptr<runtime::Reporter>> fReporters;
+  std::vector<const runtime::QueuedOutlet*> fQueues;
+};
+
+void sumUp(const runtime::RunStatistics& run, std::chrono::steady_clock::duration wall) {
+  constexpr double microsPerSecond = 1e6;
+  const double seconds = static_cast<double>(run.duration) / microsPerSecond;
+  const double wallSeconds = std::chrono::duration<double>(wall).count();
+  fmt::print(stderr, "{:.3f} s, {} ticks, {} events in {:.3f} s, {:.1f} times real time\n", seconds,
+             run.ticks, run.events, wallSeconds, wallSeconds > 0 ? seconds / wallSeconds : 0.0);
+}
+
+/// Start, run and shutdown. A start that fails has still run: its output stays.
+int play(runtime::Host& host) {
+  try {
+    host.start();
+  } catch (const runtime::LoadError& error) {
+    complain(error.what());
+    host.shutdown();
+    return kFailure;
+  }
+  host.run();
+  host.shutdown();
+  return kSuccess;
+}
+
+} // namespace
+
+int runSession(const SessionOptions& options, const runtime::HostOptions& hostOptions,
+               const SessionView& view) {
+  try {
+    if (view.isInterruptible) {
+      blockWatchedSignals();
+    }
+    zu::log::setConsoleLevel(0); // the reporters show the log
+    zu::log::setFile(options.logFile, zu::log::Debug);
+    const auto start = std::chrono::steady_clock::now();
+    runtime::Host host(hostOptions);
+    Outputs outputs(options, view, !hostOptions.isVirtual);
+    outputs.addTo(host);
+    std::optional<SignalWatch> watch;
+    if (view.isInterruptible) {
+      watch.emplace([&host] { host.requestEnd(); }, view.wallLimit);
+    }
+    const int code = play(host);
+    outputs.commit();
+    if (code == kSuccess) {
+      sumUp(host.statistics(), std::chrono::steady_clock::now() - start);
+    }
+    return code;
+  } catch (const formats::InputError& error) {
+    fmt::print(stderr, "{}\n", error.what());
+    return kBadInput;
+  } catch (const runtime::OutputError& error) {
+    complain(error.what());
+    return kBadInput;
+  } catch (const GK::GKError& error) {
+    complain(error.getDescription());
+    return kBadInput;
+  }
+}
+
+} // namespace gk::app

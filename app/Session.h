@@ -1,0 +1,27 @@
+#pragma once
+
+#include "app/SessionOptions.h"
+#include "runtime/Host.h"
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace gk::app {
+
+/// How a run is shown.
+struct SessionView {
+  /// Readable lines on standard output even when JSON Lines go to a file.
+  bool isAlwaysReadable = false;
+  /// Ends the run on SIGINT and SIGTERM, and after this time.
+  bool isInterruptible = false;
+  std::optional<std::chrono::microseconds> wallLimit;
+};
+
+/// Runs a host from start to shutdown with the outputs that the options ask for, and sums up on
+/// standard error. Complains in one line there. Returns the exit code.
+int runSession(const SessionOptions& options, const runtime::HostOptions& host,
+               const SessionView& view);
+
+} // namespace gk::app

@@ -1,0 +1,87 @@
+#include "app/SessionOptions.h"
+
+#include "formats/Numbers.h"
+#include "formats/OutputLine.h"
+#include "gk/DCM.h"
+#include "gk/GKMemory.h"
+#include "gk/GKResourceManager.h"
+
+#include <filesystem>
+
+namespace gk::app {
+
+namespace {
+
+constexpr const char* kLibraryName = "libgksensors.so";
+
+/// Our own module library: beside this program, in a build folder as when installed.
+std::string defaultLibrary() {
+  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
+  const std::filesystem::path root = program.parent_path().parent_path();
+  const std::filesystem::path installed = root / GK_LIBDIR / kLibraryName;
+  return std::filesystem::exists(installed) ? installed : root / "lib" / kLibraryName;
+}
+
+/// Checks a list of kinds of lines. Returns the complaint, empty if there is none.
+std::string checkKinds(const std::string& names) {
+  try {
+    formats::LineKinds::parse(names);
+    return {};
+  } catch (const std::invalid_argument& error) {
+    return error.what();
+  }
+}
+
+} // namespace
+
+void addSessionOptions(CLI::App& command, SessionOptions& options) {
+  command.add_option("FILE", options.files,
+                     "Recordings (.csv, .csv.gz) and scenarios (.jsonl), merged by time");
+  command.add_option("-o,--out", options.out,
+                     "Write JSON Lines to this file, or to standard output for -");
+  command
+      .add_option("--only", options.only, "Write only these kinds of lines, such as event,micro")
+      ->check(CLI::Validator(checkKinds, "KIND,KIND"));
+  command.add_option("--sample", options.sample, "Write the values of these keys after every tick")
+      ->delimiter(',')
+      ->type_name("KEY,KEY")
+      ->allow_extra_args(false);
+  command.add_option("--subscribe", options.subscribe, "Subscribe to this extractor at the start")
+      ->type_name("MODULE")
+      ->allow_extra_args(false);
+  command.add_option("--without", options.without, "Leave a service out")
+      ->check(CLI::IsMember({GK::GKMemory::kName, GK::DCM::kName, GK::GKResourceManager::kName}))
+      ->allow_extra_args(false);
+  command.add_option("--library", options.libraries, "Load this module library instead of ours")
+      ->type_name("FILE")
+      ->allow_extra_args(false);
+  command.add_option("--epoch", options.epoch,
+                     "Wall time at the start of the virtual clock, seconds since 1970");
+  command.add_option("--until", options.until, "End at this time, in seconds from the start")
+      ->check(CLI::Range(0.0, formats::kMaxSeconds));
+  command
+      .add_option("--log-level", options.logLevel,
+                  "Show log lines up to this level: 1 fatal to 6 debug, 0 none")
+      ->check(CLI::Range(0, 6))
+      ->capture_default_str();
+  command.add_option("--log-file", options.logFile, "Append all log lines to this file");
+}
+
+runtime::HostOptions hostOptions(const SessionOptions& options) {
+  runtime::HostOptions host;
+  host.files = options.files;
+  host.libraries = options.libraries;
+  if (host.libraries.empty()) {
+    host.libraries.push_back(defaultLibrary());
+  }
+  host.without = options.without;
+  host.subscribe = options.subscribe;
+  host.sample = options.sample;
+  host.epoch = options.epoch;
+  if (options.until) {
+    host.until = formats::toMicros(*options.until);
+  }
+  return host;
+}
+
+} // namespace gk::app

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "runtime/Host.h"
+
+#include <CLI/CLI.hpp>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace gk::app {
+
+/// The options that `gk run` and `gk replay` share, as they stand on the command line.
+struct SessionOptions {
+  std::vector<std::string> files;
+  std::string out;
+  std::string only;
+  std::vector<std::string> sample;
+  std::vector<std::string> subscribe;
+  std::vector<std::string> without;
+  std::vector<std::string> libraries;
+  std::int64_t epoch = runtime::kDefaultEpoch;
+  std::optional<double> until;
+  int logLevel = 4;
+  std::string logFile;
+};
+
+void addSessionOptions(CLI::App& command, SessionOptions& options);
+
+/// The host's options; those that only one command has are left at their defaults.
+runtime::HostOptions hostOptions(const SessionOptions& options);
+
+} // namespace gk::app

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+
+namespace gk::formats {
+
+/// An input file is malformed or cannot be read; `what()` is "FILE:LINE: text", on one line.
+class InputError : public std::runtime_error {
+public:
+  /// `line` counts from 1; it is 1 for a file that cannot be opened.
+  InputError(std::string file, std::size_t line, std::string text)
+      : std::runtime_error(file + ":" + std::to_string(line) + ": " + text), fFile(std::move(file)),
+        fLine(line), fText(std::move(text)) {}
+
+  const std::string& getFile() const noexcept { return fFile; }
+  std::size_t getLine() const noexcept { return fLine; }
+  const std::string& getText() const noexcept { return fText; }
+
+private:
+  std::string fFile;
+  std::size_t fLine;
+  std::string fText;
+};
+
+} // namespace gk::formats

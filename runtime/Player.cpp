@@ -1,0 +1,100 @@
+#include "runtime/Player.h"
+
+#include <utility>
+
+namespace gk::runtime {
+
+namespace {
+
+/// Lines that are not in a file.
+class FixedRecording : public formats::Recording {
+public:
+  explicit FixedRecording(std::vector<formats::Action> actions) : fActions(std::move(actions)) {
+    xSetTime();
+  }
+
+  void play(formats::RecordingTarget& target) override {
+    target.act(fActions[fPosition]);
+    skip();
+  }
+
+  void skip() override {
+    ++fPosition;
+    xSetTime();
+  }
+
+private:
+  void xSetTime() {
+    fTime = fPosition < fActions.size() ? std::optional<GK::GKMicros>(0) : std::nullopt;
+  }
+
+  std::vector<formats::Action> fActions;
+  std::size_t fPosition = 0;
+};
+
+} // namespace
+
+void Player::add(std::vector<formats::Action> actions) {
+  fRecordings.push_back(std::make_unique<FixedRecording>(std::move(actions)));
+  xChooseNext();
+}
+
+void Player::open(std::vector<std::string> files, formats::KeyTypeOf keyTypeOf) {
+  fFiles = std::move(files);
+  fKeyTypeOf = std::move(keyTypeOf);
+  xOpenFiles();
+  xChooseNext();
+}
+
+void Player::xOpenFiles() {
+  for (const std::string& file : fFiles) {
+    fRecordings.push_back(formats::openRecording(file, fKeyTypeOf));
+  }
+}
+
+std::vector<formats::Action> Player::preload() const {
+  std::vector<formats::Action> actions;
+  for (const auto& recording : fRecordings) {
+    actions.insert(actions.end(), recording->preload().begin(), recording->preload().end());
+  }
+  return actions;
+}
+
+std::optional<GK::GKMicros> Player::next() {
+  return fIsStopped ? std::nullopt : fNext;
+}
+
+void Player::apply() {
+  fLastTime = *fNext;
+  fCurrent->play(fTarget);
+  xChooseNext();
+}
+
+void Player::xChooseNext() {
+  const auto choose = [this] {
+    fCurrent = nullptr;
+    for (const auto& recording : fRecordings) {
+      if (recording->time() && (fCurrent == nullptr || *recording->time() < *fCurrent->time())) {
+        fCurrent = recording.get();
+      }
+    }
+  };
+  choose();
+  if (fCurrent == nullptr && fIsLoop && !fIsStopped) {
+    fRoundStart = fLastTime + kLoopGap;
+    fRecordings.clear();
+    xOpenFiles();
+    choose();
+  }
+  fNext = fCurrent != nullptr ? std::optional(fRoundStart + *fCurrent->time()) : std::nullopt;
+}
+
+void Player::checkRest() {
+  for (const auto& recording : fRecordings) {
+    while (recording->time()) {
+      recording->skip();
+    }
+  }
+}
+
+} // namespace gk::runtime
