@@ -11,9 +11,9 @@ help:
 	@echo "make clean  remove what was built"
 
 run: build
-	@echo "A robot walks in real time; the events are on the left. Ctrl-C ends it."
-	./build/release/bin/gk run --subscribe GKSonar --loop --for 40 \
-	  data/biped_walk.csv data/us_wallrobot.csv data/battery_discharge.csv
+	@echo "A robot drives along walls and, after 8 seconds, falls: recorded data in real time."
+	./build/release/bin/gk run --subscribe GKSonar --for 20 \
+	  data/us_wallrobot.csv data/imu_fall_forward.csv
 
 test: dependencies
 	cmake --preset $(PRESET)

@@ -16,7 +16,9 @@ void addReplayCommand(CLI::App& app, Action& action) {
       runtime::HostOptions host = hostOptions(*options);
       host.isVirtual = true;
       host.endsWithInput = true;
-      return runSession(*options, host, SessionView());
+      SessionView view;
+      view.hasProgressBar = true;
+      return runSession(*options, host, view);
     };
   });
 }

@@ -26,9 +26,11 @@ void addRunCommand(CLI::App& app, Action& action) {
   addSessionOptions(*command, options->session);
   command->add_flag("--loop", options->isLoop, "Start the files again at their end");
   command->add_option("--for", options->limit, "End after this many seconds of wall time")
-      ->check(CLI::Range(0.0, 1e9));
+      ->check(CLI::Range(0.0, 1e9).description(""))
+      ->type_name("SECONDS");
   command->add_option("--speed", options->speed, "real, or max: virtual time, as fast as possible")
-      ->check(CLI::IsMember({"real", "max"}))
+      ->check(CLI::IsMember({"real", "max"}).description(""))
+      ->type_name("real|max")
       ->capture_default_str();
   command->callback([options, &action] {
     action = [options] {

@@ -1,6 +1,7 @@
 #include "app/Session.h"
 
 #include "app/Commands.h"
+#include "app/ProgressBar.h"
 #include "app/SignalWatch.h"
 #include "formats/InputError.h"
 #include "runtime/Outlet.h"
@@ -137,7 +138,14 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
     if (view.isInterruptible) {
       watch.emplace([&host] { host.requestEnd(); }, view.wallLimit);
     }
+    boost::shared_ptr<ProgressBar> bar;
+    if (view.hasProgressBar && isatty(STDERR_FILENO) != 0) {
+      bar = boost::make_shared<ProgressBar>(host);
+      GK::GKObserverList::instance().add(bar);
+    }
     const int code = play(host);
+    GK::GKObserverList::instance().remove(bar);
+    bar.reset();
     outputs.commit();
     if (code == kSuccess) {
       sumUp(host.statistics(), std::chrono::steady_clock::now() - start);

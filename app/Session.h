@@ -14,6 +14,8 @@ namespace gk::app {
 struct SessionView {
   /// Readable lines on standard output even when JSON Lines go to a file.
   bool isAlwaysReadable = false;
+  /// Shows how far the run has come while it takes its time, when standard error is a terminal.
+  bool hasProgressBar = false;
   /// Ends the run on SIGINT and SIGTERM, and after this time.
   bool isInterruptible = false;
   std::optional<std::chrono::microseconds> wallLimit;

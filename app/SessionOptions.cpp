@@ -35,13 +35,18 @@ std::string checkKinds(const std::string& names) {
 } // namespace
 
 void addSessionOptions(CLI::App& command, SessionOptions& options) {
-  command.add_option("FILE", options.files,
-                     "Recordings (.csv, .csv.gz) and scenarios (.jsonl), merged by time");
-  command.add_option("-o,--out", options.out,
-                     "Write JSON Lines to this file, or to standard output for -");
+  command
+      .add_option("FILE", options.files,
+                  "Recordings (.csv) and scenarios (.jsonl), also gzipped (.gz), merged by time")
+      ->type_name("");
+  command
+      .add_option("-o,--out", options.out,
+                  "Write JSON Lines to this file, or to standard output for -")
+      ->type_name("FILE");
   command
       .add_option("--only", options.only, "Write only these kinds of lines, such as event,micro")
-      ->check(CLI::Validator(checkKinds, "KIND,KIND"));
+      ->check(CLI::Validator(checkKinds, ""))
+      ->type_name("KIND,KIND");
   command.add_option("--sample", options.sample, "Write the values of these keys after every tick")
       ->delimiter(',')
       ->type_name("KEY,KEY")
@@ -50,21 +55,29 @@ void addSessionOptions(CLI::App& command, SessionOptions& options) {
       ->type_name("MODULE")
       ->allow_extra_args(false);
   command.add_option("--without", options.without, "Leave a service out")
-      ->check(CLI::IsMember({GK::GKMemory::kName, GK::DCM::kName, GK::GKResourceManager::kName}))
+      ->check(CLI::IsMember({GK::GKMemory::kName, GK::DCM::kName, GK::GKResourceManager::kName})
+                  .description(""))
+      ->type_name("GKMemory|DCM|GKResourceManager")
       ->allow_extra_args(false);
   command.add_option("--library", options.libraries, "Load this module library instead of ours")
       ->type_name("FILE")
       ->allow_extra_args(false);
-  command.add_option("--epoch", options.epoch,
-                     "Wall time at the start of the virtual clock, seconds since 1970");
+  command
+      .add_option("--epoch", options.epoch,
+                  "Wall time at the start of the virtual clock, seconds since 1970")
+      ->type_name("SECONDS")
+      ->capture_default_str();
   command.add_option("--until", options.until, "End at this time, in seconds from the start")
-      ->check(CLI::Range(0.0, formats::kMaxSeconds));
+      ->check(CLI::Range(0.0, formats::kMaxSeconds).description(""))
+      ->type_name("SECONDS");
   command
       .add_option("--log-level", options.logLevel,
                   "Show log lines up to this level: 1 fatal to 6 debug, 0 none")
-      ->check(CLI::Range(0, 6))
+      ->check(CLI::Range(0, 6).description(""))
+      ->type_name("LEVEL")
       ->capture_default_str();
-  command.add_option("--log-file", options.logFile, "Append all log lines to this file");
+  command.add_option("--log-file", options.logFile, "Append all log lines to this file")
+      ->type_name("FILE");
 }
 
 runtime::HostOptions hostOptions(const SessionOptions& options) {

@@ -25,7 +25,10 @@ void addHelpCommand(CLI::App& app, Action& action) {
   command->callback([&app, &action, name] {
     action = [&app, name] {
       const CLI::App* subject = name->empty() ? &app : app.get_subcommand(*name);
-      fmt::print("{}", subject->help());
+      // Not App::help, which goes on to the subcommand being run: this one.
+      const std::string usage = name->empty() ? "gk" : "gk " + *name;
+      fmt::print("{}",
+                 subject->get_formatter()->make_help(subject, usage, CLI::AppFormatMode::Normal));
       return 0;
     };
   });

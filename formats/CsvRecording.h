@@ -21,6 +21,7 @@ public:
 
   void play(RecordingTarget& target) override;
   void skip() override;
+  double progress() const noexcept override { return fReader.progress(); }
 
 private:
   struct Column {

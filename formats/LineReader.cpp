@@ -40,9 +40,18 @@ LineReader::LineReader(std::string path) : fPath(std::move(path)) {
     throw InputError(fPath, 1, "cannot be read: " + systemText(errno));
   }
   gzbuffer(fFile.get(), kZlibBuffer);
+  fFileSize = std::filesystem::file_size(fPath, ignored);
   // Room for the longest unfinished line with "\r", the byte that proves a line too long, and a
   // chunk. Memory that short lines never reach is never touched.
   fBuffer = std::make_unique_for_overwrite<char[]>(kMaxLine + 2 + kByteOrderMark.size() + kChunk);
+}
+
+double LineReader::progress() const noexcept {
+  // Pipes and devices have no size.
+  if (fFileSize == 0 || fFileSize == static_cast<std::uintmax_t>(-1)) {
+    return 0.0;
+  }
+  return static_cast<double>(gzoffset(fFile.get())) / static_cast<double>(fFileSize);
 }
 
 InputError LineReader::error(std::string text) const {

@@ -3,6 +3,7 @@
 #include "formats/InputError.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -32,6 +33,9 @@ public:
   std::size_t line() const noexcept { return fLine; }
   const std::string& path() const noexcept { return fPath; }
 
+  /// How much of the file has been read from the disk, 0 to 1.
+  double progress() const noexcept;
+
   /// The error that `text` tells about the line that `next` gave last.
   InputError error(std::string text) const;
 
@@ -50,6 +54,7 @@ private:
   std::size_t fBegin = 0;
   std::size_t fEnd = 0;
   std::size_t fLine = 0;
+  std::uintmax_t fFileSize = 0;
   bool fAtEnd = false;
 };
 

@@ -50,6 +50,9 @@ public:
   /// Reads the next line instead of the current one. Not to be called at the end.
   virtual void skip() = 0;
 
+  /// How much of the input has been read, 0 to 1.
+  virtual double progress() const noexcept = 0;
+
 protected:
   Recording() = default;
 

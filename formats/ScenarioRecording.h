@@ -15,6 +15,7 @@ public:
 
   void play(RecordingTarget& target) override;
   void skip() override;
+  double progress() const noexcept override { return fReader.progress(); }
 
 private:
   void xReadLine();

@@ -87,6 +87,10 @@ public:
   /// Ends everything, then checks what was not played of the input. Raises `InputError`.
   void shutdown();
 
+  /// How much of the files has been read, 0 to 1. To be asked for by observers in ticks of a
+  /// virtual run.
+  double progress() const noexcept { return fPlayer.progress(); }
+
   /// Makes `run` return soon. Any thread, any time.
   void requestEnd() noexcept { fClock->requestEnd(); }
 

@@ -1,5 +1,6 @@
 #include "runtime/Player.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace gk::runtime {
@@ -22,6 +23,8 @@ public:
     ++fPosition;
     xSetTime();
   }
+
+  double progress() const noexcept override { return 1.0; }
 
 private:
   void xSetTime() {
@@ -87,6 +90,14 @@ void Player::xChooseNext() {
     choose();
   }
   fNext = fCurrent != nullptr ? std::optional(fRoundStart + *fCurrent->time()) : std::nullopt;
+}
+
+double Player::progress() const noexcept {
+  double progress = 1.0;
+  for (const auto& recording : fRecordings) {
+    progress = std::min(progress, recording->progress());
+  }
+  return progress;
 }
 
 void Player::checkRest() {

@@ -42,6 +42,9 @@ public:
   /// True when no line will ever follow.
   bool isAtEnd() const noexcept { return fIsStopped || !fNext.has_value(); }
 
+  /// How much of the files has been read, 0 to 1: that of the file that lags behind most.
+  double progress() const noexcept;
+
   /// Reads the rest of the files without playing it. Raises `InputError`.
   void checkRest();
 

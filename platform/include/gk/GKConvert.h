@@ -43,6 +43,11 @@ template <> struct GKConvert<std::string> {
   static std::string text() { return "string"; }
 };
 
+/// String literals as arguments of calls; nothing converts back to them.
+template <> struct GKConvert<const char*> {
+  static GKValue to(const char* text) { return GKValue(text); }
+};
+
 /// Lists of any convertible type travel as arrays.
 template <class T> struct GKConvert<std::vector<T>> {
   static std::vector<T> from(const GKValue& value) {

@@ -8,6 +8,7 @@
 #include <boost/shared_ptr.hpp>
 
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -21,18 +22,19 @@ public:
   /// Calls a bound method and converts its result. Raises what the method raises, and the `GKError`
   /// of a refused argument when the result is of another type.
   template <class R, class... A> R call(const std::string& method, A&&... arguments) {
-    return GKConvertOf<R>::from(xCall(method, {GKConvertOf<A>::to(std::forward<A>(arguments))...}));
+    return GKConvertOf<R>::from(
+        xCall(method, {GKConvert<std::decay_t<A>>::to(std::forward<A>(arguments))...}));
   }
 
   /// Calls a bound method and drops its result. Raises what the method raises.
   template <class... A> void callVoid(const std::string& method, A&&... arguments) {
-    xCall(method, {GKConvertOf<A>::to(std::forward<A>(arguments))...});
+    xCall(method, {GKConvert<std::decay_t<A>>::to(std::forward<A>(arguments))...});
   }
 
   /// Starts a bound method in a task of its own and returns at once. What the method raises is
   /// logged at error level in category "platform.proxy".
   template <class... A> void postCall(const std::string& method, A&&... arguments) {
-    xPost(method, {GKConvertOf<A>::to(std::forward<A>(arguments))...});
+    xPost(method, {GKConvert<std::decay_t<A>>::to(std::forward<A>(arguments))...});
   }
 
   /// The module behind the proxy.

@@ -1,0 +1,175 @@
+#include "support/Program.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <optional>
+#include <sstream>
+
+// Replays every scenario under tests/scenarios and every recording under data, and compares what
+// comes out with the file of expected lines beside it, line by line.
+//
+// A scenario says in comments what is special about it:
+//   # options: --subscribe GKSonar     more options for the replay; file names are relative to the
+//                                       scenario's folder
+//   # exit: 2                           the exit code, 0 without
+//   # error: 7: unknown action          what standard error must say behind the file's name
+//   # stdout: text                      lines that a module prints on standard output
+// NAME.expected.jsonl holds the expected lines; without it the replay must leave no output.
+//
+// With GK_UPDATE_GOLDEN set the expected files are written instead of compared.
+
+namespace {
+
+namespace fs = std::filesystem;
+using gk::test::readFile;
+
+const fs::path kRoot = GK_SOURCE_DIR;
+const fs::path kScenarios = kRoot / "tests" / "scenarios";
+const fs::path kRecordings = kRoot / "data";
+constexpr const char* kExpectedEnding = ".expected.jsonl";
+
+bool isUpdate() {
+  return std::getenv("GK_UPDATE_GOLDEN") != nullptr;
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+/// What the comments of a scenario say.
+struct Directions {
+  std::vector<std::string> options;
+  int exit = 0;
+  std::string error;
+  std::string out;
+};
+
+Directions directionsOf(const fs::path& scenario) {
+  Directions directions;
+  for (const std::string& line : linesOf(readFile(scenario))) {
+    const auto rest = [&line](const std::string& word) -> std::optional<std::string> {
+      const std::string beginning = "# " + word + ": ";
+      return line.starts_with(beginning) ? std::optional(line.substr(beginning.size()))
+                                         : std::nullopt;
+    };
+    if (const auto options = rest("options")) {
+      std::istringstream words(*options);
+      for (std::string word; words >> word;) {
+        directions.options.push_back(word);
+      }
+    } else if (const auto code = rest("exit")) {
+      directions.exit = std::stoi(*code);
+    } else if (const auto error = rest("error")) {
+      directions.error = *error;
+    } else if (const auto out = rest("stdout")) {
+      directions.out += *out + "\n";
+    }
+  }
+  return directions;
+}
+
+struct Replay {
+  gk::test::ProgramResult program;
+  std::optional<std::string> output;
+};
+
+Replay replay(const fs::path& file, const std::vector<std::string>& options) {
+  const gk::test::TemporaryFolder folder;
+  const std::string out = folder.file("out.jsonl");
+  std::vector<std::string> arguments = {GK_PROGRAM, "replay", "--out", out};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  arguments.push_back(file.filename().string());
+  Replay result;
+  result.program = gk::test::runProgram(std::move(arguments), file.parent_path());
+  if (fs::exists(out)) {
+    result.output = readFile(out);
+  }
+  return result;
+}
+
+void compareLines(const std::string& actual, const fs::path& expectedFile) {
+  if (isUpdate()) {
+    gk::test::writeFile(expectedFile, actual);
+    return;
+  }
+  ASSERT_TRUE(fs::exists(expectedFile)) << expectedFile;
+  const std::vector<std::string> actualLines = linesOf(actual);
+  const std::vector<std::string> expectedLines = linesOf(readFile(expectedFile));
+  for (std::size_t i = 0; i < std::min(actualLines.size(), expectedLines.size()); ++i) {
+    ASSERT_EQ(actualLines[i], expectedLines[i]) << expectedFile.filename() << ":" << i + 1;
+  }
+  EXPECT_EQ(actualLines.size(), expectedLines.size()) << expectedFile.filename();
+}
+
+/// Files below `folder` with one of the endings, sorted, without their expected output.
+std::vector<fs::path> filesBelow(const fs::path& folder, const std::vector<std::string>& endings) {
+  std::vector<fs::path> files;
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
+    const std::string name = entry.path().filename().string();
+    const bool isWanted = std::any_of(endings.begin(), endings.end(),
+                                      [&](const std::string& one) { return name.ends_with(one); });
+    if (isWanted && !name.ends_with(kExpectedEnding)) {
+      files.push_back(entry.path());
+    }
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+std::string testName(const testing::TestParamInfo<fs::path>& info) {
+  std::string name = info.param.parent_path().filename().string() + "_" +
+                     info.param.filename().stem().stem().string();
+  std::replace_if(
+      name.begin(), name.end(), [](char c) { return std::isalnum(c) == 0; }, '_');
+  return name;
+}
+
+class Scenario : public testing::TestWithParam<fs::path> {};
+
+TEST_P(Scenario, GivesTheExpectedLines) {
+  const fs::path& file = GetParam();
+  const Directions directions = directionsOf(file);
+  const Replay result = replay(file, directions.options);
+
+  EXPECT_EQ(result.program.code, directions.exit) << result.program.err;
+  EXPECT_EQ(result.program.out, directions.out);
+  if (!directions.error.empty()) {
+    EXPECT_THAT(linesOf(result.program.err),
+                testing::ElementsAre(testing::EndsWith(directions.error)));
+  }
+  const fs::path expected =
+      file.parent_path() / (file.filename().stem().stem().string() + kExpectedEnding);
+  if (directions.exit == 2) {
+    EXPECT_FALSE(result.output.has_value());
+  } else {
+    ASSERT_TRUE(result.output.has_value());
+    compareLines(*result.output, expected);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Golden, Scenario,
+                         testing::ValuesIn(filesBelow(kScenarios, {".jsonl", ".csv", ".gz"})),
+                         testName);
+
+class Recording : public testing::TestWithParam<fs::path> {};
+
+TEST_P(Recording, GivesTheExpectedEventsTwice) {
+  const std::vector<std::string> options = {"--only", "event,micro,resource,order,log",
+                                            "--subscribe", "GKSonar"};
+  const Replay first = replay(GetParam(), options);
+  ASSERT_EQ(first.program.code, 0) << first.program.err;
+  ASSERT_TRUE(first.output.has_value());
+  EXPECT_EQ(replay(GetParam(), options).output, first.output);
+  compareLines(*first.output, kRoot / "tests" / "recordings" /
+                                  (GetParam().filename().stem().string() + kExpectedEnding));
+}
+
+INSTANTIATE_TEST_SUITE_P(Golden, Recording, testing::ValuesIn(filesBelow(kRecordings, {".csv"})),
+                         testName);
+
+} // namespace
