@@ -15,7 +15,7 @@ void addReplayCommand(CLI::App& app, Action& action) {
     action = [options] {
       runtime::HostOptions host = hostOptions(*options);
       host.isVirtual = true;
-      host.endsWithInput = true;
+      host.endsWithInput = !host.until.has_value();
       SessionView view;
       view.hasProgressBar = true;
       return runSession(*options, host, view);

@@ -11,6 +11,8 @@ namespace gk::runtime {
 
 namespace {
 
+constexpr const char* kPageMethod = "httpGet";
+
 /// The call that runs on this thread has not returned and is being waited for.
 thread_local bool tIsPendingCall = false;
 
@@ -34,13 +36,14 @@ void Calls::startPage(const std::string& module) {
   const auto work = [](GK::GKModuleCore& core) {
     Answer answer;
     answer.kind = Answer::Kind::Page;
+    answer.name = core.getName();
     const GK::GKCallerScope scope(GK::GKCaller::Client);
     if (auto* full = dynamic_cast<GK::GKModule*>(&core)) {
       answer.text = full->httpGet();
     }
     return answer;
   };
-  xStart(module, "httpGet", module, work);
+  xStart(module, kPageMethod, module + "." + kPageMethod, work);
 }
 
 void Calls::xStart(const std::string& module, const std::string& method, const std::string& label,
@@ -50,8 +53,12 @@ void Calls::xStart(const std::string& module, const std::string& method, const s
     tIsPendingCall = true;
     Answer answer = xAnswer(module, work);
     answer.time = GK::GKClock::instance().elapsed();
-    answer.name = label;
-    fReceive(std::move(answer));
+    if (answer.name.empty()) {
+      answer.name = label;
+    }
+    if (!fIsAbandoned.load(std::memory_order_relaxed)) {
+      fReceive(std::move(answer));
+    }
     if (std::exchange(tIsPendingCall, false)) {
       fPending.fetch_sub(1, std::memory_order_relaxed);
     }

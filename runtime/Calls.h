@@ -29,6 +29,9 @@ public:
   /// Calls that have not returned. One that has become a module's loop does not count.
   std::size_t pending() const noexcept { return fPending.load(std::memory_order_relaxed); }
 
+  /// From now on calls that return write nothing.
+  void abandon() noexcept { fIsAbandoned.store(true, std::memory_order_relaxed); }
+
   /// To be told of each end of a tick, in the loop's task: recognises calls that became loops.
   void onTick() noexcept;
 
@@ -42,6 +45,7 @@ private:
   boost::shared_ptr<GK::GKBroker> fBroker;
   Receiver fReceive;
   std::atomic<std::size_t> fPending{0};
+  std::atomic<bool> fIsAbandoned{false};
 };
 
 } // namespace gk::runtime

@@ -121,8 +121,11 @@ bool Host::xHasService(const char* name) const {
 void Host::run() {
   const GK::GKClock::End end = fClock->run(&fPlayer, fOptions.until);
   fDuration = fClock->elapsed();
+  if (!fIsExitAsked) {
+    // Over for calls that have not returned: at a time limit, or because they are a loop.
+    fCalls->abandon();
+  }
   if (end == GK::GKClock::End::Until) {
-    // The run ends here, even for calls that have not returned.
     for (const auto& reporter : fReporters) {
       reporter->mute();
     }

@@ -43,7 +43,8 @@ struct HostOptions {
   bool isVirtual = false;
   /// Wall time at the start of the virtual clock, in seconds since 1970.
   std::int64_t epoch = kDefaultEpoch;
-  /// The run ends when its input has ended; otherwise it goes on.
+  /// The run ends with the first tick after its input has ended and all calls have returned;
+  /// otherwise it goes on.
   bool endsWithInput = false;
   /// The files start again at their end.
   bool isLoop = false;

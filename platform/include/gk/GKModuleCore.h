@@ -12,6 +12,7 @@
 #include <atomic>
 #include <functional>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -134,11 +135,15 @@ private:
   template <class R, class... A, class F, std::size_t... I>
   static GKValue apply(const F& functor, [[maybe_unused]] const std::vector<GKValue>& arguments,
                        std::index_sequence<I...>) {
+    // In braces, so that they are converted from left to right: the first one that is refused is
+    // the one complained about.
+    std::tuple<decltype(GKConvertOf<A>::from(arguments[I]))...> converted{
+        GKConvertOf<A>::from(arguments[I])...};
     if constexpr (std::is_void_v<R>) {
-      functor(GKConvertOf<A>::from(arguments[I])...);
+      std::apply(functor, std::move(converted));
       return GKValue();
     } else {
-      return GKConvertOf<R>::to(functor(GKConvertOf<A>::from(arguments[I])...));
+      return GKConvertOf<R>::to(std::apply(functor, std::move(converted)));
     }
   }
 

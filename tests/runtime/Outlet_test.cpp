@@ -1,0 +1,110 @@
+#include "runtime/Outlet.h"
+#include "support/Program.h"
+
+#include <latch>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using gk::runtime::FileOutlet;
+using gk::runtime::Outlet;
+using gk::runtime::OutputError;
+using gk::runtime::QueuedOutlet;
+using gk::test::readFile;
+using gk::test::TemporaryFolder;
+using gk::test::writeFile;
+
+TEST(FileOutlet, TheFileAppearsWithTheCommit) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("out");
+  FileOutlet sut(path);
+  sut.write("a line\n");
+  sut.flush();
+  EXPECT_FALSE(std::filesystem::exists(path));
+  sut.commit();
+  EXPECT_EQ(readFile(path), "a line\n");
+}
+
+TEST(FileOutlet, WithoutCommitAnEarlierFileStaysAndNothingIsLeftBehind) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("out");
+  writeFile(path, "earlier\n");
+  {
+    FileOutlet sut(path);
+    sut.write("a line\n");
+  }
+  EXPECT_EQ(readFile(path), "earlier\n");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()),
+                          std::filesystem::directory_iterator()),
+            1);
+}
+
+TEST(FileOutlet, AFolderThatIsNotThereIsNamed) {
+  try {
+    FileOutlet sut("/no/such/folder/out");
+    FAIL();
+  } catch (const OutputError& error) {
+    EXPECT_STREQ(error.what(), "cannot write /no/such/folder/out: No such file or directory");
+  }
+}
+
+TEST(FileOutlet, AFullDeviceIsToldAtTheCommit) {
+  FileOutlet sut("/dev/full");
+  sut.write("a line\n");
+  EXPECT_THROW(sut.commit(), OutputError);
+}
+
+/// Blocks in its first write until it is let go.
+class SlowOutlet : public Outlet {
+public:
+  SlowOutlet(std::vector<std::string>& lines, std::latch& isBlocked, std::latch& mayGoOn)
+      : fLines(lines), fIsBlocked(isBlocked), fMayGoOn(mayGoOn) {}
+
+  void write(std::string_view line) override {
+    if (fLines.empty()) {
+      fIsBlocked.count_down();
+      fMayGoOn.wait();
+    }
+    fLines.emplace_back(line);
+  }
+  void flush() override {}
+
+private:
+  std::vector<std::string>& fLines;
+  std::latch& fIsBlocked;
+  std::latch& fMayGoOn;
+};
+
+TEST(QueuedOutlet, WhenItIsFullTheOldestLinesAreDroppedAndCounted) {
+  std::vector<std::string> lines;
+  std::latch isBlocked(1);
+  std::latch mayGoOn(1);
+  QueuedOutlet sut(std::make_unique<SlowOutlet>(lines, isBlocked, mayGoOn), 3);
+  sut.write("first\n");
+  isBlocked.wait();
+  for (const char* line : {"1\n", "2\n", "3\n", "4\n", "5\n"}) {
+    sut.write(line);
+  }
+  EXPECT_EQ(sut.dropped(), 2U);
+  mayGoOn.count_down();
+  sut.flush();
+  EXPECT_THAT(lines, testing::ElementsAre("first\n", "3\n", "4\n", "5\n"));
+}
+
+TEST(QueuedOutlet, ThatIsNotFullLosesNothing) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("out");
+  {
+    QueuedOutlet sut(std::make_unique<FileOutlet>(path));
+    for (int i = 0; i < 1000; ++i) {
+      sut.write("line\n");
+    }
+    sut.commit();
+    EXPECT_EQ(sut.dropped(), 0U);
+  }
+  EXPECT_EQ(readFile(path).size(), 5000U);
+}
+
+} // namespace

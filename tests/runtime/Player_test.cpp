@@ -1,0 +1,108 @@
+#include "devices/DeviceKeys.h"
+#include "runtime/Player.h"
+#include "support/Program.h"
+
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace {
+
+using gk::formats::Action;
+using gk::formats::GetAction;
+using gk::runtime::Player;
+using gk::test::TemporaryFolder;
+using gk::test::writeFile;
+
+/// Keeps the first key of every line played.
+class Target : public gk::formats::RecordingTarget {
+public:
+  GK::GKMemoryCell* column(const std::string&) override { return nullptr; }
+  void act(const Action& action) override {
+    if (const auto* get = std::get_if<GetAction>(&action)) {
+      keys.push_back(get->keys.front());
+    }
+  }
+
+  std::vector<std::string> keys;
+};
+
+std::string get(const std::string& time, const std::string& key) {
+  return "{\"t\":" + time + ",\"get\":[\"" + key + "\"]}\n";
+}
+
+class PlayerTest : public testing::Test {
+protected:
+  void open(const std::vector<std::string>& texts) {
+    std::vector<std::string> files;
+    for (const std::string& text : texts) {
+      files.push_back(fFolder.file(std::to_string(files.size()) + ".jsonl"));
+      writeFile(files.back(), text);
+    }
+    sut.open(files, gk::devices::keyTypeOf);
+  }
+
+  std::vector<GK::GKMicros> playAll() {
+    std::vector<GK::GKMicros> times;
+    while (const std::optional<GK::GKMicros> time = sut.next()) {
+      times.push_back(*time);
+      sut.apply();
+    }
+    return times;
+  }
+
+  TemporaryFolder fFolder;
+  Target target;
+  Player sut{target};
+};
+
+TEST_F(PlayerTest, MergesFilesByTimeAndAtEqualTimesInTheirOrder) {
+  open({get("0", "a0") + get("1", "a1") + get("1", "a1again"), get("0.5", "b0") + get("1", "b1")});
+  EXPECT_THAT(playAll(), testing::ElementsAre(0, 500000, 1000000, 1000000, 1000000));
+  EXPECT_THAT(target.keys, testing::ElementsAre("a0", "b0", "a1", "a1again", "b1"));
+  EXPECT_TRUE(sut.isAtEnd());
+}
+
+TEST_F(PlayerTest, LinesAddedFirstComeBeforeThoseOfTheFilesAtTimeZero) {
+  sut.add({GetAction{{"added"}}});
+  open({get("0", "a0")});
+  playAll();
+  EXPECT_THAT(target.keys, testing::ElementsAre("added", "a0"));
+}
+
+TEST_F(PlayerTest, InALoopTheNextRoundBeginsOneTickAfterTheLastLine) {
+  open({get("0", "a0") + get("1", "a1")});
+  sut.setLoop(true);
+  std::vector<GK::GKMicros> times;
+  for (int i = 0; i < 5; ++i) {
+    times.push_back(sut.next().value());
+    sut.apply();
+  }
+  EXPECT_THAT(times, testing::ElementsAre(0, 1000000, 1020000, 2020000, 2040000));
+  EXPECT_FALSE(sut.isAtEnd());
+}
+
+TEST_F(PlayerTest, StoppedItHasNoNextLineButStillChecksTheRest) {
+  open({get("0", "a0") + get("1", "a1") + "{\"t\":2,\"jump\":1}\n"});
+  sut.apply();
+  sut.stop();
+  EXPECT_FALSE(sut.next().has_value());
+  EXPECT_THROW(sut.checkRest(), gk::formats::InputError);
+  EXPECT_THAT(target.keys, testing::ElementsAre("a0"));
+}
+
+TEST_F(PlayerTest, PreloadLinesOfAllFilesComeInTheOrderOfTheFiles) {
+  open({"{\"unset\":[\"a\"]}\n", "{\"unset\":[\"b\"]}\n" + get("0", "b0")});
+  const std::vector<Action> preload = sut.preload();
+  ASSERT_EQ(preload.size(), 2U);
+  EXPECT_EQ(std::get<gk::formats::UnsetAction>(preload[0]).patterns.front(), "a");
+  EXPECT_EQ(std::get<gk::formats::UnsetAction>(preload[1]).patterns.front(), "b");
+}
+
+TEST_F(PlayerTest, ProgressReachesTheEnd) {
+  open({get("0", "a0")});
+  playAll();
+  EXPECT_DOUBLE_EQ(sut.progress(), 1.0);
+}
+
+} // namespace

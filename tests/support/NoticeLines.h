@@ -1,0 +1,92 @@
+#pragma once
+
+#include "gk/GKObserver.h"
+#include "gk/GKValue.h"
+#include "support/TestPlatform.h"
+#include "zu/log.h"
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace GK::test {
+
+/// A float with the fewest digits that read back to it, always with a point or an exponent.
+inline std::string textOf(float value) {
+  if (std::isnan(value)) {
+    return "nan"; // whatever its sign
+  }
+  char digits[64];
+  const std::string text(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+  return text.find_first_of(".en") == std::string::npos ? text + ".0" : text;
+}
+
+inline std::string textOf(const GKValue& value) {
+  switch (value.type()) {
+  case GKValue::Type::Invalid:
+    return "invalid";
+  case GKValue::Type::Bool:
+    return value.toBool() ? "true" : "false";
+  case GKValue::Type::Int:
+    return std::to_string(value.toInt());
+  case GKValue::Type::Float:
+    return textOf(value.toFloat());
+  case GKValue::Type::String:
+    return "\"" + value.toString() + "\"";
+  case GKValue::Type::Array:
+    break;
+  }
+  std::string text = "[";
+  for (const GKValue& element : value.toArray()) {
+    text += (text.size() > 1 ? ", " : "") + textOf(element);
+  }
+  return text + "]";
+}
+
+/// What happened as one line of text, for example "event robotPoseChanged "Sit"" or
+/// "warning motion.gkfsr GKFsr: ...".
+inline std::string lineOf(const GKNotice& notice) {
+  using Kind = GKNotice::Kind;
+  switch (notice.kind) {
+  case Kind::Declare:
+    return "declare " + notice.name + " of " + notice.owner;
+  case Kind::Event:
+    return "event " + notice.name + " " + textOf(notice.value);
+  case Kind::MicroEvent:
+    return "micro " + notice.name + " " + textOf(notice.value);
+  case Kind::Insert:
+    return "data " + notice.name + " " + textOf(notice.value);
+  case Kind::Order:
+    return "order " + textOf(notice.value);
+  case Kind::Resource:
+    return "resource " + notice.name + " " + textOf(notice.value);
+  case Kind::Log:
+    return std::string(zu::log::levelName(notice.level)) + " " + notice.name + " " + notice.owner +
+           ": " + notice.text;
+  }
+  return {};
+}
+
+/// Everything that has happened since the last call, in order.
+inline std::vector<std::string> takeLines(TestPlatform& platform) {
+  std::vector<std::string> lines;
+  for (const GKNotice& notice : platform.recorder->all()) {
+    lines.push_back(lineOf(notice));
+  }
+  platform.recorder->clear();
+  return lines;
+}
+
+/// The floats next to `value` on either side.
+inline float below(float value) {
+  return std::nextafter(value, -std::numeric_limits<float>::infinity());
+}
+inline float above(float value) {
+  return std::nextafter(value, std::numeric_limits<float>::infinity());
+}
+
+inline constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+
+} // namespace GK::test
