@@ -206,8 +206,10 @@ void Host::xGet(const std::string& key) {
   answer.kind = Answer::Kind::Value;
   answer.time = fClock->elapsed();
   answer.name = key;
-  answer.hasValue = value.has_value();
-  answer.value = value.value_or(GK::GKValue());
+  if (value) {
+    answer.hasValue = true;
+    answer.value = *value;
+  }
   xReport(std::move(answer));
 }
 

@@ -2,6 +2,7 @@
 
 #include "gk/GKBroker.h"
 #include "gk/GKError.h"
+#include "modules/extractor/Truncate.h"
 #include "zu/log.h"
 
 #include <boost/make_shared.hpp>
@@ -57,15 +58,6 @@ constexpr float kPluggedScore = 3.0F;
 constexpr float kUnpluggedScore = 1.0F;
 
 constexpr float kPercent = 100.0F;
-
-/// Toward zero; NaN and what no int can hold give the smallest int.
-std::int32_t truncate(float value) {
-  constexpr float limit = 2147483648.0F;
-  if (value > -limit && value < limit) {
-    return static_cast<std::int32_t>(value);
-  }
-  return std::numeric_limits<std::int32_t>::min();
-}
 
 /// The value of a memory key, which other threads may write at any time.
 std::uint32_t bitsAt(void* address) {

@@ -51,6 +51,9 @@ public:
   void run();
 
 private:
+  /// Ticks without the loop, for benchmarks.
+  friend class GKSensorsPeer;
+
   /// Starts the loop in a task of the platform.
   void xStartDetection(int period, float precision) override;
   /// Sets the pause between ticks, in milliseconds; less than 20 becomes 20 with a warning.

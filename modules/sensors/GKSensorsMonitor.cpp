@@ -1,11 +1,10 @@
 #include "gk/GKBroker.h"
 #include "gk/GKMemoryProxy.h"
+#include "modules/extractor/Truncate.h"
 #include "modules/sensors/GKSensors.h"
 #include "modules/sensors/SensorKeys.h"
 #include "zu/log.h"
 
-#include <cmath>
-#include <limits>
 
 // Part of every tick: allocates only when something is published.
 namespace GK {
@@ -40,13 +39,6 @@ Stiffness jointStiffness(float max, float value) {
     return kStiff;
   }
   return value < kOffShare * max ? kOff : kIntermediate;
-}
-
-/// Cuts the fraction off; not a number and what no int can hold become the smallest int.
-int truncate(float value) {
-  constexpr float limit = 2147483648.0f; // 2^31, the first float that no int can hold
-  return value >= -limit && value < limit ? static_cast<int>(value)
-                                          : std::numeric_limits<int>::min();
 }
 
 } // namespace

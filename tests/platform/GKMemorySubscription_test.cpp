@@ -1,0 +1,424 @@
+#include "gk/GKMemory.h"
+#include "gk/GKMemoryProxy.h"
+#include "gk/GKModule.h"
+#include "support/PlatformFixture.h"
+#include "support/TestPlatform.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <latch>
+#include <stdexcept>
+#include <thread>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace GK {
+namespace {
+
+using test::errorOf;
+using test::IsError;
+using test::TestPlatform;
+
+constexpr GKCaller kModule = GKCaller::Module;
+
+/// A module that notes what is delivered to it.
+class Listener : public GKModule {
+public:
+  Listener(boost::shared_ptr<GKBroker> broker, const std::string& name) : GKModule(broker, name) {
+    const auto bind = [&](const char* method,
+                          void (Listener::*function)(const std::string&, const GKValue&)) {
+      functionName(method, name, "");
+      addParam("event", "");
+      addParam("value", "");
+      bindMethod(function, this);
+    };
+    bind("onEvent", &Listener::onEvent);
+    bind("onOther", &Listener::onOther);
+
+    functionName("tooShort", name, "");
+    addParam("event", "");
+    bindMethod(&Listener::tooShort, this);
+  }
+
+  void onEvent(const std::string& event, const GKValue& value) {
+    delivered.push_back(event + " " + std::to_string(value.toInt()) + " at " +
+                        std::to_string(GKClock::instance().elapsed()));
+    after(value.toInt());
+  }
+  void onOther(const std::string& event, const GKValue&) { delivered.push_back("other " + event); }
+  void tooShort(const std::string&) {}
+
+  std::vector<std::string> delivered;
+  /// What the callback does once it has noted its call.
+  std::function<void(int)> after = [](int) {};
+};
+
+/// Another module's subscription by name, as the extractors of the robot offer it.
+class Extractor : public GKModule {
+public:
+  Extractor(boost::shared_ptr<GKBroker> broker, const std::string& name) : GKModule(broker, name) {
+    functionName("subscribe", name, "");
+    addParam("subscriber", "");
+    bindMethod(&Extractor::subscribe, this);
+
+    functionName("unsubscribe", name, "");
+    addParam("subscriber", "");
+    bindMethod(&Extractor::unsubscribe, this);
+  }
+
+  void subscribe(const std::string& subscriber) {
+    if (refuses) {
+      throw GKError(getName(), "subscribe", "not today");
+    }
+    calls.push_back("subscribe " + subscriber);
+  }
+  void unsubscribe(const std::string& subscriber) { calls.push_back("unsubscribe " + subscriber); }
+
+  std::vector<std::string> calls;
+  bool refuses = false;
+};
+
+class SubscriptionTest : public testing::Test {
+protected:
+  template <class M> boost::shared_ptr<M> add(const std::string& name) {
+    const auto module = boost::make_shared<M>(platform.broker, name);
+    module->initModule();
+    return module;
+  }
+  void raise(const std::string& event, int value) { sut.raiseEvent(event, value, kModule); }
+
+  TestPlatform platform{TestPlatform::kMemoryOnly};
+  GKMemory& sut = platform.memory();
+  boost::shared_ptr<Listener> listener = add<Listener>("Listener");
+  boost::shared_ptr<Extractor> extractor = add<Extractor>("Extractor");
+};
+
+TEST_F(SubscriptionTest, SubscriberGetsNameAndValueAsynchronously) {
+  sut.subscribeToEvent("Touched", "Listener", "onEvent");
+
+  raise("Touched", 1);
+  EXPECT_THAT(listener->delivered, IsEmpty());
+  platform.sleep(0);
+
+  EXPECT_THAT(listener->delivered, ElementsAre("Touched 1 at 0"));
+}
+
+TEST_F(SubscriptionTest, MicroEventsAreDeliveredToo) {
+  sut.subscribeToEvent("Sonar", "Listener", "onEvent");
+
+  sut.raiseMicroEvent("Sonar", 2, kModule);
+  platform.sleep(0);
+
+  EXPECT_THAT(listener->delivered, ElementsAre("Sonar 2 at 0"));
+}
+
+TEST_F(SubscriptionTest, InsertedDataIsNotDelivered) {
+  sut.subscribeToEvent("Touched", "Listener", "onEvent");
+
+  sut.insertData("Touched", 1, kModule);
+  platform.sleep(0);
+
+  EXPECT_THAT(listener->delivered, IsEmpty());
+}
+
+TEST_F(SubscriptionTest, WhatWasRaisedBeforeIsNotDelivered) {
+  raise("Touched", 1);
+  sut.subscribeToEvent("Touched", "Listener", "onEvent");
+  raise("Touched", 2);
+  platform.sleep(0);
+
+  EXPECT_THAT(listener->delivered, ElementsAre("Touched 2 at 0"));
+}
+
+TEST_F(SubscriptionTest, SubscriberGetsAllItsEventsInTheOrderOfRaising) {
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  sut.subscribeToEvent("B", "Listener", "onEvent");
+
+  raise("A", 1);
+  raise("B", 2);
+  raise("A", 3);
+  platform.sleep(0);
+  raise("B", 4);
+  platform.sleep(1);
+
+  EXPECT_THAT(listener->delivered, ElementsAre("A 1 at 0", "B 2 at 0", "A 3 at 0", "B 4 at 0"));
+}
+
+TEST_F(SubscriptionTest, OrderHoldsWhileTheSubscriberIsSlow) {
+  listener->after = [](int) { zu::os::msleep(10); };
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+
+  for (int value = 1; value <= 3; ++value) {
+    raise("A", value);
+    platform.sleep(4);
+  }
+  platform.sleep(100);
+
+  EXPECT_THAT(listener->delivered, ElementsAre("A 1 at 0", "A 2 at 10000", "A 3 at 20000"));
+}
+
+TEST_F(SubscriptionTest, SlowSubscriberDelaysNobodyElse) {
+  const boost::shared_ptr<Listener> other = add<Listener>("Other");
+  listener->after = [](int) { zu::os::msleep(3600000); };
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  sut.subscribeToEvent("A", "Other", "onEvent");
+
+  raise("A", 1);
+  platform.sleep(1);
+  raise("A", 2);
+  platform.sleep(1);
+
+  EXPECT_THAT(listener->delivered, ElementsAre("A 1 at 0"));
+  EXPECT_THAT(other->delivered, ElementsAre("A 1 at 0", "A 2 at 1000"));
+}
+
+TEST_F(SubscriptionTest, SubscriberMayRaiseTheEventThatItListensTo) {
+  listener->after = [this](int value) {
+    if (value < 3) {
+      raise("A", value + 1);
+    }
+  };
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+
+  raise("A", 1);
+  platform.sleep(1);
+
+  EXPECT_THAT(listener->delivered, ElementsAre("A 1 at 0", "A 2 at 0", "A 3 at 0"));
+}
+
+TEST_F(SubscriptionTest, CallbackRunsInATaskOfItsOwnName) {
+  std::string task;
+  listener->after = [&](int) {
+    task = GKTask::current()->module + "." + GKTask::current()->method;
+  };
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+
+  raise("A", 1);
+  platform.sleep(0);
+
+  EXPECT_EQ(task, "Listener.onEvent");
+}
+
+TEST_F(SubscriptionTest, ErrorsOfCallbacksAreLoggedAndTheNextEventIsDelivered) {
+  listener->after = [](int value) {
+    switch (value) {
+    case 1:
+      throw GKError("Listener", "onEvent", "tired");
+    case 2:
+      throw 42;
+    default:
+      break;
+    }
+  };
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+
+  for (int value = 1; value <= 3; ++value) {
+    raise("A", value);
+  }
+  platform.sleep(0);
+
+  EXPECT_EQ(listener->delivered.size(), 3u);
+  EXPECT_THAT(
+      platform.recorder->logLines(),
+      ElementsAre("2 platform.proxy deliver: Listener.onEvent for A: Listener::onEvent: tired",
+                  "2 platform.proxy deliver: Listener.onEvent for A: unknown exception"));
+}
+
+TEST_F(SubscriptionTest, RepeatedSubscriptionReplacesTheMethod) {
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  sut.subscribeToEvent("A", "Listener", "onOther");
+
+  raise("A", 1);
+  platform.sleep(0);
+
+  EXPECT_THAT(listener->delivered, ElementsAre("other A"));
+}
+
+TEST_F(SubscriptionTest, UnsubscribedModuleHearsNoMore) {
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  raise("A", 1);
+  platform.sleep(0);
+
+  sut.unsubscribeToEvent("A", "Listener");
+  raise("A", 2);
+  platform.sleep(0);
+
+  EXPECT_THAT(listener->delivered, ElementsAre("A 1 at 0"));
+}
+
+TEST_F(SubscriptionTest, UnsubscribingWithoutASubscriptionIsAnError) {
+  EXPECT_THAT(errorOf([this] { sut.unsubscribeToEvent("A", "Listener"); }),
+              IsError("GKMemory", "unsubscribeToEvent",
+                      testing::AllOf(HasSubstr("A"), HasSubstr("Listener"))));
+}
+
+TEST_F(SubscriptionTest, UnknownModuleOrMethodIsAnError) {
+  EXPECT_THAT(errorOf([this] { sut.subscribeToEvent("A", "Ghost", "onEvent"); }),
+              IsError("GKMemory", "subscribeToEvent", HasSubstr("Ghost")));
+  EXPECT_THAT(errorOf([this] { sut.subscribeToEvent("A", "Listener", "fly"); }),
+              IsError("GKMemory", "subscribeToEvent", HasSubstr("fly")));
+  EXPECT_THAT(errorOf([this] { sut.subscribeToEvent("A", "Listener", "tooShort"); }),
+              IsError("GKMemory", "subscribeToEvent", HasSubstr("tooShort")));
+}
+
+TEST_F(SubscriptionTest, OwnerThatIsAnExtractorIsSubscribedOnceAndLeftWithTheLastEvent) {
+  sut.declareEvent("A", "Extractor", kModule);
+  sut.declareEvent("B", "Extractor", kModule);
+
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  EXPECT_THAT(extractor->calls, ElementsAre("subscribe Listener"));
+  sut.subscribeToEvent("B", "Listener", "onEvent");
+  sut.subscribeToEvent("A", "Listener", "onOther");
+  sut.unsubscribeToEvent("A", "Listener");
+  EXPECT_THAT(extractor->calls, ElementsAre("subscribe Listener"));
+
+  sut.unsubscribeToEvent("B", "Listener");
+  EXPECT_THAT(extractor->calls, ElementsAre("subscribe Listener", "unsubscribe Listener"));
+
+  sut.subscribeToEvent("B", "Listener", "onEvent");
+  EXPECT_THAT(extractor->calls,
+              ElementsAre("subscribe Listener", "unsubscribe Listener", "subscribe Listener"));
+}
+
+TEST_F(SubscriptionTest, EachModuleIsSubscribedToTheExtractorByItself) {
+  add<Listener>("Other");
+  sut.declareEvent("A", "Extractor", kModule);
+
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  sut.subscribeToEvent("A", "Other", "onEvent");
+  sut.unsubscribeToEvent("A", "Listener");
+
+  EXPECT_THAT(extractor->calls,
+              ElementsAre("subscribe Listener", "subscribe Other", "unsubscribe Listener"));
+}
+
+TEST_F(SubscriptionTest, EachExtractorIsSubscribedByItself) {
+  const boost::shared_ptr<Extractor> second = add<Extractor>("Second");
+  sut.declareEvent("A", "Extractor", kModule);
+  sut.declareEvent("B", "Second", kModule);
+
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  sut.subscribeToEvent("B", "Listener", "onEvent");
+  sut.unsubscribeToEvent("A", "Listener");
+
+  EXPECT_THAT(extractor->calls, ElementsAre("subscribe Listener", "unsubscribe Listener"));
+  EXPECT_THAT(second->calls, ElementsAre("subscribe Listener"));
+}
+
+TEST_F(SubscriptionTest, OwnerThatIsNoExtractorOrNotThereIsLeftAlone) {
+  sut.declareEvent("A", "Listener", kModule);
+  sut.declareEvent("B", "Ghost", kModule);
+
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  sut.subscribeToEvent("B", "Listener", "onEvent");
+  sut.unsubscribeToEvent("A", "Listener");
+  sut.unsubscribeToEvent("B", "Listener");
+
+  EXPECT_THAT(extractor->calls, IsEmpty());
+}
+
+TEST_F(SubscriptionTest, RefusalOfTheExtractorLeavesNothingChanged) {
+  sut.declareEvent("A", "Extractor", kModule);
+  extractor->refuses = true;
+
+  EXPECT_THAT(errorOf([this] { sut.subscribeToEvent("A", "Listener", "onEvent"); }),
+              IsError("Extractor", "subscribe", "not today"));
+
+  raise("A", 1);
+  platform.sleep(0);
+  EXPECT_THAT(listener->delivered, IsEmpty());
+  EXPECT_THROW(sut.unsubscribeToEvent("A", "Listener"), GKError);
+
+  extractor->refuses = false;
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  EXPECT_THAT(extractor->calls, ElementsAre("subscribe Listener"));
+}
+
+TEST_F(SubscriptionTest, SubscribesThroughBoundFormAndProxy) {
+  sut.callMethod("subscribeToEvent", {"A", "Listener", "onEvent"});
+  raise("A", 1);
+  platform.sleep(0);
+  sut.callMethod("unsubscribeToEvent", {"A", "Listener"});
+  GKMemoryProxy proxy(platform.broker->getProxy("GKMemory", 0));
+  proxy.subscribeToEvent("B", "Listener", "onEvent");
+  raise("B", 2);
+  platform.sleep(0);
+  proxy.unsubscribeToEvent("B", "Listener");
+  raise("A", 3);
+  raise("B", 4);
+  platform.sleep(0);
+
+  EXPECT_THAT(listener->delivered, ElementsAre("A 1 at 0", "B 2 at 0"));
+}
+
+TEST_F(SubscriptionTest, DeliveriesUnderWayEndBeforeTheModuleIsReleased) {
+  listener->after = [](int) { zu::os::msleep(10); };
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  raise("A", 1);
+  raise("A", 2);
+
+  platform.broker->shutdown();
+
+  EXPECT_THAT(listener->delivered, ElementsAre("A 1 at 0", "A 2 at 10000"));
+}
+
+TEST(SubscriptionInRealTime, ManyThreadsRaiseAndEachSubscriberSeesTheirOrder) {
+  constexpr int kThreads = 4;
+  constexpr int kRaises = 500;
+  GKClock::install(nullptr);
+  const auto broker = boost::make_shared<GKBroker>("real", nullptr);
+  const auto sut = boost::make_shared<GKMemory>(broker, std::make_shared<GKMemoryStore>());
+  sut->initModule();
+  const auto first = boost::make_shared<Listener>(broker, "First");
+  const auto second = boost::make_shared<Listener>(broker, "Second");
+  first->initModule();
+  second->initModule();
+  std::latch all(2 * kThreads * kRaises);
+  std::vector<int> seenByFirst;
+  std::vector<int> seenBySecond;
+  first->after = [&](int value) {
+    seenByFirst.push_back(value);
+    all.count_down();
+  };
+  second->after = [&](int value) {
+    seenBySecond.push_back(value);
+    all.count_down();
+  };
+  sut->subscribeToEvent("A", "First", "onEvent");
+  sut->subscribeToEvent("A", "Second", "onEvent");
+
+  {
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+      threads.emplace_back([&, thread] {
+        for (int i = 0; i < kRaises; ++i) {
+          sut->raiseEvent("A", thread * kRaises + i, kModule);
+        }
+      });
+    }
+  }
+  all.wait();
+  broker->shutdown();
+  GKClock::install(nullptr);
+
+  // One event's raises have one order, the same for all, and each thread's own order within it.
+  EXPECT_EQ(seenByFirst, seenBySecond);
+  for (int thread = 0; thread < kThreads; ++thread) {
+    std::vector<int> own;
+    for (const int value : seenByFirst) {
+      if (value / kRaises == thread) {
+        own.push_back(value % kRaises);
+      }
+    }
+    EXPECT_EQ(own.size(), static_cast<std::size_t>(kRaises));
+    EXPECT_TRUE(std::is_sorted(own.begin(), own.end()));
+  }
+}
+
+} // namespace
+} // namespace GK
