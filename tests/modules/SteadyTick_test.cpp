@@ -20,6 +20,9 @@ void* allocate(std::size_t size) {
 
 } // namespace
 
+// gcc does not see that all of these belong together once some of them are inlined.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+
 // The whole program counts its allocations.
 void* operator new(std::size_t size) {
   return allocate(size);
