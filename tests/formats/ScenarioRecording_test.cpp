@@ -1,4 +1,5 @@
 #include "formats/ScenarioRecording.h"
+#include "InputErrorOf.h"
 #include "PlayedTo.h"
 #include "TempFile.h"
 
@@ -10,21 +11,8 @@ using testing::ElementsAre;
 
 namespace {
 
-/// What is wrong with the file, after its name: "LINE: text".
 std::string errorOf(std::string_view content) {
-  const TempFile file(".jsonl", content);
-  try {
-    const auto sut = openRecording(file.path(), testKeyType);
-    while (sut->time()) {
-      sut->skip();
-    }
-  } catch (const InputError& error) {
-    const std::string text = error.what();
-    EXPECT_TRUE(text.starts_with(file.path() + ":"));
-    return text.substr(file.path().size() + 1);
-  }
-  ADD_FAILURE() << "no error in " << content;
-  return {};
+  return inputErrorOf(".jsonl", content);
 }
 
 } // namespace
