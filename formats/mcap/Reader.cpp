@@ -1,0 +1,144 @@
+#include "formats/mcap/Reader.h"
+
+#include "formats/mcap/Bytes.h"
+#include "formats/mcap/Crc.h"
+#include "formats/mcap/Decode.h"
+
+#include <utility>
+
+namespace gk::formats::mcap {
+
+namespace {
+
+/// Adds a definition. Raises `FormatError` when its number stands for something else already.
+/// True when it was new.
+template <class T> bool define(std::map<std::uint16_t, T>& known, T definition, const char* what) {
+  const std::uint16_t id = definition.id;
+  const auto [entry, isNew] = known.try_emplace(id, std::move(definition));
+  if (!isNew && !(entry->second == definition)) {
+    throw FormatError(std::string(what) + " " + std::to_string(id) + " is defined in two ways");
+  }
+  return isNew;
+}
+
+} // namespace
+
+Reader::Reader(Source& source, std::uint64_t maxChunk)
+    : fScanner(source, fProblems), fLoader(source, maxChunk) {}
+
+const Schema* Reader::schema(std::uint16_t id) const {
+  const auto found = fSchemas.find(id);
+  return found != fSchemas.end() ? &found->second : nullptr;
+}
+
+std::optional<Item> Reader::next() {
+  while (true) {
+    if (std::optional<Item> item = xNextInner()) {
+      return item;
+    }
+    const std::optional<RecordPlace> place = fScanner.next();
+    if (!place || place->opcode == Opcode::DataEnd) {
+      // Behind the data nothing new comes, but the file may still turn out to be cut off.
+      while (place && fScanner.next()) {
+      }
+      return std::nullopt;
+    }
+    try {
+      if (std::optional<Item> item = xTake(*place)) {
+        return item;
+      }
+    } catch (const FormatError& error) {
+      fProblems.add(place->offset, recordName(place->opcode) + ": " + error.what());
+    }
+  }
+}
+
+std::optional<Item> Reader::xTake(const RecordPlace& place) {
+  switch (place.opcode) {
+  case Opcode::Header: {
+    ByteCursor cursor(fScanner.content(place));
+    fProfile = cursor.text();
+    fLibrary = cursor.text();
+    return std::nullopt;
+  }
+  case Opcode::Schema:
+  case Opcode::Channel:
+    xDefine(place.opcode, fScanner.content(place), place.offset);
+    return std::nullopt;
+  case Opcode::Message:
+    return xTakeMessage(fScanner.content(place), place.offset);
+  case Opcode::Chunk:
+    xLoadChunk(place);
+    return std::nullopt;
+  case Opcode::Metadata:
+    return decodeMetadata(fScanner.content(place));
+  case Opcode::Attachment: {
+    const std::string_view content = fScanner.content(place);
+    Attachment attachment = decodeAttachment(content);
+    const std::string_view covered = content.substr(0, content.size() - sizeof(attachment.crc));
+    if (attachment.crc != 0 && attachment.crc != crcOf(covered)) {
+      throw FormatError("its checksum is not that of its content");
+    }
+    return attachment;
+  }
+  default:
+    return std::nullopt;
+  }
+}
+
+void Reader::xLoadChunk(const RecordPlace& place) {
+  ++fChunks;
+  fInner = InnerRecords();
+  fInner = InnerRecords(fLoader.load(place));
+  fChunkOffset = place.offset;
+}
+
+std::optional<Item> Reader::xNextInner() {
+  try {
+    while (const std::optional<InnerRecord> record = fInner.next()) {
+      if (record->opcode == Opcode::Message) {
+        if (std::optional<Item> item = xTakeMessage(record->content, fChunkOffset)) {
+          return item;
+        }
+      } else {
+        xDefine(record->opcode, record->content, fChunkOffset);
+      }
+    }
+  } catch (const FormatError& error) {
+    fProblems.add(fChunkOffset, std::string("chunk: a record in it: ") + error.what());
+    fInner = InnerRecords();
+  }
+  return std::nullopt;
+}
+
+void Reader::xDefine(Opcode opcode, std::string_view content, std::uint64_t offset) {
+  try {
+    bool isNew = false;
+    if (fDefinitionBytes > kMaxDefinitions) {
+      throw FormatError("the file defines too much");
+    }
+    if (opcode == Opcode::Schema) {
+      isNew = define(fSchemas, decodeSchema(content), "schema");
+    } else if (opcode == Opcode::Channel) {
+      Channel channel = decodeChannel(content);
+      if (channel.schemaId != 0 && schema(channel.schemaId) == nullptr) {
+        throw FormatError("channel " + std::to_string(channel.id) + " has an unknown schema");
+      }
+      isNew = define(fChannels, std::move(channel), "channel");
+    }
+    fDefinitionBytes += isNew ? content.size() : 0;
+  } catch (const FormatError& error) {
+    fProblems.add(offset, recordName(opcode) + ": " + error.what());
+  }
+}
+
+std::optional<Item> Reader::xTakeMessage(std::string_view content, std::uint64_t offset) {
+  const Message message = decodeMessage(content);
+  if (!fChannels.contains(message.channelId)) {
+    fProblems.add(offset, "message of the unknown channel " + std::to_string(message.channelId));
+    return std::nullopt;
+  }
+  return message;
+}
+
+} // namespace gk::formats::mcap
