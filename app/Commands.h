@@ -15,5 +15,6 @@ using Action = std::function<int()>;
 /// Each adds one subcommand to `app`. `action` is set when it was chosen.
 void addRunCommand(CLI::App& app, Action& action);
 void addReplayCommand(CLI::App& app, Action& action);
+void addRecordingCommand(CLI::App& app, Action& action);
 
 } // namespace gk::app

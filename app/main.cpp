@@ -41,6 +41,7 @@ int runProgram(int argc, char** argv) {
   Action action;
   gk::app::addRunCommand(app, action);
   gk::app::addReplayCommand(app, action);
+  gk::app::addRecordingCommand(app, action);
   addHelpCommand(app, action);
   try {
     app.parse(argc, argv);

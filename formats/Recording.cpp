@@ -1,6 +1,7 @@
 #include "formats/Recording.h"
 
 #include "formats/CsvRecording.h"
+#include "formats/McapRecording.h"
 #include "formats/ScenarioRecording.h"
 
 #include <string_view>
@@ -20,7 +21,10 @@ std::unique_ptr<Recording> openRecording(const std::string& path, KeyTypeOf keyT
   if (name.ends_with(".jsonl")) {
     return std::make_unique<ScenarioRecording>(path, std::move(keyTypeOf));
   }
-  throw InputError(path, 1, "unknown kind of file, not .csv, .csv.gz, .jsonl or .jsonl.gz");
+  if (path.ends_with(".mcap")) {
+    return std::make_unique<McapRecording>(path);
+  }
+  throw InputError(path, 1, "unknown kind of file, not .csv, .csv.gz, .jsonl, .jsonl.gz or .mcap");
 }
 
 } // namespace gk::formats

@@ -60,7 +60,7 @@ protected:
   std::optional<GK::GKMicros> fTime;
 };
 
-/// Opens a recording by its ending: ".csv" and ".jsonl", both also with ".gz".
+/// Opens a recording by its ending: ".csv" and ".jsonl", both also with ".gz", and ".mcap".
 ///
 /// Reads as far as the first line with a time. Raises `InputError`.
 std::unique_ptr<Recording> openRecording(const std::string& path, KeyTypeOf keyTypeOf);

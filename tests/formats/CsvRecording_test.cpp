@@ -246,7 +246,8 @@ TEST(Recording, OtherEndingsAreRefused) {
       ADD_FAILURE() << path;
     } catch (const InputError& error) {
       EXPECT_EQ(error.what(),
-                path + ":1: unknown kind of file, not .csv, .csv.gz, .jsonl or .jsonl.gz");
+                path + ":1: unknown kind of file, not .csv, .csv.gz, .jsonl, "
+                        ".jsonl.gz or .mcap");
     }
   }
 }

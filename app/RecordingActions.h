@@ -1,0 +1,28 @@
+#pragma once
+
+#include "formats/mcap/Compression.h"
+
+#include <string>
+#include <vector>
+
+/// What the subcommands of `gk recording` do. All write to standard output, draw a progress bar,
+/// and return the exit code; they raise `InputError` and `mcap::WriteError`.
+namespace gk::app {
+
+/// What a recording holds.
+int showRecording(const std::string& file);
+
+/// Whether all of it is as it should be: 0 for yes, otherwise the problems and 1.
+int verifyRecording(const std::string& file);
+
+/// Its messages as JSON Lines, those of these topics or all.
+int printRecording(const std::string& file, const std::vector<std::string>& topics);
+
+/// Everything of it that can be read into a new file, which is then checked.
+int recoverRecording(const std::string& file, const std::string& out);
+
+/// The same recording as a file of another kind, told by the ending.
+int convertRecording(const std::string& file, const std::string& out,
+                     formats::mcap::Compression compression);
+
+} // namespace gk::app
