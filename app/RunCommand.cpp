@@ -1,4 +1,5 @@
 #include "app/Commands.h"
+#include "app/RecordOptions.h"
 #include "app/Session.h"
 #include "formats/Numbers.h"
 
@@ -12,6 +13,7 @@ namespace {
 
 struct RunOptions {
   SessionOptions session;
+  RecordOptions record;
   bool isLoop = false;
   std::optional<double> limit;
   std::string speed = "real";
@@ -24,6 +26,7 @@ void addRunCommand(CLI::App& app, Action& action) {
       app.add_subcommand("run", "Host the module library in real time and show what it reports");
   auto options = std::make_shared<RunOptions>();
   addSessionOptions(*command, options->session);
+  addRecordOptions(*command, options->record);
   command->add_flag("--loop", options->isLoop, "Start the files again at their end");
   command->add_option("--for", options->limit, "End after this many seconds of wall time")
       ->check(CLI::Range(0.0, 1e9).description(""))
@@ -40,6 +43,7 @@ void addRunCommand(CLI::App& app, Action& action) {
       SessionView view;
       view.isAlwaysReadable = true;
       view.isInterruptible = true;
+      view.record = recorderOptions(options->record, host);
       if (options->limit) {
         view.wallLimit = std::chrono::microseconds(*formats::toMicros(*options->limit));
       }

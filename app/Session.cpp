@@ -106,6 +106,54 @@ void sumUp(const runtime::RunStatistics& run, std::chrono::steady_clock::duratio
              run.ticks, run.events, wallSeconds, wallSeconds > 0 ? seconds / wallSeconds : 0.0);
 }
 
+/// The recorder of a run, as an observer for as long as this object lives.
+class Recording {
+public:
+  Recording(const std::optional<runtime::RecorderOptions>& options, runtime::HostOptions& host) {
+    if (options) {
+      fRecorder = boost::make_shared<runtime::Recorder>(*options);
+      host.recorder = fRecorder->run();
+      GK::GKObserverList::instance().add(fRecorder);
+    }
+  }
+  ~Recording() { GK::GKObserverList::instance().remove(fRecorder); }
+  Recording(const Recording&) = delete;
+  Recording& operator=(const Recording&) = delete;
+
+  /// Raises `WriteError`.
+  void finish() {
+    if (fRecorder == nullptr) {
+      return;
+    }
+    fRecorder->finish();
+    for (const std::string& name : fRecorder->files()) {
+      fmt::print(stderr, "recorded {}\n", name);
+    }
+    const runtime::RecordingLosses losses = fRecorder->losses();
+    if (losses.blocks + losses.messages > 0) {
+      complain(fmt::format("the recording lacks {} blocks of the run and {} messages, the disk was "
+                           "too slow",
+                           losses.blocks, losses.messages));
+    }
+    if (losses.overlaps > 0) {
+      complain(fmt::format("a task kept others waiting for too long, {} times: the recording may "
+                           "replay differently",
+                           losses.overlaps));
+    }
+  }
+
+private:
+  boost::shared_ptr<runtime::Recorder> fRecorder;
+};
+
+void warnOf(const runtime::HostOptions& options) {
+  if (options.replay != nullptr) {
+    for (const std::string& warning : options.replay->warnings()) {
+      complain(warning);
+    }
+  }
+}
+
 /// Start, run and shutdown. A start that fails has still run: its output stays.
 int play(runtime::Host& host) {
   try {
@@ -122,7 +170,7 @@ int play(runtime::Host& host) {
 
 } // namespace
 
-int runSession(const SessionOptions& options, const runtime::HostOptions& hostOptions,
+int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
                const SessionView& view) {
   try {
     if (view.isInterruptible) {
@@ -131,6 +179,7 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
     zu::log::setConsoleLevel(0); // the reporters show the log
     zu::log::setFile(options.logFile, zu::log::Debug);
     const auto start = std::chrono::steady_clock::now();
+    Recording recording(view.record, hostOptions);
     runtime::Host host(hostOptions);
     Outputs outputs(options, view, !hostOptions.isVirtual);
     outputs.addTo(host);
@@ -146,7 +195,9 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
     const int code = play(host);
     GK::GKObserverList::instance().remove(bar);
     bar.reset();
+    recording.finish();
     outputs.commit();
+    warnOf(hostOptions);
     if (code == kSuccess) {
       sumUp(host.statistics(), std::chrono::steady_clock::now() - start);
     }
@@ -155,6 +206,9 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
     fmt::print(stderr, "{}\n", error.what());
     return kBadInput;
   } catch (const runtime::OutputError& error) {
+    complain(error.what());
+    return kBadInput;
+  } catch (const formats::mcap::WriteError& error) {
     complain(error.what());
     return kBadInput;
   } catch (const GK::GKError& error) {

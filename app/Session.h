@@ -2,6 +2,7 @@
 
 #include "app/SessionOptions.h"
 #include "runtime/Host.h"
+#include "runtime/Recorder.h"
 
 #include <chrono>
 #include <functional>
@@ -16,6 +17,8 @@ struct SessionView {
   bool isAlwaysReadable = false;
   /// Shows how far the run has come while it takes its time, when standard error is a terminal.
   bool hasProgressBar = false;
+  /// Records the run.
+  std::optional<runtime::RecorderOptions> record;
   /// Ends the run on SIGINT and SIGTERM, and after this time.
   bool isInterruptible = false;
   std::optional<std::chrono::microseconds> wallLimit;
@@ -23,7 +26,6 @@ struct SessionView {
 
 /// Runs a host from start to shutdown with the outputs that the options ask for, and sums up on
 /// standard error. Complains in one line there. Returns the exit code.
-int runSession(const SessionOptions& options, const runtime::HostOptions& host,
-               const SessionView& view);
+int runSession(const SessionOptions& options, runtime::HostOptions host, const SessionView& view);
 
 } // namespace gk::app

@@ -36,8 +36,10 @@ std::string checkKinds(const std::string& names) {
 
 void addSessionOptions(CLI::App& command, SessionOptions& options) {
   command
-      .add_option("FILE", options.files,
-                  "Recordings (.csv) and scenarios (.jsonl), also gzipped (.gz), merged by time")
+      .add_option(
+          "FILE", options.files,
+          "Recordings (.csv, .mcap) and scenarios (.jsonl), merged by time; .csv and .jsonl also "
+          "gzipped (.gz)")
       ->type_name("");
   command
       .add_option("-o,--out", options.out,

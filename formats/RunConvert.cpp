@@ -4,9 +4,9 @@
 #include "formats/Numbers.h"
 #include "formats/RunFile.h"
 #include "formats/RunLog.h"
+#include "formats/SameValue.h"
 #include "formats/ScenarioText.h"
 
-#include <bit>
 #include <cmath>
 #include <map>
 #include <optional>
@@ -22,15 +22,6 @@ namespace {
 constexpr std::size_t kBlockSize = 64 * 1024;
 /// A longer time than this between two lines begins a new block: messages are found by their time.
 constexpr GK::GKMicros kBlockTime = 1'000'000;
-
-/// Same bits: not a number is equal to itself, and -0.0 differs from 0.0.
-bool isSame(const GK::GKValue& left, const GK::GKValue& right) {
-  if (left.type() == GK::GKValue::Type::Float && right.type() == GK::GKValue::Type::Float) {
-    return std::bit_cast<std::uint32_t>(left.toFloat()) ==
-           std::bit_cast<std::uint32_t>(right.toFloat());
-  }
-  return left == right;
-}
 
 /// What a recording plays to: keeps values and actions of one line.
 class Catcher : public RecordingTarget {
@@ -56,7 +47,7 @@ public:
         continue;
       }
       GK::GKValue value = column.cell->load();
-      if (!column.last || !isSame(*column.last, value)) {
+      if (!column.last || !isSameValue(*column.last, value)) {
         take(i, value);
         column.last = std::move(value);
       }

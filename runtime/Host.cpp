@@ -43,7 +43,12 @@ class Host::Target : public formats::RecordingTarget {
 public:
   explicit Target(Host& host) : fHost(host) {}
 
-  GK::GKMemoryCell* column(const std::string& key) override { return &fHost.fStore->cell(key); }
+  GK::GKMemoryCell* column(const std::string& key) override {
+    if (fHost.fOptions.recorder != nullptr) {
+      fHost.fOptions.recorder->watch(key);
+    }
+    return &fHost.fStore->cell(key);
+  }
   void act(const formats::Action& action) override { fHost.xAct(action); }
 
 private:
@@ -51,10 +56,8 @@ private:
 };
 
 Host::Host(HostOptions options)
-    : fOptions(std::move(options)),
-      fClock(fOptions.isVirtual ? GK::makeVirtualClock(fOptions.epoch) : GK::makeRealClock()),
-      fTarget(std::make_unique<Target>(*this)), fPlayer(*fTarget),
-      fWatch(boost::make_shared<Watch>(*this)) {
+    : fOptions(std::move(options)), fClock(xMakeClock()), fTarget(std::make_unique<Target>(*this)),
+      fPlayer(*fTarget), fWatch(boost::make_shared<Watch>(*this)) {
   std::vector<formats::Action> subscriptions;
   for (const std::string& module : fOptions.subscribe) {
     subscriptions.emplace_back(formats::CallAction{
@@ -65,6 +68,21 @@ Host::Host(HostOptions options)
   fPlayer.setLoop(fOptions.isLoop);
   GK::GKClock::install(fClock);
   GK::GKOperationHook::install(fFaults);
+}
+
+std::shared_ptr<GK::GKClock> Host::xMakeClock() {
+  if (fOptions.replay != nullptr) {
+    fOptions.replay->attach(fStore, [this](const formats::Action& action) { xAct(action); });
+    return GK::makeReplayClock(fOptions.replay);
+  }
+  if (fOptions.isVirtual) {
+    return GK::makeVirtualClock(fOptions.epoch, fOptions.recorder);
+  }
+  return fOptions.recorder != nullptr ? GK::makeTurnClock(fOptions.recorder) : GK::makeRealClock();
+}
+
+GK::GKInput& Host::xInput() {
+  return fOptions.replay != nullptr ? fOptions.replay->input() : fPlayer;
 }
 
 Host::~Host() {
@@ -86,10 +104,15 @@ void Host::start() {
   }
   GK::GKObserverList::instance().add(fWatch);
 
-  for (const formats::Action& action : fPlayer.preload()) {
+  const std::vector<formats::Action> preload =
+      fOptions.replay != nullptr ? fOptions.replay->preload() : fPlayer.preload();
+  for (const formats::Action& action : preload) {
     xAct(action);
   }
   fDevices.publish();
+  if (fOptions.recorder != nullptr) {
+    fOptions.recorder->start(fStore, preload);
+  }
   xStartServices();
   for (const std::string& path : fOptions.libraries) {
     fLibraries.push_back(std::make_unique<Library>(path));
@@ -119,13 +142,17 @@ bool Host::xHasService(const char* name) const {
 }
 
 void Host::run() {
-  const GK::GKClock::End end = fClock->run(&fPlayer, fOptions.until);
+  const GK::GKClock::End end = fClock->run(&xInput(), fOptions.until);
   fDuration = fClock->elapsed();
   if (!fIsExitAsked) {
     // Over for calls that have not returned: at a time limit, or because they are a loop.
     fCalls->abandon();
   }
   if (end == GK::GKClock::End::Until) {
+    // What follows is no part of the run.
+    if (fOptions.recorder != nullptr) {
+      fOptions.recorder->stop();
+    }
     for (const auto& reporter : fReporters) {
       reporter->mute();
     }
@@ -171,7 +198,18 @@ void Host::xReport(Answer answer) {
   }
 }
 
+void Host::carryOut(const formats::Action& action, const std::function<void()>& work) {
+  const GK::GKOutsideTurn turn;
+  if (fOptions.recorder != nullptr) {
+    fOptions.recorder->act(action);
+  }
+  work();
+}
+
 void Host::xAct(const formats::Action& action) {
+  if (fOptions.recorder != nullptr) {
+    fOptions.recorder->act(action);
+  }
   std::visit(
       Overloaded{[this](const formats::SetAction& set) {
                    for (const auto& [key, value] : set.values) {
@@ -194,7 +232,10 @@ void Host::xAct(const formats::Action& action) {
                  [this](const formats::ExitAction&) {
                    fIsExitAsked = true;
                    fPlayer.stop();
-                   fClock->requestEnd();
+                   // A repeated run ends when the former one did.
+                   if (fOptions.replay == nullptr) {
+                     fClock->requestEnd();
+                   }
                  }},
       action);
 }
@@ -227,7 +268,8 @@ void Host::xOnTick(GK::GKMicros time) {
     }
   }
   fCalls->onTick();
-  if (fOptions.endsWithInput && fPlayer.isAtEnd() && fCalls->pending() == 0) {
+  if (fOptions.endsWithInput && fOptions.replay == nullptr && fPlayer.isAtEnd() &&
+      fCalls->pending() == 0) {
     fClock->requestEnd();
   }
 }

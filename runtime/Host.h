@@ -13,11 +13,14 @@
 #include "runtime/Library.h"
 #include "runtime/Player.h"
 #include "runtime/Reporter.h"
+#include "runtime/RunRecorder.h"
+#include "runtime/RunReplay.h"
 
 #include <boost/shared_ptr.hpp>
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -50,6 +53,11 @@ struct HostOptions {
   bool isLoop = false;
   /// Time limit in microseconds since the start.
   std::optional<GK::GKMicros> until;
+
+  /// Keeps what a replay of this run needs; may be null.
+  std::shared_ptr<RunRecorder> recorder;
+  /// A recorded run to be repeated instead of playing files; may be null.
+  std::shared_ptr<RunReplay> replay;
 };
 
 /// What a run did.
@@ -90,7 +98,13 @@ public:
 
   /// How much of the files has been read, 0 to 1. To be asked for by observers in ticks of a
   /// virtual run.
-  double progress() const noexcept { return fPlayer.progress(); }
+  double progress() const noexcept {
+    return fOptions.replay != nullptr ? fOptions.replay->progress() : fPlayer.progress();
+  }
+
+  /// Does `work`, with which something comes from outside: `action` tells a recording what. For
+  /// programs that call or write from threads of their own; any thread, from `start` on.
+  void carryOut(const formats::Action& action, const std::function<void()>& work);
 
   /// Makes `run` return soon. Any thread, any time.
   void requestEnd() noexcept { fClock->requestEnd(); }
@@ -102,6 +116,8 @@ private:
   class Watch;
   class Target;
 
+  std::shared_ptr<GK::GKClock> xMakeClock();
+  GK::GKInput& xInput();
   void xStartServices();
   bool xHasService(const char* name) const;
   void xReport(Answer answer);
@@ -110,9 +126,9 @@ private:
   void xOnTick(GK::GKMicros time);
 
   const HostOptions fOptions;
+  std::shared_ptr<GK::GKMemoryStore> fStore = std::make_shared<GK::GKMemoryStore>();
   std::shared_ptr<GK::GKClock> fClock;
   std::shared_ptr<FaultPlan> fFaults = std::make_shared<FaultPlan>();
-  std::shared_ptr<GK::GKMemoryStore> fStore = std::make_shared<GK::GKMemoryStore>();
   devices::DeviceLayer fDevices{fStore};
   std::unique_ptr<Target> fTarget;
   Player fPlayer;

@@ -1,5 +1,6 @@
 #include "gk/GKClock.h"
 #include "gk/GKMutex.h"
+#include "gk/GKTurns.h"
 #include "GKTaskPool.h"
 
 #include <algorithm>
@@ -7,7 +8,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <memory>
+#include <optional>
 #include <semaphore>
+#include <utility>
 #include <vector>
 
 namespace GK {
@@ -15,7 +19,19 @@ namespace GK {
 namespace {
 
 /// The right to run. Exactly one thread holds it; the others wait for their own to be released.
-using Baton = std::binary_semaphore;
+class Baton {
+public:
+  explicit Baton(std::optional<std::uint64_t> number) : task(number) {}
+
+  void release() { fRight.release(); }
+  void acquire() { fRight.acquire(); }
+
+  /// Who it belongs to, as turns tell it; nothing for a task that a schedule does not know.
+  const std::optional<std::uint64_t> task;
+
+private:
+  std::binary_semaphore fRight{0};
+};
 
 /// The baton of the task that the calling thread runs; null for threads outside of the clock.
 thread_local Baton* tBaton = nullptr;
@@ -43,8 +59,18 @@ struct LockWaiter {
 /// the next holder and moves the time himself, so that a lone sleeping loop never switches threads.
 class GKVirtualClock final : public GKClock {
 public:
-  explicit GKVirtualClock(std::int64_t epochSeconds) : fEpochSeconds(epochSeconds) {
+  explicit GKVirtualClock(std::int64_t epochSeconds, std::shared_ptr<GKTurnObserver> observer = {})
+      : fEpochSeconds(epochSeconds), fObserver(std::move(observer)) {
     tBaton = &fMain;
+    xTell(GKTurn::kMain);
+  }
+  explicit GKVirtualClock(std::shared_ptr<GKSchedule> schedule)
+      : fEpochSeconds(0), fSchedule(std::move(schedule)) {
+    tBaton = &fMain;
+    // The main thread's turn, in which libraries are loaded.
+    if (const std::optional<GKTurn> turn = fSchedule->next()) {
+      xBegin(*turn);
+    }
   }
   ~GKVirtualClock() override {
     // The next clock may have been made, by this thread, before this one goes.
@@ -56,11 +82,14 @@ public:
   GKMicros elapsed() const noexcept override { return fNow.load(std::memory_order_relaxed); }
 
   GKWallTime wallTime() const noexcept override {
-    const GKMicros now = elapsed();
+    constexpr GKMicros second = 1000000;
+    const GKMicros now = elapsed() + fWallOffset.load(std::memory_order_relaxed);
+    // Whole seconds downwards, also before 1970.
+    const GKMicros micros = (now % second + second) % second;
     // Any 64-bit epoch is allowed: the sum wraps instead of overflowing.
-    const auto seconds =
-        static_cast<std::uint64_t>(fEpochSeconds) + static_cast<std::uint64_t>(now / 1000000);
-    return {static_cast<std::int64_t>(seconds), now % 1000000};
+    const auto seconds = static_cast<std::uint64_t>(fEpochSeconds) +
+                         static_cast<std::uint64_t>((now - micros) / second);
+    return {static_cast<std::int64_t>(seconds), micros};
   }
 
   void sleep(GKMicros duration) override {
@@ -77,9 +106,14 @@ public:
   }
 
   void start(GKTask task, std::function<void()> work) override {
+    if (fSchedule != nullptr) {
+      post(std::move(task), std::move(work));
+      return;
+    }
     Baton& baton = xLaunch(std::move(task), std::move(work));
     // The input goes on as soon as the call has ended or fallen asleep, before anything else.
     fInputHost = tBaton;
+    xTell(baton.task);
     baton.release();
     tBaton->acquire();
   }
@@ -145,9 +179,29 @@ private:
     std::abort();
   }
 
+  /// The number of a task that starts.
+  std::optional<std::uint64_t> xNumber(const GKTask& task) {
+    if (fSchedule != nullptr) {
+      return fSchedule->started(task);
+    }
+    const std::uint64_t number = fNextTask++;
+    if (fObserver != nullptr) {
+      fObserver->onTask(number, task);
+    }
+    return number;
+  }
+
+  void xTell(std::optional<std::uint64_t> task) {
+    if (fObserver != nullptr && task) {
+      // Far from our time this wraps: a repetition then has another wall time.
+      const std::uint64_t wall = static_cast<std::uint64_t>(fEpochSeconds) * 1000000;
+      fObserver->onTurn({*task, elapsed(), static_cast<std::int64_t>(wall)});
+    }
+  }
+
   /// A task's thread, waiting for the returned baton.
   Baton& xLaunch(GKTask task, std::function<void()> work) {
-    auto baton = std::make_shared<Baton>(0);
+    auto baton = std::make_shared<Baton>(xNumber(task));
     fPool.run([this, baton, task = std::move(task), work = std::move(work)]() mutable {
       baton->acquire();
       tBaton = baton.get();
@@ -180,6 +234,9 @@ private:
   Baton* xWakeMain(End end) {
     fIsMainWaiting = false;
     fEnd = end;
+    if (end != End::Until) {
+      xTell(GKTurn::kMain);
+    }
     return &fMain;
   }
 
@@ -193,16 +250,24 @@ private:
       if (fIsMainWaiting && !fIsJoining && fIsEndRequested.load(std::memory_order_relaxed)) {
         return xWakeMain(End::Requested);
       }
+      if (fSchedule != nullptr) {
+        if (Baton* next = xFollow()) {
+          return next;
+        }
+        continue;
+      }
       const std::optional<GKMicros> sleeper = xNextSleeper();
       const std::optional<GKMicros> input = xNextInput();
       if (input && (!sleeper || *input <= *sleeper) && !xIsBeyondLimit(*input)) {
         fNow.store(*input, std::memory_order_relaxed);
+        xTell(GKTurn::kOutside);
         xApplyInput();
       } else if (sleeper && !xIsBeyondLimit(*sleeper)) {
         fNow.store(*sleeper, std::memory_order_relaxed);
         std::pop_heap(fPlaces.begin(), fPlaces.end());
         Baton* next = fPlaces.back().baton;
         fPlaces.pop_back();
+        xTell(next->task);
         return next;
       } else if (!fIsMainWaiting) {
         xDeadlock();
@@ -210,6 +275,87 @@ private:
         return xWakeMain(sleeper || input ? End::Until : End::Idle);
       }
     }
+  }
+
+  /// Carries out one turn of the schedule. Returns whose it is; null when nobody's thread is needed
+  /// for it, or when the schedule has come to its end.
+  Baton* xFollow() {
+    const std::optional<GKTurn> turn = xNextTurn();
+    if (!turn || xIsBeyondLimit(turn->time)) {
+      fSchedule.reset();
+      fInput = nullptr;
+      return fIsMainWaiting && !fIsJoining ? xWakeMain(End::Until) : nullptr;
+    }
+    if (Baton* unknown = xTakeUnknown(turn->time)) {
+      return unknown;
+    }
+    xBegin(*turn);
+    if (turn->task == GKTurn::kOutside) {
+      xApplyInput();
+      return nullptr;
+    }
+    if (Baton* next = xTakeWaiting(turn->task)) {
+      return next;
+    }
+    const bool isEnd = turn->task == GKTurn::kMain && fIsMainWaiting && !fIsJoining;
+    return isEnd ? xWakeMain(End::Requested) : nullptr;
+  }
+
+  std::optional<GKTurn> xNextTurn() {
+    try {
+      return fSchedule->next();
+    } catch (...) {
+      xInputFailed();
+      return std::nullopt;
+    }
+  }
+
+  void xBegin(const GKTurn& turn) {
+    fNow.store(std::max(elapsed(), turn.time), std::memory_order_relaxed);
+    fWallOffset.store(turn.wallOffset, std::memory_order_relaxed);
+    try {
+      fSchedule->begin();
+    } catch (...) {
+      xInputFailed();
+    }
+  }
+
+  /// A task that is not in the schedule and due by `time`.
+  Baton* xTakeUnknown(GKMicros time) {
+    const auto later = [](const Place& left, const Place& right) {
+      const bool isLeftKnown = left.baton->task.has_value();
+      return isLeftKnown != right.baton->task.has_value() ? isLeftKnown : left < right;
+    };
+    const auto first = std::max_element(fPlaces.begin(), fPlaces.end(), later);
+    if (first == fPlaces.end() || first->baton->task || first->due > time) {
+      return nullptr;
+    }
+    fNow.store(std::max(elapsed(), first->due), std::memory_order_relaxed);
+    return xTake(fPlaces, first);
+  }
+
+  /// The task of this number, whether it sleeps or waits for a lock.
+  Baton* xTakeWaiting(std::uint64_t task) {
+    const auto isIt = [task](const Place& place) { return place.baton->task == task; };
+    const auto sleeper = std::find_if(fPlaces.begin(), fPlaces.end(), isIt);
+    if (sleeper != fPlaces.end()) {
+      return xTake(fPlaces, sleeper);
+    }
+    const auto waiter = std::find_if(fLockWaiters.begin(), fLockWaiters.end(),
+                                     [&](const LockWaiter& one) { return isIt(one.place); });
+    if (waiter == fLockWaiters.end()) {
+      return nullptr;
+    }
+    Baton* next = waiter->place.baton;
+    fLockWaiters.erase(waiter);
+    return next;
+  }
+
+  static Baton* xTake(std::vector<Place>& places, std::vector<Place>::iterator place) {
+    Baton* baton = place->baton;
+    places.erase(place);
+    std::make_heap(places.begin(), places.end());
+    return baton;
   }
 
   bool xIsBeyondLimit(GKMicros due) const { return fUntil.has_value() && due > *fUntil; }
@@ -252,6 +398,12 @@ private:
   }
 
   const std::int64_t fEpochSeconds;
+  const std::shared_ptr<GKTurnObserver> fObserver;
+  /// Null when there is none, or no more of it.
+  std::shared_ptr<GKSchedule> fSchedule;
+  std::uint64_t fNextTask = GKTurn::kFirstTask;
+  /// What the wall clock of a schedule is ahead, microseconds; 0 without one.
+  std::atomic<std::int64_t> fWallOffset{0};
   /// Read by any thread, moved by the holder of the baton.
   std::atomic<GKMicros> fNow{0};
   std::uint64_t fOrder = 0;
@@ -263,7 +415,7 @@ private:
   /// The thread on which the input waits for a call that it has started.
   Baton* fInputHost = nullptr;
 
-  Baton fMain{0};
+  Baton fMain{GKTurn::kMain};
   bool fIsMainWaiting = false;
   bool fIsJoining = false;
   std::optional<GKMicros> fUntil;
@@ -276,6 +428,15 @@ private:
 
 std::shared_ptr<GKClock> makeVirtualClock(std::int64_t epochSeconds) {
   return std::make_shared<GKVirtualClock>(epochSeconds);
+}
+
+std::shared_ptr<GKClock> makeVirtualClock(std::int64_t epochSeconds,
+                                          std::shared_ptr<GKTurnObserver> observer) {
+  return std::make_shared<GKVirtualClock>(epochSeconds, std::move(observer));
+}
+
+std::shared_ptr<GKClock> makeReplayClock(std::shared_ptr<GKSchedule> schedule) {
+  return std::make_shared<GKVirtualClock>(std::move(schedule));
 }
 
 } // namespace GK

@@ -104,6 +104,11 @@ protected:
   friend class GKMutex;
   virtual void waitFor(GKMutex& mutex) = 0;
   virtual void freed(GKMutex& mutex) noexcept = 0;
+
+  friend class GKOutsideTurn;
+  /// True when the calling thread got the turn by this call and has to give it back.
+  virtual bool takeOutsideTurn() { return false; }
+  virtual void giveOutsideTurn() noexcept {}
 };
 
 /// The computer's own clock; every task has a thread.

@@ -27,6 +27,7 @@ public:
 
 private:
   friend class GKRealClock;
+  friend class GKTurnClock;
   friend class GKVirtualClock;
 
   std::recursive_mutex fMutex;

@@ -1,0 +1,115 @@
+#include "app/RecordOptions.h"
+
+#include "formats/Numbers.h"
+#include "formats/RunFile.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <cmath>
+#include <utility>
+
+namespace gk::app {
+
+namespace {
+
+struct Unit {
+  const char* name;
+  double factor;
+};
+
+constexpr Unit kSizes[] = {{"kB", 1e3}, {"MB", 1e6}, {"GB", 1e9}};
+/// In microseconds.
+constexpr Unit kDurations[] = {{"s", 1e6}, {"min", 60e6}, {"h", 3600e6}};
+
+/// "10MB" in bytes, "10min" in microseconds; nothing for anything else. The number is at least 1.
+template <std::size_t N>
+std::optional<std::int64_t> amountOf(const std::string& text, const Unit (&units)[N]) {
+  constexpr double most = 1e15;
+  for (const Unit& unit : units) {
+    const std::string_view name = unit.name;
+    if (!text.ends_with(name)) {
+      continue;
+    }
+    const std::optional<double> number =
+        formats::parseDouble(std::string_view(text).substr(0, text.size() - name.size()));
+    if (number && *number >= 1 && *number * unit.factor <= most) {
+      return static_cast<std::int64_t>(std::llround(*number * unit.factor));
+    }
+  }
+  return std::nullopt;
+}
+
+std::string checkSplit(const std::string& text) {
+  return amountOf(text, kSizes) || amountOf(text, kDurations)
+             ? std::string()
+             : text + " is no size (kB, MB, GB) and no time (s, min, h)";
+}
+
+std::string checkFile(const std::string& text) {
+  return text.ends_with(".mcap") ? std::string() : text + " does not end in .mcap";
+}
+
+} // namespace
+
+void addRecordOptions(CLI::App& command, RecordOptions& options) {
+  CLI::Option* file = command.add_option("--record", options.file, "Record the run to this file")
+                          ->check(CLI::Validator(checkFile, ""))
+                          ->type_name("FILE.mcap");
+  CLI::Option* split =
+      command
+          .add_option("--record-split", options.split,
+                      "Begin a new file after this size or time, such as 100MB or 10min")
+          ->check(CLI::Validator(checkSplit, ""))
+          ->type_name("SIZE|TIME")
+          ->needs(file);
+  CLI::Option* on = command
+                        .add_option("--record-on", options.on,
+                                    "Record only around events of this name, * for anything")
+                        ->type_name("EVENT")
+                        ->needs(file)
+                        ->excludes(split);
+  command
+      .add_option("--record-last", options.last,
+                  "With --record-on: begin so many seconds before the event")
+      ->check(CLI::Range(1.0, 86400.0).description(""))
+      ->type_name("SECONDS")
+      ->needs(on);
+  command
+      .add_option("--record-after", options.after,
+                  "With --record-on: go on for so many seconds after the event")
+      ->check(CLI::Range(0.0, 86400.0).description(""))
+      ->type_name("SECONDS")
+      ->capture_default_str()
+      ->needs(on);
+}
+
+std::optional<runtime::RecorderOptions> recorderOptions(const RecordOptions& options,
+                                                        const runtime::HostOptions& host) {
+  constexpr double defaultBefore = 30.0;
+  if (options.file.empty()) {
+    return std::nullopt;
+  }
+  runtime::RecorderOptions recorder;
+  recorder.path = options.file;
+  if (const auto size = amountOf(options.split, kSizes)) {
+    recorder.splitSize = static_cast<std::uint64_t>(*size);
+  }
+  recorder.splitTime = amountOf(options.split, kDurations);
+  if (!options.on.empty()) {
+    recorder.around = {options.on, *formats::toMicros(options.last.value_or(defaultBefore)),
+                       *formats::toMicros(options.after)};
+  }
+  recorder.mustKeepAll = host.isVirtual;
+  recorder.library = "gksensors " GK_VERSION;
+  recorder.about = {{"version", recorder.library},
+                    {formats::kClockMember, formats::kTurnsClock},
+                    {formats::kWithoutMember, fmt::format("{}", fmt::join(host.without, ","))},
+                    {"speed", host.isVirtual ? "max" : "real"},
+                    {"files", fmt::format("{}", fmt::join(host.files, ","))},
+                    {"libraries", fmt::format("{}", fmt::join(host.libraries, ","))},
+                    {"subscribe", fmt::format("{}", fmt::join(host.subscribe, ","))}};
+  return recorder;
+}
+
+} // namespace gk::app

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "runtime/Host.h"
+#include "runtime/Recorder.h"
+
+#include <CLI/CLI.hpp>
+
+#include <optional>
+#include <string>
+
+namespace gk::app {
+
+/// The options that say what is recorded and where, as they stand on the command line.
+struct RecordOptions {
+  std::string file;
+  std::string split;
+  std::optional<double> last;
+  std::string on;
+  double after = 5.0;
+};
+
+void addRecordOptions(CLI::App& command, RecordOptions& options);
+
+/// How to record a run with these host options; nothing when that is not asked for.
+std::optional<runtime::RecorderOptions> recorderOptions(const RecordOptions& options,
+                                                        const runtime::HostOptions& host);
+
+} // namespace gk::app

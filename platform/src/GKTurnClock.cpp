@@ -1,0 +1,307 @@
+#include "gk/GKMutex.h"
+#include "gk/GKTurns.h"
+#include "GKTaskPool.h"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+
+namespace GK {
+
+namespace {
+
+using Steady = std::chrono::steady_clock;
+
+/// The wall clock follows the computer's when it is off by more than this, microseconds.
+constexpr std::int64_t kWallTolerance = 1000;
+
+/// A lock that was freed without a word is looked at again after this.
+constexpr std::chrono::milliseconds kLockPoll{20};
+
+/// What the calling thread knows of its turn on the clock that it belongs to.
+struct OwnTurn {
+  const void* clock = nullptr;
+  std::uint64_t task = GKTurn::kOutside;
+  /// Tells this turn from all others; 0 without a turn.
+  std::uint64_t serial = 0;
+  GKMicros time = 0;
+};
+
+thread_local OwnTurn tTurn;
+
+} // namespace
+
+class GKTurnClock final : public GKClock {
+public:
+  GKTurnClock(std::shared_ptr<GKTurnObserver> observer, std::chrono::milliseconds patience)
+      : fObserver(std::move(observer)), fPatience(patience) {
+    fWallOffset = xSystemWall();
+    fSerial = 1;
+    fHolder = fSerial;
+    tTurn = {this, GKTurn::kMain, fSerial, 0};
+    fObserver->onTurn({GKTurn::kMain, 0, fWallOffset});
+  }
+  ~GKTurnClock() override {
+    if (tTurn.clock == this) {
+      tTurn = {};
+    }
+  }
+
+  GKMicros elapsed() const noexcept override { return xHasTurn() ? tTurn.time : xNow(); }
+
+  GKWallTime wallTime() const noexcept override {
+    const std::int64_t now = elapsed() + fWallOffset.load(std::memory_order_relaxed);
+    return {now / 1000000, now % 1000000};
+  }
+
+  void sleep(GKMicros duration) override {
+    const Steady::time_point deadline = Steady::now() + std::chrono::microseconds(duration);
+    xAway([&] {
+      std::unique_lock lock(fMutex);
+      fJoining.wait_until(lock, deadline, [this] { return fIsJoining; });
+    });
+  }
+
+  void post(GKTask task, std::function<void()> work) override {
+    const Outside outside(*this);
+    const std::uint64_t number = fNextTask.fetch_add(1, std::memory_order_relaxed);
+    fObserver->onTask(number, task);
+    {
+      const std::lock_guard lock(fMutex);
+      ++fTasks;
+    }
+    fPool.run([this, number, task = std::move(task), work = std::move(work)]() mutable {
+      xTake(number);
+      {
+        const GKTaskScope scope(task);
+        work();
+      }
+      // What the work holds goes before the task counts as ended: libraries are closed after that.
+      work = nullptr;
+      xGive();
+      tTurn = {};
+      const std::lock_guard lock(fMutex);
+      if (--fTasks == 0) {
+        fAllEnded.notify_all();
+      }
+    });
+  }
+
+  void start(GKTask task, std::function<void()> work) override {
+    post(std::move(task), std::move(work));
+  }
+
+  End run(GKInput* input, std::optional<GKMicros> until) override {
+    {
+      const std::lock_guard lock(fMutex);
+      fIsPatient = false;
+    }
+    xGive();
+    const End end = xRun(input, until);
+    xTake(GKTurn::kMain, end != End::Until);
+    return end;
+  }
+
+  void requestEnd() noexcept override {
+    const std::lock_guard lock(fMutex);
+    fIsEndRequested = true;
+    fEnd.notify_all();
+  }
+
+  void joinTasks() override {
+    xAway([this] {
+      std::unique_lock lock(fMutex);
+      fIsJoining = true;
+      fJoining.notify_all();
+      fAllEnded.wait(lock, [this] { return fTasks == 0; });
+    });
+  }
+
+  bool isVirtual() const noexcept override { return false; }
+
+protected:
+  bool takeOutsideTurn() override {
+    const bool isFree = !xHasTurn();
+    if (isFree) {
+      xTake(GKTurn::kOutside);
+    }
+    return isFree;
+  }
+  void giveOutsideTurn() noexcept override { xGive(); }
+
+  // The lock itself is taken with the turn only, so that who gets it follows from the turns.
+  void waitFor(GKMutex& mutex) override {
+    if (!xHasTurn()) {
+      mutex.fMutex.lock();
+      return;
+    }
+    mutex.fWaiting.fetch_add(1, std::memory_order_relaxed);
+    for (std::uint64_t freed = xFreed(); !mutex.tryLock(); freed = xFreed()) {
+      xAway([&] {
+        std::unique_lock lock(fMutex);
+        fLockFreed.wait_for(lock, kLockPoll, [&] { return fFreed != freed; });
+      });
+    }
+    mutex.fWaiting.fetch_sub(1, std::memory_order_relaxed);
+  }
+
+  void freed(GKMutex&) noexcept override {
+    const std::lock_guard lock(fMutex);
+    ++fFreed;
+    fLockFreed.notify_all();
+  }
+
+private:
+  /// The turn for something from outside, unless the calling thread has one.
+  class Outside {
+  public:
+    explicit Outside(GKTurnClock& clock) : fClock(clock), fIsTaken(clock.takeOutsideTurn()) {}
+    ~Outside() {
+      if (fIsTaken) {
+        fClock.xGive();
+      }
+    }
+    Outside(const Outside&) = delete;
+    Outside& operator=(const Outside&) = delete;
+
+  private:
+    GKTurnClock& fClock;
+    const bool fIsTaken;
+  };
+
+  GKMicros xNow() const {
+    return std::chrono::duration_cast<std::chrono::microseconds>(Steady::now() - fStart).count();
+  }
+
+  static std::int64_t xSystemWall() {
+    return std::chrono::duration_cast<std::chrono::microseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+  }
+
+  bool xHasTurn() const noexcept { return tTurn.clock == this && tTurn.serial != 0; }
+
+  /// Waits for the turn. Turns that nobody is told of leave no trace in a repetition.
+  void xTake(std::uint64_t task, bool isTold = true) {
+    std::unique_lock lock(fMutex);
+    const auto isFree = [this] { return fHolder == 0; };
+    if (fIsPatient) {
+      fTurnFree.wait(lock, isFree);
+    } else if (!fTurnFree.wait_for(lock, fPatience, isFree)) {
+      fObserver->onOverlap();
+    }
+    fHolder = ++fSerial;
+    fLastTime = std::max(fLastTime, xNow());
+    const std::int64_t wallOffset = xSystemWall() - fLastTime;
+    if (std::abs(wallOffset - fWallOffset.load(std::memory_order_relaxed)) > kWallTolerance) {
+      fWallOffset.store(wallOffset, std::memory_order_relaxed);
+    }
+    tTurn = {this, task, fHolder, fLastTime};
+    if (isTold) {
+      fObserver->onTurn({task, fLastTime, fWallOffset.load(std::memory_order_relaxed)});
+    }
+  }
+
+  void xGive() noexcept {
+    {
+      const std::lock_guard lock(fMutex);
+      // Whoever was too slow has lost it already.
+      if (fHolder == tTurn.serial) {
+        fHolder = 0;
+      }
+    }
+    tTurn.serial = 0;
+    fTurnFree.notify_one();
+  }
+
+  /// Does something that takes its time, without the turn.
+  template <class Wait> void xAway(const Wait& wait) {
+    if (!xHasTurn()) {
+      wait();
+      return;
+    }
+    const std::uint64_t task = tTurn.task;
+    xGive();
+    wait();
+    xTake(task);
+  }
+
+  std::uint64_t xFreed() {
+    const std::lock_guard lock(fMutex);
+    return fFreed;
+  }
+
+  End xRun(GKInput* input, std::optional<GKMicros> until) {
+    while (true) {
+      const std::optional<GKMicros> due = input != nullptr ? input->next() : std::nullopt;
+      const bool isInput = due.has_value() && (!until || *due <= *until);
+      if (xWaitForEnd(isInput ? due : until)) {
+        return End::Requested;
+      }
+      if (!isInput) {
+        return End::Until;
+      }
+      const Outside turn(*this);
+      input->apply();
+    }
+  }
+
+  /// Waits until `due`, or for ever without one. True when the end was asked for.
+  bool xWaitForEnd(std::optional<GKMicros> due) {
+    std::unique_lock lock(fMutex);
+    const auto isEnd = [this] { return fIsEndRequested; };
+    if (!due) {
+      fEnd.wait(lock, isEnd);
+      return true;
+    }
+    return fEnd.wait_until(lock, fStart + std::chrono::microseconds(*due), isEnd);
+  }
+
+  const Steady::time_point fStart = Steady::now();
+  const std::shared_ptr<GKTurnObserver> fObserver;
+  const std::chrono::milliseconds fPatience;
+  std::atomic<std::int64_t> fWallOffset{0};
+  std::atomic<std::uint64_t> fNextTask{GKTurn::kFirstTask};
+
+  /// Guards what follows.
+  std::mutex fMutex;
+  std::condition_variable fTurnFree;
+  /// The serial of the turn that is had; 0 while there is none.
+  std::uint64_t fHolder = 0;
+  std::uint64_t fSerial = 0;
+  GKMicros fLastTime = 0;
+  /// Before the run everybody waits for the main thread, however long loading takes.
+  bool fIsPatient = true;
+
+  std::condition_variable fLockFreed;
+  std::uint64_t fFreed = 0;
+  std::condition_variable fEnd;
+  std::condition_variable fJoining;
+  std::condition_variable fAllEnded;
+  bool fIsEndRequested = false;
+  bool fIsJoining = false;
+  std::size_t fTasks = 0;
+  /// Last, so that its threads are gone before the rest.
+  GKTaskPool fPool;
+};
+
+std::shared_ptr<GKClock> makeTurnClock(std::shared_ptr<GKTurnObserver> observer,
+                                       std::chrono::milliseconds patience) {
+  return std::make_shared<GKTurnClock>(std::move(observer), patience);
+}
+
+GKTurnObserver::~GKTurnObserver() = default;
+GKSchedule::~GKSchedule() = default;
+
+GKOutsideTurn::GKOutsideTurn() : fClock(GKClock::instance()), fIsTaken(fClock.takeOutsideTurn()) {}
+
+GKOutsideTurn::~GKOutsideTurn() {
+  if (fIsTaken) {
+    fClock.giveOutsideTurn();
+  }
+}
+
+} // namespace GK

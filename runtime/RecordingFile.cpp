@@ -1,0 +1,67 @@
+#include "runtime/RecordingFile.h"
+
+#include "formats/RunFile.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace gk::runtime {
+
+namespace {
+
+constexpr const char* kLossMetadata = "gk.losses";
+
+} // namespace
+
+RecordingFile::RecordingFile(const std::string& path, const std::string& library)
+    : fSink(path), fWriter(fSink, {formats::mcap::Compression::Zstd,
+                                   formats::mcap::Writer::kChunkSize, library}) {}
+
+void RecordingFile::begin(std::int64_t epoch, const formats::mcap::StringMap& about) {
+  fHasBegun = true;
+  fEpoch = epoch;
+  fWriter.addMetadata({formats::kRunMetadata, about});
+  fRunChannel = fWriter.addChannel(formats::kRunTopic, formats::kRunEncoding, 0);
+}
+
+std::uint64_t RecordingFile::xNanoseconds(GK::GKMicros time) const {
+  // Before 1970 there is no time that a file could tell.
+  return static_cast<std::uint64_t>(std::max<std::int64_t>(fEpoch + time, 0)) * 1000;
+}
+
+void RecordingFile::write(const RunBlock& block) {
+  const std::uint64_t time = xNanoseconds(block.time);
+  fWriter.write(fRunChannel, time, time, block.data);
+}
+
+void RecordingFile::write(const RecordedMessage& message) {
+  const std::uint64_t time = xNanoseconds(message.time);
+  fWriter.write(xChannel(*message.channel), time, time, message.payload);
+}
+
+std::uint16_t RecordingFile::xChannel(const RecordedChannel& channel) {
+  const auto [entry, isNew] = fChannels.try_emplace(&channel);
+  if (isNew) {
+    const auto [schema, isNewSchema] = fSchemas.try_emplace(channel.schemaName);
+    if (isNewSchema) {
+      schema->second = fWriter.addSchema(channel.schemaName, "jsonschema", channel.schema);
+    }
+    entry->second = fWriter.addChannel(channel.topic, "json", schema->second);
+  }
+  return entry->second;
+}
+
+void RecordingFile::flush() {
+  fWriter.closeChunk();
+  fSink.sync();
+}
+
+void RecordingFile::finish(const RecordingLosses& losses) {
+  fWriter.addMetadata({kLossMetadata,
+                       {{"run_blocks", std::to_string(losses.blocks)},
+                        {"messages", std::to_string(losses.messages)},
+                        {"overlaps", std::to_string(losses.overlaps)}}});
+  fWriter.finish();
+}
+
+} // namespace gk::runtime
