@@ -140,6 +140,7 @@ void GKBattery::xBindMethods() {
 void GKBattery::xConnectToMemory() {
   try {
     std::vector<std::string> currentKeys;
+    currentKeys.reserve(std::size(kJoints));
     for (const char* joint : kJoints) {
       currentKeys.push_back(std::string("Device/SubDeviceList/") + joint +
                             "/ElectricCurrent/Sensor/Value");
