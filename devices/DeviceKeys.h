@@ -74,7 +74,8 @@ struct MotorBoard {
 };
 std::span<const MotorBoard> motorBoards();
 
-/// Touch sensors, bumpers and buttons, as they stand in keys: "Head/Touch/Front".
+/// Touch sensors and buttons, as they stand in keys: "Head/Touch/Front". First come the bumpers: left
+/// foot's left and right, right foot's left and right.
 std::span<const std::string_view> touchSensors();
 
 /// Distance that stands for "nothing in sight", m.

@@ -16,12 +16,8 @@ void Battery::advance(double duration, double motors, bool isPlugged) {
     fCurrent = std::min(isFull ? 0.0 : kChargeLimit, kChargerCurrent - load);
   }
   fCharge = std::clamp(fCharge + fCurrent * duration / kCapacity, 0.0, 1.0);
-  fStatus = fCurrent < 0 ? kDischarging : 0;
-  if (isFull) {
-    fStatus |= kFullCharged;
-  } else if (fCurrent > 0) {
-    fStatus |= kCharging;
-  }
+  // Told by the charger's state, not by the current: servos may draw more for a moment.
+  fStatus = !isPlugged ? kDischarging : isFull ? kFullCharged : kCharging;
   const double rest = kEmptyVoltage + fCharge * (kFullVoltage - kEmptyVoltage);
   const double voltage = rest + fCurrent * kCellResistance;
   fVoltage += (voltage - fVoltage) * std::min(1.0, duration / kVoltageSmoothing);

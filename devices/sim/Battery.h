@@ -18,9 +18,9 @@ public:
   /// Voltage of a cell at rest, empty and full, V; in between it is taken as a line.
   static constexpr double kEmptyVoltage = 3.4;
   static constexpr double kFullVoltage = 4.15;
-  static constexpr double kCellResistance = 0.02; ///< ohm
+  static constexpr double kCellResistance = 0.015; ///< ohm
   /// Time constant of the voltage measurement, s.
-  static constexpr double kVoltageSmoothing = 1.0;
+  static constexpr double kVoltageSmoothing = 4.0;
   /// The raw cell voltage counts in steps of this, V.
   static constexpr double kVoltageStep = 0.01;
 

@@ -73,6 +73,7 @@ Model loadModel() {
   if (model == nullptr) {
     throw GK::GKError("Physics", "Physics", std::string("robot.xml: ") + error.data());
   }
+  model->opt.timestep = Physics::kStep;
   return model;
 }
 
@@ -117,8 +118,7 @@ struct Physics::Engine {
   std::array<int, 2> feet{};
   std::array<int, 2> emitters{};
   std::array<int, 2> obstacles{}; // mocap
-  std::array<double, 2> obstacleRadius{};
-  int floor = 0;
+  std::array<int, 2> obstacleGeoms{};
   int accelerometer = 0;
   int gyroscope = 0;
   /// Force of the world on each geometry, N, world's axes.
@@ -153,9 +153,8 @@ Physics::Engine::Engine() {
     feet[at(side)] = find(mjOBJ_BODY, letter + "Foot");
     emitters[at(side)] = find(mjOBJ_SITE, name + "Emitter");
     obstacles[at(side)] = m.body_mocapid[find(mjOBJ_BODY, name + "Obstacle")];
-    obstacleRadius[at(side)] = m.geom_size[3 * find(mjOBJ_GEOM, name + "Obstacle")];
+    obstacleGeoms[at(side)] = find(mjOBJ_GEOM, name + "Obstacle");
   }
-  floor = find(mjOBJ_GEOM, "floor");
   accelerometer = m.sensor_adr[find(mjOBJ_SENSOR, "Accelerometer")];
   gyroscope = m.sensor_adr[find(mjOBJ_SENSOR, "Gyroscope")];
   forces.resize(static_cast<std::size_t>(m.ngeom));
@@ -340,9 +339,8 @@ bool Physics::isBumperPressed(Side foot, Side bumper) const {
 }
 
 double Physics::echo(Side emitter) const {
+  const mjModel& m = *fEngine->model;
   const mjData& d = *fEngine->data;
-  // The first group holds robot and floor, the second one what stands around.
-  constexpr std::array<mjtByte, mjNGROUP> obstacles = {0, 1, 0, 0, 0, 0};
   const mjtNum* place = d.site_xpos + 3 * fEngine->emitters[at(emitter)];
   const mjtNum* axes = d.site_xmat + 9 * fEngine->emitters[at(emitter)];
   double nearest = kInfinity;
@@ -354,11 +352,13 @@ double Physics::echo(Side emitter) const {
                             std::sin(pitch)};
       Vector ray{};
       mju_rotVecMat(ray.data(), local.data(), axes);
-      int geom = -1;
-      const double hit = mj_ray(fEngine->model.get(), &d, place, ray.data(), obstacles.data(), 1,
-                                fEngine->torso, &geom);
-      if (hit >= 0) {
-        nearest = std::min(nearest, hit);
+      for (const int geom : fEngine->obstacleGeoms) {
+        const double hit =
+            mju_rayGeom(d.geom_xpos + 3 * geom, d.geom_xmat + 9 * geom, m.geom_size + 3 * geom,
+                        place, ray.data(), m.geom_type[geom]);
+        if (hit >= 0) {
+          nearest = std::min(nearest, hit);
+        }
       }
       if (-ray[2] > kEchoCosine) {
         nearest = std::min(nearest, place[2] / -ray[2]);
@@ -381,7 +381,7 @@ void Physics::placeObstacle(Side side, double distance) {
   const mjtNum* emitter = d.site_xpos + 3 * fEngine->emitters[at(side)];
   const mjtNum* axes = d.xmat + 9 * fEngine->torso;
   const double bearing = std::atan2(axes[3], axes[0]) + outward * kObstacleBearing;
-  const double reach = distance + fEngine->obstacleRadius[at(side)];
+  const double reach = distance + fEngine->model->geom_size[3 * fEngine->obstacleGeoms[at(side)]];
   place[0] = emitter[0] + reach * std::cos(bearing);
   place[1] = emitter[1] + reach * std::sin(bearing);
 }

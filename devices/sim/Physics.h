@@ -32,7 +32,7 @@ inline constexpr std::size_t kCells = 4;
 class Physics {
 public:
   /// Simulated time of a step, seconds.
-  static constexpr double kStep = 0.004;
+  static constexpr double kStep = 0.005;
   static constexpr double kGravity = 9.81;
 
   Physics();

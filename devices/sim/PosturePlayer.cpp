@@ -23,6 +23,9 @@ double smooth(double time, double length) {
   return share * share * share * (10 + share * (-15 + share * 6));
 }
 
+/// Not part of any posture.
+constexpr std::string_view kFreeJoint = "HeadYaw";
+
 bool isOfLeg(std::string_view joint) {
   return joint.find("Knee") != joint.npos || joint.find("Hip") != joint.npos ||
          joint.find("Ankle") != joint.npos;
@@ -101,9 +104,10 @@ void PosturePlayer::xMoveOnFeet() {
 void PosturePlayer::xCarry() {
   constexpr double carried = kTake + kCarry;
   constexpr double lowered = carried + kLower;
-  const double share = smooth(fTime - kTake, kCarry);
+  const double lifted = smooth(fTime - kTake, kCarry - kLift);
+  const double share = smooth(fTime - kTake - kLift, kCarry - kLift);
   xSetAngles(share);
-  Vector place = fStartPosition + share * (Vector{0, 0, kCarryHeight} - fStartPosition);
+  Vector place = fStartPosition + lifted * (Vector{0, 0, kCarryHeight} - fStartPosition);
   if (fTime > carried) {
     place = place + smooth(fTime - carried, kLower) * (fEndPosition - place);
   }
@@ -123,6 +127,9 @@ void PosturePlayer::xFinish() {
 
 void PosturePlayer::xSetAngles(double share) {
   for (std::size_t joint = 0; joint < fTargets.size(); ++joint) {
+    if (jointNames()[joint] == kFreeJoint) {
+      continue;
+    }
     const double start = fStartAngles[joint];
     put(fTargets[joint], start + share * (fGoal->angles[joint] - start));
   }

@@ -17,7 +17,7 @@ class Physics;
 ///
 /// Works through the actuator keys, as any other motion layer would. On its feet the robot moves by
 /// itself while the harness steadies it; into and out of all other postures it is lifted, turned
-/// and put back on its mark, the middle of the world.
+/// and put back on its mark, the middle of the world. `HeadYaw` is left to whoever looks around.
 class PosturePlayer {
 public:
   // Lengths of the parts of a transition, s. On its feet: moving and letting go. Carried: taking
@@ -25,6 +25,8 @@ public:
   static constexpr double kMove = 1.2;
   static constexpr double kTake = 0.25;
   static constexpr double kCarry = 1.4;
+  /// Part of the carrying in which the robot is lifted clear before it is turned and bent.
+  static constexpr double kLift = 0.4;
   static constexpr double kLower = 0.6;
   static constexpr double kRelease = 0.5;
   /// Share of its weight that is taken off a robot that moves on its feet.

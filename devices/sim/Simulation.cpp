@@ -19,7 +19,7 @@ constexpr int kSteps = static_cast<int>(kFrameSeconds / Physics::kStep + 0.5);
 constexpr int kFramesToRest = 60;
 
 /// Current of a servo for each N m that it exerts, A.
-constexpr double kCurrentPerTorque = 0.6;
+constexpr double kCurrentPerTorque = 0.35;
 
 // Standard deviations and step sizes of the sensors.
 constexpr double kAngleNoise = 0.0008;                     // rad
@@ -31,6 +31,8 @@ constexpr double kDistanceNoise = 0.003;                   // m
 constexpr double kDistanceStep = 0.01;                     // m
 constexpr double kCurrentNoise = 0.004;                    // A
 constexpr double kTemperatureStep = 1.0;                   // degC
+/// How long a bumper's spring keeps its switch closed after the last contact, s.
+constexpr double kBumperRelease = 0.1;
 /// Nearest distance that an ultrasonic sensor tells, m.
 constexpr double kShortestEcho = 0.05;
 /// Emitters are on from this actuator value on; the orders are 68 and 32.
@@ -187,6 +189,7 @@ void Simulation::xSteps() {
   for (int step = 0; step < kSteps; ++step) {
     fHarness.apply(fPhysics, Physics::kStep);
     fPhysics.step();
+    xFeelBumpers();
     fAcceleration = fPhysics.acceleration();
     fRate = fPhysics.rotationRate();
     for (std::size_t axis = 0; axis < 3; ++axis) {
@@ -197,6 +200,17 @@ void Simulation::xSteps() {
     for (std::size_t i = 0; i < fJoints.size(); ++i) {
       const double load = fPhysics.torque(i) / fPhysics.torqueLimit(i);
       fJoints[i].squaredLoad += load * load / kSteps;
+    }
+  }
+}
+
+void Simulation::xFeelBumpers() {
+  std::size_t bumper = 0;
+  for (const Side foot : kSides) {
+    for (const Side side : kSides) {
+      double& time = fBumperTime[bumper++];
+      time = fPhysics.isBumperPressed(foot, side) ? kBumperRelease
+                                                  : std::max(0.0, time - Physics::kStep);
     }
   }
 }
@@ -258,19 +272,9 @@ void Simulation::xWriteFeet() {
 }
 
 void Simulation::xWriteTouches() {
-  constexpr std::pair<const char*, std::pair<Side, Side>> bumpers[] = {
-      {"LFoot/Bumper/Left", {Side::Left, Side::Left}},
-      {"LFoot/Bumper/Right", {Side::Left, Side::Right}},
-      {"RFoot/Bumper/Left", {Side::Right, Side::Left}},
-      {"RFoot/Bumper/Right", {Side::Right, Side::Right}}};
   for (std::size_t i = 0; i < fTouches.size(); ++i) {
-    bool isTouched = fWorld.isTouched(i);
-    for (const auto& [name, place] : bumpers) {
-      if (touchSensors()[i] == name) {
-        isTouched = isTouched || fPhysics.isBumperPressed(place.first, place.second);
-      }
-    }
-    put(fTouches[i], isTouched ? 1.0 : 0.0);
+    const bool isPressed = i < kBumpers && fBumperTime[i] > 0;
+    put(fTouches[i], isPressed || fWorld.isTouched(i) ? 1.0 : 0.0);
   }
 }
 

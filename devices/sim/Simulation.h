@@ -86,6 +86,7 @@ private:
   void xDrive();
   void xHoist();
   void xSteps();
+  void xFeelBumpers();
   void xWarm();
 
   void xWriteJoints();
@@ -109,7 +110,11 @@ private:
   std::vector<Board> fBoards;
   std::array<Foot, 2> fFeet;
   std::array<double, 2> fObstacles{};
+  /// In the order of `touchSensors`, which begins with the bumpers.
   std::vector<GK::GKMemoryCell*> fTouches;
+  static constexpr std::size_t kBumpers = 4;
+  /// How long each bumper's switch stays closed, s.
+  std::array<double, kBumpers> fBumperTime{};
   std::array<GK::GKMemoryCell*, 2> fAngles{};
   std::array<GK::GKMemoryCell*, 3> fAccelerations{};
   std::array<GK::GKMemoryCell*, 3> fRates{};
