@@ -27,6 +27,9 @@ struct SessionOptions {
 
 void addSessionOptions(CLI::App& command, SessionOptions& options);
 
+/// The scenario that shows what the simulated robot can notice.
+std::string tourFile();
+
 /// The host's options; those that only one command has are left at their defaults.
 runtime::HostOptions hostOptions(const SessionOptions& options);
 

@@ -1,6 +1,7 @@
 #include "runtime/Host.h"
 
 #include "devices/DeviceKeys.h"
+#include "formats/FormatError.h"
 #include "gk/DCM.h"
 #include "gk/GKMemory.h"
 #include "gk/GKResourceManager.h"
@@ -18,6 +19,14 @@ template <class... F> Overloaded(F...) -> Overloaded<F...>;
 
 /// Name under which a run subscribes to the extractors that it was asked to.
 constexpr const char* kSubscriber = "gk";
+
+/// As `keyTypeOf`, for a robot whose world has these keys and no others.
+formats::KeyType simulatedTypeOf(std::string_view key) {
+  if (key.starts_with(devices::World::kPrefix) && devices::findDeviceKey(key) == nullptr) {
+    throw formats::FormatError("the simulated robot has no such key");
+  }
+  return devices::keyTypeOf(key);
+}
 
 } // namespace
 
@@ -55,17 +64,50 @@ private:
   Host& fHost;
 };
 
+/// What happens as time goes on: the recordings, and at equal times after them the simulated robot,
+/// which thus sees in each frame what was played by its end.
+class Host::Input : public GK::GKInput {
+public:
+  explicit Input(Host& host) : fHost(host) {}
+
+  std::optional<GK::GKMicros> next() override {
+    const std::optional<GK::GKMicros> line = fHost.fPlayer.next();
+    if (fHost.fSimulation == nullptr) {
+      return line;
+    }
+    const GK::GKMicros frame = fHost.fSimulation->next();
+    return line ? std::min(*line, frame) : frame;
+  }
+
+  void apply() override {
+    const std::optional<GK::GKMicros> line = fHost.fPlayer.next();
+    if (fHost.fSimulation != nullptr && (!line || fHost.fSimulation->next() < *line)) {
+      fHost.fSimulation->advance(fHost.fClock->elapsed());
+    } else {
+      fHost.fPlayer.apply();
+    }
+  }
+
+private:
+  Host& fHost;
+};
+
 Host::Host(HostOptions options)
-    : fOptions(std::move(options)), fClock(xMakeClock()), fTarget(std::make_unique<Target>(*this)),
-      fPlayer(*fTarget), fWatch(boost::make_shared<Watch>(*this)) {
+    : fOptions(std::move(options)), fClock(xMakeClock()),
+      fDevices(fStore, fOptions.simulation ? devices::simulatedKeys() : devices::deviceKeys()),
+      fTarget(std::make_unique<Target>(*this)), fPlayer(*fTarget),
+      fInput(std::make_unique<Input>(*this)), fWatch(boost::make_shared<Watch>(*this)) {
   std::vector<formats::Action> subscriptions;
   for (const std::string& module : fOptions.subscribe) {
     subscriptions.emplace_back(formats::CallAction{
         module, "subscribe", {GK::GKValue(kSubscriber)}, module + ".subscribe"});
   }
   fPlayer.add(std::move(subscriptions));
-  fPlayer.open(fOptions.files, devices::keyTypeOf);
+  fPlayer.open(fOptions.files, fOptions.simulation ? simulatedTypeOf : devices::keyTypeOf);
   fPlayer.setLoop(fOptions.isLoop);
+  if (fOptions.simulation) {
+    fSimulation = std::make_unique<devices::Simulation>(fStore, *fOptions.simulation);
+  }
   GK::GKClock::install(fClock);
   GK::GKOperationHook::install(fFaults);
 }
@@ -82,7 +124,7 @@ std::shared_ptr<GK::GKClock> Host::xMakeClock() {
 }
 
 GK::GKInput& Host::xInput() {
-  return fOptions.replay != nullptr ? fOptions.replay->input() : fPlayer;
+  return fOptions.replay != nullptr ? fOptions.replay->input() : *fInput;
 }
 
 Host::~Host() {
@@ -110,6 +152,9 @@ void Host::start() {
     xAct(action);
   }
   fDevices.publish();
+  if (fSimulation != nullptr) {
+    fSimulation->start();
+  }
   if (fOptions.recorder != nullptr) {
     fOptions.recorder->start(fStore, preload);
   }
@@ -131,7 +176,14 @@ void Host::xStartServices() {
       service->initModule();
     }
   };
-  add(boost::make_shared<GK::GKMemory>(fBroker, fStore));
+  const auto memory = boost::make_shared<GK::GKMemory>(fBroker, fStore);
+  if (fSimulation != nullptr) {
+    memory->guardKeys(devices::World::kPrefix,
+                      [this](const std::string& key, const GK::GKValue& value) {
+                        return fSimulation->admit(key, value);
+                      });
+  }
+  add(memory);
   add(boost::make_shared<GK::DCM>(fBroker, fStore));
   add(boost::make_shared<GK::GKResourceManager>(fBroker, fStore));
 }
@@ -212,6 +264,7 @@ void Host::xAct(const formats::Action& action) {
   }
   std::visit(
       Overloaded{[this](const formats::SetAction& set) {
+                   xAdmit(set);
                    for (const auto& [key, value] : set.values) {
                      fDevices.set(key, value);
                    }
@@ -238,6 +291,20 @@ void Host::xAct(const formats::Action& action) {
                    }
                  }},
       action);
+}
+
+void Host::xAdmit(const formats::SetAction& set) {
+  if (fSimulation == nullptr) {
+    return;
+  }
+  for (const auto& [key, value] : set.values) {
+    if (!key.starts_with(devices::World::kPrefix)) {
+      continue;
+    }
+    if (const std::string refusal = fSimulation->admit(key, value); !refusal.empty()) {
+      throw formats::FormatError(refusal);
+    }
+  }
 }
 
 void Host::xGet(const std::string& key) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "devices/DeviceLayer.h"
+#include "devices/sim/Simulation.h"
 #include "formats/OutputLine.h"
 #include "formats/Recording.h"
 #include "gk/GKBroker.h"
@@ -42,6 +43,9 @@ struct HostOptions {
   std::vector<std::string> subscribe;
   /// Keys whose values are reported after every tick.
   std::vector<std::string> sample;
+
+  /// The simulated robot, if there is to be one.
+  std::optional<devices::SimulationOptions> simulation;
 
   bool isVirtual = false;
   /// Wall time at the start of the virtual clock, in seconds since 1970.
@@ -115,6 +119,7 @@ public:
 private:
   class Watch;
   class Target;
+  class Input;
 
   std::shared_ptr<GK::GKClock> xMakeClock();
   GK::GKInput& xInput();
@@ -122,6 +127,8 @@ private:
   bool xHasService(const char* name) const;
   void xReport(Answer answer);
   void xAct(const formats::Action& action);
+  /// Raises `FormatError` when the world of the simulated robot refuses a value.
+  void xAdmit(const formats::SetAction& set);
   void xGet(const std::string& key);
   void xOnTick(GK::GKMicros time);
 
@@ -129,9 +136,11 @@ private:
   std::shared_ptr<GK::GKMemoryStore> fStore = std::make_shared<GK::GKMemoryStore>();
   std::shared_ptr<GK::GKClock> fClock;
   std::shared_ptr<FaultPlan> fFaults = std::make_shared<FaultPlan>();
-  devices::DeviceLayer fDevices{fStore};
+  devices::DeviceLayer fDevices;
+  std::unique_ptr<devices::Simulation> fSimulation;
   std::unique_ptr<Target> fTarget;
   Player fPlayer;
+  std::unique_ptr<Input> fInput;
   std::vector<boost::shared_ptr<Reporter>> fReporters;
   boost::shared_ptr<Watch> fWatch;
 
