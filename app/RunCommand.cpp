@@ -2,6 +2,8 @@
 #include "app/Session.h"
 #include "formats/Numbers.h"
 
+#include <fmt/format.h>
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,6 +14,7 @@ namespace {
 
 struct RunOptions {
   SessionOptions session;
+  ListenOptions listen;
   bool isLoop = false;
   std::optional<double> limit;
   std::string speed = "real";
@@ -32,12 +35,20 @@ void addRunCommand(CLI::App& app, Action& action) {
       ->check(CLI::IsMember({"real", "max"}).description(""))
       ->type_name("real|max")
       ->capture_default_str();
+  addListenOptions(*command, options->listen);
   command->callback([options, &action] {
     action = [options] {
       runtime::HostOptions host = hostOptions(options->session);
       host.isVirtual = options->speed == "max";
       host.isLoop = options->isLoop;
+      if (host.isVirtual && options->listen.isAddressGiven) {
+        fmt::print(stderr, "gk: --listen needs real time, --speed max has none\n");
+        return static_cast<int>(kBadInput);
+      }
       SessionView view;
+      if (!host.isVirtual) {
+        view.listen = options->listen;
+      }
       view.isAlwaysReadable = true;
       view.isInterruptible = true;
       if (options->limit) {

@@ -4,6 +4,7 @@
 #include "app/ProgressBar.h"
 #include "app/SignalWatch.h"
 #include "formats/InputError.h"
+#include "gateway/Gateway.h"
 #include "runtime/Outlet.h"
 #include "runtime/Reporter.h"
 #include "zu/log.h"
@@ -106,8 +107,31 @@ void sumUp(const runtime::RunStatistics& run, std::chrono::steady_clock::duratio
              run.ticks, run.events, wallSeconds, wallSeconds > 0 ? seconds / wallSeconds : 0.0);
 }
 
+/// Sends clients away, whichever way a run ends, before the modules go.
+class GatewayCloser {
+public:
+  explicit GatewayCloser(gateway::Gateway* gateway) : fGateway(gateway) {}
+  ~GatewayCloser() { close(); }
+  GatewayCloser(const GatewayCloser&) = delete;
+  GatewayCloser& operator=(const GatewayCloser&) = delete;
+
+  void open(const boost::shared_ptr<GK::GKBroker>& broker) {
+    if (fGateway != nullptr) {
+      fGateway->open(broker);
+    }
+  }
+  void close() {
+    if (fGateway != nullptr) {
+      fGateway->close();
+    }
+  }
+
+private:
+  gateway::Gateway* fGateway;
+};
+
 /// Start, run and shutdown. A start that fails has still run: its output stays.
-int play(runtime::Host& host) {
+int play(runtime::Host& host, GatewayCloser& gateway) {
   try {
     host.start();
   } catch (const runtime::LoadError& error) {
@@ -115,7 +139,9 @@ int play(runtime::Host& host) {
     host.shutdown();
     return kFailure;
   }
+  gateway.open(host.broker());
   host.run();
+  gateway.close();
   host.shutdown();
   return kSuccess;
 }
@@ -131,7 +157,11 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
     zu::log::setConsoleLevel(0); // the reporters show the log
     zu::log::setFile(options.logFile, zu::log::Debug);
     const auto start = std::chrono::steady_clock::now();
+    // Outlives the host, whose end waits for the calls of clients.
+    const std::unique_ptr<gateway::Gateway> gateway =
+        view.listen ? startGateway(*view.listen) : nullptr;
     runtime::Host host(hostOptions);
+    GatewayCloser closer(gateway.get());
     Outputs outputs(options, view, !hostOptions.isVirtual);
     outputs.addTo(host);
     std::optional<SignalWatch> watch;
@@ -143,7 +173,7 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
       bar = boost::make_shared<ProgressBar>(host);
       GK::GKObserverList::instance().add(bar);
     }
-    const int code = play(host);
+    const int code = play(host, closer);
     GK::GKObserverList::instance().remove(bar);
     bar.reset();
     outputs.commit();
@@ -153,6 +183,9 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
     return code;
   } catch (const formats::InputError& error) {
     fmt::print(stderr, "{}\n", error.what());
+    return kBadInput;
+  } catch (const gateway::AccessError& error) {
+    complain(error.what());
     return kBadInput;
   } catch (const runtime::OutputError& error) {
     complain(error.what());
