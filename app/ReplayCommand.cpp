@@ -14,6 +14,7 @@ namespace {
 struct ReplayOptions {
   SessionOptions session;
   bool isAsInput = false;
+  std::string report;
 };
 
 /// True when the files are the parts of a recorded run, to be repeated as it was.
@@ -28,6 +29,7 @@ int replay(const ReplayOptions& options) {
   host.endsWithInput = !host.until.has_value();
   SessionView view;
   view.hasProgressBar = true;
+  view.report = options.report;
   try {
     if (isRun(options)) {
       if (!host.subscribe.empty() || !host.without.empty()) {
@@ -56,6 +58,10 @@ void addReplayCommand(CLI::App& app, Action& action) {
   command->get_option("FILE")->required();
   command->add_flag("--as-input", options->isAsInput,
                     "Play what came into a recorded run, in ticks of its own");
+  command
+      ->add_option("--report", options->report,
+                   "Write a page with a time line, plots and counts to this file")
+      ->type_name("FILE.html");
   command->callback([options, &action] { action = [options] { return replay(*options); }; });
 }
 

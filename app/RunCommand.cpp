@@ -4,6 +4,8 @@
 #include "app/Session.h"
 #include "formats/Numbers.h"
 
+#include <fmt/format.h>
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,6 +17,7 @@ namespace {
 struct RunOptions {
   SessionOptions session;
   RecordOptions record;
+  ListenOptions listen;
   bool isLoop = false;
   std::optional<double> limit;
   std::string speed = "real";
@@ -63,7 +66,14 @@ int run(const RunOptions& options) {
       host.isLoop = true;
     }
   }
+  if (host.isVirtual && options.listen.isAddressGiven) {
+    fmt::print(stderr, "gk: --listen needs real time, --speed max has none\n");
+    return kBadInput;
+  }
   SessionView view;
+  if (!host.isVirtual) {
+    view.listen = options.listen;
+  }
   view.isAlwaysReadable = true;
   view.isInterruptible = true;
   view.record = recorderOptions(options.record, host);
@@ -90,6 +100,7 @@ void addRunCommand(CLI::App& app, Action& action) {
       ->check(CLI::IsMember({"real", "max"}).description(""))
       ->type_name("real|max")
       ->capture_default_str();
+  addListenOptions(*command, options->listen);
   command->callback([options, &action] { action = [options] { return run(*options); }; });
 }
 

@@ -2,9 +2,12 @@
 
 #include "app/Commands.h"
 #include "app/ProgressBar.h"
+#include "app/RunRecording.h"
+#include "app/RunReport.h"
 #include "app/SignalWatch.h"
 #include "formats/FormatError.h"
 #include "formats/InputError.h"
+#include "gateway/Gateway.h"
 #include "runtime/Outlet.h"
 #include "runtime/Reporter.h"
 #include "zu/log.h"
@@ -107,44 +110,30 @@ void sumUp(const runtime::RunStatistics& run, std::chrono::steady_clock::duratio
              run.ticks, run.events, wallSeconds, wallSeconds > 0 ? seconds / wallSeconds : 0.0);
 }
 
-/// The recorder of a run, as an observer for as long as this object lives.
-class Recording {
+/// Sends clients away, whichever way a run ends, before the modules go.
+class GatewayCloser {
 public:
-  Recording(const std::optional<runtime::RecorderOptions>& options, runtime::HostOptions& host) {
-    if (options) {
-      fRecorder = boost::make_shared<runtime::Recorder>(*options);
-      host.recorder = fRecorder->run();
-      GK::GKObserverList::instance().add(fRecorder);
+  explicit GatewayCloser(gateway::Gateway* gateway) : fGateway(gateway) {}
+  ~GatewayCloser() { close(); }
+  GatewayCloser(const GatewayCloser&) = delete;
+  GatewayCloser& operator=(const GatewayCloser&) = delete;
+
+  void open(runtime::Host& host) {
+    if (fGateway != nullptr) {
+      fGateway->open(host.broker(),
+                     [&host](const formats::Action& action, const std::function<void()>& work) {
+                       host.carryOut(action, work);
+                     });
     }
   }
-  ~Recording() { GK::GKObserverList::instance().remove(fRecorder); }
-  Recording(const Recording&) = delete;
-  Recording& operator=(const Recording&) = delete;
-
-  /// Raises `WriteError`.
-  void finish() {
-    if (fRecorder == nullptr) {
-      return;
-    }
-    fRecorder->finish();
-    for (const std::string& name : fRecorder->files()) {
-      fmt::print(stderr, "recorded {}\n", name);
-    }
-    const runtime::RecordingLosses losses = fRecorder->losses();
-    if (losses.blocks + losses.messages > 0) {
-      complain(fmt::format("the recording lacks {} blocks of the run and {} messages, the disk was "
-                           "too slow",
-                           losses.blocks, losses.messages));
-    }
-    if (losses.overlaps > 0) {
-      complain(fmt::format("a task kept others waiting for too long, {} times: the recording may "
-                           "replay differently",
-                           losses.overlaps));
+  void close() {
+    if (fGateway != nullptr) {
+      fGateway->close();
     }
   }
 
 private:
-  boost::shared_ptr<runtime::Recorder> fRecorder;
+  gateway::Gateway* fGateway;
 };
 
 void warnOf(const runtime::HostOptions& options) {
@@ -156,7 +145,7 @@ void warnOf(const runtime::HostOptions& options) {
 }
 
 /// Start, run and shutdown. A start that fails has still run: its output stays.
-int play(runtime::Host& host) {
+int play(runtime::Host& host, GatewayCloser& gateway) {
   try {
     host.start();
   } catch (const runtime::LoadError& error) {
@@ -164,7 +153,9 @@ int play(runtime::Host& host) {
     host.shutdown();
     return kFailure;
   }
+  gateway.open(host);
   host.run();
+  gateway.close();
   host.shutdown();
   return kSuccess;
 }
@@ -180,10 +171,17 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     zu::log::setConsoleLevel(0); // the reporters show the log
     zu::log::setFile(options.logFile, zu::log::Debug);
     const auto start = std::chrono::steady_clock::now();
-    Recording recording(view.record, hostOptions);
+    RunRecording recording(view.record, hostOptions);
+    // Outlives the host, whose end waits for the calls of clients.
+    const std::unique_ptr<gateway::Gateway> gateway =
+        view.listen ? startGateway(*view.listen) : nullptr;
     runtime::Host host(hostOptions);
+    GatewayCloser closer(gateway.get());
     Outputs outputs(options, view, !hostOptions.isVirtual);
     outputs.addTo(host);
+    recording.attach(host);
+    RunReport report(view.report, options.files);
+    report.attach(host);
     std::optional<SignalWatch> watch;
     if (view.isInterruptible) {
       watch.emplace([&host] { host.requestEnd(); }, view.wallLimit);
@@ -193,11 +191,12 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
       bar = boost::make_shared<ProgressBar>(host);
       GK::GKObserverList::instance().add(bar);
     }
-    const int code = play(host);
+    const int code = play(host, closer);
     GK::GKObserverList::instance().remove(bar);
     bar.reset();
     recording.finish();
     outputs.commit();
+    report.finish(host, hostOptions.replay.get());
     warnOf(hostOptions);
     if (code == kSuccess) {
       sumUp(host.statistics(), std::chrono::steady_clock::now() - start);
@@ -207,6 +206,9 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     fmt::print(stderr, "{}\n", error.what());
     return kBadInput;
   } catch (const formats::FormatError& error) {
+    complain(error.what());
+    return kBadInput;
+  } catch (const gateway::AccessError& error) {
     complain(error.what());
     return kBadInput;
   } catch (const runtime::OutputError& error) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/Listen.h"
 #include "app/SessionOptions.h"
 #include "runtime/Host.h"
 #include "runtime/Recorder.h"
@@ -17,11 +18,15 @@ struct SessionView {
   bool isAlwaysReadable = false;
   /// Shows how far the run has come while it takes its time, when standard error is a terminal.
   bool hasProgressBar = false;
+  /// Writes a report of the run to this file, if there is one.
+  std::string report;
   /// Records the run.
   std::optional<runtime::RecorderOptions> record;
   /// Ends the run on SIGINT and SIGTERM, and after this time.
   bool isInterruptible = false;
   std::optional<std::chrono::microseconds> wallLimit;
+  /// Serves clients.
+  std::optional<ListenOptions> listen;
 };
 
 /// Runs a host from start to shutdown with the outputs that the options ask for, and sums up on

@@ -100,6 +100,11 @@ public:
   /// Ends everything, then checks what was not played of the input. Raises `InputError`.
   void shutdown();
 
+  /// Where the modules live; empty before `start` and after `shutdown`.
+  const boost::shared_ptr<GK::GKBroker>& broker() const noexcept { return fBroker; }
+  /// The memory's keys. Any thread.
+  std::shared_ptr<const GK::GKMemoryStore> store() const noexcept { return fStore; }
+
   /// How much of the files has been read, 0 to 1. To be asked for by observers in ticks of a
   /// virtual run.
   double progress() const noexcept {

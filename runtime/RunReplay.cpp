@@ -53,14 +53,15 @@ RunReplay::RunReplay(std::vector<std::string> files)
     : fFiles(std::move(files)), fInput(std::make_unique<Input>(*this)) {
   xOpenNext();
   xReadPreload();
+  fAbout = fFile->about();
 }
 
 RunReplay::~RunReplay() = default;
 
 std::vector<std::string> RunReplay::without() const {
   std::vector<std::string> services;
-  const auto found = fFile->about().find(formats::kWithoutMember);
-  std::istringstream names(found != fFile->about().end() ? found->second : std::string());
+  const auto found = fAbout.find(formats::kWithoutMember);
+  std::istringstream names(found != fAbout.end() ? found->second : std::string());
   for (std::string name; std::getline(names, name, ',');) {
     services.push_back(name);
   }
@@ -71,6 +72,7 @@ void RunReplay::attach(std::shared_ptr<GK::GKMemoryStore> store, Act act) {
   fStore = std::move(store);
   fAct = std::move(act);
   xReadSegment();
+  fEpoch = fWallOffset;
 }
 
 GK::GKInput& RunReplay::input() noexcept {

@@ -33,6 +33,11 @@ public:
   /// The services that the run did without.
   std::vector<std::string> without() const;
 
+  /// What the files say about the run.
+  const formats::mcap::StringMap& about() const noexcept { return fAbout; }
+  /// Microseconds since 1970 at time 0 of the run, from `attach` on.
+  std::int64_t epoch() const noexcept { return fEpoch; }
+
   /// Where values and actions go. Before a clock is made of it. Raises `InputError`.
   void attach(std::shared_ptr<GK::GKMemoryStore> store, Act act);
 
@@ -84,6 +89,8 @@ private:
   std::optional<Segment> fNext;
   std::optional<formats::RunTurn> fFollowing;
   std::int64_t fWallOffset = 0;
+  std::int64_t fEpoch = 0;
+  formats::mcap::StringMap fAbout;
   /// Tasks that are told of and have not started yet.
   std::vector<formats::RunTask> fExpected;
   std::vector<formats::Action> fActions;

@@ -1,0 +1,67 @@
+#include "app/Listen.h"
+
+#include "gateway/Gateway.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace gk::app {
+
+void addListenOptions(CLI::App& command, ListenOptions& options) {
+  CLI::Option* address =
+      command
+          .add_option(
+              "--listen", options.address,
+              "Serve programs, viewers and browsers at this address; port 0 takes a free one")
+          ->type_name("ADDRESS:PORT")
+          ->capture_default_str();
+  address->each([&options](const std::string&) { options.isAddressGiven = true; });
+  command.add_flag("--no-listen", options.isOff, "Serve nobody")->excludes(address);
+  command
+      .add_option("--token-file", options.tokenFile,
+                  "Clients must know the token in this file (mode 0600); needed for addresses that "
+                  "others can reach")
+      ->type_name("FILE");
+  command
+      .add_option("--allow-host", options.hosts,
+                  "A further name under which clients may address this host")
+      ->type_name("NAME")
+      ->allow_extra_args(false);
+  command
+      .add_option("--allow-origin", options.origins,
+                  "A further origin whose pages may connect, such as https://viewer.example")
+      ->type_name("ORIGIN")
+      ->allow_extra_args(false);
+}
+
+std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options) {
+  if (options.isOff) {
+    return nullptr;
+  }
+  gateway::GatewayOptions gatewayOptions;
+  gatewayOptions.access.address = gateway::parseAddress(options.address);
+  if (!options.tokenFile.empty()) {
+    gatewayOptions.access.token = gateway::readToken(options.tokenFile);
+  }
+  gatewayOptions.access.hosts = options.hosts;
+  gatewayOptions.access.origins = options.origins;
+  gatewayOptions.version = GK_VERSION;
+  const gateway::Address address = gatewayOptions.access.address;
+  try {
+    auto gateway = std::make_unique<gateway::Gateway>(std::move(gatewayOptions));
+    const bool isSix = address.host.find(':') != std::string::npos;
+    fmt::print(stderr, "listening at http://{}:{}/\n",
+               isSix ? "[" + address.host + "]" : address.host, gateway->port());
+    return gateway;
+  } catch (const gateway::AccessError& error) {
+    if (options.isAddressGiven || !error.isAddressTaken()) {
+      throw;
+    }
+    fmt::print(stderr, "gk: {} is taken, perhaps by another host: nobody can connect to this one\n",
+               options.address);
+    return nullptr;
+  }
+}
+
+} // namespace gk::app

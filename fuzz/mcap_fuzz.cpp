@@ -1,0 +1,67 @@
+#include "formats/FormatError.h"
+#include "formats/mcap/Reader.h"
+#include "formats/mcap/Recover.h"
+#include "formats/mcap/Verify.h"
+#include "formats/RunLog.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+// Any bytes as a recording: reading, checking and saving come to an end, and what was saved is
+// whole and holds as many messages as were read.
+
+namespace {
+
+namespace mcap = gk::formats::mcap;
+
+/// Enough for every shape of a chunk, small enough to try many.
+constexpr std::uint64_t kMaxChunk = 1 << 20;
+
+void readEntries(std::string_view block) {
+  gk::formats::RunLogReader entries(block);
+  try {
+    while (entries.next()) {
+    }
+  } catch (const gk::formats::FormatError&) {
+    return;
+  }
+}
+
+void read(std::string_view bytes) {
+  mcap::MemorySource source(bytes);
+  mcap::Reader reader(source, kMaxChunk);
+  while (const auto item = reader.next()) {
+    if (const auto* message = std::get_if<mcap::Message>(&*item)) {
+      readEntries(message->data);
+    }
+  }
+}
+
+void save(std::string_view bytes) {
+  mcap::MemorySource source(bytes);
+  mcap::MemorySink sink;
+  const mcap::Recovered saved = mcap::recover(source, sink, mcap::Compression::None);
+  mcap::MemorySource written(sink.bytes());
+  const mcap::Verdict verdict = mcap::verify(written);
+  if (verdict.problems.count() != 0 || verdict.statistics.messageCount != saved.messages) {
+    std::abort();
+  }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  readEntries(bytes);
+  try {
+    read(bytes);
+    mcap::MemorySource source(bytes);
+    mcap::verify(source);
+    save(bytes);
+  } catch (const gk::formats::FormatError&) {
+    return 0;
+  }
+  return 0;
+}

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "gk/GKMemoryStore.h"
+#include "gk/GKObserver.h"
+#include "runtime/report/Trace.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace gk::runtime {
+
+/// What a report tells of a run, in memory that does not grow with the run beyond some bounds.
+struct ReportData {
+  struct Event {
+    bool isMicro = false;
+    std::uint64_t count = 0;
+    /// The first ones: time and value as JSON.
+    std::vector<std::pair<GK::GKMicros, std::string>> raises;
+    std::string lastValue;
+  };
+  struct LogLine {
+    GK::GKMicros time = 0;
+    int level = 0;
+    std::string category;
+    std::string text;
+  };
+  struct Series {
+    std::string name;
+    Trace trace;
+  };
+  struct Plot {
+    std::string title;
+    std::string unit;
+    std::vector<Series> series;
+  };
+
+  std::map<std::string, Event> events;
+  std::uint64_t raises = 0;
+  std::uint64_t ticks = 0;
+  GK::GKMicros end = 0;
+  /// Errors and warnings, the first ones.
+  std::vector<LogLine> log;
+  std::uint64_t errors = 0;
+  std::uint64_t warnings = 0;
+  std::vector<Plot> plots;
+};
+
+/// Collects a report: an observer of one run. From any thread.
+class ReportCollector final : public GK::GKObserver {
+public:
+  static constexpr std::size_t kMostRaises = 2000;
+  static constexpr std::size_t kMostLogLines = 500;
+  /// Of the joints, the hottest ones are drawn.
+  static constexpr std::size_t kHottestJoints = 6;
+
+  explicit ReportCollector(std::shared_ptr<const GK::GKMemoryStore> store);
+
+  void onNotice(const GK::GKNotice& notice) override;
+  void onTick(GK::GKMicros time, const GK::GKTask& task) override;
+
+  /// What was collected, after the run.
+  ReportData take();
+
+private:
+  struct Source {
+    std::string key;
+    Trace* trace = nullptr;
+    const GK::GKMemoryCell* cell = nullptr;
+  };
+
+  void xAddPlot(const std::string& title, const std::string& unit,
+                const std::vector<std::pair<std::string, std::string>>& namesAndKeys);
+
+  std::shared_ptr<const GK::GKMemoryStore> fStore;
+  std::mutex fMutex;
+  ReportData fData;
+  std::vector<Source> fSources;
+};
+
+} // namespace gk::runtime

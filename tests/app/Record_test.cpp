@@ -1,0 +1,325 @@
+#include "support/Program.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstring>
+#include <netinet/in.h>
+#include <sstream>
+#include <sys/socket.h>
+#include <thread>
+
+// Recordings of whole runs, repeated: what comes out must be the same to the byte.
+
+namespace {
+
+namespace fs = std::filesystem;
+using gk::test::Program;
+using gk::test::ProgramResult;
+using gk::test::readFile;
+using gk::test::runProgram;
+using gk::test::TemporaryFolder;
+using gk::test::writeFile;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+const std::string kData = GK_SOURCE_DIR "/data/";
+const fs::path kScenarios = GK_SOURCE_DIR "/tests/scenarios";
+
+ProgramResult gk(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), GK_PROGRAM);
+  return runProgram(std::move(arguments));
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+/// What a run wrote and what its repetition wrote.
+void expectSameOutput(const std::string& run, const std::string& replay) {
+  const std::vector<std::string> expected = linesOf(readFile(run));
+  const std::vector<std::string> actual = linesOf(readFile(replay));
+  ASSERT_THAT(expected, Not(IsEmpty()));
+  for (std::size_t i = 0; i < std::min(expected.size(), actual.size()); ++i) {
+    ASSERT_EQ(actual[i], expected[i]) << "line " << i + 1;
+  }
+  EXPECT_EQ(actual.size(), expected.size());
+}
+
+class Record : public testing::Test {
+protected:
+  /// Runs with a recording, repeats it, and compares.
+  void runAndRepeat(std::vector<std::string> options) {
+    options.insert(options.begin(),
+                   {"run", "--no-listen", "--record", fRecording, "--out", fRunOutput});
+    const ProgramResult run = gk(options);
+    ASSERT_EQ(run.code, 0) << run.err;
+    EXPECT_THAT(run.err, HasSubstr("recorded " + fRecording));
+    EXPECT_THAT(run.err, Not(HasSubstr("gk:"))); // nothing lost
+    repeat();
+  }
+
+  void repeat(const std::vector<std::string>& options = {}) {
+    std::vector<std::string> arguments = {"replay", "--out", fReplayOutput, fRecording};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    const ProgramResult replay = gk(arguments);
+    ASSERT_EQ(replay.code, 0) << replay.err;
+    EXPECT_THAT(replay.err, Not(HasSubstr("gk:")));
+    expectSameOutput(fRunOutput, fReplayOutput);
+    const ProgramResult verify = gk({"recording", "verify", fRecording});
+    EXPECT_EQ(verify.code, 0) << verify.out;
+  }
+
+  std::string file(const std::string& name) const { return fFolder.file(name); }
+
+  TemporaryFolder fFolder;
+  const std::string fRecording = file("run.mcap");
+  const std::string fRunOutput = file("run.jsonl");
+  const std::string fReplayOutput = file("replay.jsonl");
+};
+
+/// Calls that overlap each other and the ticks, writes, and a module's own lock that is waited for.
+constexpr const char* kVisitors = R"(
+{"t": 0.05, "call": "GKSonar.subscribe", "args": ["first"]}
+{"t": 0.1, "call": "GKSonar.subscribe", "args": ["second"]}
+{"t": 0.2, "set": {"Device/SubDeviceList/Head/Touch/Front/Sensor/Value": 1.0}}
+{"t": 0.3, "call": "GKSonar.unsubscribe", "args": ["first"]}
+{"t": 0.3, "call": "GKMemory.raiseEvent", "args": ["Mine", [1, 2.5, "x", {"float": "nan"}, null]]}
+{"t": 0.31, "call": "GKMemory.raiseMicroEvent", "args": ["Mine", true]}
+{"t": 0.35, "call": "GKMemory.insertData", "args": ["Device/SubDeviceList/LFoot/FSR/TotalWeight/Sensor/Value", 2.5]}
+{"t": 0.4, "set": {"Device/SubDeviceList/LFoot/Bumper/Left/Sensor/Value": 1.0}}
+{"t": 0.45, "fail": {"operation": "raiseEvent", "key": "FrontTactilTouched"}}
+{"t": 0.5, "set": {"Device/SubDeviceList/Head/Touch/Front/Sensor/Value": 0.0}}
+{"t": 0.6, "getOutput": "GKSonar"}
+{"t": 0.7, "call": "GKSensors.nothing"}
+{"t": 0.8, "get": ["Device/SubDeviceList/LFoot/FSR/TotalWeight/Sensor/Value", "nothing"]}
+{"t": 1.2, "call": "GKSonar.unsubscribe", "args": ["second"]}
+{"t": 1.3, "call": "GKSonar.subscribe", "args": ["third", 30, 0.5]}
+)";
+
+TEST_F(Record, ARunInRealTimeIsRepeatedToTheByte) {
+  writeFile(file("visitors.jsonl"), kVisitors);
+  // Ends while the last call sleeps.
+  runAndRepeat({"--for", "1.6", "--subscribe", "GKSonar", file("visitors.jsonl"),
+                kData + "us_wallrobot.csv"});
+  EXPECT_THAT(readFile(fRunOutput), HasSubstr(R"("name":"Mine")"));
+}
+
+TEST_F(Record, ARunThatAScenarioEndsIsRepeatedWithItsShutdown) {
+  writeFile(file("exit.jsonl"), R"({"t": 0.1, "call": "GKSonar.subscribe", "args": ["a"]}
+{"t": 0.4, "exit": true}
+)");
+  runAndRepeat({file("exit.jsonl")});
+  // The call was asleep, and ended with the shutdown.
+  EXPECT_THAT(readFile(fReplayOutput), HasSubstr(R"("call":"GKSonar.subscribe")"));
+}
+
+TEST_F(Record, EveryScenarioIsRepeatedToTheByte) {
+  int count = 0;
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(kScenarios)) {
+    const std::string path = entry.path().string();
+    if (!path.ends_with(".jsonl") || path.ends_with(".expected.jsonl")) {
+      continue;
+    }
+    const std::string text = readFile(path);
+    // Malformed ones make no recording, and those with options of their own are tested elsewhere.
+    if (text.find("# exit:") != std::string::npos || text.find("# options:") != std::string::npos) {
+      continue;
+    }
+    SCOPED_TRACE(path);
+    runAndRepeat({"--speed", "max", "--until", "60", path});
+    ++count;
+  }
+  EXPECT_GT(count, 50);
+}
+
+TEST_F(Record, ServicesThatWereLeftOutAreLeftOutAgain) {
+  runAndRepeat({"--speed", "max", "--until", "2", "--without", "DCM", "--without",
+                "GKResourceManager", kData + "us_wallrobot.csv"});
+}
+
+TEST_F(Record, TheWallClockIsRepeated) {
+  // Before 1970, where whole seconds are counted downwards.
+  runAndRepeat({"--speed", "max", "--until", "20", "--epoch", "-5", "--subscribe", "GKSonar",
+                kData + "us_wallrobot.csv"});
+}
+
+TEST_F(Record, TheSimulatedRobotsTourIsRepeatedToTheByte) {
+  runAndRepeat({"--speed", "max", "--until", "70"});
+  EXPECT_THAT(readFile(fReplayOutput), HasSubstr("robotPoseChanged"));
+}
+
+/// Answers to clients go to the clients: the run's output has none, the repetition's has.
+constexpr const char* kWithoutAnswers = "declare,event,micro,data,order,resource,log";
+
+/// One JSON-RPC request; the answer's text.
+std::string post(int port, const std::string& body) {
+  const int client = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  std::string answer;
+  if (connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
+    const std::string request = "POST /rpc HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) +
+                                "\r\nContent-Type: application/json\r\nConnection: close\r\n"
+                                "Content-Length: " +
+                                std::to_string(body.size()) + "\r\n\r\n" + body;
+    send(client, request.data(), request.size(), 0);
+    char buffer[4096];
+    for (ssize_t got = 0; (got = recv(client, buffer, sizeof(buffer), 0)) > 0;) {
+      answer.append(buffer, static_cast<std::size_t>(got));
+    }
+  }
+  close(client);
+  return answer;
+}
+
+/// The port in the line that tells where the program listens; 0 before it is there.
+int portOf(const std::string& text) {
+  constexpr const char* before = "http://127.0.0.1:";
+  const std::size_t place = text.find(before);
+  return place == std::string::npos ? 0 : std::atoi(text.c_str() + place + strlen(before));
+}
+
+TEST_F(Record, TheTourInRealTimeIsRepeatedWithTheClientsThatCameAndWent) {
+  Program program({GK_PROGRAM, "run", "--for", "8", "--listen", "127.0.0.1:0", "--record",
+                   fRecording, "--out", fRunOutput, "--only", kWithoutAnswers});
+  int port = 0;
+  while ((port = portOf(program.errSoFar())) == 0) {
+    std::this_thread::yield();
+  }
+  // Until the run has ended: three clients, each with calls that sleep, fail, write and raise.
+  std::vector<std::thread> clients;
+  for (int client = 0; client < 3; ++client) {
+    clients.emplace_back([port, client] {
+      const std::string name = "client" + std::to_string(client);
+      const auto call = [&](const std::string& method, const std::string& params) {
+        return post(port, R"({"jsonrpc":"2.0","id":1,"method":")" + method + R"(","params":)" +
+                              params + "}");
+      };
+      while (!call("GKSonar.subscribe", "[\"" + name + "\"]").empty()) {
+        call("GKMemory.raiseEvent", "[\"Visit\",\"" + name + "\"]");
+        call("GKMemory.insertData", R"(["Simulation/Touch/Head/Touch/Rear",1.0])");
+        call("GKSonar.unsubscribe", "[\"nobody\"]");
+        call("GKSonar.unsubscribe", "[\"" + name + "\"]");
+        call("GKMemory.insertData", R"(["Simulation/Touch/Head/Touch/Rear",0.0])");
+      }
+    });
+  }
+  const ProgramResult run = program.wait();
+  for (std::thread& client : clients) {
+    client.join();
+  }
+  ASSERT_EQ(run.code, 0) << run.err;
+  repeat({"--only", kWithoutAnswers});
+  EXPECT_THAT(readFile(fReplayOutput), HasSubstr(R"("name":"Visit")"));
+}
+
+TEST_F(Record, ACutRecordingGivesTheBeginningOfTheRun) {
+  ASSERT_EQ(gk({"run", "--speed", "max", "--until", "200", "--record", fRecording, "--out",
+                fRunOutput, "--subscribe", "GKSonar", kData + "us_wallrobot.csv"})
+                .code,
+            0);
+  const std::string whole = readFile(fRecording);
+  const std::string lines = readFile(fRunOutput);
+  for (const double share : {0.3, 0.6, 0.999}) {
+    const auto length = static_cast<std::size_t>(share * static_cast<double>(whole.size()));
+    writeFile(fRecording, whole.substr(0, length));
+    const ProgramResult replay = gk({"replay", "--out", fReplayOutput, fRecording});
+    ASSERT_EQ(replay.code, share > 0.5 ? 0 : replay.code) << replay.err;
+    if (replay.code == 0) {
+      EXPECT_THAT(replay.err, HasSubstr("cut off"));
+      EXPECT_THAT(lines, StartsWith(readFile(fReplayOutput)));
+    }
+  }
+}
+
+TEST_F(Record, PartsAreRepeatedTogetherAndEachByItself) {
+  ASSERT_EQ(gk({"run", "--speed", "max", "--until", "120", "--record", fRecording, "--record-split",
+                "30s", "--out", fRunOutput, "--subscribe", "GKSonar", kData + "us_wallrobot.csv"})
+                .code,
+            0);
+  std::vector<std::string> parts;
+  while (fs::exists(file("run-00" + std::to_string(parts.size() + 1) + ".mcap"))) {
+    parts.push_back(file("run-00" + std::to_string(parts.size() + 1) + ".mcap"));
+  }
+  ASSERT_GE(parts.size(), 2U);
+  std::vector<std::string> replay = {"replay", "--out", fReplayOutput};
+  replay.insert(replay.end(), parts.begin(), parts.end());
+  const ProgramResult together = gk(replay);
+  ASSERT_EQ(together.code, 0) << together.err;
+  expectSameOutput(fRunOutput, fReplayOutput);
+
+  const ProgramResult alone = gk({"replay", "--out", fReplayOutput, parts.back()});
+  EXPECT_EQ(alone.code, 0) << alone.err;
+  EXPECT_THAT(alone.err, HasSubstr("begins in the middle"));
+  EXPECT_THAT(readFile(fReplayOutput), HasSubstr("robotPoseChanged"));
+}
+
+TEST_F(Record, OnlyWhatHappenedAroundAnEventIsKept) {
+  const ProgramResult run =
+      gk({"run", "--speed", "max", "--until", "40", "--record", fRecording, "--record-on",
+          "ChestButton*", "--record-last", "3", "--record-after", "2", "--out", fRunOutput});
+  ASSERT_EQ(run.code, 0) << run.err;
+  const std::string first = file("run-001.mcap");
+  ASSERT_TRUE(fs::exists(first)) << run.err;
+  EXPECT_EQ(gk({"recording", "verify", first}).code, 0);
+  EXPECT_THAT(gk({"recording", "cat", "--topic", "/events", first}).out,
+              HasSubstr("ChestButtonPressed"));
+}
+
+TEST_F(Record, AFlippedByteIsNamedAndTheRestIsSaved) {
+  ASSERT_EQ(gk({"recording", "convert", kData + "us_wallrobot.csv", fRecording}).code, 0);
+  std::string bytes = readFile(fRecording);
+  bytes[bytes.size() / 2] = static_cast<char>(bytes[bytes.size() / 2] ^ 1);
+  writeFile(fRecording, bytes);
+  const ProgramResult verify = gk({"recording", "verify", fRecording});
+  EXPECT_EQ(verify.code, 1);
+  EXPECT_THAT(verify.out, HasSubstr("chunk: "));
+  const std::string saved = file("saved.mcap");
+  EXPECT_EQ(gk({"recording", "recover", fRecording, saved}).code, 0);
+  EXPECT_EQ(gk({"recording", "verify", saved}).code, 0);
+}
+
+TEST_F(Record, ARecordingOfAnyKindBecomesAnyOther) {
+  for (const std::string name : {"us_wallrobot", "battery_discharge", "biped_walk"}) {
+    const std::string original = kData + name + ".csv";
+    ASSERT_EQ(gk({"recording", "convert", original, file("a.mcap")}).code, 0);
+    ASSERT_EQ(gk({"recording", "convert", file("a.mcap"), file("b.jsonl")}).code, 0);
+    ASSERT_EQ(
+        gk({"recording", "convert", "--compression", "lz4", file("b.jsonl"), file("c.mcap")}).code,
+        0);
+    ASSERT_EQ(gk({"recording", "convert", file("c.mcap"), file("d.csv")}).code, 0);
+    ASSERT_EQ(gk({"replay", "--out", fRunOutput, original}).code, 0);
+    for (const std::string& converted : {file("a.mcap"), file("b.jsonl"), file("d.csv")}) {
+      SCOPED_TRACE(converted);
+      ASSERT_EQ(gk({"replay", "--out", fReplayOutput, converted}).code, 0);
+      expectSameOutput(fRunOutput, fReplayOutput);
+    }
+  }
+}
+
+TEST_F(Record, WhatIsNoRecordingIsOneLineAndExitCodeTwo) {
+  writeFile(fRecording, "time,KEY\n");
+  for (const std::string command : {"info", "verify", "cat"}) {
+    const ProgramResult result = gk({"recording", command, fRecording});
+    EXPECT_EQ(result.code, 2);
+    EXPECT_THAT(result.err, StartsWith(fRecording + ":1: "));
+  }
+  EXPECT_EQ(gk({"replay", fRecording}).code, 2);
+  EXPECT_EQ(gk({"recording", "info", file("missing.mcap")}).code, 2);
+  EXPECT_EQ(gk({"recording", "convert", kData + "us_wallrobot.csv", file("x.txt")}).code, 2);
+  EXPECT_EQ(gk({"run", "--for", "0.1", "--record", "/no/such/folder/x.mcap"}).code, 2);
+  EXPECT_EQ(gk({"run", "--for", "0.1", "--record", file("x.txt")}).code, 2);
+  EXPECT_EQ(gk({"run", "--for", "0.1", "--record-last", "5"}).code, 2);
+}
+
+} // namespace
