@@ -97,7 +97,7 @@ test("a recorded run has its channels with schemas, indexes and metadata", withF
   gk("run", "--speed", "max", "--until", "15", "--record", file, join(data, "imu_fall_forward.csv"));
   const {reader, messages, metadata} = await readIndexed(file);
   const topics = [...reader.channelsById.values()].map((channel) => channel.topic);
-  for (const topic of ["/gk/run", "/events", "/log", "/tick", "/feet", "/imu"]) {
+  for (const topic of ["/gk/run", "/events", "/tick", "/feet", "/imu", "/joint_states"]) {
     assert.ok(topics.includes(topic), topic);
   }
   const poses = [];
