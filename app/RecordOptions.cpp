@@ -7,6 +7,7 @@
 #include <fmt/ranges.h>
 
 #include <cmath>
+#include <filesystem>
 #include <utility>
 
 namespace gk::app {
@@ -48,6 +49,15 @@ std::string checkSplit(const std::string& text) {
 
 std::string checkFile(const std::string& text) {
   return text.ends_with(".mcap") ? std::string() : text + " does not end in .mcap";
+}
+
+/// Without the folders, which say nothing on another machine.
+std::string namesOf(const std::vector<std::string>& files) {
+  std::string names;
+  for (const std::string& file : files) {
+    names += (names.empty() ? "" : ",") + std::filesystem::path(file).filename().string();
+  }
+  return names;
 }
 
 } // namespace
@@ -106,8 +116,8 @@ std::optional<runtime::RecorderOptions> recorderOptions(const RecordOptions& opt
                     {formats::kClockMember, formats::kTurnsClock},
                     {formats::kWithoutMember, fmt::format("{}", fmt::join(host.without, ","))},
                     {"speed", host.isVirtual ? "max" : "real"},
-                    {"files", fmt::format("{}", fmt::join(host.files, ","))},
-                    {"libraries", fmt::format("{}", fmt::join(host.libraries, ","))},
+                    {"files", namesOf(host.files)},
+                    {"libraries", namesOf(host.libraries)},
                     {"subscribe", fmt::format("{}", fmt::join(host.subscribe, ","))}};
   return recorder;
 }

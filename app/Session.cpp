@@ -154,8 +154,7 @@ int play(runtime::Host& host, GatewayCloser& gateway) {
     return kFailure;
   }
   gateway.open(host);
-  host.run();
-  gateway.close();
+  host.run([&gateway] { gateway.close(); });
   host.shutdown();
   return kSuccess;
 }

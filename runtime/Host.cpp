@@ -88,6 +88,8 @@ public:
     }
   }
 
+  void onEnd() override { fHost.xEnd(); }
+
 private:
   Host& fHost;
 };
@@ -193,8 +195,10 @@ bool Host::xHasService(const char* name) const {
   return std::find(without.begin(), without.end(), name) == without.end();
 }
 
-void Host::run() {
+void Host::run(std::function<void()> atEnd) {
+  fAtEnd = std::move(atEnd);
   const GK::GKClock::End end = fClock->run(&xInput(), fOptions.until);
+  xEnd();
   fDuration = fClock->elapsed();
   if (!fIsExitAsked) {
     // Over for calls that have not returned: at a time limit, or because they are a loop.
@@ -208,6 +212,13 @@ void Host::run() {
     for (const auto& reporter : fReporters) {
       reporter->mute();
     }
+  }
+}
+
+/// On clocks without turns only `run` itself gets here.
+void Host::xEnd() {
+  if (const std::function<void()> atEnd = std::exchange(fAtEnd, nullptr)) {
+    atEnd();
   }
 }
 

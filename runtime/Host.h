@@ -94,8 +94,9 @@ public:
   /// loaded before stays until the shutdown.
   void start();
 
-  /// Plays the input until the run ends. Raises `InputError`.
-  void run();
+  /// Plays the input until the run ends, then calls `atEnd`, while calls of clients can still be
+  /// carried out. Raises `InputError`.
+  void run(std::function<void()> atEnd = nullptr);
 
   /// Ends everything, then checks what was not played of the input. Raises `InputError`.
   void shutdown();
@@ -129,6 +130,7 @@ private:
   std::shared_ptr<GK::GKClock> xMakeClock();
   GK::GKInput& xInput();
   void xStartServices();
+  void xEnd();
   bool xHasService(const char* name) const;
   void xReport(Answer answer);
   void xAct(const formats::Action& action);
@@ -154,6 +156,7 @@ private:
   std::unique_ptr<Calls> fCalls;
   std::vector<std::unique_ptr<Library>> fLibraries;
 
+  std::function<void()> fAtEnd;
   bool fIsExitAsked = false;
   bool fIsDown = false;
   GK::GKMicros fDuration = 0;

@@ -11,16 +11,22 @@ namespace gk::runtime {
 
 namespace {
 
-/// While only the last seconds are kept, parts begin at least so far apart.
+/// While only the last seconds are kept, parts are at least so long.
 constexpr GK::GKMicros kShortestPart = 1'000'000;
 /// A quarter of the time kept is kept too much at most.
 constexpr int kPartsKept = 4;
 
-GK::GKMicros timeOf(const std::variant<RunBlock, RecordedMessage>& item) {
+/// How long parts are, if they end by themselves.
+std::optional<GK::GKMicros> partTimeOf(const RecorderOptions& options) {
+  return options.around ? std::max(kShortestPart, options.around->before / kPartsKept)
+                        : options.splitTime;
+}
+
+template <class Item> GK::GKMicros timeOf(const Item& item) {
   return std::visit([](const auto& one) { return one.time; }, item);
 }
 
-bool isPartStart(const std::variant<RunBlock, RecordedMessage>& item) {
+template <class Item> bool isPartStart(const Item& item) {
   const auto* block = std::get_if<RunBlock>(&item);
   return block != nullptr && block->isPartStart;
 }
@@ -39,7 +45,8 @@ std::string numbered(const std::string& path, std::size_t number) {
 } // namespace
 
 Recorder::Recorder(RecorderOptions options)
-    : fOptions(std::move(options)), fRun(std::make_shared<RunRecorder>(fOptions.mustKeepAll)) {
+    : fOptions(std::move(options)),
+      fRun(std::make_shared<RunRecorder>(fOptions.mustKeepAll, partTimeOf(fOptions))) {
   if (!fOptions.around) {
     xOpen();
   }
@@ -62,7 +69,7 @@ void Recorder::onNotice(const GK::GKNotice& notice) {
   if (isRaise && fOptions.around &&
       fnmatch(fOptions.around->pattern.c_str(), notice.name.c_str(), 0) == 0) {
     const std::lock_guard lock(fMutex);
-    fTrigger = notice.time;
+    fTriggers.push_back({notice.time});
   }
 }
 
@@ -141,15 +148,13 @@ bool Recorder::xCycle() {
   }
   const auto now = std::chrono::steady_clock::now();
   const bool isDue = isOver || now - fFlushed >= kFlushTime;
-  std::deque<Item> items;
-  xTakeAll(isDue, items);
+  std::vector<Item> items = xTakeAll(isDue);
   if (fError != nullptr) {
     return isOver;
   }
   for (Item& item : items) {
     xWrite(std::move(item));
   }
-  xCheckTrigger();
   if (isDue && fFile != nullptr) {
     fFile->flush();
     fFlushed = now;
@@ -160,49 +165,48 @@ bool Recorder::xCycle() {
   return isOver;
 }
 
-/// Takes blocks and messages, merged by time.
-void Recorder::xTakeAll(bool isAll, std::deque<Item>& items) {
-  std::deque<RunBlock> blocks = fRun->take(isAll);
-  std::deque<RecordedMessage> messages;
+/// Takes what waits, in the order of its times.
+std::vector<Recorder::Item> Recorder::xTakeAll(bool isAll) {
+  std::vector<Item> items;
+  for (RunBlock& block : fRun->take(isAll)) {
+    items.emplace_back(std::move(block));
+  }
   {
     const std::lock_guard lock(fMutex);
-    messages.swap(fMessages);
+    for (RecordedMessage& message : fMessages) {
+      items.emplace_back(std::move(message));
+    }
+    items.insert(items.end(), fTriggers.begin(), fTriggers.end());
+    fMessages.clear();
+    fTriggers.clear();
     fWaiting = 0;
   }
   fTaken.notify_all();
-  const auto takeMessages = [&](const auto& isWanted) {
-    while (!messages.empty() && isWanted(messages.front())) {
-      items.emplace_back(std::move(messages.front()));
-      messages.pop_front();
-    }
-  };
-  for (RunBlock& block : blocks) {
-    takeMessages([&block](const RecordedMessage& one) { return one.time < block.time; });
-    items.emplace_back(std::move(block));
-  }
-  takeMessages([](const RecordedMessage&) { return true; });
+  std::stable_sort(items.begin(), items.end(), [](const Item& left, const Item& right) {
+    return timeOf(left) < timeOf(right);
+  });
+  return items;
 }
 
 void Recorder::xWrite(Item item) {
-  fLatest = std::max(fLatest, timeOf(item));
-  const bool isStart = isPartStart(item);
-  if (isStart) {
-    fPartStart = timeOf(item);
-    fIsPartAsked = false;
+  if (const auto* trigger = std::get_if<Trigger>(&item)) {
+    xPull(trigger->time);
+    return;
   }
   if (fOptions.around) {
     xKeep(std::move(item));
     return;
   }
-  const bool isSplit = fOptions.splitSize || fOptions.splitTime;
-  if (isStart && isSplit && fFile->hasBegun()) {
-    xClose();
-    xOpen();
+  if (isPartStart(item)) {
+    fIsPartAsked = false;
+    if (fFile->hasBegun()) {
+      xClose();
+      xOpen();
+    }
   }
   xWriteToFile(item);
-  const bool isFull = (fOptions.splitSize && fFile->size() >= *fOptions.splitSize) ||
-                      (fOptions.splitTime && fLatest - fPartStart >= *fOptions.splitTime);
-  if (isFull && !std::exchange(fIsPartAsked, true)) {
+  if (fOptions.splitSize && fFile->size() >= *fOptions.splitSize &&
+      !std::exchange(fIsPartAsked, true)) {
     fRun->beginPart();
   }
 }
@@ -211,57 +215,48 @@ void Recorder::xWriteToFile(const Item& item) {
   if (!fFile->hasBegun()) {
     fFile->begin(fRun->epoch(), fOptions.about);
   }
-  std::visit([this](const auto& one) { fFile->write(one); }, item);
+  if (const auto* block = std::get_if<RunBlock>(&item)) {
+    fFile->write(*block);
+  } else if (const auto* message = std::get_if<RecordedMessage>(&item)) {
+    fFile->write(*message);
+  }
 }
 
-/// Writes to the file while there is one, otherwise keeps the last seconds.
+/// Writes to the file while there is one, and keeps the last seconds.
 void Recorder::xKeep(Item item) {
+  if (fFile != nullptr && timeOf(item) > *fUntil) {
+    xClose();
+  }
   if (fFile != nullptr) {
     xWriteToFile(item);
   }
+  const bool isStart = isPartStart(item);
+  const GK::GKMicros oldest = timeOf(item) - fOptions.around->before;
   fRing.push_back(std::move(item));
-  xTrimRing();
-  const GK::GKMicros part = std::max(kShortestPart, fOptions.around->before / kPartsKept);
-  if (fLatest - fPartStart >= part && !std::exchange(fIsPartAsked, true)) {
-    fRun->beginPart();
+  if (isStart) {
+    xTrimRing(oldest);
   }
 }
 
-/// Drops what lies before the last part that is still long enough.
-void Recorder::xTrimRing() {
-  const GK::GKMicros oldest = fLatest - fOptions.around->before;
-  if (!isPartStart(fRing.back()) && fRing.size() % 256 != 0) {
-    return;
-  }
-  const auto isLater = [&](const Item& item) {
+/// Drops the parts before the last one that begins early enough.
+void Recorder::xTrimRing(GK::GKMicros oldest) {
+  const auto isEarly = [oldest](const Item& item) {
     return isPartStart(item) && timeOf(item) <= oldest;
   };
-  const auto last = std::find_if(fRing.rbegin(), fRing.rend(), isLater);
+  const auto last = std::find_if(fRing.rbegin(), fRing.rend(), isEarly);
   if (last != fRing.rend()) {
     fRing.erase(fRing.begin(), std::prev(last.base()));
   }
 }
 
-/// Begins and ends files around the events that are waited for.
-void Recorder::xCheckTrigger() {
-  if (!fOptions.around) {
-    return;
-  }
-  std::optional<GK::GKMicros> trigger;
-  {
-    const std::lock_guard lock(fMutex);
-    trigger = std::exchange(fTrigger, std::nullopt);
-  }
-  if (trigger) {
-    fUntil = *trigger + fOptions.around->after;
-    if (fFile == nullptr) {
-      xOpen();
-      for (const Item& item : fRing) {
-        xWriteToFile(item);
-      }
+/// An event was raised: begins a file, or goes on with the one that there is.
+void Recorder::xPull(GK::GKMicros time) {
+  fUntil = time + fOptions.around->after;
+  if (fFile == nullptr) {
+    xOpen();
+    for (const Item& item : fRing) {
+      xWriteToFile(item);
     }
-  } else if (fFile != nullptr && fLatest > *fUntil) {
-    xClose();
   }
 }
 

@@ -80,18 +80,22 @@ public:
   RecordingLosses losses() const;
 
 private:
-  using Item = std::variant<RunBlock, RecordedMessage>;
+  /// An event that is waited for was raised.
+  struct Trigger {
+    GK::GKMicros time = 0;
+  };
+  using Item = std::variant<RunBlock, RecordedMessage, Trigger>;
 
   void xQueue(std::vector<RecordedMessage> messages);
   void xServe();
   /// Moves what waits to the disk. True when it was the last time.
   bool xCycle();
-  void xTakeAll(bool isAll, std::deque<Item>& items);
+  std::vector<Item> xTakeAll(bool isAll);
   void xWrite(Item item);
   void xWriteToFile(const Item& item);
   void xKeep(Item item);
-  void xTrimRing();
-  void xCheckTrigger();
+  void xTrimRing(GK::GKMicros oldest);
+  void xPull(GK::GKMicros time);
   void xOpen();
   void xClose();
 
@@ -105,21 +109,18 @@ private:
   std::deque<RecordedMessage> fMessages;
   std::size_t fWaiting = 0;
   std::uint64_t fDropped = 0;
-  /// When the event that is waited for was raised last.
-  std::optional<GK::GKMicros> fTrigger;
+  std::vector<Trigger> fTriggers;
   bool fIsClosing = false;
 
   // The writing thread's own, and after its end everybody's.
   std::unique_ptr<RecordingFile> fFile;
   std::vector<std::string> fNames;
   std::uint64_t fSize = 0;
-  GK::GKMicros fPartStart = 0;
   bool fIsPartAsked = false;
   /// What happened last, while nothing is written; begins with the start of a part.
   std::deque<Item> fRing;
   /// Until when is written.
   std::optional<GK::GKMicros> fUntil;
-  GK::GKMicros fLatest = 0;
   std::chrono::steady_clock::time_point fFlushed = std::chrono::steady_clock::now();
   std::exception_ptr fError;
   std::thread fThread;

@@ -101,6 +101,7 @@ void RunRecorder::xWriteTurn() {
   if (std::exchange(fIsTurnWritten, true)) {
     return;
   }
+  fIsPartDue = fIsPartDue || (fPartTime && fTurn.time - fPartStart >= *fPartTime);
   const bool isFull = fLog.size() >= kBlockSize || fTurn.time - fLog.startTime() >= kBlockTime;
   if (!fLog.isEmpty() && (isFull || fIsPartDue)) {
     xEndBlock();
@@ -118,6 +119,7 @@ void RunRecorder::xWriteTurn() {
 
 /// Tells a replay that begins here what it has to know.
 void RunRecorder::xWriteState() {
+  fPartStart = fTurn.time;
   fNamedKeys = 0;
   xWriteValues(true);
   fLog.add(RunStart{true, true});

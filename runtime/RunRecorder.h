@@ -37,8 +37,10 @@ public:
   /// Bytes that may wait.
   static constexpr std::size_t kLimit = 32 << 20;
 
-  explicit RunRecorder(bool mustKeepAll, std::size_t limit = kLimit)
-      : fMustKeepAll(mustKeepAll), fLimit(limit) {}
+  /// `partTime`: how long parts are, if they are to end by themselves.
+  explicit RunRecorder(bool mustKeepAll, std::optional<GK::GKMicros> partTime = std::nullopt,
+                       std::size_t limit = kLimit)
+      : fMustKeepAll(mustKeepAll), fPartTime(partTime), fLimit(limit) {}
 
   /// The keys of `store` are those of the device layer, and libraries are about to be loaded; the
   /// log begins. `preload`: faults that are there already.
@@ -87,6 +89,7 @@ private:
   void xWatch(const std::string& key);
 
   const bool fMustKeepAll;
+  const std::optional<GK::GKMicros> fPartTime;
   const std::size_t fLimit;
 
   mutable std::mutex fMutex;
@@ -103,6 +106,7 @@ private:
   std::int64_t fWallOffset = 0;
   formats::RunLogWriter fLog;
   std::size_t fNamedKeys = 0;
+  GK::GKMicros fPartStart = 0;
   bool fIsPartDue = false;
   bool fIsPartStart = false;
   bool fIsStopped = false;

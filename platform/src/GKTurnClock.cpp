@@ -101,6 +101,9 @@ public:
     }
     xGive();
     const End end = xRun(input, until);
+    if (input != nullptr) {
+      input->onEnd();
+    }
     xTake(GKTurn::kMain, end != End::Until);
     return end;
   }

@@ -30,10 +30,7 @@ ReportCollector::ReportCollector(std::shared_ptr<const GK::GKMemoryStore> store)
     return devices::deviceKey(device, "/Sensor/Value");
   };
   xAddPlot("Feet", "kg",
-           {{"left", sensor("LFoot/FSR/TotalWeight")},
-            {"right", sensor("RFoot/FSR/TotalWeight")},
-            {"left, averaged", "leftFootTotalWeight"},
-            {"right, averaged", "rightFootTotalWeight"}});
+           {{"left", sensor("LFoot/FSR/TotalWeight")}, {"right", sensor("RFoot/FSR/TotalWeight")}});
   xAddPlot("Sonar", "m", {{"left", sensor("US/Left")}, {"right", sensor("US/Right")}});
   xAddPlot(
       "Inclination", "rad",

@@ -46,6 +46,10 @@ public:
   /// Carries out one step that is due. May start calls (`GKClock::start`) and ask for the end of
   /// the run. Must not sleep nor wait for a `GKMutex`.
   virtual void apply() = 0;
+
+  /// The run has ended, and the thread that plays it has no turn yet on a clock that gives turns: it
+  /// may wait here for threads that still want one.
+  virtual void onEnd() {}
 };
 
 /// Time and tasks of the process. Everything that tells the time, sleeps, waits for a lock or runs

@@ -3,8 +3,8 @@
 const data = JSON.parse(document.getElementById("data").textContent);
 
 /// Left of the curves stand names and scales.
-const LEFT = 190;
-const RIGHT = 12;
+const LEFT = 225;
+const RIGHT = 22;
 const WIDTH = 1150;
 const LANE = 18;
 const PLOT = 130;

@@ -1,0 +1,111 @@
+// A report as a browser shows it, opened from the disk without a network.
+//
+// GK_PROGRAM is the gk program, GK_SOURCE_DIR the repository, GK_CHROMIUM a browser.
+
+import {after, before, test} from "node:test";
+import assert from "node:assert/strict";
+import {execFileSync} from "node:child_process";
+import {mkdtempSync, rmSync} from "node:fs";
+import {tmpdir} from "node:os";
+import {join} from "node:path";
+import {pathToFileURL} from "node:url";
+
+import {chromium} from "playwright-core";
+
+const data = join(process.env.GK_SOURCE_DIR, "data");
+const folder = mkdtempSync(join(tmpdir(), "gk-report-"));
+const file = join(folder, "report.html");
+let browser;
+
+before(async () => {
+  execFileSync(process.env.GK_PROGRAM, ["replay", "--subscribe", "GKSonar", "--report", file, "--out",
+    join(folder, "out.jsonl"), join(data, "imu_fall_forward.csv"), join(data, "us_wallrobot.csv")], {stdio: "ignore"});
+  browser = await chromium.launch({
+    executablePath: process.env.GK_CHROMIUM,
+    args: ["--no-sandbox", "--disable-gpu"],
+  });
+});
+
+after(async () => {
+  await browser?.close();
+  rmSync(folder, {recursive: true});
+});
+
+/// Opens the report; complaints and requests of the page are kept.
+async function open(options = {}) {
+  const context = await browser.newContext({offline: true, viewport: {width: 1250, height: 900}, ...options});
+  const page = await context.newPage();
+  page.complaints = [];
+  page.requested = [];
+  page.on("pageerror", (error) => page.complaints.push(String(error)));
+  page.on("console", (message) => message.type() === "error" && page.complaints.push(message.text()));
+  page.on("request", (request) => page.requested.push(request.url()));
+  await page.goto(pathToFileURL(file).href);
+  return page;
+}
+
+const shownWindow = (page) => page.locator("#window").textContent();
+/// Drawing happens with the next frame.
+const nextFrame = (page) => page.evaluate(() => new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done))));
+const paper = (page) => page.evaluate(() => getComputedStyle(document.body).backgroundColor);
+
+test("it draws poses, events and plots, and asks for nothing else", async () => {
+  const page = await open();
+  assert.equal(await page.title(), "imu_fall_forward.csv, us_wallrobot.csv");
+  assert.ok((await page.locator("#lanes .posename").allTextContents()).includes("Belly"));
+  assert.deepEqual(await page.locator("#plots h3").allTextContents(), ["Feet", "Sonar", "Inclination", "Battery charge",
+    "Battery current", "Joint temperatures"]);
+  const curves = await page.locator("#plots path.curve").evaluateAll((paths) => paths.map((path) => path.getAttribute("d")));
+  assert.ok(curves.length >= 8);
+  assert.ok(curves.every((curve) => curve.startsWith("M") && !curve.includes("NaN")));
+  assert.ok((await page.locator("#events tbody tr").count()) > 10);
+  assert.ok((await page.locator("#lanes line.raise").count()) > 50);
+  assert.deepEqual(page.complaints, []);
+  assert.deepEqual(page.requested, [pathToFileURL(file).href]);
+});
+
+test("wheel, drag, keys and buttons change the window, a double click shows all", async () => {
+  const page = await open();
+  const all = await shownWindow(page);
+  const box = await page.locator("#lanes svg").boundingBox();
+  await page.mouse.move(box.x + box.width / 2, box.y + 40);
+  await page.mouse.wheel(0, -300);
+  await nextFrame(page);
+  const zoomed = await shownWindow(page);
+  assert.notEqual(zoomed, all);
+  await page.mouse.down();
+  await page.mouse.move(box.x + box.width / 2 + 150, box.y + 40);
+  await page.mouse.up();
+  await nextFrame(page);
+  const dragged = await shownWindow(page);
+  assert.ok(parseFloat(dragged) < parseFloat(zoomed), `${dragged}, before ${zoomed}`);
+  await page.mouse.dblclick(box.x + box.width / 2, box.y + 40);
+  await nextFrame(page);
+  assert.equal(await shownWindow(page), all);
+  await page.keyboard.press("+");
+  await nextFrame(page);
+  assert.notEqual(await shownWindow(page), all);
+  await page.locator("button[data-all]").click();
+  await nextFrame(page);
+  assert.equal(await shownWindow(page), all);
+});
+
+test("the pointer tells values", async () => {
+  const page = await open();
+  const plot = page.locator("#plots svg").nth(1);
+  await plot.scrollIntoViewIfNeeded();
+  const box = await plot.boundingBox();
+  await page.mouse.move(box.x + box.width / 2, box.y + 20);
+  const legend = await page.locator("#plots .legend").nth(1).textContent();
+  assert.match(legend, /left [\d.]+ m at [\d.]+ s/);
+});
+
+test("it is light and dark, and prints in black on white without its buttons", async () => {
+  assert.equal(await paper(await open({colorScheme: "light"})), "rgb(255, 255, 255)");
+  const dark = await open({colorScheme: "dark"});
+  assert.notEqual(await paper(dark), "rgb(255, 255, 255)");
+  await dark.emulateMedia({media: "print"});
+  assert.equal(await paper(dark), "rgb(255, 255, 255)");
+  assert.equal(await dark.locator("button").first().isVisible(), false);
+  assert.ok((await dark.pdf()).length > 10_000);
+});
