@@ -197,11 +197,14 @@ TEST(TurnClock, WhoKeepsTheTurnForTooLongIsOvertaken) {
   const std::shared_ptr<GKClock> sut = makeTurnClock(keeper, std::chrono::milliseconds(1));
   GKClock::install(sut);
   std::atomic<bool> isOvertaken{false};
-  sut->post({}, [&] { isOvertaken.wait(false); }); // keeps its turn until somebody else has run
-  sut->post({}, [&] {
+  const auto overtake = [&] {
     isOvertaken = true;
     isOvertaken.notify_all();
     sut->requestEnd();
+  };
+  sut->post({}, [&] {
+    sut->post({}, overtake);
+    isOvertaken.wait(false); // keeps its turn until the other one has run
   });
   EXPECT_EQ(sut->run(nullptr, std::nullopt), End::Requested);
   sut->joinTasks();
