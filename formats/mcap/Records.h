@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-/// The MCAP container format, version 0 (mcap.dev/spec): what its records hold. All numbers in a
+/// The MCAP container format, version 0 (mcap.dev): what its records hold. All numbers in a
 /// file are little-endian; times are nanoseconds since 1970.
 namespace gk::formats::mcap {
 
