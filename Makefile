@@ -4,7 +4,7 @@ PRESET ?= release
 FUZZ_SECONDS ?= 60
 SOAK_HOURS ?= 100
 
-.PHONY: help run test check lint coverage fuzz soak bench dependencies check-dependencies build clean
+.PHONY: help run test check lint coverage fuzz soak bench bench-check dependencies check-dependencies build clean
 
 help:
 	@echo "make run       install what is missing, build, and watch a recorded robot in real time"
@@ -15,6 +15,7 @@ help:
 	@echo "make fuzz      look for inputs that break something, FUZZ_SECONDS=$(FUZZ_SECONDS) a target"
 	@echo "make soak      run SOAK_HOURS=$(SOAK_HOURS) of the robot's time and watch memory and descriptors"
 	@echo "make bench     run the benchmarks"
+	@echo "make bench-check  count a tick's instructions and hold them against the record"
 	@echo "make clean     remove what was built"
 
 run: build
@@ -58,6 +59,12 @@ bench: dependencies
 	cmake --preset bench
 	cmake --build --preset bench
 	for bench in build/bench/bin/*_bench; do $$bench --benchmark_counters_tabular=true || exit 1; done
+
+bench-check: dependencies
+	./packaging/install-dependencies.sh packaging/debian-packages-bench.txt
+	cmake --preset bench
+	cmake --build --preset bench --target tick_guard
+	./bench/check.sh build/bench/bin/tick_guard
 
 build: dependencies
 	cmake --preset release

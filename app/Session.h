@@ -4,7 +4,6 @@
 #include "runtime/Host.h"
 
 #include <chrono>
-#include <functional>
 #include <optional>
 #include <string>
 

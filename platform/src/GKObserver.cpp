@@ -27,12 +27,13 @@ void GKObserverList::remove(const boost::shared_ptr<GKObserver>& observer) {
   fCount.store(fObservers.size(), std::memory_order_relaxed);
 }
 
-void GKObserverList::notify(GKNotice notice) {
+GKMicros GKObserverList::notify(GKNotice notice) {
   const std::lock_guard lock(fMutex);
   notice.time = GKClock::instance().elapsed();
   for (const auto& observer : fObservers) {
     observer->onNotice(notice);
   }
+  return notice.time;
 }
 
 void GKObserverList::notifyTick(const GKTask& task) {

@@ -2,8 +2,10 @@
 #include "gk/GKMutex.h"
 #include "GKTaskPool.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <ctime>
 #include <mutex>
 
 namespace GK {
@@ -18,6 +20,16 @@ class GKRealClock final : public GKClock {
 public:
   GKMicros elapsed() const noexcept override {
     return std::chrono::duration_cast<std::chrono::microseconds>(Steady::now() - fStart).count();
+  }
+
+  GKMicros elapsedRoughly() const noexcept override {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    const Steady::duration since = std::chrono::seconds(now.tv_sec) +
+                                   std::chrono::nanoseconds(now.tv_nsec) -
+                                   fStart.time_since_epoch();
+    return std::max(std::chrono::duration_cast<std::chrono::microseconds>(since).count(),
+                    GKMicros{0});
   }
 
   GKWallTime wallTime() const noexcept override {

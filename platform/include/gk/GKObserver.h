@@ -8,7 +8,9 @@
 
 #include <atomic>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace GK {
@@ -68,8 +70,20 @@ public:
   /// True while nobody listens: then nothing needs to be put together.
   bool isEmpty() const noexcept { return fCount.load(std::memory_order_relaxed) == 0; }
 
-  /// Stamps `notice` with the present time and shows it to all observers.
-  void notify(GKNotice notice);
+  /// Shows what `fill` puts into a notice of this kind. Costs one comparison while nobody listens.
+  /// Returns the notice's time; nothing when nobody listens.
+  template <class Fill> std::optional<GKMicros> show(GKNotice::Kind kind, const Fill& fill) {
+    if (isEmpty()) {
+      return std::nullopt;
+    }
+    GKNotice notice;
+    notice.kind = kind;
+    fill(notice);
+    return notify(std::move(notice));
+  }
+
+  /// Stamps `notice` with the present time and shows it to all observers. Returns the time.
+  GKMicros notify(GKNotice notice);
   void notifyTick(const GKTask& task);
 
 private:
