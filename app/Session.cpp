@@ -106,6 +106,26 @@ void sumUp(const runtime::RunStatistics& run, std::chrono::steady_clock::duratio
              run.ticks, run.events, wallSeconds, wallSeconds > 0 ? seconds / wallSeconds : 0.0);
 }
 
+/// One line for each loop of a run in real time.
+void sumUpLoops(const std::vector<runtime::LoopReport>& loops) {
+  const auto figures = [](const runtime::Histogram& times) {
+    constexpr double kMedian = 0.5;
+    constexpr double kMost = 0.99;
+    constexpr double kNearlyAll = 0.999;
+    return fmt::format("{}/{}/{}/{}", times.quantile(kMedian), times.quantile(kMost),
+                       times.quantile(kNearlyAll), times.max());
+  };
+  for (const runtime::LoopReport& loop : loops) {
+    if (loop.work.count() > 0) {
+      fmt::print(stderr,
+                 "{}: {} ticks, {} overruns; median/99 %/99.9 %/longest in microseconds: "
+                 "work {}, late {}\n",
+                 loop.module, loop.ticks, loop.overruns, figures(loop.work),
+                 figures(loop.lateness));
+    }
+  }
+}
+
 /// Start, run and shutdown. A start that fails has still run: its output stays.
 int play(runtime::Host& host) {
   try {
@@ -149,6 +169,7 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
     outputs.commit();
     if (code == kSuccess) {
       sumUp(host.statistics(), std::chrono::steady_clock::now() - start);
+      sumUpLoops(host.loops());
     }
     return code;
   } catch (const formats::InputError& error) {

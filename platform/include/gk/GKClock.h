@@ -111,7 +111,11 @@ protected:
 };
 
 /// The computer's own clock; every task has a thread.
-GK_API std::shared_ptr<GKClock> makeRealClock();
+///
+/// `loopPriority`: tasks that are loops run under the operating system's first-in-first-out
+/// scheduling at this priority (1 to 99); 0 leaves them as all others are. Where that is not
+/// permitted, nothing changes.
+GK_API std::shared_ptr<GKClock> makeRealClock(int loopPriority = 0);
 
 /// A clock that stands still while anything runs, and jumps to the next moment at which something
 /// is due as soon as everything is asleep. Exactly one task runs at a time, so that what happens is
