@@ -1,12 +1,14 @@
 #include "gk/GKMemory.h"
 
 #include <benchmark/benchmark.h>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <random>
 #include <shared_mutex>
 #include <string>
+#include <unistd.h>
 #include <unordered_map>
 #include <vector>
 
@@ -121,6 +123,30 @@ void lockedMapWrite(benchmark::State& state) {
     map.values[key] = 2.0F;
   });
 }
+
+/// What a float key takes besides the characters of its name. Not a matter of time.
+void bytesPerKey(benchmark::State& state) {
+  const auto resident = [] {
+    std::ifstream statm("/proc/self/statm");
+    std::int64_t size = 0;
+    std::int64_t pages = 0;
+    statm >> size >> pages;
+    return pages * sysconf(_SC_PAGESIZE);
+  };
+  const Keys& keys = keysOf(static_cast<std::size_t>(state.range(0)));
+  std::int64_t names = 0;
+  for (const std::string& name : keys.names) {
+    names += static_cast<std::int64_t>(name.size());
+  }
+  for (auto _ : state) {
+    const std::int64_t before = resident();
+    const Service service(keys);
+    const std::int64_t used = resident() - before - names;
+    state.counters["bytes/key"] =
+        static_cast<double>(used) / static_cast<double>(keys.names.size());
+  }
+}
+BENCHMARK(bytesPerKey)->Arg(1000000)->Iterations(1);
 
 void sizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->Arg(1000)->Arg(10000)->Arg(1000000)->ThreadRange(1, 2)->UseRealTime();

@@ -5,9 +5,19 @@
 #include "zu/log.h"
 
 #include <exception>
+#include <thread>
 #include <utility>
 
 namespace GK {
+
+namespace {
+
+/// How often a task that has handed everything over looks for more before it ends, giving way to
+/// other threads in between. In a burst of events one task then serves many of them: starting one
+/// costs ten times as much as a delivery.
+constexpr int kLooksForMore = 50;
+
+} // namespace
 
 GKDelivery::Callback& GKDelivery::callback(const std::string& event, const std::string& method) {
   const std::lock_guard lock(fMutex);
@@ -24,6 +34,7 @@ void GKDelivery::deliver(Callback& callback, const GKValue& value) {
   {
     const std::lock_guard lock(fMutex);
     fItems.push_back({&callback, value});
+    fIsEmpty.store(false, std::memory_order_relaxed);
     if (std::exchange(fIsDraining, true)) {
       return;
     }
@@ -35,22 +46,35 @@ void GKDelivery::deliver(Callback& callback, const GKValue& value) {
 
 void GKDelivery::xDrain() {
   const GKCallerScope scope(GKCaller::Platform);
-  while (true) {
-    fTaken.clear();
-    {
-      const std::lock_guard lock(fMutex);
-      fTaken.swap(fItems);
-      if (fTaken.empty()) {
-        fIsDraining = false;
-        return;
-      }
-    }
+  for (; xTake(); xWaitForMore()) {
     if (const boost::shared_ptr<GKModuleCore> module = fModule.lock()) {
       for (Item& item : fTaken) {
         xCall(*module, item);
       }
     }
   }
+}
+
+void GKDelivery::xWaitForMore() const {
+  // In virtual time nobody else runs meanwhile.
+  if (GKClock::instance().isVirtual()) {
+    return;
+  }
+  // Without the lock, which the raiser would have to wait for; and not too eagerly: to take some
+  // at once is cheaper than to take each when it comes.
+  int looks = 0;
+  do {
+    std::this_thread::yield();
+  } while (++looks < kLooksForMore && fIsEmpty.load(std::memory_order_relaxed));
+}
+
+bool GKDelivery::xTake() {
+  fTaken.clear();
+  const std::lock_guard lock(fMutex);
+  fTaken.swap(fItems);
+  fIsEmpty.store(true, std::memory_order_relaxed);
+  fIsDraining = !fTaken.empty();
+  return fIsDraining;
 }
 
 void GKDelivery::xCall(GKModuleCore& module, Item& item) {

@@ -5,6 +5,7 @@
 
 #include <boost/weak_ptr.hpp>
 
+#include <atomic>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -38,12 +39,18 @@ private:
   };
 
   void xDrain();
+  /// Gives a burst that is going on the chance to bring more.
+  void xWaitForMore() const;
+  /// Moves what is to be handed over to `fTaken`. False when there is nothing: the draining ends.
+  bool xTake();
   static void xCall(GKModuleCore& module, Item& item);
 
   boost::weak_ptr<GKModuleCore> fModule;
   std::mutex fMutex;
   std::deque<Callback> fCallbacks;
   std::vector<Item> fItems;
+  /// Tells of `fItems` without the lock.
+  std::atomic<bool> fIsEmpty{true};
   bool fIsDraining = false;
   /// What is being handed over. Belongs to the task that does it; keeps its capacity.
   std::vector<Item> fTaken;
