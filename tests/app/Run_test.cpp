@@ -112,6 +112,15 @@ TEST(Gk, JobsNeedAFolderAndDistinctNamesForTheirOutput) {
   EXPECT_THAT(same.err, HasSubstr("feet_stand.csv"));
 }
 
+TEST(Gk, RealtimeRunsOrSaysInOneLineWhatIsNotPermitted) {
+  const ProgramResult result = gk({"run", "--realtime", "--for", "0.2"});
+  EXPECT_EQ(result.code, 0);
+  EXPECT_THAT(result.err, HasSubstr("GKSensors: "));
+  for (std::size_t at = 0; (at = result.err.find("gk: ", at)) != std::string::npos; ++at) {
+    EXPECT_THAT(result.err.substr(at), StartsWith("gk: --realtime: "));
+  }
+}
+
 TEST(Gk, ARunInRealTimeEndsWithTheFiguresOfItsLoop) {
   const ProgramResult result = gk({"run", "--for", "0.3", kData + "feet_stand.csv"});
   EXPECT_EQ(result.code, 0);
