@@ -1,3 +1,6 @@
+#ifdef GK_HAS_HIREDIS
+#include "bench/RedisServer.h"
+#endif
 #include "gk/GKMemory.h"
 
 #include <benchmark/benchmark.h>
@@ -156,6 +159,17 @@ BENCHMARK(lockedMapRead)->Apply(sizes);
 BENCHMARK(insertData)->Apply(sizes);
 BENCHMARK(lockedMapWrite)->Apply(sizes);
 BENCHMARK(getDataPtr)->Apply(sizes);
+
+#ifdef GK_HAS_HIREDIS
+void redisRead(benchmark::State& state) {
+  gk::bench::RedisServer server;
+  for (const std::string& key : keysOf(static_cast<std::size_t>(state.range(0))).names) {
+    server.set(key, 1.0F);
+  }
+  visit(state, [&](const std::string& key) { benchmark::DoNotOptimize(server.get(key)); });
+}
+BENCHMARK(redisRead)->Arg(10000)->UseRealTime();
+#endif
 
 } // namespace
 
