@@ -1,6 +1,7 @@
 #include "runtime/Host.h"
 
 #include "devices/DeviceKeys.h"
+#include "devices/sim/Simulation.h"
 #include "formats/FormatError.h"
 #include "gk/DCM.h"
 #include "gk/GKMemory.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "devices/DeviceLayer.h"
-#include "devices/sim/Simulation.h"
+#include "devices/sim/SimulationOptions.h"
 #include "formats/OutputLine.h"
 #include "formats/Recording.h"
 #include "gk/GKBroker.h"
@@ -23,6 +23,10 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace gk::devices {
+class Simulation;
+} // namespace gk::devices
 
 namespace gk::runtime {
 

@@ -141,8 +141,9 @@ public:
   Picture take(const Posture& posture, int width, int height, double azimuth) {
     pose(posture);
     fCamera.type = mjCAMERA_FREE;
-    fCamera.lookat[0] = fData->subtree_com[3];
-    fCamera.lookat[1] = fData->subtree_com[4];
+    const mjtNum* centre = fData->subtree_com + 3 * mj_name2id(fModel, mjOBJ_BODY, "Torso");
+    fCamera.lookat[0] = centre[0];
+    fCamera.lookat[1] = centre[1];
     fCamera.lookat[2] = 0.2;
     fCamera.distance = 0.95;
     fCamera.azimuth = azimuth;
@@ -165,6 +166,9 @@ public:
 private:
   void pose(const Posture& posture) {
     mj_resetData(fModel, fData);
+    // The obstacles are not asked for.
+    fData->mocap_pos[1] = 50;
+    fData->mocap_pos[4] = -50;
     const auto attitude = posture.attitude();
     fData->qpos[2] = fPhysics.restHeight(posture.angles, attitude);
     std::ranges::copy(attitude, fData->qpos + 3);
