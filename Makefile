@@ -7,7 +7,7 @@ SOAK_HOURS ?= 100
 .PHONY: help run test check lint coverage fuzz soak bench bench-check dependencies check-dependencies build clean
 
 help:
-	@echo "make run       install what is missing, build, and watch a recorded robot in real time"
+	@echo "make run       install what is missing, build, and watch a simulated robot in real time"
 	@echo "make test      install what is missing, build, and run all tests"
 	@echo "make check     run all tests under the sanitizers"
 	@echo "make lint      run the static checks"
@@ -19,9 +19,8 @@ help:
 	@echo "make clean     remove what was built"
 
 run: build
-	@echo "A robot drives along walls and, after 8 seconds, falls: recorded data in real time."
-	./build/release/bin/gk run --subscribe GKSonar --for 20 \
-	  data/us_wallrobot.csv data/imu_fall_forward.csv
+	@echo "A simulated robot is touched, moved, pushed over and picked up again, until Ctrl-C."
+	./build/release/bin/gk run
 
 test: dependencies
 	cmake --preset $(PRESET)

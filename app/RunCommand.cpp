@@ -1,17 +1,12 @@
 #include "app/Commands.h"
+#include "app/Realtime.h"
+#include "app/RobotKeys.h"
 #include "app/Session.h"
 #include "formats/Numbers.h"
 
-#include <fmt/format.h>
-
-#include <cerrno>
-#include <cstring>
 #include <memory>
 #include <optional>
-#include <pthread.h>
-#include <sched.h>
 #include <string>
-#include <sys/mman.h>
 
 namespace gk::app {
 
@@ -23,40 +18,71 @@ struct RunOptions {
   std::optional<double> limit;
   std::string speed = "real";
   bool isRealtime = false;
+  std::string robot;
+  std::uint64_t seed = devices::SimulationOptions().seed;
+  bool isWithoutNoise = false;
+  bool isWithoutTour = false;
+  bool isKeysAsked = false;
 };
 
-/// Priority of the sensor loop: above everything ordinary, below the kernel's own threads.
-constexpr int kLoopPriority = 40;
+constexpr const char* kSimulated = "sim";
 
-/// Locks the process's memory and finds out whether loops may have a priority. Warns of what is not
-/// permitted. Returns the priority, 0 for none.
-int prepareForRealtime() {
-  if (mlockall(MCL_CURRENT | MCL_FUTURE) != 0) {
-    fmt::print(stderr,
-               "gk: --realtime: memory cannot be locked ({}); a tick may wait for the disk\n",
-               std::strerror(errno));
+/// Recordings bring their own values; whoever brings nothing gets a robot.
+bool isSimulated(const RunOptions& options) {
+  return options.robot.empty() ? options.session.files.empty() : options.robot == kSimulated;
+}
+
+void addRobotOptions(CLI::App& command, RunOptions& options) {
+  command
+      .add_option("--robot", options.robot,
+                  "sim: the simulated robot (what you get without FILE), or none")
+      ->check(CLI::IsMember({kSimulated, "none"}).description(""))
+      ->type_name("sim|none");
+  command.add_option("--seed", options.seed, "Where the simulated robot's sensor noise begins")
+      ->type_name("NUMBER")
+      ->capture_default_str();
+  command.add_flag("--no-noise", options.isWithoutNoise, "Give the simulated robot exact sensors");
+  command.add_flag("--no-tour", options.isWithoutTour,
+                   "Leave the simulated robot standing instead of playing the tour");
+  command.add_flag("--keys", options.isKeysAsked, "List the keys that the robot serves, and end");
+}
+
+int run(const RunOptions& options) {
+  const bool isRobot = isSimulated(options);
+  if (options.isKeysAsked) {
+    listKeys(isRobot);
+    return kSuccess;
   }
-  // The present thread only tries it out: its children would inherit the priority.
-  const sched_param wanted{kLoopPriority};
-  const sched_param ordinary{0};
-  const int refused = pthread_setschedparam(pthread_self(), SCHED_FIFO, &wanted);
-  if (refused != 0) {
-    fmt::print(stderr,
-               "gk: --realtime: no real-time priority ({}); the loop runs like any other thread\n",
-               std::strerror(refused));
-    return 0;
+  runtime::HostOptions host = hostOptions(options.session);
+  host.isVirtual = options.speed == "max";
+  host.isLoop = options.isLoop;
+  if (options.isRealtime && !host.isVirtual) {
+    host.loopPriority = prepareForRealtime();
   }
-  pthread_setschedparam(pthread_self(), SCHED_OTHER, &ordinary);
-  return kLoopPriority;
+  if (isRobot) {
+    host.simulation = {.seed = options.seed, .isNoisy = !options.isWithoutNoise};
+    if (host.files.empty() && !options.isWithoutTour) {
+      host.files.push_back(tourFile());
+      host.isLoop = true;
+    }
+  }
+  SessionView view;
+  view.isAlwaysReadable = true;
+  view.isInterruptible = true;
+  if (options.limit) {
+    view.wallLimit = std::chrono::microseconds(*formats::toMicros(*options.limit));
+  }
+  return runSession(options.session, host, view);
 }
 
 } // namespace
 
 void addRunCommand(CLI::App& app, Action& action) {
-  CLI::App* command =
-      app.add_subcommand("run", "Host the module library in real time and show what it reports");
+  CLI::App* command = app.add_subcommand(
+      "run", "Host the module library on a robot in real time and show what it reports");
   auto options = std::make_shared<RunOptions>();
   addSessionOptions(*command, options->session);
+  addRobotOptions(*command, *options);
   command->add_flag("--loop", options->isLoop, "Start the files again at their end");
   command->add_option("--for", options->limit, "End after this many seconds of wall time")
       ->check(CLI::Range(0.0, 1e9).description(""))
@@ -67,23 +93,7 @@ void addRunCommand(CLI::App& app, Action& action) {
       ->capture_default_str();
   command->add_flag("--realtime", options->isRealtime,
                     "Run the loops with real-time priority and locked memory, where permitted");
-  command->callback([options, &action] {
-    action = [options] {
-      runtime::HostOptions host = hostOptions(options->session);
-      host.isVirtual = options->speed == "max";
-      host.isLoop = options->isLoop;
-      if (options->isRealtime && !host.isVirtual) {
-        host.loopPriority = prepareForRealtime();
-      }
-      SessionView view;
-      view.isAlwaysReadable = true;
-      view.isInterruptible = true;
-      if (options->limit) {
-        view.wallLimit = std::chrono::microseconds(*formats::toMicros(*options->limit));
-      }
-      return runSession(options->session, host, view);
-    };
-  });
+  command->callback([options, &action] { action = [options] { return run(*options); }; });
 }
 
 } // namespace gk::app

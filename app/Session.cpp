@@ -3,6 +3,7 @@
 #include "app/Commands.h"
 #include "app/ProgressBar.h"
 #include "app/SignalWatch.h"
+#include "formats/FormatError.h"
 #include "formats/InputError.h"
 #include "runtime/Outlet.h"
 #include "runtime/Reporter.h"
@@ -174,6 +175,9 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
     return code;
   } catch (const formats::InputError& error) {
     fmt::print(stderr, "{}\n", error.what());
+    return kBadInput;
+  } catch (const formats::FormatError& error) {
+    complain(error.what());
     return kBadInput;
   } catch (const runtime::OutputError& error) {
     complain(error.what());

@@ -14,10 +14,14 @@ namespace {
 
 constexpr const char* kLibraryName = "libgksensors.so";
 
-/// Our own module library: beside this program, in a build folder as when installed.
+/// The folder that bin/ lies in, in a build folder as when installed.
+std::filesystem::path rootFolder() {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path();
+}
+
+/// Our own module library.
 std::string defaultLibrary() {
-  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
-  const std::filesystem::path root = program.parent_path().parent_path();
+  const std::filesystem::path root = rootFolder();
   const std::filesystem::path installed = root / GK_LIBDIR / kLibraryName;
   return std::filesystem::exists(installed) ? installed : root / "lib" / kLibraryName;
 }
@@ -33,6 +37,10 @@ std::string checkKinds(const std::string& names) {
 }
 
 } // namespace
+
+std::string tourFile() {
+  return rootFolder() / GK_DATADIR / "gksensors" / "tour.jsonl";
+}
 
 void addSessionOptions(CLI::App& command, SessionOptions& options) {
   command

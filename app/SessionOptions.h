@@ -27,6 +27,9 @@ struct SessionOptions {
 
 void addSessionOptions(CLI::App& command, SessionOptions& options);
 
+/// The scenario that shows what the simulated robot can notice.
+std::string tourFile();
+
 /// The options as they would stand on a command line that asks for the same; files last.
 std::vector<std::string> sessionArguments(const SessionOptions& options);
 

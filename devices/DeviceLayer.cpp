@@ -1,14 +1,14 @@
 #include "devices/DeviceLayer.h"
 
-#include "devices/DeviceKeys.h"
-
 #include <string_view>
 #include <utility>
 
 namespace gk::devices {
 
-DeviceLayer::DeviceLayer(std::shared_ptr<GK::GKMemoryStore> store) : fStore(std::move(store)) {
-  for (const DeviceKey& key : deviceKeys()) {
+DeviceLayer::DeviceLayer(std::shared_ptr<GK::GKMemoryStore> store,
+                         const std::vector<DeviceKey>& keys)
+    : fStore(std::move(store)) {
+  for (const DeviceKey& key : keys) {
     fStart.emplace(key.name, key.start);
   }
 }

@@ -1,21 +1,24 @@
 #pragma once
 
+#include "devices/DeviceKeys.h"
 #include "gk/GKMemoryStore.h"
 #include "gk/GKValue.h"
 
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace gk::devices {
 
-/// What provides the device keys where no machine does: every key of the table with its start
-/// value, then whatever is played into it.
+/// What provides the device keys where no machine does: every key given, with its start value, then
+/// whatever is played into it.
 ///
 /// For one thread until `publish`; afterwards `set` may be called from any thread.
 class DeviceLayer {
 public:
-  explicit DeviceLayer(std::shared_ptr<GK::GKMemoryStore> store);
+  explicit DeviceLayer(std::shared_ptr<GK::GKMemoryStore> store,
+                       const std::vector<DeviceKey>& keys = deviceKeys());
 
   /// Before `publish`: gives the key this start value. Afterwards: writes it at once.
   void set(const std::string& key, const GK::GKValue& value);

@@ -53,8 +53,20 @@ void CsvRecording::xReadHeader(const KeyTypeOf& keyTypeOf) {
     }
     Column column;
     column.key = key;
-    column.isInt = keyTypeOf(key) == KeyType::Int;
+    column.isInt = xTypeOf(key, keyTypeOf) == KeyType::Int;
     fColumns.push_back(std::move(column));
+  }
+}
+
+KeyType CsvRecording::xTypeOf(std::string_view key, const KeyTypeOf& keyTypeOf) const {
+  try {
+    const KeyType type = keyTypeOf(key);
+    if (type == KeyType::Bool || type == KeyType::Text) {
+      throw FormatError("a table holds numbers only");
+    }
+    return type;
+  } catch (const FormatError& error) {
+    throw fReader.error("column " + quotedText(key) + ": " + error.what());
   }
 }
 

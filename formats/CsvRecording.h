@@ -35,6 +35,7 @@ private:
   };
 
   void xReadHeader(const KeyTypeOf& keyTypeOf);
+  KeyType xTypeOf(std::string_view key, const KeyTypeOf& keyTypeOf) const;
   void xReadRow();
   double xParseTime(std::string_view text) const;
   void xParseCell(Column& column, std::string_view text) const;

@@ -64,6 +64,16 @@ GK::GKValue valueForKey(KeyType type, const boost::json::value& json) {
     return floatFromJson(json);
   case KeyType::Int:
     return intFromJson(json);
+  case KeyType::Bool:
+    if (!json.is_bool()) {
+      throw FormatError("takes a bool, not " + describe(json));
+    }
+    break;
+  case KeyType::Text:
+    if (!json.is_string()) {
+      throw FormatError("takes a string, not " + describe(json));
+    }
+    break;
   case KeyType::Any:
     break;
   }

@@ -11,10 +11,10 @@
 
 namespace gk::formats {
 
-/// What a memory key holds: keys of the device layer floats or ints, all others anything.
-enum class KeyType : std::uint8_t { Float, Int, Any };
+/// What a memory key holds: keys of the device layer one of the first four, all others anything.
+enum class KeyType : std::uint8_t { Float, Int, Bool, Text, Any };
 
-/// Tells the type of a key, without an error for any text.
+/// Tells the type of a key. Raises `FormatError` for a key that must not be written.
 using KeyTypeOf = std::function<KeyType(std::string_view key)>;
 
 /// The value of a key of the given type. The type wins over the way in which a number is written:

@@ -22,7 +22,8 @@ public:
   /// every row. Null for a key that is not to be written. The cell outlives the recording.
   virtual GK::GKMemoryCell* column(const std::string& key) = 0;
 
-  /// Carries out one line of a scenario.
+  /// Carries out one line of a scenario. Raises `FormatError` when the line asks for what is not
+  /// there.
   virtual void act(const Action& action) = 0;
 };
 

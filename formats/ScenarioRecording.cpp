@@ -13,7 +13,11 @@ ScenarioRecording::ScenarioRecording(const std::string& path, KeyTypeOf keyTypeO
 }
 
 void ScenarioRecording::play(RecordingTarget& target) {
-  target.act(fAction);
+  try {
+    target.act(fAction);
+  } catch (const FormatError& error) {
+    throw fReader.error(error.what());
+  }
   xReadLine();
 }
 

@@ -1,6 +1,8 @@
 #include "runtime/Host.h"
 
 #include "devices/DeviceKeys.h"
+#include "devices/sim/Simulation.h"
+#include "formats/FormatError.h"
 #include "gk/DCM.h"
 #include "gk/GKMemory.h"
 #include "gk/GKResourceManager.h"
@@ -18,6 +20,14 @@ template <class... F> Overloaded(F...) -> Overloaded<F...>;
 
 /// Name under which a run subscribes to the extractors that it was asked to.
 constexpr const char* kSubscriber = "gk";
+
+/// As `keyTypeOf`, for a robot whose world has these keys and no others.
+formats::KeyType simulatedTypeOf(std::string_view key) {
+  if (key.starts_with(devices::World::kPrefix) && devices::findDeviceKey(key) == nullptr) {
+    throw formats::FormatError("the simulated robot has no such key");
+  }
+  return devices::keyTypeOf(key);
+}
 
 } // namespace
 
@@ -50,20 +60,53 @@ private:
   Host& fHost;
 };
 
+/// What happens as time goes on: the recordings, and at equal times after them the simulated robot,
+/// which thus sees in each frame what was played by its end.
+class Host::Input : public GK::GKInput {
+public:
+  explicit Input(Host& host) : fHost(host) {}
+
+  std::optional<GK::GKMicros> next() override {
+    const std::optional<GK::GKMicros> line = fHost.fPlayer.next();
+    if (fHost.fSimulation == nullptr) {
+      return line;
+    }
+    const GK::GKMicros frame = fHost.fSimulation->next();
+    return line ? std::min(*line, frame) : frame;
+  }
+
+  void apply() override {
+    const std::optional<GK::GKMicros> line = fHost.fPlayer.next();
+    if (fHost.fSimulation != nullptr && (!line || fHost.fSimulation->next() < *line)) {
+      fHost.fSimulation->advance(fHost.fClock->elapsed());
+    } else {
+      fHost.fPlayer.apply();
+    }
+  }
+
+private:
+  Host& fHost;
+};
+
 Host::Host(HostOptions options)
     : fOptions(std::move(options)),
       fClock(fOptions.isVirtual ? GK::makeVirtualClock(fOptions.epoch)
                                 : GK::makeRealClock(fOptions.loopPriority)),
+      fDevices(fStore, fOptions.simulation ? devices::simulatedKeys() : devices::deviceKeys()),
       fTarget(std::make_unique<Target>(*this)), fPlayer(*fTarget),
-      fWatch(boost::make_shared<Watch>(*this)), fLoops(boost::make_shared<LoopStatistics>()) {
+      fInput(std::make_unique<Input>(*this)), fWatch(boost::make_shared<Watch>(*this)),
+      fLoops(boost::make_shared<LoopStatistics>()) {
   std::vector<formats::Action> subscriptions;
   for (const std::string& module : fOptions.subscribe) {
     subscriptions.emplace_back(formats::CallAction{
         module, "subscribe", {GK::GKValue(kSubscriber)}, module + ".subscribe"});
   }
   fPlayer.add(std::move(subscriptions));
-  fPlayer.open(fOptions.files, devices::keyTypeOf);
+  fPlayer.open(fOptions.files, fOptions.simulation ? simulatedTypeOf : devices::keyTypeOf);
   fPlayer.setLoop(fOptions.isLoop);
+  if (fOptions.simulation) {
+    fSimulation = std::make_unique<devices::Simulation>(fStore, *fOptions.simulation);
+  }
   GK::GKClock::install(fClock);
   GK::GKOperationHook::install(fFaults);
 }
@@ -92,6 +135,9 @@ void Host::start() {
     xAct(action);
   }
   fDevices.publish();
+  if (fSimulation != nullptr) {
+    fSimulation->start();
+  }
   xStartServices();
   for (const std::string& path : fOptions.libraries) {
     fLibraries.push_back(std::make_unique<Library>(path));
@@ -110,7 +156,14 @@ void Host::xStartServices() {
       service->initModule();
     }
   };
-  add(boost::make_shared<GK::GKMemory>(fBroker, fStore));
+  const auto memory = boost::make_shared<GK::GKMemory>(fBroker, fStore);
+  if (fSimulation != nullptr) {
+    memory->guardKeys(devices::World::kPrefix,
+                      [this](const std::string& key, const GK::GKValue& value) {
+                        return fSimulation->admit(key, value);
+                      });
+  }
+  add(memory);
   add(boost::make_shared<GK::DCM>(fBroker, fStore));
   add(boost::make_shared<GK::GKResourceManager>(fBroker, fStore));
 }
@@ -121,7 +174,7 @@ bool Host::xHasService(const char* name) const {
 }
 
 void Host::run() {
-  const GK::GKClock::End end = fClock->run(&fPlayer, fOptions.until);
+  const GK::GKClock::End end = fClock->run(fInput.get(), fOptions.until);
   fDuration = fClock->elapsed();
   if (!fIsExitAsked) {
     // Over for calls that have not returned: at a time limit, or because they are a loop.
@@ -177,6 +230,7 @@ void Host::xReport(Answer answer) {
 void Host::xAct(const formats::Action& action) {
   std::visit(
       Overloaded{[this](const formats::SetAction& set) {
+                   xAdmit(set);
                    for (const auto& [key, value] : set.values) {
                      fDevices.set(key, value);
                    }
@@ -200,6 +254,20 @@ void Host::xAct(const formats::Action& action) {
                    fClock->requestEnd();
                  }},
       action);
+}
+
+void Host::xAdmit(const formats::SetAction& set) {
+  if (fSimulation == nullptr) {
+    return;
+  }
+  for (const auto& [key, value] : set.values) {
+    if (!key.starts_with(devices::World::kPrefix)) {
+      continue;
+    }
+    if (const std::string refusal = fSimulation->admit(key, value); !refusal.empty()) {
+      throw formats::FormatError(refusal);
+    }
+  }
 }
 
 void Host::xGet(const std::string& key) {

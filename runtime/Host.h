@@ -1,6 +1,7 @@
 #pragma once
 
 #include "devices/DeviceLayer.h"
+#include "devices/sim/SimulationOptions.h"
 #include "formats/OutputLine.h"
 #include "formats/Recording.h"
 #include "gk/GKBroker.h"
@@ -24,6 +25,10 @@
 #include <string>
 #include <vector>
 
+namespace gk::devices {
+class Simulation;
+} // namespace gk::devices
+
 namespace gk::runtime {
 
 /// Where the virtual clock starts: 2026-01-01T00:00:00 UTC, in seconds since 1970.
@@ -40,6 +45,9 @@ struct HostOptions {
   std::vector<std::string> subscribe;
   /// Keys whose values are reported after every tick.
   std::vector<std::string> sample;
+
+  /// The simulated robot, if there is to be one.
+  std::optional<devices::SimulationOptions> simulation;
 
   bool isVirtual = false;
   /// Real time only: priority of the loops' threads under SCHED_FIFO, 1 to 99; 0 for none.
@@ -107,11 +115,14 @@ public:
 private:
   class Watch;
   class Target;
+  class Input;
 
   void xStartServices();
   bool xHasService(const char* name) const;
   void xReport(Answer answer);
   void xAct(const formats::Action& action);
+  /// Raises `FormatError` when the world of the simulated robot refuses a value.
+  void xAdmit(const formats::SetAction& set);
   void xGet(const std::string& key);
   void xOnTick(GK::GKMicros time);
 
@@ -119,9 +130,11 @@ private:
   std::shared_ptr<GK::GKClock> fClock;
   std::shared_ptr<FaultPlan> fFaults = std::make_shared<FaultPlan>();
   std::shared_ptr<GK::GKMemoryStore> fStore = std::make_shared<GK::GKMemoryStore>();
-  devices::DeviceLayer fDevices{fStore};
+  devices::DeviceLayer fDevices;
+  std::unique_ptr<devices::Simulation> fSimulation;
   std::unique_ptr<Target> fTarget;
   Player fPlayer;
+  std::unique_ptr<Input> fInput;
   std::vector<boost::shared_ptr<Reporter>> fReporters;
   boost::shared_ptr<Watch> fWatch;
   boost::shared_ptr<LoopStatistics> fLoops;

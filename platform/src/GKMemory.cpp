@@ -153,6 +153,7 @@ void* GKMemory::getDataPtr(const std::string& key, GKCaller caller) const {
 
 void GKMemory::insertData(const std::string& key, const GKValue& value, GKCaller caller) {
   check(caller, GKOperation::InsertData, key);
+  xAdmit("insertData", key, value);
   fStore->set(key, value);
   GKObserverList::instance().show(GKNotice::Kind::Insert, [&](GKNotice& notice) {
     notice.caller = caller;
@@ -182,12 +183,27 @@ void GKMemory::declareEvent(const std::string& event, const std::string& owner, 
 
 void GKMemory::raiseEvent(const std::string& event, const GKValue& value, GKCaller caller) {
   check(caller, GKOperation::RaiseEvent, event);
+  xAdmit("raiseEvent", event, value);
   xRaise(GKNotice::Kind::Event, event, value);
 }
 
 void GKMemory::raiseMicroEvent(const std::string& event, const GKValue& value, GKCaller caller) {
   check(caller, GKOperation::RaiseMicroEvent, event);
+  xAdmit("raiseMicroEvent", event, value);
   xRaise(GKNotice::Kind::MicroEvent, event, value);
+}
+
+void GKMemory::guardKeys(std::string prefix, WriteCheck check) {
+  fGuardedPrefix = std::move(prefix);
+  fWriteCheck = std::move(check);
+}
+
+void GKMemory::xAdmit(const char* method, const std::string& key, const GKValue& value) const {
+  if (fWriteCheck && key.starts_with(fGuardedPrefix)) {
+    if (const std::string refusal = fWriteCheck(key, value); !refusal.empty()) {
+      throw GKError(kName, method, refusal);
+    }
+  }
 }
 
 void GKMemory::xRaise(GKNotice::Kind kind, const std::string& event, const GKValue& value) {

@@ -55,6 +55,14 @@ public:
   /// The same for observers that tell the lightweight form apart.
   void raiseMicroEvent(const std::string& event, const GKValue& value, GKCaller caller);
 
+  /// Tells why a value must not be written to a key; nothing when it may.
+  using WriteCheck = std::function<std::string(const std::string& key, const GKValue& value)>;
+
+  /// From now on `check` is asked before a value is written, by insertion or raise, to a key that
+  /// begins with `prefix`. A refused writer gets a `GKError` with the reason, and nothing is stored
+  /// or sent. One check at a time, called from any thread; to be set while no module runs.
+  void guardKeys(std::string prefix, WriteCheck check);
+
   /// Names of the events declared by `owner`, in the order of declaration.
   std::vector<std::string> getExtractorEvent(const std::string& owner) const;
 
@@ -85,11 +93,14 @@ private:
   std::vector<std::string> xGetEventList() const;
 
   void xRaise(GKNotice::Kind kind, const std::string& event, const GKValue& value);
+  void xAdmit(const char* method, const std::string& key, const GKValue& value) const;
   /// Drops a subscription. Returns the event's owner when it was the module's last one to it.
   std::string xForget(const std::string& event, const std::string& module);
 
   std::shared_ptr<GKMemoryStore> fStore;
   std::unique_ptr<State> fState;
+  std::string fGuardedPrefix;
+  WriteCheck fWriteCheck;
 };
 
 } // namespace GK
