@@ -53,6 +53,7 @@ pid_t start(const Job& job, int errors) {
   std::vector<std::string> arguments = {"gk"};
   arguments.insert(arguments.end(), job.arguments.begin(), job.arguments.end());
   std::vector<char*> raw;
+  raw.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) {
     raw.push_back(argument.data());
   }
