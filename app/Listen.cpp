@@ -47,13 +47,8 @@ std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options) {
   gatewayOptions.access.hosts = options.hosts;
   gatewayOptions.access.origins = options.origins;
   gatewayOptions.version = GK_VERSION;
-  const gateway::Address address = gatewayOptions.access.address;
   try {
-    auto gateway = std::make_unique<gateway::Gateway>(std::move(gatewayOptions));
-    const bool isSix = address.host.find(':') != std::string::npos;
-    fmt::print(stderr, "listening at http://{}:{}/\n",
-               isSix ? "[" + address.host + "]" : address.host, gateway->port());
-    return gateway;
+    return std::make_unique<gateway::Gateway>(std::move(gatewayOptions));
   } catch (const gateway::AccessError& error) {
     if (options.isAddressGiven || !error.isAddressTaken()) {
       throw;

@@ -28,7 +28,7 @@ struct ListenOptions {
 
 void addListenOptions(CLI::App& command, ListenOptions& options);
 
-/// Begins to listen and says where on standard error. Null when that is off, or when the default
+/// Begins to listen. Null when that is off, or when the default
 /// address is taken by another host: then a line on standard error says so. Raises `AccessError`.
 std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options);
 

@@ -118,6 +118,7 @@ public:
   void open(const boost::shared_ptr<GK::GKBroker>& broker) {
     if (fGateway != nullptr) {
       fGateway->open(broker);
+      fmt::print(stderr, "listening at {}\n", fGateway->url());
     }
   }
   void close() {

@@ -102,6 +102,7 @@ public:
 
   ~Server() { close(); }
 
+  const std::string& host() const noexcept { return fOptions.access.address.host; }
   std::uint16_t port() const noexcept { return fPort; }
 
   void open(boost::shared_ptr<GK::GKBroker> broker) {
@@ -229,6 +230,12 @@ Gateway::~Gateway() = default;
 
 std::uint16_t Gateway::port() const noexcept {
   return fServer->port();
+}
+
+std::string Gateway::url() const {
+  const std::string& host = fServer->host();
+  const bool isSix = host.find(':') != std::string::npos;
+  return "http://" + (isSix ? "[" + host + "]" : host) + ":" + std::to_string(port()) + "/";
 }
 
 void Gateway::open(boost::shared_ptr<GK::GKBroker> broker) {

@@ -61,6 +61,8 @@ public:
 
   /// The port that is listened to.
   std::uint16_t port() const noexcept;
+  /// "http://127.0.0.1:8090/".
+  std::string url() const;
 
   /// From now on the modules of `broker` can be used.
   void open(boost::shared_ptr<GK::GKBroker> broker);
