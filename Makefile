@@ -2,13 +2,15 @@
 
 PRESET ?= release
 
-.PHONY: help run test check bench dependencies build clean
+.PHONY: help run test check bench load web-tests dependencies build clean
 
 help:
 	@echo "make run    install what is missing, build, and watch a recorded robot in real time"
 	@echo "make test   install what is missing, build, and run all tests"
 	@echo "make check  run all tests under the sanitizers"
 	@echo "make bench  run the benchmarks"
+	@echo "make load   put load on a host for a minute: 200 viewers, 2000 requests a second"
+	@echo "make web-tests  install the clients from npm that make test then runs as well"
 	@echo "make clean  remove what was built"
 
 run: build
@@ -26,6 +28,15 @@ bench: dependencies
 	cmake --preset bench
 	cmake --build --preset bench
 	for bench in build/bench/bin/*_bench; do $$bench --benchmark_counters_tabular=true || exit 1; done
+
+load: dependencies
+	cmake --preset release
+	cmake --build --preset release --target gk gateway_load
+	./tests/load/load.sh build/release/bin/gk build/release/bin/gateway_load data/us_wallrobot.csv
+
+web-tests:
+	./packaging/install-dependencies.sh packaging/debian-packages-web.txt
+	cd tests/web && npm ci --no-audit --no-fund
 
 check:
 	$(MAKE) test PRESET=asan

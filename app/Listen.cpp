@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <unistd.h>
 #include <utility>
 
 namespace gk::app {
@@ -53,9 +54,18 @@ std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options) {
     if (options.isAddressGiven || !error.isAddressTaken()) {
       throw;
     }
-    fmt::print(stderr, "gk: {} is taken, perhaps by another host: nobody can connect to this one\n",
-               options.address);
+    if (isatty(STDERR_FILENO) != 0) {
+      fmt::print(stderr,
+                 "gk: {} is taken, perhaps by another host: nobody can connect to this one\n",
+                 options.address);
+    }
     return nullptr;
+  }
+}
+
+void announce(const gateway::Gateway& gateway, const ListenOptions& options) {
+  if (options.isAddressGiven || isatty(STDERR_FILENO) != 0) {
+    fmt::print(stderr, "listening at {}\n", gateway.url());
   }
 }
 

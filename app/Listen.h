@@ -29,7 +29,10 @@ struct ListenOptions {
 void addListenOptions(CLI::App& command, ListenOptions& options);
 
 /// Begins to listen. Null when that is off, or when the default
-/// address is taken by another host: then a line on standard error says so. Raises `AccessError`.
+/// address is taken by another host: then people are told on their terminal. Raises `AccessError`.
 std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options);
+
+/// Says on standard error where clients can connect: to people, and to whoever chose the address.
+void announce(const gateway::Gateway& gateway, const ListenOptions& options);
 
 } // namespace gk::app

@@ -118,7 +118,6 @@ public:
   void open(const boost::shared_ptr<GK::GKBroker>& broker) {
     if (fGateway != nullptr) {
       fGateway->open(broker);
-      fmt::print(stderr, "listening at {}\n", fGateway->url());
     }
   }
   void close() {
@@ -132,7 +131,7 @@ private:
 };
 
 /// Start, run and shutdown. A start that fails has still run: its output stays.
-int play(runtime::Host& host, GatewayCloser& gateway) {
+int play(runtime::Host& host, GatewayCloser& gateway, const std::function<void()>& onOpen) {
   try {
     host.start();
   } catch (const runtime::LoadError& error) {
@@ -141,6 +140,7 @@ int play(runtime::Host& host, GatewayCloser& gateway) {
     return kFailure;
   }
   gateway.open(host.broker());
+  onOpen();
   host.run();
   gateway.close();
   host.shutdown();
@@ -174,7 +174,11 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
       bar = boost::make_shared<ProgressBar>(host);
       GK::GKObserverList::instance().add(bar);
     }
-    const int code = play(host, closer);
+    const int code = play(host, closer, [&] {
+      if (gateway != nullptr) {
+        announce(*gateway, *view.listen);
+      }
+    });
     GK::GKObserverList::instance().remove(bar);
     bar.reset();
     outputs.commit();

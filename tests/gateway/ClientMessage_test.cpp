@@ -25,25 +25,26 @@ std::string complaintAbout(std::string_view text) {
 }
 
 TEST(ClientMessage, SubscriptionsComeWithTheirChannels) {
-  EXPECT_THAT(textAs<SubscribeMessage>(
-                  R"({"op":"subscribe","subscriptions":[{"id":0,"channelId":3},{"id":4294967295,"channelId":9007199254740991}]})")
-                  .subscriptions,
-              ElementsAre(Pair(0U, 3U), Pair(4294967295U, 9007199254740991U)));
-  EXPECT_THAT(textAs<UnsubscribeMessage>(R"({"op":"unsubscribe","subscriptionIds":[1,2]})")
-                  .subscriptions,
-              ElementsAre(1U, 2U));
+  EXPECT_THAT(
+      textAs<SubscribeMessage>(
+          R"({"op":"subscribe","subscriptions":[{"id":0,"channelId":3},{"id":4294967295,"channelId":9007199254740991}]})")
+          .subscriptions,
+      ElementsAre(Pair(0U, 3U), Pair(4294967295U, 9007199254740991U)));
+  EXPECT_THAT(
+      textAs<UnsubscribeMessage>(R"({"op":"unsubscribe","subscriptionIds":[1,2]})").subscriptions,
+      ElementsAre(1U, 2U));
 }
 
 TEST(ClientMessage, ParametersAreAskedForByName) {
-  const auto get = textAs<GetParametersMessage>(
-      R"({"op":"getParameters","parameterNames":["a","b"],"id":"q"})");
+  const auto get =
+      textAs<GetParametersMessage>(R"({"op":"getParameters","parameterNames":["a","b"],"id":"q"})");
   EXPECT_THAT(get.names, ElementsAre("a", "b"));
   EXPECT_EQ(get.id, "q");
-  EXPECT_FALSE(textAs<GetParametersMessage>(R"({"op":"getParameters","parameterNames":[]})")
-                   .id.has_value());
-  EXPECT_TRUE(textAs<WatchParametersMessage>(
-                  R"({"op":"subscribeParameterUpdates","parameterNames":["a"]})")
-                  .isOn);
+  EXPECT_FALSE(
+      textAs<GetParametersMessage>(R"({"op":"getParameters","parameterNames":[]})").id.has_value());
+  EXPECT_TRUE(
+      textAs<WatchParametersMessage>(R"({"op":"subscribeParameterUpdates","parameterNames":["a"]})")
+          .isOn);
   EXPECT_FALSE(textAs<WatchParametersMessage>(
                    R"({"op":"unsubscribeParameterUpdates","parameterNames":["a"]})")
                    .isOn);
@@ -72,8 +73,7 @@ TEST(ClientMessage, EveryShorterServiceCallIsRefused) {
   const std::string frame("\x02\x05\x00\x00\x00\xff\xff\x00\x80\x04\x00\x00\x00json", 17);
   EXPECT_NO_THROW(parseClientBinary(frame));
   for (std::size_t length = 0; length < frame.size(); ++length) {
-    EXPECT_THROW(parseClientBinary(std::string_view(frame).substr(0, length)),
-                 formats::FormatError)
+    EXPECT_THROW(parseClientBinary(std::string_view(frame).substr(0, length)), formats::FormatError)
         << length;
   }
 }

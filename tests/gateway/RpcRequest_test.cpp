@@ -17,8 +17,8 @@ RpcError onlyError(const std::string& body) {
 }
 
 TEST(RpcRequest, OneCallIsTakenApart) {
-  const RpcRequest request =
-      parseRpcRequest(R"({"jsonrpc":"2.0","id":"a","method":"GKSonar.getMyPeriod","params":["x"]})");
+  const RpcRequest request = parseRpcRequest(
+      R"({"jsonrpc":"2.0","id":"a","method":"GKSonar.getMyPeriod","params":["x"]})");
   ASSERT_EQ(request.calls.size(), 1U);
   EXPECT_FALSE(request.isBatch);
   const RpcCall& call = request.calls.front();
