@@ -1,17 +1,24 @@
 # The short way in. The work is done by the CMake presets of the same names.
 
 PRESET ?= release
+FUZZ_SECONDS ?= 60
+SOAK_HOURS ?= 100
 
-.PHONY: help run test check bench load web-tests dependencies build clean
+.PHONY: help run test check lint coverage fuzz soak bench bench-check load web-tests dependencies check-dependencies build clean
 
 help:
-	@echo "make run    install what is missing, build, and watch a recorded robot in real time"
-	@echo "make test   install what is missing, build, and run all tests"
-	@echo "make check  run all tests under the sanitizers"
-	@echo "make bench  run the benchmarks"
-	@echo "make load   put load on a host for a minute: 200 viewers, 2000 requests a second"
-	@echo "make web-tests  install the clients from npm that make test then runs as well"
-	@echo "make clean  remove what was built"
+	@echo "make run       install what is missing, build, and watch a recorded robot in real time"
+	@echo "make test      install what is missing, build, and run all tests"
+	@echo "make check     run all tests under the sanitizers"
+	@echo "make lint      run the static checks"
+	@echo "make coverage  tell which lines and branches of platform/ and modules/ the tests reach"
+	@echo "make fuzz      look for inputs that break something, FUZZ_SECONDS=$(FUZZ_SECONDS) a target"
+	@echo "make soak      run SOAK_HOURS=$(SOAK_HOURS) of the robot's time and watch memory and descriptors"
+	@echo "make bench     run the benchmarks"
+	@echo "make bench-check  count a tick's instructions and hold them against the record"
+	@echo "make load      put load on a host for a minute: 200 viewers, 2000 requests a second"
+	@echo "make web-tests install the clients from npm that make test then runs as well"
+	@echo "make clean     remove what was built"
 
 run: build
 	@echo "A robot drives along walls and, after 8 seconds, falls: recorded data in real time."
@@ -22,6 +29,32 @@ test: dependencies
 	cmake --preset $(PRESET)
 	cmake --build --preset $(PRESET)
 	ctest --preset $(PRESET)
+
+check:
+	$(MAKE) test PRESET=asan
+	$(MAKE) test PRESET=tsan
+
+# clang-tidy knows better than cppcheck which values are only passed on.
+lint: check-dependencies
+	cmake --preset lint
+	run-clang-tidy -quiet -p build/lint
+	cppcheck --project=build/lint/compile_commands.json --std=c++20 --quiet --error-exitcode=1 \
+	  --enable=warning,performance,portability --suppress='*:/usr/*' --suppress=passedByValue
+
+coverage: check-dependencies
+	$(MAKE) test PRESET=coverage
+	gcovr --root . --object-directory build/coverage --filter platform/ --filter modules/ \
+	  --exclude-throw-branches --exclude-unreachable-branches --print-summary
+
+fuzz: check-dependencies
+	cmake --preset fuzz
+	cmake --build --preset fuzz
+	./fuzz/run.sh build/fuzz $(FUZZ_SECONDS)
+
+soak: dependencies
+	cmake --preset release
+	cmake --build --preset release --target runtime_test
+	GK_SOAK_HOURS=$(SOAK_HOURS) ./build/release/bin/runtime_test --gtest_filter='Soak.*'
 
 bench: dependencies
 	./packaging/install-dependencies.sh packaging/debian-packages-bench.txt
@@ -38,9 +71,11 @@ web-tests:
 	./packaging/install-dependencies.sh packaging/debian-packages-web.txt
 	cd tests/web && npm ci --no-audit --no-fund
 
-check:
-	$(MAKE) test PRESET=asan
-	$(MAKE) test PRESET=tsan
+bench-check: dependencies
+	./packaging/install-dependencies.sh packaging/debian-packages-bench.txt
+	cmake --preset bench
+	cmake --build --preset bench --target tick_guard
+	./bench/check.sh build/bench/bin/tick_guard
 
 build: dependencies
 	cmake --preset release
@@ -48,6 +83,9 @@ build: dependencies
 
 dependencies:
 	./packaging/install-dependencies.sh
+
+check-dependencies: dependencies
+	./packaging/install-dependencies.sh packaging/debian-packages-check.txt
 
 clean:
 	rm -rf build

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "gateway/LoopFigures.h"
+#include "runtime/LoopStatistics.h"
+
 #include <CLI/CLI.hpp>
 
 #include <memory>
@@ -34,5 +37,8 @@ std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options);
 
 /// Says on standard error where clients can connect: to people, and to whoever chose the address.
 void announce(const gateway::Gateway& gateway, const ListenOptions& options);
+
+/// The host's figures of its loops as clients get them: in seconds.
+std::vector<gateway::LoopFigures> loopFigures(const std::vector<runtime::LoopReport>& reports);
 
 } // namespace gk::app

@@ -107,17 +107,21 @@ void sumUp(const runtime::RunStatistics& run, std::chrono::steady_clock::duratio
              run.ticks, run.events, wallSeconds, wallSeconds > 0 ? seconds / wallSeconds : 0.0);
 }
 
-/// Sends clients away, whichever way a run ends, before the modules go.
-class GatewayCloser {
+/// A host's service of clients, for as long as its modules are there: clients are sent away before
+/// the modules go, whichever way a run ends.
+class Service {
 public:
-  explicit GatewayCloser(gateway::Gateway* gateway) : fGateway(gateway) {}
-  ~GatewayCloser() { close(); }
-  GatewayCloser(const GatewayCloser&) = delete;
-  GatewayCloser& operator=(const GatewayCloser&) = delete;
+  /// `gateway` may be null.
+  Service(gateway::Gateway* gateway, const SessionView& view, runtime::Host& host)
+      : fGateway(gateway), fView(view), fHost(host) {}
+  ~Service() { close(); }
+  Service(const Service&) = delete;
+  Service& operator=(const Service&) = delete;
 
-  void open(const boost::shared_ptr<GK::GKBroker>& broker) {
+  void open() {
     if (fGateway != nullptr) {
-      fGateway->open(broker);
+      fGateway->open(fHost.broker(), [this] { return loopFigures(fHost.loops()); });
+      announce(*fGateway, *fView.listen);
     }
   }
   void close() {
@@ -128,10 +132,32 @@ public:
 
 private:
   gateway::Gateway* fGateway;
+  const SessionView& fView;
+  runtime::Host& fHost;
 };
 
+/// One line for each loop of a run in real time.
+void sumUpLoops(const std::vector<runtime::LoopReport>& loops) {
+  const auto figures = [](const runtime::Histogram& times) {
+    constexpr double kMedian = 0.5;
+    constexpr double kMost = 0.99;
+    constexpr double kNearlyAll = 0.999;
+    return fmt::format("{}/{}/{}/{}", times.quantile(kMedian), times.quantile(kMost),
+                       times.quantile(kNearlyAll), times.max());
+  };
+  for (const runtime::LoopReport& loop : loops) {
+    if (loop.work.count() > 0) {
+      fmt::print(stderr,
+                 "{}: {} ticks, {} overruns; median/99 %/99.9 %/longest in microseconds: "
+                 "work {}, late {}\n",
+                 loop.module, loop.ticks, loop.overruns, figures(loop.work),
+                 figures(loop.lateness));
+    }
+  }
+}
+
 /// Start, run and shutdown. A start that fails has still run: its output stays.
-int play(runtime::Host& host, GatewayCloser& gateway, const std::function<void()>& onOpen) {
+int play(runtime::Host& host, Service& service) {
   try {
     host.start();
   } catch (const runtime::LoadError& error) {
@@ -139,10 +165,9 @@ int play(runtime::Host& host, GatewayCloser& gateway, const std::function<void()
     host.shutdown();
     return kFailure;
   }
-  gateway.open(host.broker());
-  onOpen();
+  service.open();
   host.run();
-  gateway.close();
+  service.close();
   host.shutdown();
   return kSuccess;
 }
@@ -162,7 +187,7 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
     const std::unique_ptr<gateway::Gateway> gateway =
         view.listen ? startGateway(*view.listen) : nullptr;
     runtime::Host host(hostOptions);
-    GatewayCloser closer(gateway.get());
+    Service service(gateway.get(), view, host);
     Outputs outputs(options, view, !hostOptions.isVirtual);
     outputs.addTo(host);
     std::optional<SignalWatch> watch;
@@ -174,16 +199,13 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
       bar = boost::make_shared<ProgressBar>(host);
       GK::GKObserverList::instance().add(bar);
     }
-    const int code = play(host, closer, [&] {
-      if (gateway != nullptr) {
-        announce(*gateway, *view.listen);
-      }
-    });
+    const int code = play(host, service);
     GK::GKObserverList::instance().remove(bar);
     bar.reset();
     outputs.commit();
     if (code == kSuccess) {
       sumUp(host.statistics(), std::chrono::steady_clock::now() - start);
+      sumUpLoops(host.loops());
     }
     return code;
   } catch (const formats::InputError& error) {

@@ -5,7 +5,6 @@
 #include "runtime/Host.h"
 
 #include <chrono>
-#include <functional>
 #include <optional>
 #include <string>
 

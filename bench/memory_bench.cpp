@@ -15,7 +15,8 @@
 
 namespace {
 
-/// Names as long as real ones, and an order to visit them in.
+/// Names as long as real ones, and a random row of accesses. Each access brings a name of its own,
+/// as a caller would.
 struct Keys {
   explicit Keys(std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
@@ -23,15 +24,15 @@ struct Keys {
     }
     std::mt19937 random(1);
     std::uniform_int_distribution<std::size_t> any(0, count - 1);
-    for (std::size_t& position : order) {
-      position = any(random);
+    for (std::string& access : accesses) {
+      access = names[any(random)];
     }
   }
 
-  const std::string& at(std::size_t i) const { return names[order[i % order.size()]]; }
+  const std::string& at(std::size_t i) const { return accesses[i % accesses.size()]; }
 
   std::vector<std::string> names;
-  std::vector<std::size_t> order = std::vector<std::size_t>(1 << 14);
+  std::vector<std::string> accesses = std::vector<std::string>(1 << 14);
 };
 
 const Keys& keysOf(std::size_t count) {

@@ -21,7 +21,7 @@ std::string_view takeCell(std::string_view& rest, bool& isMore) {
   const char* end = std::find(begin, last, kSeparator);
   isMore = end != last;
   rest = isMore ? std::string_view(end + 1, static_cast<std::size_t>(last - end - 1))
-                : std::string_view(last, 0);
+                : std::string_view();
   return {begin, static_cast<std::size_t>(end - begin)};
 }
 

@@ -13,7 +13,7 @@ namespace gk::formats {
 namespace {
 
 /// Bytes asked for at once.
-constexpr std::size_t kChunk = 256 * 1024;
+constexpr std::size_t kChunk = std::size_t{256} * 1024;
 /// zlib's own buffer. Requests of more than twice its size of a plain file bypass it.
 constexpr unsigned kZlibBuffer = 64 * 1024;
 

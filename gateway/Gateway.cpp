@@ -73,10 +73,8 @@ private:
 HostFigures figuresOf(const GatewayOptions& options) {
   const GK::GKWallTime wall = GK::GKClock::instance().wallTime();
   constexpr double kMicrosPerSecond = 1e6;
-  return {options.version,
-          static_cast<double>(wall.seconds) +
-              static_cast<double>(wall.microseconds) / kMicrosPerSecond,
-          options.loops};
+  return {options.version, static_cast<double>(wall.seconds) +
+                               static_cast<double>(wall.microseconds) / kMicrosPerSecond};
 }
 
 } // namespace
@@ -105,8 +103,8 @@ public:
   const std::string& host() const noexcept { return fOptions.access.address.host; }
   std::uint16_t port() const noexcept { return fPort; }
 
-  void open(boost::shared_ptr<GK::GKBroker> broker) {
-    auto robot = std::make_shared<const Robot>(std::move(broker));
+  void open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops) {
+    auto robot = std::make_shared<const Robot>(std::move(broker), std::move(loops));
     xDo([this, robot = std::move(robot)]() mutable { fHub.open(std::move(robot)); });
   }
 
@@ -238,8 +236,8 @@ std::string Gateway::url() const {
   return "http://" + (isSix ? "[" + host + "]" : host) + ":" + std::to_string(port()) + "/";
 }
 
-void Gateway::open(boost::shared_ptr<GK::GKBroker> broker) {
-  fServer->open(std::move(broker));
+void Gateway::open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops) {
+  fServer->open(std::move(broker), std::move(loops));
 }
 
 void Gateway::close() {

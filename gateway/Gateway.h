@@ -40,8 +40,6 @@ struct GatewayOptions {
   AccessOptions access;
   GatewayLimits limits;
   std::string version;
-  /// Figures of the loops; empty where nobody measures them.
-  LoopSource loops;
 };
 
 /// Serves a host to programs, viewers and browsers at one address: remote calls, resources,
@@ -64,8 +62,9 @@ public:
   /// "http://127.0.0.1:8090/".
   std::string url() const;
 
-  /// From now on the modules of `broker` can be used.
-  void open(boost::shared_ptr<GK::GKBroker> broker);
+  /// From now on the modules of `broker` can be used. `loops` gives the figures of its loops, on
+  /// any thread until `close`; empty where nobody measures them.
+  void open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops = {});
 
   /// Sends all clients away and lets go of the broker. Before the broker's shutdown; a second time
   /// does nothing.

@@ -52,9 +52,10 @@ private:
 
 Host::Host(HostOptions options)
     : fOptions(std::move(options)),
-      fClock(fOptions.isVirtual ? GK::makeVirtualClock(fOptions.epoch) : GK::makeRealClock()),
+      fClock(fOptions.isVirtual ? GK::makeVirtualClock(fOptions.epoch)
+                                : GK::makeRealClock(fOptions.loopPriority)),
       fTarget(std::make_unique<Target>(*this)), fPlayer(*fTarget),
-      fWatch(boost::make_shared<Watch>(*this)) {
+      fWatch(boost::make_shared<Watch>(*this)), fLoops(boost::make_shared<LoopStatistics>()) {
   std::vector<formats::Action> subscriptions;
   for (const std::string& module : fOptions.subscribe) {
     subscriptions.emplace_back(formats::CallAction{
@@ -85,6 +86,7 @@ void Host::start() {
     GK::GKObserverList::instance().add(reporter);
   }
   GK::GKObserverList::instance().add(fWatch);
+  GK::GKObserverList::instance().add(fLoops);
 
   for (const formats::Action& action : fPlayer.preload()) {
     xAct(action);
@@ -140,6 +142,7 @@ void Host::shutdown() {
     fBroker->shutdown();
   }
   GK::GKObserverList::instance().remove(fWatch);
+  GK::GKObserverList::instance().remove(fLoops);
   for (const auto& reporter : fReporters) {
     GK::GKObserverList::instance().remove(reporter);
   }

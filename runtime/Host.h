@@ -11,6 +11,7 @@
 #include "runtime/Calls.h"
 #include "runtime/FaultPlan.h"
 #include "runtime/Library.h"
+#include "runtime/LoopStatistics.h"
 #include "runtime/Player.h"
 #include "runtime/Reporter.h"
 
@@ -41,6 +42,8 @@ struct HostOptions {
   std::vector<std::string> sample;
 
   bool isVirtual = false;
+  /// Real time only: priority of the loops' threads under SCHED_FIFO, 1 to 99; 0 for none.
+  int loopPriority = 0;
   /// Wall time at the start of the virtual clock, in seconds since 1970.
   std::int64_t epoch = kDefaultEpoch;
   /// The run ends with the first tick after its input has ended and all calls have returned;
@@ -101,6 +104,9 @@ public:
   /// What `run` did.
   RunStatistics statistics() const;
 
+  /// How well the loops keep their time. Any thread, any time.
+  std::vector<LoopReport> loops() const { return fLoops->reports(); }
+
 private:
   class Watch;
   class Target;
@@ -121,6 +127,7 @@ private:
   Player fPlayer;
   std::vector<boost::shared_ptr<Reporter>> fReporters;
   boost::shared_ptr<Watch> fWatch;
+  boost::shared_ptr<LoopStatistics> fLoops;
 
   boost::shared_ptr<GK::GKBrokerManager> fManager;
   boost::shared_ptr<GK::GKBroker> fBroker;

@@ -3,6 +3,7 @@
 #include "gk/GKBroker.h"
 #include "gk/GKError.h"
 #include "modules/extractor/Truncate.h"
+#include "modules/extractor/WindowSum.h"
 #include "zu/log.h"
 
 #include <boost/make_shared.hpp>
@@ -79,15 +80,6 @@ void push(boost::circular_buffer<float>& window, float sample) {
   window.push_back(sample);
 }
 
-/// The former mean is part of the sum: a mean carries a small share of its own history.
-float meanOf(float formerMean, const boost::circular_buffer<float>& window) {
-  float sum = formerMean;
-  for (const float sample : window) {
-    sum += sample;
-  }
-  return sum / static_cast<float>(kWindow);
-}
-
 } // namespace
 
 const std::string GKBattery::fEventPowerPlugged = "BatteryPowerPluggedChanged";
@@ -140,6 +132,7 @@ void GKBattery::xBindMethods() {
 void GKBattery::xConnectToMemory() {
   try {
     std::vector<std::string> currentKeys;
+    currentKeys.reserve(std::size(kJoints));
     for (const char* joint : kJoints) {
       currentKeys.push_back(std::string("Device/SubDeviceList/") + joint +
                             "/ElectricCurrent/Sensor/Value");
@@ -230,8 +223,10 @@ void GKBattery::xUpdateCellVoltage() {
 float GKBattery::xUpdateScore() {
   push(fMotorWindow, xReadMotorSample());
   push(fBatteryWindow, floatAt(fBatteryCurrentValue));
-  fMotorMean = meanOf(fMotorMean, fMotorWindow);
-  fBatteryMean = meanOf(fBatteryMean, fBatteryWindow);
+  // The former mean is part of the sum: a mean carries a small share of its own history.
+  const auto [motor, battery] = sumsOf(fMotorWindow, fBatteryWindow, {fMotorMean, fBatteryMean});
+  fMotorMean = motor / static_cast<float>(kWindow);
+  fBatteryMean = battery / static_cast<float>(kWindow);
   return fBatteryMean * kBatteryWeight + fMotorMean;
 }
 

@@ -12,6 +12,7 @@
 /// Creates the five modules inside `broker`, which owns them from then on. Called once per load, on
 /// the host's loading thread. Returns 0. When a module cannot be created its exception leaves from
 /// here: the modules created before it stay, those after it are not created.
+// NOLINTNEXTLINE(performance-unnecessary-value-param): hosts call it with this signature
 extern "C" GK_API int _createModule(boost::shared_ptr<GK::GKBroker> broker) {
   // The host's manager becomes the one that this library sees; none at all when it is gone.
   GK::GKBrokerManager::setInstance(broker->getBrokerManager().lock());

@@ -151,8 +151,10 @@ GKRobotPose::xFindNearest(const LegPosture& measured,
   return best > kMatchDistance ? Pose::Unknown : nearest;
 }
 
+// NOLINTBEGIN(performance-unnecessary-value-param): by value, as in the past
 std::string GKRobotPose::xCompareWithReferencePose(std::vector<float> posture,
                                                    std::vector<std::string> candidates) const {
+  // NOLINTEND(performance-unnecessary-value-param)
   std::vector<const ReferencePose*> references;
   for (const std::string& name : candidates) {
     const auto reference = fReferencePoses.find(name);
@@ -184,6 +186,7 @@ void GKRobotPose::xConvertRefPoseToOfficialPose(std::string& name) {
   }
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value like the above
 unsigned int GKRobotPose::xConvertPoseToInt(std::string name) const {
   const auto found = std::find(fPoseNames.begin(), fPoseNames.end(), name);
   return static_cast<unsigned int>(found - fPoseNames.begin());

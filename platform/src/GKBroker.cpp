@@ -8,6 +8,7 @@
 #include "gk/GKProxy.h"
 #include "zu/log.h"
 
+#include <algorithm>
 #include <exception>
 
 namespace GK {
@@ -82,9 +83,11 @@ void GKBroker::shutdown() {
     const std::lock_guard lock(fMutex);
     fExiting.store(true, std::memory_order_relaxed);
   }
+  // The latest first.
   std::vector<boost::shared_ptr<GKModuleCore>> modules = getModules();
-  for (auto module = modules.rbegin(); module != modules.rend(); ++module) {
-    if (const auto full = boost::dynamic_pointer_cast<GKModule>(*module)) {
+  std::reverse(modules.begin(), modules.end());
+  for (const auto& module : modules) {
+    if (const auto full = boost::dynamic_pointer_cast<GKModule>(module)) {
       exitModule(full->getName(), [&full] { full->xExitOnce(); });
     }
   }
@@ -93,8 +96,8 @@ void GKBroker::shutdown() {
     const std::lock_guard lock(fMutex);
     fModules.clear();
   }
-  while (!modules.empty()) {
-    modules.pop_back();
+  for (auto& module : modules) {
+    module.reset();
   }
 }
 

@@ -5,6 +5,7 @@
 #include "gk/GKClock.h"
 #include "gk/GKOperationHook.h"
 #include "GKDelivery.h"
+#include "GKNameHash.h"
 
 #include <tbb/concurrent_unordered_map.h>
 
@@ -12,6 +13,7 @@
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <tuple>
 #include <utility>
@@ -29,8 +31,8 @@ void check(GKCaller caller, GKOperation operation, const std::string& key) {
 
 struct Subscription {
   std::string module;
-  std::string method;
   std::shared_ptr<GKDelivery> delivery;
+  GKDelivery::Callback* callback;
 };
 
 /// One event. Never removed, so that a raise needs one look-up without a lock.
@@ -49,12 +51,7 @@ struct Event {
 } // namespace
 
 struct GKMemory::State {
-  struct Hash {
-    using transparent_key_equal = std::equal_to<>;
-    std::size_t operator()(std::string_view name) const noexcept {
-      return std::hash<std::string_view>()(name);
-    }
-  };
+  State() { events.max_load_factor(kNamesPerBucket); }
 
   Event& event(GKMemoryStore& store, const std::string& name) {
     const auto found = events.find(std::string_view(name));
@@ -67,7 +64,7 @@ struct GKMemory::State {
         .first->second;
   }
 
-  tbb::concurrent_unordered_map<std::string, Event, Hash> events;
+  tbb::concurrent_unordered_map<std::string, Event, NameHash> events;
 
   /// Guards what follows. Never held while an event's mutex is being waited for by its holder.
   std::mutex mutex;
@@ -157,15 +154,11 @@ void* GKMemory::getDataPtr(const std::string& key, GKCaller caller) const {
 void GKMemory::insertData(const std::string& key, const GKValue& value, GKCaller caller) {
   check(caller, GKOperation::InsertData, key);
   fStore->set(key, value);
-  GKObserverList& observers = GKObserverList::instance();
-  if (!observers.isEmpty()) {
-    GKNotice notice;
-    notice.kind = GKNotice::Kind::Insert;
+  GKObserverList::instance().show(GKNotice::Kind::Insert, [&](GKNotice& notice) {
     notice.caller = caller;
     notice.name = key;
     notice.value = value;
-    observers.notify(std::move(notice));
-  }
+  });
 }
 
 void GKMemory::declareEvent(const std::string& event, const std::string& owner, GKCaller caller) {
@@ -180,15 +173,11 @@ void GKMemory::declareEvent(const std::string& event, const std::string& owner, 
       entry.owner = owner;
     }
   }
-  GKObserverList& observers = GKObserverList::instance();
-  if (!observers.isEmpty()) {
-    GKNotice notice;
-    notice.kind = GKNotice::Kind::Declare;
+  GKObserverList::instance().show(GKNotice::Kind::Declare, [&](GKNotice& notice) {
     notice.caller = caller;
     notice.name = event;
     notice.owner = owner;
-    observers.notify(std::move(notice));
-  }
+  });
 }
 
 void GKMemory::raiseEvent(const std::string& event, const GKValue& value, GKCaller caller) {
@@ -205,18 +194,15 @@ void GKMemory::xRaise(GKNotice::Kind kind, const std::string& event, const GKVal
   Event& entry = fState->event(*fStore, event);
   const std::lock_guard lock(entry.mutex);
   entry.cell.store(value);
-  entry.time = GKClock::instance().elapsed();
   ++entry.count;
-  GKObserverList& observers = GKObserverList::instance();
-  if (!observers.isEmpty()) {
-    GKNotice notice;
-    notice.kind = kind;
+  const std::optional<GKMicros> seen = GKObserverList::instance().show(kind, [&](GKNotice& notice) {
     notice.name = event;
     notice.value = value;
-    observers.notify(std::move(notice));
-  }
+  });
+  // Reading the precise clock would be half of what a raise costs.
+  entry.time = seen ? *seen : GKClock::instance().elapsedRoughly();
   for (const Subscription& subscription : entry.subscriptions) {
-    subscription.delivery->deliver(event, subscription.method, value);
+    subscription.delivery->deliver(*subscription.callback, value);
   }
 }
 
@@ -268,13 +254,14 @@ void GKMemory::subscribeToEvent(const std::string& event, const std::string& mod
     if (delivery == nullptr) {
       delivery = std::make_shared<GKDelivery>(target);
     }
+    GKDelivery::Callback& callback = delivery->callback(event, method);
     for (Subscription& known : entry.subscriptions) {
       if (known.module == module) {
-        known.method = method;
+        known.callback = &callback;
         return;
       }
     }
-    entry.subscriptions.push_back({module, method, delivery});
+    entry.subscriptions.push_back({module, delivery, &callback});
     owner = entry.owner;
     std::set<std::string>& used = fState->uses[{owner, module}];
     isFirst = used.empty();

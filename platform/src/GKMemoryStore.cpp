@@ -1,5 +1,7 @@
 #include "gk/GKMemoryStore.h"
 
+#include "GKNameHash.h"
+
 #include <tbb/concurrent_unordered_map.h>
 
 #include <algorithm>
@@ -122,15 +124,9 @@ std::optional<GKValue> GKMemoryCell::xLoadLarge() const {
 }
 
 struct GKMemoryStore::Table {
-  /// Looks keys up without building strings.
-  struct Hash {
-    using transparent_key_equal = std::equal_to<>;
-    std::size_t operator()(std::string_view key) const noexcept {
-      return std::hash<std::string_view>()(key);
-    }
-  };
+  Table() { cells.max_load_factor(kNamesPerBucket); }
 
-  tbb::concurrent_unordered_map<std::string, GKMemoryCell, Hash> cells;
+  tbb::concurrent_unordered_map<std::string, GKMemoryCell, NameHash> cells;
 };
 
 GKMemoryStore::GKMemoryStore() : fTable(std::make_unique<Table>()) {}

@@ -6,7 +6,7 @@
 
 namespace GK {
 
-GKModuleCore::GKModuleCore(boost::shared_ptr<GKBroker> broker, std::string name)
+GKModuleCore::GKModuleCore(const boost::shared_ptr<GKBroker>& broker, std::string name)
     : fName(std::move(name)), fBroker(broker) {}
 
 GKModuleCore::~GKModuleCore() = default;

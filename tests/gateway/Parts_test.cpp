@@ -106,13 +106,13 @@ TEST(Histogram, BucketsCountWhatIsUpToTheirLimit) {
 
 TEST(Histogram, QuantilesAreTheLimitsThatHold) {
   Histogram sut;
-  EXPECT_EQ(sut.figures().quantile(0.5), 0);
+  EXPECT_EQ(sut.figures().p50, 0);
   for (int i = 0; i < 99; ++i) {
     sut.add(0.0002);
   }
   sut.add(10);
-  EXPECT_EQ(sut.figures().quantile(0.99), 0.0005);
-  EXPECT_EQ(sut.figures().quantile(0.999), std::numeric_limits<double>::infinity());
+  EXPECT_EQ(sut.figures().p99, 0.0005);
+  EXPECT_EQ(sut.figures().p999, std::numeric_limits<double>::infinity());
 }
 
 TEST(ServerMessage, StatusesHaveAnIdOnlyWhenTheyAreToBeReplaced) {

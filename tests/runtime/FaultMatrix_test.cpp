@@ -8,13 +8,14 @@
 #include <map>
 #include <set>
 #include <string>
-#include <tuple>
+#include <utility>
 #include <vector>
 
 // Makes every single platform operation that the library performs fail, one run for each: at each
-// use during the start, and at the first, a middle and the last use in the ticks and calls
-// afterwards. Whatever fails, the process must live, go on ticking, answer calls (no lock stays
-// held) and end in order.
+// use during the start, at the first, a middle and the last use in the ticks and calls afterwards,
+// and at each use during the shutdown. Whatever fails, the process must live, go on ticking, answer
+// calls (no lock stays held) and end in order. Under AddressSanitizer it must not leak either: a
+// leak has an exit code of its own.
 
 namespace {
 
@@ -23,20 +24,22 @@ using gk::test::ProgramResult;
 
 const std::string kScenario = GK_SOURCE_DIR "/tests/runtime/everything.jsonl";
 
+enum class Phase : std::uint8_t { Start, Run, Shutdown };
+
 struct Use {
   GKOperation operation;
   std::string key;
-  bool isStart;
+  Phase phase;
 };
 
 /// Keeps what the library uses.
 class UseRecorder : public GK::GKOperationHook {
 public:
   void before(GKOperation operation, std::string_view key) override {
-    uses.push_back({operation, std::string(key), isStart});
+    uses.push_back({operation, std::string(key), phase});
   }
 
-  bool isStart = true;
+  Phase phase = Phase::Start;
   std::vector<Use> uses;
 };
 
@@ -51,35 +54,40 @@ std::vector<Use> recordUses() {
   const auto recorder = std::make_shared<UseRecorder>();
   GK::GKOperationHook::install(recorder);
   host.start();
-  recorder->isStart = false;
+  recorder->phase = Phase::Run;
   host.run();
+  recorder->phase = Phase::Shutdown;
   host.shutdown();
   return recorder->uses;
 }
 
 /// One place and occurrence: the use of `operation` on `key` that comes after `after` others.
-using Case = std::tuple<GKOperation, std::string, std::size_t, bool>;
+struct Case {
+  GKOperation operation;
+  std::string key;
+  std::size_t after;
+  Phase phase;
+};
 
 std::vector<Case> casesOf(const std::vector<Use>& uses) {
-  struct Count {
-    std::size_t start = 0;
-    std::size_t all = 0;
-  };
-  std::map<std::pair<GKOperation, std::string>, Count> counts;
+  std::map<std::pair<GKOperation, std::string>, std::vector<Phase>> places;
   for (const Use& use : uses) {
-    Count& count = counts[{use.operation, use.key}];
-    count.start += use.isStart ? 1 : 0;
-    ++count.all;
+    places[{use.operation, use.key}].push_back(use.phase);
   }
   std::vector<Case> cases;
-  for (const auto& [place, count] : counts) {
-    for (std::size_t i = 0; i < count.start; ++i) {
-      cases.emplace_back(place.first, place.second, i, true);
+  for (const auto& [place, phases] : places) {
+    const auto count = [&phases = phases](Phase phase) {
+      return static_cast<std::size_t>(std::count(phases.begin(), phases.end(), phase));
+    };
+    const std::size_t runs = count(Phase::Run);
+    const std::size_t first = count(Phase::Start);
+    std::set<std::size_t> chosen;
+    if (runs > 0) {
+      chosen = {first, first + runs / 2, first + runs - 1};
     }
-    const std::set<std::size_t> later = {count.start, (count.start + count.all) / 2, count.all - 1};
-    for (const std::size_t i : later) {
-      if (i >= count.start && i < count.all) {
-        cases.emplace_back(place.first, place.second, i, false);
+    for (std::size_t i = 0; i < phases.size(); ++i) {
+      if (phases[i] != Phase::Run || chosen.contains(i)) {
+        cases.push_back({place.first, place.second, i, phases[i]});
       }
     }
   }
@@ -87,12 +95,11 @@ std::vector<Case> casesOf(const std::vector<Use>& uses) {
 }
 
 std::string faultLine(const Case& one) {
-  const auto& [operation, key, after, isStart] = one;
-  const std::string name(gk::formats::operationName(operation));
+  const std::string name(gk::formats::operationName(one.operation));
   const std::string keyMember =
-      gk::formats::operationHasKey(operation) ? ",\"key\":\"" + key + "\"" : "";
+      gk::formats::operationHasKey(one.operation) ? ",\"key\":\"" + one.key + "\"" : "";
   return "{\"fail\":{\"operation\":\"" + name + "\"" + keyMember +
-         ",\"after\":" + std::to_string(after) + "}}\n";
+         ",\"after\":" + std::to_string(one.after) + "}}\n";
 }
 
 bool contains(const std::string& text, const std::string& part) {
@@ -104,16 +111,17 @@ TEST(FaultMatrix, WhateverFailsTheProcessLivesTicksAnswersAndEndsInOrder) {
   ASSERT_FALSE(cases.empty());
   const gk::test::TemporaryFolder folder;
   const std::string fault = folder.file("fault.jsonl");
+  std::size_t atShutdown = 0;
   std::size_t failedStarts = 0;
   std::size_t lostLoops = 0;
   std::size_t blindRuns = 0;
   for (const Case& one : cases) {
     SCOPED_TRACE(faultLine(one));
+    atShutdown += one.phase == Phase::Shutdown ? 1 : 0;
     gk::test::writeFile(fault, faultLine(one));
     const ProgramResult result = gk::test::runProgram(
         {GK_PROGRAM, "replay", "--out", "-", "--library", GK_LIBRARY, fault, kScenario});
-    const bool isStart = std::get<bool>(one);
-    if (result.code == 1 && isStart) {
+    if (result.code == 1 && one.phase == Phase::Start) {
       // A module that could not be created: the host says which error ended the start.
       EXPECT_TRUE(contains(result.err, "injected fault")) << result.err;
       ++failedStarts;
@@ -128,14 +136,15 @@ TEST(FaultMatrix, WhateverFailsTheProcessLivesTicksAnswersAndEndsInOrder) {
     const bool isBlind =
         contains(result.out, "\"text\":\"GKSensors Connection to GKMemory failed. Please check");
     blindRuns += isBlind ? 1 : 0;
-    const bool isTheProbeItself = std::get<std::string>(one) == "FrontTactilTouched";
+    const bool isTheProbeItself = one.key == "FrontTactilTouched";
     if (!isTheProbeItself && !isBlind) {
       const std::string touched =
           "{\"t\":22,\"kind\":\"event\",\"name\":\"FrontTactilTouched\",\"value\":1.0}";
       EXPECT_EQ(contains(result.out, touched), !isLoopLost) << result.out;
     }
   }
-  std::cout << cases.size() << " faults: " << failedStarts << " ended the start, " << lostLoops
+  std::cout << cases.size() << " faults, " << atShutdown
+            << " of them during shutdown: " << failedStarts << " ended the start, " << lostLoops
             << " kept the loop from starting, " << blindRuns << " left sensors unconnected\n";
   RecordProperty("faults", static_cast<int>(cases.size()));
 }

@@ -49,7 +49,7 @@ class GK_API GKModuleCore : public boost::enable_shared_from_this<GKModuleCore> 
 public:
   using Method = std::function<GKValue(const std::vector<GKValue>& arguments)>;
 
-  GKModuleCore(boost::shared_ptr<GKBroker> broker, std::string name);
+  GKModuleCore(const boost::shared_ptr<GKBroker>& broker, std::string name);
   virtual ~GKModuleCore();
   GKModuleCore(const GKModuleCore&) = delete;
   GKModuleCore& operator=(const GKModuleCore&) = delete;

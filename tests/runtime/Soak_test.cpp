@@ -1,0 +1,117 @@
+#include "runtime/Host.h"
+#include "runtime/Reporter.h"
+#include "zu/log.h"
+
+#include <boost/make_shared.hpp>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+
+// A long run, by default an hour of the robot's time: recordings in a loop, subscriptions that come
+// and go, everything written out. GK_SOAK_HOURS makes it longer.
+
+namespace {
+
+constexpr GK::GKMicros kMinute = 60'000'000;
+constexpr GK::GKMicros kHour = 60 * kMinute;
+constexpr GK::GKMicros kPeriod = 20'000;
+constexpr std::int64_t kAllowedGrowth = 1 << 20;
+
+/// Whether the process's memory is what the program needs: a sanitizer keeps freed memory. (What
+/// leaks it reports itself.)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kMemoryIsOurs = false;
+#else
+constexpr bool kMemoryIsOurs = true;
+#endif
+
+GK::GKMicros duration() {
+  const char* hours = std::getenv("GK_SOAK_HOURS");
+  return (hours != nullptr ? std::atoll(hours) : 1) * kHour;
+}
+
+/// Resident memory in bytes.
+std::int64_t residentBytes() {
+  std::ifstream statm("/proc/self/statm");
+  std::int64_t size = 0;
+  std::int64_t resident = 0;
+  statm >> size >> resident;
+  return resident * sysconf(_SC_PAGESIZE);
+}
+
+std::int64_t openDescriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+/// Where lines go that nobody keeps.
+class NullOutlet : public gk::runtime::Outlet {
+public:
+  void write(std::string_view) override {}
+  void flush() override {}
+};
+
+/// Looks at the process after a minute and on every tick afterwards.
+class Meter : public GK::GKObserver {
+public:
+  void onNotice(const GK::GKNotice&) override {}
+
+  void onTick(GK::GKMicros time, const GK::GKTask&) override {
+    EXPECT_EQ(time, static_cast<GK::GKMicros>(ticks) * kPeriod);
+    ++ticks;
+    if (time == kMinute) {
+      residentAfterAMinute = residentBytes();
+      descriptorsAfterAMinute = openDescriptors();
+    }
+    if (time % kMinute == 0) {
+      residentAtTheEnd = residentBytes();
+      descriptorsAtTheEnd = openDescriptors();
+    }
+  }
+
+  std::uint64_t ticks = 0;
+  std::int64_t residentAfterAMinute = 0;
+  std::int64_t residentAtTheEnd = 0;
+  std::int64_t descriptorsAfterAMinute = 0;
+  std::int64_t descriptorsAtTheEnd = 0;
+};
+
+TEST(Soak, ALongRunLosesNoTickNoMemoryAndNoDescriptor) {
+  zu::log::setConsoleLevel(0);
+  gk::runtime::HostOptions options;
+  options.files = {GK_SOURCE_DIR "/data/biped_walk.csv", GK_SOURCE_DIR "/data/imu_fall_forward.csv",
+                   GK_SOURCE_DIR "/tests/runtime/soak.jsonl"};
+  options.libraries = {GK_TEST_LIBRARIES "/libListener.so", GK_LIBRARY};
+  options.isVirtual = true;
+  options.isLoop = true;
+  options.until = duration();
+  gk::runtime::Host host(options);
+  host.addReporter(boost::make_shared<gk::runtime::JsonReporter>(std::make_unique<NullOutlet>(),
+                                                                 gk::formats::LineKinds::all()));
+  const auto meter = boost::make_shared<Meter>();
+  GK::GKObserverList::instance().add(meter);
+  host.start();
+  host.run();
+  host.shutdown();
+  GK::GKObserverList::instance().remove(meter);
+
+  EXPECT_EQ(meter->ticks, static_cast<std::uint64_t>(duration() / kPeriod) + 1);
+  EXPECT_EQ(host.statistics().ticks, meter->ticks);
+  EXPECT_GT(host.statistics().events, meter->ticks / 1000);
+  EXPECT_EQ(meter->descriptorsAtTheEnd, meter->descriptorsAfterAMinute);
+  const std::int64_t growth = meter->residentAtTheEnd - meter->residentAfterAMinute;
+  if (kMemoryIsOurs) {
+    EXPECT_LE(growth, kAllowedGrowth);
+  }
+  std::cout << meter->ticks << " ticks, " << host.statistics().events << " events, resident "
+            << meter->residentAfterAMinute / 1024 << " KiB after a minute, "
+            << meter->residentAtTheEnd / 1024 << " KiB at the end, " << meter->descriptorsAtTheEnd
+            << " descriptors\n";
+}
+
+} // namespace
