@@ -4,7 +4,7 @@ PRESET ?= release
 FUZZ_SECONDS ?= 60
 SOAK_HOURS ?= 100
 
-.PHONY: help run test check lint coverage fuzz soak bench bench-check dependencies check-dependencies build clean
+.PHONY: help run test check lint coverage fuzz soak bench bench-check load web-tests dependencies check-dependencies build clean
 
 help:
 	@echo "make run       install what is missing, build, and watch a simulated robot in real time"
@@ -16,6 +16,8 @@ help:
 	@echo "make soak      run SOAK_HOURS=$(SOAK_HOURS) of the robot's time and watch memory and descriptors"
 	@echo "make bench     run the benchmarks"
 	@echo "make bench-check  count a tick's instructions and hold them against the record"
+	@echo "make load      put load on a host for a minute: 200 viewers, 2000 requests a second"
+	@echo "make web-tests install the clients from npm that make test then runs as well"
 	@echo "make clean     remove what was built"
 
 run: build
@@ -58,6 +60,15 @@ bench: dependencies
 	cmake --preset bench
 	cmake --build --preset bench
 	for bench in build/bench/bin/*_bench; do $$bench --benchmark_counters_tabular=true || exit 1; done
+
+load: dependencies
+	cmake --preset release
+	cmake --build --preset release --target gk gateway_load
+	./tests/load/load.sh build/release/bin/gk build/release/bin/gateway_load data/us_wallrobot.csv
+
+web-tests:
+	./packaging/install-dependencies.sh packaging/debian-packages-web.txt
+	cd tests/web && npm ci --no-audit --no-fund
 
 bench-check: dependencies
 	./packaging/install-dependencies.sh packaging/debian-packages-bench.txt

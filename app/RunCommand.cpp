@@ -4,6 +4,8 @@
 #include "app/Session.h"
 #include "formats/Numbers.h"
 
+#include <fmt/format.h>
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,6 +16,7 @@ namespace {
 
 struct RunOptions {
   SessionOptions session;
+  ListenOptions listen;
   bool isLoop = false;
   std::optional<double> limit;
   std::string speed = "real";
@@ -55,6 +58,10 @@ int run(const RunOptions& options) {
   }
   runtime::HostOptions host = hostOptions(options.session);
   host.isVirtual = options.speed == "max";
+  if (host.isVirtual && options.listen.isAddressGiven) {
+    fmt::print(stderr, "gk: --listen needs real time, --speed max has none\n");
+    return kBadInput;
+  }
   host.isLoop = options.isLoop;
   if (options.isRealtime && !host.isVirtual) {
     host.loopPriority = prepareForRealtime();
@@ -67,6 +74,9 @@ int run(const RunOptions& options) {
     }
   }
   SessionView view;
+  if (!host.isVirtual) {
+    view.listen = options.listen;
+  }
   view.isAlwaysReadable = true;
   view.isInterruptible = true;
   if (options.limit) {
@@ -91,6 +101,7 @@ void addRunCommand(CLI::App& app, Action& action) {
       ->check(CLI::IsMember({"real", "max"}).description(""))
       ->type_name("real|max")
       ->capture_default_str();
+  addListenOptions(*command, options->listen);
   command->add_flag("--realtime", options->isRealtime,
                     "Run the loops with real-time priority and locked memory, where permitted");
   command->callback([options, &action] { action = [options] { return run(*options); }; });

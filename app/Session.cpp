@@ -5,6 +5,7 @@
 #include "app/SignalWatch.h"
 #include "formats/FormatError.h"
 #include "formats/InputError.h"
+#include "gateway/Gateway.h"
 #include "runtime/Outlet.h"
 #include "runtime/Reporter.h"
 #include "zu/log.h"
@@ -107,6 +108,35 @@ void sumUp(const runtime::RunStatistics& run, std::chrono::steady_clock::duratio
              run.ticks, run.events, wallSeconds, wallSeconds > 0 ? seconds / wallSeconds : 0.0);
 }
 
+/// A host's service of clients, for as long as its modules are there: clients are sent away before
+/// the modules go, whichever way a run ends.
+class Service {
+public:
+  /// `gateway` may be null.
+  Service(gateway::Gateway* gateway, const SessionView& view, runtime::Host& host)
+      : fGateway(gateway), fView(view), fHost(host) {}
+  ~Service() { close(); }
+  Service(const Service&) = delete;
+  Service& operator=(const Service&) = delete;
+
+  void open() {
+    if (fGateway != nullptr) {
+      fGateway->open(fHost.broker(), [this] { return loopFigures(fHost.loops()); });
+      announce(*fGateway, *fView.listen);
+    }
+  }
+  void close() {
+    if (fGateway != nullptr) {
+      fGateway->close();
+    }
+  }
+
+private:
+  gateway::Gateway* fGateway;
+  const SessionView& fView;
+  runtime::Host& fHost;
+};
+
 /// One line for each loop of a run in real time.
 void sumUpLoops(const std::vector<runtime::LoopReport>& loops) {
   const auto figures = [](const runtime::Histogram& times) {
@@ -128,7 +158,7 @@ void sumUpLoops(const std::vector<runtime::LoopReport>& loops) {
 }
 
 /// Start, run and shutdown. A start that fails has still run: its output stays.
-int play(runtime::Host& host) {
+int play(runtime::Host& host, Service& service) {
   try {
     host.start();
   } catch (const runtime::LoadError& error) {
@@ -136,7 +166,9 @@ int play(runtime::Host& host) {
     host.shutdown();
     return kFailure;
   }
+  service.open();
   host.run();
+  service.close();
   host.shutdown();
   return kSuccess;
 }
@@ -152,7 +184,11 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
     zu::log::setConsoleLevel(0); // the reporters show the log
     zu::log::setFile(options.logFile, zu::log::Debug);
     const auto start = std::chrono::steady_clock::now();
+    // Outlives the host, whose end waits for the calls of clients.
+    const std::unique_ptr<gateway::Gateway> gateway =
+        view.listen ? startGateway(*view.listen) : nullptr;
     runtime::Host host(hostOptions);
+    Service service(gateway.get(), view, host);
     Outputs outputs(options, view, !hostOptions.isVirtual);
     outputs.addTo(host);
     std::optional<SignalWatch> watch;
@@ -164,7 +200,7 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
       bar = boost::make_shared<ProgressBar>(host);
       GK::GKObserverList::instance().add(bar);
     }
-    const int code = play(host);
+    const int code = play(host, service);
     GK::GKObserverList::instance().remove(bar);
     bar.reset();
     outputs.commit();
@@ -177,6 +213,9 @@ int runSession(const SessionOptions& options, const runtime::HostOptions& hostOp
     fmt::print(stderr, "{}\n", error.what());
     return kBadInput;
   } catch (const formats::FormatError& error) {
+    complain(error.what());
+    return kBadInput;
+  } catch (const gateway::AccessError& error) {
     complain(error.what());
     return kBadInput;
   } catch (const runtime::OutputError& error) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/Listen.h"
 #include "app/SessionOptions.h"
 #include "runtime/Host.h"
 
@@ -18,6 +19,8 @@ struct SessionView {
   /// Ends the run on SIGINT and SIGTERM, and after this time.
   bool isInterruptible = false;
   std::optional<std::chrono::microseconds> wallLimit;
+  /// Serves clients.
+  std::optional<ListenOptions> listen;
 };
 
 /// Runs a host from start to shutdown with the outputs that the options ask for, and sums up on

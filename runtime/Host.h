@@ -99,6 +99,9 @@ public:
   /// Ends everything, then checks what was not played of the input. Raises `InputError`.
   void shutdown();
 
+  /// Where the modules live; empty before `start` and after `shutdown`.
+  const boost::shared_ptr<GK::GKBroker>& broker() const noexcept { return fBroker; }
+
   /// How much of the files has been read, 0 to 1. To be asked for by observers in ticks of a
   /// virtual run.
   double progress() const noexcept { return fPlayer.progress(); }

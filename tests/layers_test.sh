@@ -22,7 +22,8 @@ allow modules '(gk|zu|modules)/'
 allow formats '(gk|zu|formats)/'
 allow devices '(gk|zu|formats|devices)/'
 allow runtime '(gk|zu|formats|devices|runtime)/'
-allow app '(gk|zu|formats|devices|runtime|app)/'
+allow gateway '(gk|zu|formats|devices|gateway)/'
+allow app '(gk|zu|formats|devices|runtime|gateway|app)/'
 
 # Within the platform, values, errors and time know nothing of what comes after them.
 for header in GKValue GKError GKConvert GKTime GKClock GKMutex; do

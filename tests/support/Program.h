@@ -85,6 +85,7 @@ public:
 
   pid_t pid() const { return fPid; }
   std::string outSoFar() const { return readFile(fFiles.path() / "out"); }
+  std::string errSoFar() const { return readFile(fFiles.path() / "err"); }
 
   /// Waits for its end. The code of a program ended by a signal is 128 + the signal.
   ProgramResult wait() {

@@ -1,0 +1,3 @@
+// The one place where the networking libraries' own code is compiled.
+#include <boost/asio/impl/src.hpp>
+#include <boost/beast/src.hpp>

@@ -1,0 +1,247 @@
+#include "gateway/Gateway.h"
+
+#include "gateway/CallRunner.h"
+#include "gateway/Connections.h"
+#include "gateway/Counters.h"
+#include "gateway/Hub.h"
+#include "gateway/NoticeQueue.h"
+#include "gateway/Resources.h"
+#include "gk/GKClock.h"
+#include "gk/GKObserver.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/address.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/make_shared.hpp>
+
+#include <cerrno>
+#include <condition_variable>
+#include <future>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+namespace gk::gateway {
+
+namespace {
+
+namespace asio = boost::asio;
+using boost::system::error_code;
+
+constexpr std::chrono::milliseconds kRefreshPeriod{100};
+/// How long clients have to take their farewell.
+constexpr std::chrono::milliseconds kFarewell{100};
+/// Before the next try where no connection could be accepted, for want of descriptors.
+constexpr std::chrono::milliseconds kAcceptPause{100};
+
+/// How much this thread gives way to others: a loop of a module goes first.
+constexpr int kNiceness = 5;
+
+/// Wakes a thread that waits for its descriptor. `ring` is one write of eight bytes, from any
+/// thread.
+class Bell {
+public:
+  Bell() : fDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (fDescriptor < 0) {
+      throw AccessError("no descriptor is left");
+    }
+  }
+  ~Bell() { ::close(fDescriptor); }
+  Bell(const Bell&) = delete;
+  Bell& operator=(const Bell&) = delete;
+
+  int descriptor() const noexcept { return fDescriptor; }
+  void ring() const noexcept {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = write(fDescriptor, &one, sizeof one);
+  }
+  void silence() const noexcept {
+    std::uint64_t rings = 0;
+    [[maybe_unused]] const ssize_t taken = read(fDescriptor, &rings, sizeof rings);
+  }
+
+private:
+  int fDescriptor;
+};
+
+HostFigures figuresOf(const GatewayOptions& options) {
+  const GK::GKWallTime wall = GK::GKClock::instance().wallTime();
+  constexpr double kMicrosPerSecond = 1e6;
+  return {options.version, static_cast<double>(wall.seconds) +
+                               static_cast<double>(wall.microseconds) / kMicrosPerSecond};
+}
+
+} // namespace
+
+/// The parts put together, and the thread that runs them.
+class Gateway::Server {
+public:
+  explicit Server(GatewayOptions options)
+      : fOptions(std::move(options)), fAccess(fOptions.access), fRunner(fOptions.limits.calls),
+        fNotices(boost::make_shared<NoticeQueue>([this] { fBell.ring(); })),
+        fResources(fAccess, fRunner, fCounters, figuresOf(fOptions)),
+        fHub(fRunner, fCounters, fOptions.version,
+             [this](std::function<void()> work) { asio::post(fContext, std::move(work)); }),
+        fParts{fHub, fResources, fCounters, fOptions.limits, {}}, fAcceptor(fContext),
+        fWatch(fContext, dup(fBell.descriptor())), fRefresh(fContext), fPause(fContext) {
+    xListen();
+    xAccept();
+    xWaitForBell();
+    xRefresh();
+    GK::GKObserverList::instance().add(fNotices);
+    fThread = std::thread([this] { xRun(); });
+  }
+
+  ~Server() { close(); }
+
+  const std::string& host() const noexcept { return fOptions.access.address.host; }
+  std::uint16_t port() const noexcept { return fPort; }
+
+  void open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops) {
+    auto robot = std::make_shared<const Robot>(std::move(broker), std::move(loops));
+    xDo([this, robot = std::move(robot)]() mutable { fHub.open(std::move(robot)); });
+  }
+
+  void close() {
+    if (!fThread.joinable()) {
+      return;
+    }
+    GK::GKObserverList::instance().remove(fNotices);
+    xDo([this] {
+      error_code ignored;
+      fAcceptor.close(ignored);
+      for (Connection* connection : std::set<Connection*>(fParts.connections)) {
+        connection->goAway();
+      }
+      fPause.expires_after(kFarewell);
+      fPause.async_wait([this](error_code) { fContext.stop(); });
+    });
+    fThread.join();
+    // On this thread now. Whoever still waits for an answer has lost its connection.
+    fHub.close();
+  }
+
+private:
+  void xRun() {
+    setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), kNiceness);
+    fContext.run();
+  }
+
+  /// Runs work on the server's thread and waits for its end.
+  void xDo(std::function<void()> work) {
+    std::promise<void> done;
+    asio::post(fContext, [&] {
+      work();
+      done.set_value();
+    });
+    done.get_future().wait();
+  }
+
+  void xListen() {
+    const Address& address = fOptions.access.address;
+    try {
+      const asio::ip::tcp::endpoint endpoint(asio::ip::make_address(address.host), address.port);
+      fAcceptor.open(endpoint.protocol());
+      fAcceptor.set_option(asio::socket_base::reuse_address(true));
+      fAcceptor.bind(endpoint);
+      fAcceptor.listen();
+    } catch (const boost::system::system_error& error) {
+      throw AccessError("--listen: " + address.host + ":" + std::to_string(address.port) + ": " +
+                            error.code().message(),
+                        error.code() == asio::error::address_in_use);
+    }
+    fPort = fAcceptor.local_endpoint().port();
+    fAccess.setPort(fPort);
+  }
+
+  void xAccept() {
+    fAcceptor.async_accept([this](error_code error, asio::ip::tcp::socket socket) {
+      if (!fAcceptor.is_open()) {
+        return;
+      }
+      if (!error) {
+        startConnection(fParts, std::move(socket));
+        xAccept();
+        return;
+      }
+      fPause.expires_after(kAcceptPause);
+      fPause.async_wait([this](error_code cancelled) {
+        if (!cancelled && fAcceptor.is_open()) {
+          xAccept();
+        }
+      });
+    });
+  }
+
+  void xWaitForBell() {
+    fWatch.async_wait(asio::posix::stream_descriptor::wait_read, [this](error_code error) {
+      if (!error) {
+        fBell.silence();
+        fHub.process(fNotices->take());
+        xWaitForBell();
+      }
+    });
+  }
+
+  void xRefresh() {
+    fRefresh.expires_after(kRefreshPeriod);
+    fRefresh.async_wait([this](error_code error) {
+      if (!error) {
+        fHub.refresh();
+        for (Connection* connection : std::set<Connection*>(fParts.connections)) {
+          connection->checkStall();
+        }
+        xRefresh();
+      }
+    });
+  }
+
+  const GatewayOptions fOptions;
+  Access fAccess;
+  CallRunner fRunner;
+  Counters fCounters;
+  Bell fBell;
+  boost::shared_ptr<NoticeQueue> fNotices;
+  Resources fResources;
+  Hub fHub;
+  ServerParts fParts;
+  /// After what its handlers use, and before what lives in it: handlers that never ran, and the
+  /// connections that they hold, go first.
+  asio::io_context fContext{1};
+  asio::ip::tcp::acceptor fAcceptor;
+  asio::posix::stream_descriptor fWatch;
+  asio::steady_timer fRefresh;
+  asio::steady_timer fPause;
+  std::uint16_t fPort = 0;
+  std::thread fThread;
+};
+
+Gateway::Gateway(GatewayOptions options) : fServer(std::make_unique<Server>(std::move(options))) {}
+
+Gateway::~Gateway() = default;
+
+std::uint16_t Gateway::port() const noexcept {
+  return fServer->port();
+}
+
+std::string Gateway::url() const {
+  const std::string& host = fServer->host();
+  const bool isSix = host.find(':') != std::string::npos;
+  return "http://" + (isSix ? "[" + host + "]" : host) + ":" + std::to_string(port()) + "/";
+}
+
+void Gateway::open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops) {
+  fServer->open(std::move(broker), std::move(loops));
+}
+
+void Gateway::close() {
+  fServer->close();
+}
+
+} // namespace gk::gateway
