@@ -93,8 +93,8 @@ std::vector<GK::GKValue> argumentsOf(const GK::GKMethodDescription& method,
 
 Robot::Robot(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops)
     : fBroker(std::move(broker)),
-      fMemory(boost::dynamic_pointer_cast<GK::GKMemory>(fBroker->findModule(GK::GKMemory::kName))) {
-}
+      fMemory(boost::dynamic_pointer_cast<GK::GKMemory>(fBroker->findModule(GK::GKMemory::kName))),
+      fLoops(std::move(loops)) {}
 
 std::shared_ptr<GK::GKMemoryStore> Robot::store() const {
   return fMemory != nullptr ? fMemory->store() : nullptr;
