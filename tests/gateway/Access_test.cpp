@@ -113,9 +113,9 @@ TEST(Access, ATokenIsAskedForOnEveryAddress) {
   const std::string good = "Bearer " + kToken;
   credentials.authorization = good;
   EXPECT_TRUE(sut.isAuthorised(credentials));
-  for (const std::string bad :
-       {"Bearer ", "Bearer x", "Basic " + kToken, kToken, "Bearer " + kToken + "0",
-        "Bearer " + kToken.substr(1), "Bearer 1" + kToken.substr(1)}) {
+  for (const std::string& bad : std::initializer_list<std::string>{
+           "Bearer ", "Bearer x", "Basic " + kToken, kToken, "Bearer " + kToken + "0",
+           "Bearer " + kToken.substr(1), "Bearer 1" + kToken.substr(1)}) {
     credentials.authorization = bad;
     EXPECT_FALSE(sut.isAuthorised(credentials)) << bad;
   }
@@ -130,8 +130,9 @@ TEST(Access, SessionsAreKnownByTheirCookie) {
   const std::string good = "a=b; gk_session=" + session + "; c=d";
   credentials.cookie = good;
   EXPECT_TRUE(sut.isAuthorised(credentials));
-  for (const std::string bad : {"gk_session=", "gk_session", "gk_sessions=" + session,
-                                "x=" + session, "gk_session=" + session + "0"}) {
+  for (const std::string& bad :
+       std::initializer_list<std::string>{"gk_session=", "gk_session", "gk_sessions=" + session,
+                                          "x=" + session, "gk_session=" + session + "0"}) {
     credentials.cookie = bad;
     EXPECT_FALSE(sut.isAuthorised(credentials)) << bad;
   }

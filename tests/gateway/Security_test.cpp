@@ -34,8 +34,9 @@ template <class Change> GatewayOptions withLimits(const Change& change) {
 
 TEST(Security, ForeignNamesForOurAddressAreRefused) {
   ServedHost sut;
-  for (const std::string host : {"evil.example:" + std::to_string(sut.port()),
-                                 std::string("localhost:1"), std::string("")}) {
+  for (const std::string& host :
+       std::initializer_list<std::string>{"evil.example:" + std::to_string(sut.port()),
+                                          std::string("localhost:1"), std::string("")}) {
     Socket socket(sut.port());
     socket.send("GET /livez HTTP/1.1\r\nHost: " + host + "\r\n\r\n");
     EXPECT_EQ(socket.readAnswer().status, 403) << host;
