@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numbers>
 #include <utility>
 
 namespace gk::devices {
@@ -23,7 +24,7 @@ constexpr double kCurrentPerTorque = 0.35;
 
 // Standard deviations and step sizes of the sensors.
 constexpr double kAngleNoise = 0.0008;                     // rad
-constexpr double kAngleStep = 2 * 3.14159265358979 / 4096; // rad, encoders of 12 bits
+constexpr double kAngleStep = 2 * std::numbers::pi / 4096; // rad, encoders of 12 bits
 constexpr double kWeightNoise = 0.008;                     // kg
 constexpr double kAccelerationNoise = 0.06;                // m/s^2
 constexpr double kRateNoise = 0.005;                       // rad/s
