@@ -82,6 +82,7 @@ build: dependencies
 
 dependencies:
 	./packaging/install-dependencies.sh
+	@command -v npm >/dev/null || ./packaging/install-dependencies.sh packaging/debian-packages-web.txt
 
 check-dependencies: dependencies
 	./packaging/install-dependencies.sh packaging/debian-packages-check.txt
