@@ -80,12 +80,15 @@ void addCallCommand(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand("call", "Call a bound method and show its result");
   auto options = std::make_shared<ClientOptions>();
   auto method = std::make_shared<std::string>();
-  auto words = std::make_shared<std::vector<std::string>>();
   command->add_option("MODULE.METHOD", *method, "The method")->required()->type_name("");
-  command->add_option("ARGUMENT", *words, "Numbers, true, false, texts, or JSON")->type_name("");
+  // As what is left over: an option of several words would take "[1,2]" apart.
+  command->allow_extras();
+  command->footer(
+      "Behind the method come its arguments: each is a number, true, false, a text, or JSON.");
   addClientOptions(*command, *options);
   command->callback([=, &action] {
-    action = [=] { return runClient([&] { return callMethod(*options, *method, *words); }); };
+    const std::vector<std::string> words = command->remaining();
+    action = [=] { return runClient([&] { return callMethod(*options, *method, words); }); };
   });
 }
 

@@ -2,7 +2,6 @@
 
 #include "devices/DeviceKeys.h"
 #include "gateway/Gateway.h"
-#include "Probe.h"
 #include "gk/DCM.h"
 #include "gk/GKBroker.h"
 #include "gk/GKBrokerManager.h"
@@ -10,6 +9,7 @@
 #include "gk/GKMemory.h"
 #include "gk/GKObserver.h"
 #include "gk/GKResourceManager.h"
+#include "Probe.h"
 #include "zu/log.h"
 
 #include <boost/make_shared.hpp>
@@ -177,8 +177,9 @@ public:
     if (payload.size() < 126) {
       frame += static_cast<char>(0x80 | payload.size());
     } else {
-      frame += static_cast<char>(0x80 | 127);
-      for (int shift = 56; shift >= 0; shift -= 8) {
+      const bool isShort = payload.size() < 65536;
+      frame += static_cast<char>(0x80 | (isShort ? 126 : 127));
+      for (int shift = isShort ? 8 : 56; shift >= 0; shift -= 8) {
         frame += static_cast<char>((payload.size() >> shift) & 0xFF);
       }
     }
