@@ -9,6 +9,7 @@
 #include <cmath>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace gk::app {
@@ -23,6 +24,8 @@ constexpr double kClockTolerance = 1.0;
 constexpr double kLongestSilence = 1.0;
 constexpr double kLateness = 0.005;
 constexpr double kFreshness = 5.0;
+/// Seconds that a host has after its start.
+constexpr double kSettling = 1.0;
 
 struct Finding {
   std::string what;
@@ -44,7 +47,7 @@ public:
     xFind("the host is up", true, fClient.address().text());
     xReadiness();
     try {
-      const json::value host = fClient.getJson("/api/v1/host");
+      const json::value host = xSettledHost();
       xHost(host);
       for (const json::value& loop : listMember(host, "loops")) {
         xLoop(loop);
@@ -59,6 +62,17 @@ public:
 private:
   void xFind(std::string what, bool isGood, std::string detail) {
     fFindings.push_back({std::move(what), isGood, std::move(detail)});
+  }
+
+  /// A host that has only just come up gets the moment that it needs to see its keys change.
+  json::value xSettledHost() {
+    json::value host = fClient.getJson("/api/v1/host");
+    while (member(member(host, "deviceKeys"), "age_s").is_null() &&
+           numberMember(host, "t_s") < kSettling) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      host = fClient.getJson("/api/v1/host");
+    }
+    return host;
   }
 
   void xReadiness() {
