@@ -116,7 +116,7 @@ void addCompletionCommand(CLI::App& app, Action& action) {
       ->required()
       ->check(CLI::IsMember({"bash"}).description(""))
       ->type_name("");
-  command->callback([&app, &action] {
+  command->callback([&app, &action, shell] { // which the option writes to
     action = [&app] {
       fmt::print("{}", bashScript(app));
       return static_cast<int>(kSuccess);
