@@ -32,6 +32,7 @@ std::vector<std::string> typesOf(const json::value& module, const std::string& m
     const std::vector<json::value> params = listMember(one, "params");
     if (textMember(one, "name") == method && params.size() == count) {
       std::vector<std::string> types;
+      types.reserve(count);
       for (const json::value& param : params) {
         types.push_back(textMember(param, "type"));
       }

@@ -131,6 +131,8 @@ TEST(WebSocket, ASlowClientLosesItsOwnSamplesAndNobodyElseNoticesIt) {
   GatewayOptions options;
   options.limits.clientBytes = 64 * 1024;
   options.limits.clientEvents = 100;
+  // However slow the machine is, the client is not given up.
+  options.limits.stallTime = std::chrono::hours(1);
   ServedHost sut(std::move(options));
   Socket slow(sut.port(), 4096);
   slow.upgrade("/ws", sut.name());
