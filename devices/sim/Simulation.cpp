@@ -15,6 +15,7 @@ namespace {
 
 constexpr double kSecondsPerMicro = 1e-6;
 constexpr double kFrameSeconds = static_cast<double>(Simulation::kFrame) * kSecondsPerMicro;
+// Rounded at compile time. NOLINTNEXTLINE(bugprone-incorrect-roundings)
 constexpr int kSteps = static_cast<int>(kFrameSeconds / Physics::kStep + 0.5);
 /// Frames that the robot has to come to rest before anybody sees it.
 constexpr int kFramesToRest = 60;

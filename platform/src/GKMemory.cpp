@@ -7,8 +7,6 @@
 #include "GKDelivery.h"
 #include "GKNameHash.h"
 
-#include <tbb/concurrent_unordered_map.h>
-
 #include <algorithm>
 #include <atomic>
 #include <map>
@@ -64,7 +62,7 @@ struct GKMemory::State {
         .first->second;
   }
 
-  tbb::concurrent_unordered_map<std::string, Event, NameHash> events;
+  NameMap<Event> events;
 
   /// Guards what follows. Never held while an event's mutex is being waited for by its holder.
   std::mutex mutex;

@@ -2,8 +2,6 @@
 
 #include "GKNameHash.h"
 
-#include <tbb/concurrent_unordered_map.h>
-
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -126,7 +124,7 @@ std::optional<GKValue> GKMemoryCell::xLoadLarge() const {
 struct GKMemoryStore::Table {
   Table() { cells.max_load_factor(kNamesPerBucket); }
 
-  tbb::concurrent_unordered_map<std::string, GKMemoryCell, NameHash> cells;
+  NameMap<GKMemoryCell> cells;
 };
 
 GKMemoryStore::GKMemoryStore() : fTable(std::make_unique<Table>()) {}

@@ -1,8 +1,13 @@
 #pragma once
 
+#include <tbb/concurrent_unordered_map.h>
+
 #include <cstddef>
 #include <functional>
+#include <memory>
+#include <string>
 #include <string_view>
+#include <utility>
 
 // Only the function itself, inlined: no library to link.
 #define XXH_INLINE_ALL
@@ -21,5 +26,11 @@ struct NameHash {
 
 /// What maps of names are set to: more names in a bucket cost a cache miss each.
 constexpr float kNamesPerBucket = 1.0F;
+
+/// A map of names that is read without a lock and whose entries never move. With the allocator that
+/// everything else has: ThreadSanitizer knows it.
+template <class T> using NameMap =
+    tbb::concurrent_unordered_map<std::string, T, NameHash, std::equal_to<std::string>,
+                                  std::allocator<std::pair<const std::string, T>>>;
 
 } // namespace GK
