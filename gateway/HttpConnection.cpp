@@ -138,13 +138,15 @@ private:
       xUpgrade(plain);
       return;
     }
-    fParts.resources.handle(fParts.hub.robot(), std::move(plain),
-                            [self = shared_from_this()](HttpResponse response) {
-                              asio::post(self->fStream.get_executor(),
-                                         [self, response = std::move(response)]() mutable {
-                                           self->xRespond(std::move(response));
-                                         });
-                            });
+    fParts.resources.handle(
+        fParts.hub.robot(), std::move(plain),
+        [self = shared_from_this()](HttpResponse response) mutable {
+          // Let go of here: the connection ends on its own thread.
+          const auto executor = self->fStream.get_executor();
+          asio::post(executor, [self = std::move(self), response = std::move(response)]() mutable {
+            self->xRespond(std::move(response));
+          });
+        });
   }
 
   void xUpgrade(const HttpRequest& request) {
