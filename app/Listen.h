@@ -1,5 +1,8 @@
 #pragma once
 
+#include "gateway/LoopFigures.h"
+#include "runtime/LoopStatistics.h"
+
 #include <CLI/CLI.hpp>
 
 #include <memory>
@@ -28,8 +31,14 @@ struct ListenOptions {
 
 void addListenOptions(CLI::App& command, ListenOptions& options);
 
-/// Begins to listen and says where on standard error. Null when that is off, or when the default
-/// address is taken by another host: then a line on standard error says so. Raises `AccessError`.
+/// Begins to listen. Null when that is off, or when the default
+/// address is taken by another host: then people are told on their terminal. Raises `AccessError`.
 std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options);
+
+/// Says on standard error where clients can connect: to people, and to whoever chose the address.
+void announce(const gateway::Gateway& gateway, const ListenOptions& options);
+
+/// The host's figures of its loops as clients get them: in seconds.
+std::vector<gateway::LoopFigures> loopFigures(const std::vector<runtime::LoopReport>& reports);
 
 } // namespace gk::app

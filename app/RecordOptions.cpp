@@ -47,10 +47,6 @@ std::string checkSplit(const std::string& text) {
              : text + " is no size (kB, MB, GB) and no time (s, min, h)";
 }
 
-std::string checkFile(const std::string& text) {
-  return text.ends_with(".mcap") ? std::string() : text + " does not end in .mcap";
-}
-
 /// Without the folders, which say nothing on another machine.
 std::string namesOf(const std::vector<std::string>& files) {
   std::string names;
@@ -62,9 +58,13 @@ std::string namesOf(const std::vector<std::string>& files) {
 
 } // namespace
 
+std::string checkRecordingName(const std::string& name) {
+  return name.ends_with(".mcap") ? std::string() : name + " does not end in .mcap";
+}
+
 void addRecordOptions(CLI::App& command, RecordOptions& options) {
   CLI::Option* file = command.add_option("--record", options.file, "Record the run to this file")
-                          ->check(CLI::Validator(checkFile, ""))
+                          ->check(CLI::Validator(checkRecordingName, ""))
                           ->type_name("FILE.mcap");
   CLI::Option* split =
       command

@@ -19,6 +19,9 @@ struct RecordOptions {
   double after = 5.0;
 };
 
+/// What is wrong with the name of a recording that is to be written; empty if nothing is.
+std::string checkRecordingName(const std::string& name);
+
 void addRecordOptions(CLI::App& command, RecordOptions& options);
 
 /// How to record a run with these host options; nothing when that is not asked for.

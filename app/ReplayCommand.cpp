@@ -1,11 +1,14 @@
 #include "app/Commands.h"
+#include "app/Jobs.h"
 #include "app/Session.h"
 #include "formats/InputError.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
+#include <set>
 
 namespace gk::app {
 
@@ -15,6 +18,8 @@ struct ReplayOptions {
   SessionOptions session;
   bool isAsInput = false;
   std::string report;
+  /// 0: all files are one input.
+  unsigned int jobs = 0;
 };
 
 /// True when the files are the parts of a recorded run, to be repeated as it was.
@@ -48,6 +53,41 @@ int replay(const ReplayOptions& options) {
   return runSession(options.session, host, view);
 }
 
+/// Replays each file by itself. Their lines go to files in the folder that --out names.
+int replayEach(const ReplayOptions& options) {
+  const std::filesystem::path folder = options.session.out;
+  if (!folder.empty() && !std::filesystem::is_directory(folder)) {
+    fmt::print(stderr, "gk: --out: with --jobs {} has to be a folder\n", folder.string());
+    return kBadInput;
+  }
+  if (!options.report.empty()) {
+    fmt::print(stderr, "gk: --report: is about one run, and does not go with --jobs\n");
+    return kBadInput;
+  }
+  std::vector<Job> jobs;
+  std::set<std::filesystem::path> outputs;
+  for (const std::string& file : options.session.files) {
+    SessionOptions one = options.session;
+    one.files = {file};
+    if (!folder.empty()) {
+      const std::filesystem::path name = std::filesystem::path(file).filename();
+      one.out = (folder / name).string() + ".jsonl";
+      if (!outputs.insert(one.out).second) {
+        fmt::print(stderr, "gk: --out: two files are named {}, they would share {}\n",
+                   name.string(), one.out);
+        return kBadInput;
+      }
+    }
+    std::vector<std::string> arguments = sessionArguments(one);
+    if (options.isAsInput) {
+      arguments.insert(arguments.begin(), "--as-input");
+    }
+    arguments.insert(arguments.begin(), "replay");
+    jobs.push_back({file, std::move(arguments)});
+  }
+  return runJobs(jobs, options.jobs);
+}
+
 } // namespace
 
 void addReplayCommand(CLI::App& app, Action& action) {
@@ -62,7 +102,16 @@ void addReplayCommand(CLI::App& app, Action& action) {
       ->add_option("--report", options->report,
                    "Write a page with a time line, plots and counts to this file")
       ->type_name("FILE.html");
-  command->callback([options, &action] { action = [options] { return replay(*options); }; });
+  command
+      ->add_option(
+          "-j,--jobs", options->jobs,
+          "Replay each file by itself, N at a time, and show one line for each; --out then "
+          "names a folder")
+      ->check(CLI::Range(1, 1024).description(""))
+      ->type_name("N");
+  command->callback([options, &action] {
+    action = [options] { return options->jobs > 0 ? replayEach(*options) : replay(*options); };
+  });
 }
 
 } // namespace gk::app

@@ -1,4 +1,5 @@
 #include "app/Commands.h"
+#include "app/Realtime.h"
 #include "app/RecordOptions.h"
 #include "app/RobotKeys.h"
 #include "app/Session.h"
@@ -21,6 +22,7 @@ struct RunOptions {
   bool isLoop = false;
   std::optional<double> limit;
   std::string speed = "real";
+  bool isRealtime = false;
   std::string robot;
   std::uint64_t seed = devices::SimulationOptions().seed;
   bool isWithoutNoise = false;
@@ -58,17 +60,20 @@ int run(const RunOptions& options) {
   }
   runtime::HostOptions host = hostOptions(options.session);
   host.isVirtual = options.speed == "max";
+  if (host.isVirtual && options.listen.isAddressGiven) {
+    fmt::print(stderr, "gk: --listen needs real time, --speed max has none\n");
+    return kBadInput;
+  }
   host.isLoop = options.isLoop;
+  if (options.isRealtime && !host.isVirtual) {
+    host.loopPriority = prepareForRealtime();
+  }
   if (isRobot) {
     host.simulation = {.seed = options.seed, .isNoisy = !options.isWithoutNoise};
     if (host.files.empty() && !options.isWithoutTour) {
       host.files.push_back(tourFile());
       host.isLoop = true;
     }
-  }
-  if (host.isVirtual && options.listen.isAddressGiven) {
-    fmt::print(stderr, "gk: --listen needs real time, --speed max has none\n");
-    return kBadInput;
   }
   SessionView view;
   if (!host.isVirtual) {
@@ -101,6 +106,8 @@ void addRunCommand(CLI::App& app, Action& action) {
       ->type_name("real|max")
       ->capture_default_str();
   addListenOptions(*command, options->listen);
+  command->add_flag("--realtime", options->isRealtime,
+                    "Run the loops with real-time priority and locked memory, where permitted");
   command->callback([options, &action] { action = [options] { return run(*options); }; });
 }
 

@@ -110,21 +110,27 @@ void sumUp(const runtime::RunStatistics& run, std::chrono::steady_clock::duratio
              run.ticks, run.events, wallSeconds, wallSeconds > 0 ? seconds / wallSeconds : 0.0);
 }
 
-/// Sends clients away, whichever way a run ends, before the modules go.
-class GatewayCloser {
+/// A host's service of clients, for as long as its modules are there: clients are sent away before
+/// the modules go, whichever way a run ends.
+class Service {
 public:
-  explicit GatewayCloser(gateway::Gateway* gateway) : fGateway(gateway) {}
-  ~GatewayCloser() { close(); }
-  GatewayCloser(const GatewayCloser&) = delete;
-  GatewayCloser& operator=(const GatewayCloser&) = delete;
+  /// `gateway` may be null.
+  Service(gateway::Gateway* gateway, const SessionView& view, runtime::Host& host)
+      : fGateway(gateway), fView(view), fHost(host) {}
+  ~Service() { close(); }
+  Service(const Service&) = delete;
+  Service& operator=(const Service&) = delete;
 
-  void open(runtime::Host& host) {
-    if (fGateway != nullptr) {
-      fGateway->open(host.broker(),
-                     [&host](const formats::Action& action, const std::function<void()>& work) {
-                       host.carryOut(action, work);
-                     });
+  void open() {
+    if (fGateway == nullptr) {
+      return;
     }
+    fGateway->open(
+        fHost.broker(), [this] { return loopFigures(fHost.loops()); },
+        [this](const formats::Action& action, const std::function<void()>& work) {
+          fHost.carryOut(action, work);
+        });
+    announce(*fGateway, *fView.listen);
   }
   void close() {
     if (fGateway != nullptr) {
@@ -134,6 +140,8 @@ public:
 
 private:
   gateway::Gateway* fGateway;
+  const SessionView& fView;
+  runtime::Host& fHost;
 };
 
 void warnOf(const runtime::HostOptions& options) {
@@ -144,8 +152,28 @@ void warnOf(const runtime::HostOptions& options) {
   }
 }
 
+/// One line for each loop of a run in real time.
+void sumUpLoops(const std::vector<runtime::LoopReport>& loops) {
+  const auto figures = [](const runtime::Histogram& times) {
+    constexpr double kMedian = 0.5;
+    constexpr double kMost = 0.99;
+    constexpr double kNearlyAll = 0.999;
+    return fmt::format("{}/{}/{}/{}", times.quantile(kMedian), times.quantile(kMost),
+                       times.quantile(kNearlyAll), times.max());
+  };
+  for (const runtime::LoopReport& loop : loops) {
+    if (loop.work.count() > 0) {
+      fmt::print(stderr,
+                 "{}: {} ticks, {} overruns; median/99 %/99.9 %/longest in microseconds: "
+                 "work {}, late {}\n",
+                 loop.module, loop.ticks, loop.overruns, figures(loop.work),
+                 figures(loop.lateness));
+    }
+  }
+}
+
 /// Start, run and shutdown. A start that fails has still run: its output stays.
-int play(runtime::Host& host, GatewayCloser& gateway) {
+int play(runtime::Host& host, Service& service) {
   try {
     host.start();
   } catch (const runtime::LoadError& error) {
@@ -153,8 +181,8 @@ int play(runtime::Host& host, GatewayCloser& gateway) {
     host.shutdown();
     return kFailure;
   }
-  gateway.open(host);
-  host.run([&gateway] { gateway.close(); });
+  service.open();
+  host.run([&service] { service.close(); });
   host.shutdown();
   return kSuccess;
 }
@@ -175,7 +203,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     const std::unique_ptr<gateway::Gateway> gateway =
         view.listen ? startGateway(*view.listen) : nullptr;
     runtime::Host host(hostOptions);
-    GatewayCloser closer(gateway.get());
+    Service service(gateway.get(), view, host);
     Outputs outputs(options, view, !hostOptions.isVirtual);
     outputs.addTo(host);
     recording.attach(host);
@@ -190,7 +218,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
       bar = boost::make_shared<ProgressBar>(host);
       GK::GKObserverList::instance().add(bar);
     }
-    const int code = play(host, closer);
+    const int code = play(host, service);
     GK::GKObserverList::instance().remove(bar);
     bar.reset();
     recording.finish();
@@ -199,6 +227,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     warnOf(hostOptions);
     if (code == kSuccess) {
       sumUp(host.statistics(), std::chrono::steady_clock::now() - start);
+      sumUpLoops(host.loops());
     }
     return code;
   } catch (const formats::InputError& error) {

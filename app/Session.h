@@ -6,7 +6,6 @@
 #include "runtime/Recorder.h"
 
 #include <chrono>
-#include <functional>
 #include <optional>
 #include <string>
 

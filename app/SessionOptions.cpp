@@ -90,6 +90,35 @@ void addSessionOptions(CLI::App& command, SessionOptions& options) {
       ->type_name("FILE");
 }
 
+std::vector<std::string> sessionArguments(const SessionOptions& options) {
+  std::vector<std::string> arguments;
+  const auto add = [&arguments](const char* name, const std::string& value) {
+    if (!value.empty()) {
+      arguments.insert(arguments.end(), {name, value});
+    }
+  };
+  const auto addEach = [&add](const char* name, const std::vector<std::string>& values) {
+    for (const std::string& value : values) {
+      add(name, value);
+    }
+  };
+  add("--out", options.out);
+  add("--only", options.only);
+  addEach("--sample", options.sample);
+  addEach("--subscribe", options.subscribe);
+  addEach("--without", options.without);
+  addEach("--library", options.libraries);
+  add("--epoch", std::to_string(options.epoch));
+  if (options.until) {
+    add("--until", formats::doubleText(*options.until));
+  }
+  add("--log-level", std::to_string(options.logLevel));
+  add("--log-file", options.logFile);
+  arguments.emplace_back("--");
+  arguments.insert(arguments.end(), options.files.begin(), options.files.end());
+  return arguments;
+}
+
 runtime::HostOptions hostOptions(const SessionOptions& options) {
   runtime::HostOptions host;
   host.files = options.files;

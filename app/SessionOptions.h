@@ -30,6 +30,9 @@ void addSessionOptions(CLI::App& command, SessionOptions& options);
 /// The scenario that shows what the simulated robot can notice.
 std::string tourFile();
 
+/// The options as they would stand on a command line that asks for the same; files last.
+std::vector<std::string> sessionArguments(const SessionOptions& options);
+
 /// The host's options; those that only one command has are left at their defaults.
 runtime::HostOptions hostOptions(const SessionOptions& options);
 

@@ -42,6 +42,18 @@ int runProgram(int argc, char** argv) {
   gk::app::addRunCommand(app, action);
   gk::app::addReplayCommand(app, action);
   gk::app::addRecordingCommand(app, action);
+  gk::app::addModulesCommand(app, action);
+  gk::app::addDescribeCommand(app, action);
+  gk::app::addCallCommand(app, action);
+  gk::app::addGetCommand(app, action);
+  gk::app::addSetCommand(app, action);
+  gk::app::addKeysCommand(app, action);
+  gk::app::addEventsCommand(app, action);
+  gk::app::addWatchCommand(app, action);
+  gk::app::addRecordCommand(app, action);
+  gk::app::addTopCommand(app, action);
+  gk::app::addDoctorCommand(app, action);
+  gk::app::addCompletionCommand(app, action);
   addHelpCommand(app, action);
   try {
     app.parse(argc, argv);

@@ -133,6 +133,12 @@ private:
     } else {
       obstacle = filteredLeft > filteredRight ? 0 : 3;
     }
+    // Events repeat by the seconds of the wall clock.
+    const std::time_t now = std::time(nullptr);
+    if (now - lastEvent > 1 || lastEvent - now > 1) {
+      lastEvent = now;
+      ++changes;
+    }
   }
 
   void feet() {
@@ -221,6 +227,7 @@ private:
   float filteredRight = 2.55F;
   float filteredLeft = 2.55F;
   int obstacle = 4;
+  std::time_t lastEvent = 0;
   Window<10> left;
   Window<10> right;
   bool hadContact = true;

@@ -1,12 +1,17 @@
+#ifdef GK_HAS_HIREDIS
+#include "bench/RedisServer.h"
+#endif
 #include "gk/GKMemory.h"
 
 #include <benchmark/benchmark.h>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <random>
 #include <shared_mutex>
 #include <string>
+#include <unistd.h>
 #include <unordered_map>
 #include <vector>
 
@@ -15,7 +20,8 @@
 
 namespace {
 
-/// Names as long as real ones, and an order to visit them in.
+/// Names as long as real ones, and a random row of accesses. Each access brings a name of its own,
+/// as a caller would.
 struct Keys {
   explicit Keys(std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
@@ -23,15 +29,15 @@ struct Keys {
     }
     std::mt19937 random(1);
     std::uniform_int_distribution<std::size_t> any(0, count - 1);
-    for (std::size_t& position : order) {
-      position = any(random);
+    for (std::string& access : accesses) {
+      access = names[any(random)];
     }
   }
 
-  const std::string& at(std::size_t i) const { return names[order[i % order.size()]]; }
+  const std::string& at(std::size_t i) const { return accesses[i % accesses.size()]; }
 
   std::vector<std::string> names;
-  std::vector<std::size_t> order = std::vector<std::size_t>(1 << 14);
+  std::vector<std::string> accesses = std::vector<std::string>(1 << 14);
 };
 
 const Keys& keysOf(std::size_t count) {
@@ -121,6 +127,30 @@ void lockedMapWrite(benchmark::State& state) {
   });
 }
 
+/// What a float key takes besides the characters of its name. Not a matter of time.
+void bytesPerKey(benchmark::State& state) {
+  const auto resident = [] {
+    std::ifstream statm("/proc/self/statm");
+    std::int64_t size = 0;
+    std::int64_t pages = 0;
+    statm >> size >> pages;
+    return pages * sysconf(_SC_PAGESIZE);
+  };
+  const Keys& keys = keysOf(static_cast<std::size_t>(state.range(0)));
+  std::int64_t names = 0;
+  for (const std::string& name : keys.names) {
+    names += static_cast<std::int64_t>(name.size());
+  }
+  for (auto _ : state) {
+    const std::int64_t before = resident();
+    const Service service(keys);
+    const std::int64_t used = resident() - before - names;
+    state.counters["bytes/key"] =
+        static_cast<double>(used) / static_cast<double>(keys.names.size());
+  }
+}
+BENCHMARK(bytesPerKey)->Arg(1000000)->Iterations(1);
+
 void sizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->Arg(1000)->Arg(10000)->Arg(1000000)->ThreadRange(1, 2)->UseRealTime();
 }
@@ -129,6 +159,17 @@ BENCHMARK(lockedMapRead)->Apply(sizes);
 BENCHMARK(insertData)->Apply(sizes);
 BENCHMARK(lockedMapWrite)->Apply(sizes);
 BENCHMARK(getDataPtr)->Apply(sizes);
+
+#ifdef GK_HAS_HIREDIS
+void redisRead(benchmark::State& state) {
+  gk::bench::RedisServer server;
+  for (const std::string& key : keysOf(static_cast<std::size_t>(state.range(0))).names) {
+    server.set(key, 1.0F);
+  }
+  visit(state, [&](const std::string& key) { benchmark::DoNotOptimize(server.get(key)); });
+}
+BENCHMARK(redisRead)->Arg(10000)->UseRealTime();
+#endif
 
 } // namespace
 

@@ -205,8 +205,10 @@ using Index = std::unordered_map<std::string_view, const DeviceKey*>;
 
 Index makeIndex() {
   Index index;
-  for (const DeviceKey& key : simulatedKeys()) {
-    index.emplace(key.name, &key);
+  for (const auto* keys : {&deviceKeys(), &simulatedKeys()}) {
+    for (const DeviceKey& key : *keys) {
+      index.emplace(key.name, &key);
+    }
   }
   return index;
 }

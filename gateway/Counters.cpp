@@ -6,17 +6,22 @@
 
 namespace gk::gateway {
 
-double HistogramFigures::quantile(double share) const {
-  if (count == 0) {
+namespace {
+
+/// The smallest limit that a share of all values stays within.
+double quantile(const HistogramFigures& figures, double share) {
+  if (figures.count == 0) {
     return 0;
   }
-  for (const auto& [limit, upTo] : buckets) {
-    if (static_cast<double>(upTo) >= share * static_cast<double>(count)) {
+  for (const auto& [limit, upTo] : figures.buckets) {
+    if (static_cast<double>(upTo) >= share * static_cast<double>(figures.count)) {
       return limit;
     }
   }
   return std::numeric_limits<double>::infinity();
 }
+
+} // namespace
 
 void Histogram::add(double seconds) {
   const auto limit = std::ranges::lower_bound(kLimits, seconds);
@@ -32,6 +37,9 @@ HistogramFigures Histogram::figures() const {
   }
   figures.count += fCounts.back();
   figures.sum = fSum;
+  figures.p50 = quantile(figures, 0.5);
+  figures.p99 = quantile(figures, 0.99);
+  figures.p999 = quantile(figures, 0.999);
   return figures;
 }
 

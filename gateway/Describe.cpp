@@ -49,19 +49,21 @@ void appendKey(JsonWriter& json, const std::string& key, const GK::GKValue& valu
 void appendHistogram(JsonWriter& json, const HistogramFigures& figures) {
   json.beginObject().key("count").unsignedInteger(figures.count);
   const double mean = figures.count > 0 ? figures.sum / static_cast<double>(figures.count) : 0;
-  json.key("mean_s").real(mean).key("p50_s").real(figures.quantile(0.5));
-  json.key("p99_s").real(figures.quantile(0.99)).key("p999_s").real(figures.quantile(0.999));
+  json.key("mean_s").real(mean).key("p50_s").real(figures.p50);
+  json.key("p99_s").real(figures.p99).key("p999_s").real(figures.p999);
   json.endObject();
 }
 
-void appendLoops(JsonWriter& json, const HostDescription& host, GK::GKMicros now) {
+void appendLoops(JsonWriter& json, const Robot& robot, const HostDescription& host,
+                 GK::GKMicros now) {
   json.key("loops").beginArray();
+  const std::vector<LoopFigures> measured = robot.loops();
   for (const NoticeQueue::Loop& loop : host.counters->loops()) {
     json.beginObject().key("module").text(loop.module);
     json.key("ticks").unsignedInteger(loop.ticks);
     seconds(json.key("age_s"), now - loop.time);
-    const auto figures = std::ranges::find(host.loopFigures, loop.module, &LoopFigures::module);
-    if (figures != host.loopFigures.end()) {
+    const auto figures = std::ranges::find(measured, loop.module, &LoopFigures::module);
+    if (figures != measured.end()) {
       json.key("overruns").unsignedInteger(figures->overruns);
       appendHistogram(json.key("duration"), figures->duration);
       appendHistogram(json.key("lateness"), figures->lateness);
@@ -182,7 +184,7 @@ std::string describeHost(const Robot& robot, const HostDescription& host) {
                           static_cast<double>(wall.microseconds) / kMicrosPerSecond);
   json.key("startTime_s").real(host.startTime);
   json.key("modules").unsignedInteger(robot.broker().getModules().size());
-  appendLoops(json, host, now);
+  appendLoops(json, robot, host, now);
   json.key("events").unsignedInteger(events);
   json.key("memoryKeys").unsignedInteger(robot.store() != nullptr ? robot.store()->size() : 0);
   json.key("deviceKeys").beginObject();

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "gateway/Counters.h"
-#include "gateway/LoopFigures.h"
 #include "gateway/Robot.h"
 
 #include <cstddef>
@@ -36,7 +35,6 @@ struct HostDescription {
   double startTime = 0;
   const Counters* counters = nullptr;
   std::size_t callsRunning = 0;
-  std::vector<LoopFigures> loopFigures;
 };
 std::string describeHost(const Robot& robot, const HostDescription& host);
 

@@ -73,10 +73,8 @@ private:
 HostFigures figuresOf(const GatewayOptions& options) {
   const GK::GKWallTime wall = GK::GKClock::instance().wallTime();
   constexpr double kMicrosPerSecond = 1e6;
-  return {options.version,
-          static_cast<double>(wall.seconds) +
-              static_cast<double>(wall.microseconds) / kMicrosPerSecond,
-          options.loops};
+  return {options.version, static_cast<double>(wall.seconds) +
+                               static_cast<double>(wall.microseconds) / kMicrosPerSecond};
 }
 
 } // namespace
@@ -102,10 +100,11 @@ public:
 
   ~Server() { close(); }
 
+  const std::string& host() const noexcept { return fOptions.access.address.host; }
   std::uint16_t port() const noexcept { return fPort; }
 
-  void open(boost::shared_ptr<GK::GKBroker> broker, CarryOut carryOut) {
-    auto robot = std::make_shared<const Robot>(std::move(broker), carryOut);
+  void open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops, CarryOut carryOut) {
+    auto robot = std::make_shared<const Robot>(std::move(broker), std::move(loops), carryOut);
     xDo([this, robot = std::move(robot), carryOut = std::move(carryOut)]() mutable {
       fRunner.setCarryOut(std::move(carryOut));
       fHub.open(std::move(robot));
@@ -234,8 +233,14 @@ std::uint16_t Gateway::port() const noexcept {
   return fServer->port();
 }
 
-void Gateway::open(boost::shared_ptr<GK::GKBroker> broker, CarryOut carryOut) {
-  fServer->open(std::move(broker), std::move(carryOut));
+std::string Gateway::url() const {
+  const std::string& host = fServer->host();
+  const bool isSix = host.find(':') != std::string::npos;
+  return "http://" + (isSix ? "[" + host + "]" : host) + ":" + std::to_string(port()) + "/";
+}
+
+void Gateway::open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops, CarryOut carryOut) {
+  fServer->open(std::move(broker), std::move(loops), std::move(carryOut));
 }
 
 void Gateway::close() {

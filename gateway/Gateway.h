@@ -41,8 +41,6 @@ struct GatewayOptions {
   AccessOptions access;
   GatewayLimits limits;
   std::string version;
-  /// Figures of the loops; empty where nobody measures them.
-  LoopSource loops;
 };
 
 /// Serves a host to programs, viewers and browsers at one address: remote calls, resources,
@@ -62,10 +60,13 @@ public:
 
   /// The port that is listened to.
   std::uint16_t port() const noexcept;
+  /// "http://127.0.0.1:8090/".
+  std::string url() const;
 
-  /// From now on the modules of `broker` can be used. `carryOut`, if given, does what clients ask
-  /// for.
-  void open(boost::shared_ptr<GK::GKBroker> broker, CarryOut carryOut = {});
+  /// From now on the modules of `broker` can be used. `loops` gives the figures of its loops, on
+  /// any thread until `close`; empty where nobody measures them. `carryOut`, if given, does what
+  /// clients ask for.
+  void open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops = {}, CarryOut carryOut = {});
 
   /// Sends all clients away and lets go of the broker. Before the broker's shutdown; a second time
   /// does nothing.

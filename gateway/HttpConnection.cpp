@@ -10,6 +10,8 @@
 #include <boost/beast/http.hpp>
 #include <boost/beast/websocket/rfc6455.hpp>
 
+#include <algorithm>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <utility>
@@ -75,6 +77,7 @@ public:
 
   void refuseForLoad() {
     fIsLast = true;
+    fIsTooMany = true;
     xRespond(errorResponse(503, "too many connections"));
   }
 
@@ -135,13 +138,15 @@ private:
       xUpgrade(plain);
       return;
     }
-    fParts.resources.handle(fParts.hub.robot(), std::move(plain),
-                            [self = shared_from_this()](HttpResponse response) {
-                              asio::post(self->fStream.get_executor(),
-                                         [self, response = std::move(response)]() mutable {
-                                           self->xRespond(std::move(response));
-                                         });
-                            });
+    fParts.resources.handle(
+        fParts.hub.robot(), std::move(plain),
+        [self = shared_from_this()](HttpResponse response) mutable {
+          // Let go of here: the connection ends on its own thread.
+          const auto executor = self->fStream.get_executor();
+          asio::post(executor, [self = std::move(self), response = std::move(response)]() mutable {
+            self->xRespond(std::move(response));
+          });
+        });
   }
 
   void xUpgrade(const HttpRequest& request) {
@@ -206,11 +211,33 @@ private:
                       });
   }
 
+  /// Takes what the client still sends, for a moment: closing on unread bytes would take the answer
+  /// away from it (RFC 9112, section 9.6).
   void xEnd() {
-    error_code ignored;
-    fStream.socket().shutdown(asio::ip::tcp::socket::shutdown_send, ignored);
-    fStream.close();
+    error_code error;
+    fStream.socket().shutdown(asio::ip::tcp::socket::shutdown_send, error);
+    if (error || fIsTooMany) {
+      fStream.close();
+      return;
+    }
+    fStream.expires_after(kLingering);
+    xDiscard();
   }
+
+  void xDiscard() {
+    fBuffer.clear();
+    fStream.async_read_some(fBuffer.prepare(kDiscarded),
+                            [self = shared_from_this()](error_code error, std::size_t) {
+                              if (error) {
+                                self->fStream.close();
+                              } else {
+                                self->xDiscard();
+                              }
+                            });
+  }
+
+  static constexpr std::chrono::seconds kLingering{1};
+  static constexpr std::size_t kDiscarded = 16 * 1024;
 
   beast::tcp_stream fStream;
   beast::flat_buffer fBuffer;
@@ -220,6 +247,7 @@ private:
   unsigned fVersion = 11;
   bool fIsLast = false;
   bool fIsHead = false;
+  bool fIsTooMany = false;
 };
 
 } // namespace

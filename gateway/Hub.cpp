@@ -4,7 +4,7 @@
 #include "gateway/StreamSession.h"
 #include "gk/GKClock.h"
 
-#include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace gk::gateway {
@@ -31,13 +31,14 @@ std::vector<Service> servicesOf(const Robot& robot) {
   return services;
 }
 
-bool isSameBits(const GK::GKValue& left, const GK::GKValue& right) {
-  // NaN differs from itself, but is no news.
-  return left == right || (left.type() == GK::GKValue::Type::Float && left.type() == right.type() &&
-                           left.toFloat() != left.toFloat() && right.toFloat() != right.toFloat());
-}
-
 } // namespace
+
+bool isSameValue(const GK::GKValue& left, const GK::GKValue& right) {
+  const auto isNan = [](const GK::GKValue& value) {
+    return value.type() == GK::GKValue::Type::Float && std::isnan(value.toFloat());
+  };
+  return left == right || (isNan(left) && isNan(right));
+}
 
 Hub::Hub(CallRunner& runner, Counters& counters, std::string version, Post post)
     : fRunner(runner), fCounters(counters), fVersion(std::move(version)), fPost(std::move(post)) {}
@@ -173,7 +174,7 @@ void Hub::xCheckDevices() {
   bool isChanged = false;
   for (std::size_t i = 0; i < keys.size(); ++i) {
     GK::GKValue value = store->get(keys[i].name).value_or(GK::GKValue());
-    if (!isSameBits(value, fDevices[i])) {
+    if (!isSameValue(value, fDevices[i])) {
       fDevices[i] = std::move(value);
       isChanged = true;
     }

@@ -19,6 +19,9 @@ namespace gk::gateway {
 
 class StreamSession;
 
+/// Whether nothing has changed. Unlike for `==`, NaN is the same as NaN: it is no news.
+bool isSameValue(const GK::GKValue& left, const GK::GKValue& right);
+
 /// What all clients of the WebSocket protocol share: the channels with what comes in on them, the
 /// services, and the clients themselves. For one thread; `post` brings work back to it.
 class Hub {
@@ -76,7 +79,7 @@ private:
   std::vector<std::uint32_t> fSubscribers;
   /// Ticks of each loop that have been passed on.
   std::map<std::string, std::uint64_t> fTicks;
-  /// Bits of all device keys when they were last looked at.
+  /// Values of all device keys when they were last looked at.
   std::vector<GK::GKValue> fDevices;
 };
 

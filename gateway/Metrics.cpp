@@ -8,6 +8,7 @@
 #include <fstream>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace gk::gateway {
 
@@ -189,15 +190,14 @@ void writeTraffic(MetricsWriter& out, const Counters& counters, std::size_t call
 } // namespace
 
 std::string metricsText(const Robot& robot, const Counters& counters, std::size_t callsRunning,
-                        const std::string& version, double startTime,
-                        const std::vector<LoopFigures>& loops) {
+                        const std::string& version, double startTime) {
   MetricsWriter out;
   out.family("gk_build_info", "gauge", "Always 1; the version is the label.");
   out.sample({{"version", version}}, 1);
   out.single("process_start_time_seconds", "gauge", "When the host started, since 1970.",
              startTime);
   out.single("process_resident_memory_bytes", "gauge", "Memory in use.", residentMemory());
-  writeLoops(out, counters, loops);
+  writeLoops(out, counters, robot.loops());
   writeMemory(out, robot);
   writeTraffic(out, counters, callsRunning);
   out.family("gk_log_lines_total", "counter", "Log lines by level.");

@@ -1,12 +1,10 @@
 #pragma once
 
 #include "gateway/Counters.h"
-#include "gateway/LoopFigures.h"
 #include "gateway/Robot.h"
 
 #include <cstddef>
 #include <string>
-#include <vector>
 
 namespace gk::gateway {
 
@@ -14,7 +12,6 @@ namespace gk::gateway {
 /// (https://prometheus.io/docs/instrumenting/exposition_formats/). Base units; labels only of sets
 /// that do not grow with use. Any thread.
 std::string metricsText(const Robot& robot, const Counters& counters, std::size_t callsRunning,
-                        const std::string& version, double startTime,
-                        const std::vector<LoopFigures>& loops);
+                        const std::string& version, double startTime);
 
 } // namespace gk::gateway

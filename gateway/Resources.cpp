@@ -234,7 +234,6 @@ void Resources::xHost(const Exchange& exchange) {
   host.startTime = fFigures.startTime;
   host.counters = &fCounters;
   host.callsRunning = fRunner.running();
-  host.loopFigures = fFigures.loops ? fFigures.loops() : std::vector<LoopFigures>();
   exchange.respond(jsonResponse(describeHost(*exchange.robot, host)));
 }
 
@@ -331,8 +330,7 @@ void Resources::xMetrics(const Exchange& exchange) {
   HttpResponse response;
   response.contentType = "text/plain; version=0.0.4; charset=utf-8";
   response.body = metricsText(*exchange.robot, fCounters, fRunner.running(), fFigures.version,
-                              fFigures.startTime,
-                              fFigures.loops ? fFigures.loops() : std::vector<LoopFigures>());
+                              fFigures.startTime);
   exchange.respond(std::move(response));
 }
 

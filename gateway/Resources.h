@@ -23,7 +23,6 @@ struct HostFigures {
   std::string version;
   /// Wall time at which the gateway started, in seconds since 1970.
   double startTime = 0;
-  LoopSource loops;
 };
 
 /// Answers requests: the resources, calls, status pages and the page's files. Which there are

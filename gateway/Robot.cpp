@@ -91,13 +91,17 @@ std::vector<GK::GKValue> argumentsOf(const GK::GKMethodDescription& method,
 
 } // namespace
 
-Robot::Robot(boost::shared_ptr<GK::GKBroker> broker, CarryOut carryOut)
+Robot::Robot(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops, CarryOut carryOut)
     : fBroker(std::move(broker)),
       fMemory(boost::dynamic_pointer_cast<GK::GKMemory>(fBroker->findModule(GK::GKMemory::kName))),
-      fCarryOut(std::move(carryOut)) {}
+      fLoops(std::move(loops)), fCarryOut(std::move(carryOut)) {}
 
 std::shared_ptr<GK::GKMemoryStore> Robot::store() const {
   return fMemory != nullptr ? fMemory->store() : nullptr;
+}
+
+std::vector<LoopFigures> Robot::loops() const {
+  return fLoops ? fLoops() : std::vector<LoopFigures>();
 }
 
 std::vector<std::string> Robot::moduleNames() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gateway/CarryOut.h"
+#include "gateway/LoopFigures.h"
 #include "gateway/RpcRequest.h"
 #include "gk/GKBroker.h"
 #include "gk/GKMemory.h"
@@ -29,7 +30,9 @@ struct BoundCall {
 /// The modules and the memory of the host, as clients ask for them by name. Any thread.
 class Robot {
 public:
-  explicit Robot(boost::shared_ptr<GK::GKBroker> broker, CarryOut carryOut = {});
+  /// `loops` may be empty where nobody measures them, `carryOut` where nobody records.
+  explicit Robot(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops = {},
+                 CarryOut carryOut = {});
 
   GK::GKBroker& broker() const { return *fBroker; }
   /// Null in a host without memory service.
@@ -40,6 +43,9 @@ public:
   /// names, or null): no such module, method or parameters is an error of the request.
   std::variant<BoundCall, RpcError> resolve(const std::string& module, const std::string& method,
                                             const boost::json::value& params) const;
+
+  /// Figures of the loops that are measured, at this moment.
+  std::vector<LoopFigures> loops() const;
 
   /// The module of this name, or an error that tells the nearest names.
   std::variant<boost::shared_ptr<GK::GKModuleCore>, RpcError>
@@ -58,6 +64,7 @@ public:
 private:
   boost::shared_ptr<GK::GKBroker> fBroker;
   boost::shared_ptr<GK::GKMemory> fMemory;
+  LoopSource fLoops;
   CarryOut fCarryOut;
 };
 

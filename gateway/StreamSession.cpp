@@ -161,7 +161,7 @@ void StreamSession::checkWatched() {
       watched.cell = store->find(watched.name);
     }
     GK::GKValue value = watched.cell != nullptr ? watched.cell->load() : GK::GKValue();
-    if (!(value == watched.value)) {
+    if (!isSameValue(value, watched.value)) {
       watched.value = std::move(value);
       watched.isChanged = true;
       fHasChanges = true;

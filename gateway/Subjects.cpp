@@ -189,7 +189,7 @@ std::vector<SubjectField> fieldsOf(std::string_view topic) {
       fields.push_back(extra.field);
     }
   }
-  for (const devices::DeviceKey& key : devices::deviceKeys()) {
+  for (const devices::DeviceKey& key : devices::simulatedKeys()) {
     if (std::optional<Placed> placed = place(key); placed && placed->topic == topic) {
       fields.push_back(std::move(placed->field));
     }

@@ -43,6 +43,8 @@ public:
           response.set(beast::http::field::sec_websocket_protocol, name);
         }));
     fStream.read_message_max(fParts.limits.message);
+    // A message is in memory as a whole: in one frame it is one write.
+    fStream.auto_fragment(false);
     // Small, so that what waits for a slow client waits where it can still be replaced.
     error_code ignored;
     beast::get_lowest_layer(fStream).socket().set_option(
@@ -125,6 +127,8 @@ private:
       self->fIsWriting = false;
       if (error) {
         self->xEnd();
+      } else if (self->fCloseReason) {
+        self->xSendClose(*self->fCloseReason);
       } else {
         self->xWrite();
       }
@@ -140,10 +144,14 @@ private:
       return;
     }
     if (fIsWriting) {
-      // A close frame cannot overtake what is being written to somebody who may not read.
-      beast::get_lowest_layer(fStream).close();
+      // After the frame that is on its way. Where that never arrives, the stall ends it all.
+      fCloseReason = reason;
       return;
     }
+    xSendClose(reason);
+  }
+
+  void xSendClose(const websocket::close_reason& reason) {
     fStream.async_close(reason, [self = shared_from_this()](error_code) { self->xEnd(); });
   }
 
@@ -159,6 +167,7 @@ private:
   std::optional<Frame> fFrame;
   bool fIsWriting = false;
   bool fIsClosing = false;
+  std::optional<websocket::close_reason> fCloseReason;
   Clock::time_point fWriteStart;
 };
 

@@ -1,6 +1,7 @@
 #include "runtime/Host.h"
 
 #include "devices/DeviceKeys.h"
+#include "devices/sim/Simulation.h"
 #include "formats/FormatError.h"
 #include "gk/DCM.h"
 #include "gk/GKMemory.h"
@@ -98,7 +99,8 @@ Host::Host(HostOptions options)
     : fOptions(std::move(options)), fClock(xMakeClock()),
       fDevices(fStore, fOptions.simulation ? devices::simulatedKeys() : devices::deviceKeys()),
       fTarget(std::make_unique<Target>(*this)), fPlayer(*fTarget),
-      fInput(std::make_unique<Input>(*this)), fWatch(boost::make_shared<Watch>(*this)) {
+      fInput(std::make_unique<Input>(*this)), fWatch(boost::make_shared<Watch>(*this)),
+      fLoops(boost::make_shared<LoopStatistics>()) {
   std::vector<formats::Action> subscriptions;
   for (const std::string& module : fOptions.subscribe) {
     subscriptions.emplace_back(formats::CallAction{
@@ -122,7 +124,9 @@ std::shared_ptr<GK::GKClock> Host::xMakeClock() {
   if (fOptions.isVirtual) {
     return GK::makeVirtualClock(fOptions.epoch, fOptions.recorder);
   }
-  return fOptions.recorder != nullptr ? GK::makeTurnClock(fOptions.recorder) : GK::makeRealClock();
+  return fOptions.recorder != nullptr
+             ? GK::makeTurnClock(fOptions.recorder, GK::kTurnPatience, fOptions.loopPriority)
+             : GK::makeRealClock(fOptions.loopPriority);
 }
 
 GK::GKInput& Host::xInput() {
@@ -147,6 +151,7 @@ void Host::start() {
     GK::GKObserverList::instance().add(reporter);
   }
   GK::GKObserverList::instance().add(fWatch);
+  GK::GKObserverList::instance().add(fLoops);
 
   const std::vector<formats::Action> preload =
       fOptions.replay != nullptr ? fOptions.replay->preload() : fPlayer.preload();
@@ -230,6 +235,7 @@ void Host::shutdown() {
     fBroker->shutdown();
   }
   GK::GKObserverList::instance().remove(fWatch);
+  GK::GKObserverList::instance().remove(fLoops);
   for (const auto& reporter : fReporters) {
     GK::GKObserverList::instance().remove(reporter);
   }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "devices/DeviceLayer.h"
-#include "devices/sim/Simulation.h"
+#include "devices/sim/SimulationOptions.h"
 #include "formats/OutputLine.h"
 #include "formats/Recording.h"
 #include "gk/GKBroker.h"
@@ -12,6 +12,7 @@
 #include "runtime/Calls.h"
 #include "runtime/FaultPlan.h"
 #include "runtime/Library.h"
+#include "runtime/LoopStatistics.h"
 #include "runtime/Player.h"
 #include "runtime/Reporter.h"
 #include "runtime/RunRecorder.h"
@@ -26,6 +27,10 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace gk::devices {
+class Simulation;
+} // namespace gk::devices
 
 namespace gk::runtime {
 
@@ -48,6 +53,8 @@ struct HostOptions {
   std::optional<devices::SimulationOptions> simulation;
 
   bool isVirtual = false;
+  /// Real time only: priority of the loops' threads under SCHED_FIFO, 1 to 99; 0 for none.
+  int loopPriority = 0;
   /// Wall time at the start of the virtual clock, in seconds since 1970.
   std::int64_t epoch = kDefaultEpoch;
   /// The run ends with the first tick after its input has ended and all calls have returned;
@@ -122,6 +129,9 @@ public:
   /// What `run` did.
   RunStatistics statistics() const;
 
+  /// How well the loops keep their time. Any thread, any time.
+  std::vector<LoopReport> loops() const { return fLoops->reports(); }
+
 private:
   class Watch;
   class Target;
@@ -150,6 +160,7 @@ private:
   std::unique_ptr<Input> fInput;
   std::vector<boost::shared_ptr<Reporter>> fReporters;
   boost::shared_ptr<Watch> fWatch;
+  boost::shared_ptr<LoopStatistics> fLoops;
 
   boost::shared_ptr<GK::GKBrokerManager> fManager;
   boost::shared_ptr<GK::GKBroker> fBroker;

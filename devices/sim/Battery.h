@@ -7,7 +7,7 @@ namespace gk::devices {
 /// A lithium battery of six cells, its charger and their status word.
 class Battery {
 public:
-  static constexpr double kCapacity = 2.2 * 3600; ///< C
+  static constexpr double kCapacity = 1.4 * 3600; ///< C
   /// What computer and boards draw beside the motors, A.
   static constexpr double kBoardCurrent = 0.9;
   /// What the charger gives at most, and what of it may flow into the battery, A.

@@ -64,11 +64,44 @@ inline Vector rotationVector(const Rotation& a) {
   return (angle / sine) * axis;
 }
 
-/// The rotation that lies the given share (0 to 1) of the way from `a` to `b`.
+/// The rotation by a vector's length about its direction.
+inline Rotation fromRotationVector(const Vector& vector) {
+  const double angle = length(vector);
+  return angle < 1e-9 ? kNoRotation : rotation((1 / angle) * vector, angle);
+}
+
+inline Vector rotate(const Rotation& a, const Vector& vector) {
+  const Rotation turned = a * Rotation{0, vector[0], vector[1], vector[2]} * inverse(a);
+  return {turned[1], turned[2], turned[3]};
+}
+
+/// An attitude as people see it: which way the body faces, and how it leans.
+struct Lean {
+  double heading; ///< about the world's z axis, rad
+  Vector tilt;    ///< the one turn from upright, about horizontal axes of the heading, rad
+};
+
+inline Rotation attitudeOf(const Lean& lean) {
+  return rotation({0, 0, 1}, lean.heading) * fromRotationVector(lean.tilt);
+}
+
+inline Lean leanOf(const Rotation& attitude) {
+  const Vector up = rotate(attitude, {0, 0, 1});
+  const double sine = std::hypot(up[0], up[1]);
+  const double angle = std::atan2(sine, up[2]);
+  // Upside down any axis will do.
+  const Vector axis = sine < 1e-9 ? Vector{0, 1, 0} : (1 / sine) * Vector{-up[1], up[0], 0};
+  const Rotation upright = rotation(axis, -angle) * attitude;
+  const double heading = 2 * std::atan2(upright[3], upright[0]);
+  return {std::remainder(heading, 2 * M_PI), angle * rotate(inverse(upright), axis)};
+}
+
+/// What lies the given share (0 to 1) of the way from `a` to `b`, turning and tilting evenly.
 inline Rotation between(const Rotation& a, const Rotation& b, double share) {
-  const Vector way = rotationVector(b * inverse(a));
-  const double angle = length(way);
-  return angle < 1e-9 ? b : rotation((1 / angle) * way, share * angle) * a;
+  const Lean from = leanOf(a);
+  const Lean to = leanOf(b);
+  const double turn = std::remainder(to.heading - from.heading, 2 * M_PI);
+  return attitudeOf({from.heading + share * turn, from.tilt + share * (to.tilt - from.tilt)});
 }
 
 } // namespace gk::devices

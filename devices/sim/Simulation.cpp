@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numbers>
 #include <utility>
 
 namespace gk::devices {
@@ -14,6 +15,7 @@ namespace {
 
 constexpr double kSecondsPerMicro = 1e-6;
 constexpr double kFrameSeconds = static_cast<double>(Simulation::kFrame) * kSecondsPerMicro;
+// Rounded at compile time. NOLINTNEXTLINE(bugprone-incorrect-roundings)
 constexpr int kSteps = static_cast<int>(kFrameSeconds / Physics::kStep + 0.5);
 /// Frames that the robot has to come to rest before anybody sees it.
 constexpr int kFramesToRest = 60;
@@ -23,7 +25,7 @@ constexpr double kCurrentPerTorque = 0.35;
 
 // Standard deviations and step sizes of the sensors.
 constexpr double kAngleNoise = 0.0008;                     // rad
-constexpr double kAngleStep = 2 * 3.14159265358979 / 4096; // rad, encoders of 12 bits
+constexpr double kAngleStep = 2 * std::numbers::pi / 4096; // rad, encoders of 12 bits
 constexpr double kWeightNoise = 0.008;                     // kg
 constexpr double kAccelerationNoise = 0.06;                // m/s^2
 constexpr double kRateNoise = 0.005;                       // rad/s

@@ -7,6 +7,7 @@
 #include "devices/sim/Physics.h"
 #include "devices/sim/PosturePlayer.h"
 #include "devices/sim/Servo.h"
+#include "devices/sim/SimulationOptions.h"
 #include "devices/sim/World.h"
 #include "gk/GKMemoryStore.h"
 #include "gk/GKTime.h"
@@ -19,12 +20,6 @@
 #include <vector>
 
 namespace gk::devices {
-
-struct SimulationOptions {
-  std::uint64_t seed = 1;
-  /// Sensors have errors.
-  bool isNoisy = true;
-};
 
 /// The device layer of a robot that does not exist: reads the actuators' keys and those of the
 /// world around it, moves a body by the laws of physics, and writes what its sensors would tell.

@@ -3,6 +3,7 @@
 #include "gk/GKBroker.h"
 #include "gk/GKError.h"
 #include "modules/extractor/Truncate.h"
+#include "modules/extractor/WindowSum.h"
 #include "zu/log.h"
 
 #include <boost/make_shared.hpp>
@@ -77,15 +78,6 @@ void push(boost::circular_buffer<float>& window, float sample) {
     window.resize(kWindow, sample);
   }
   window.push_back(sample);
-}
-
-/// The former mean is part of the sum: a mean carries a small share of its own history.
-float meanOf(float formerMean, const boost::circular_buffer<float>& window) {
-  float sum = formerMean;
-  for (const float sample : window) {
-    sum += sample;
-  }
-  return sum / static_cast<float>(kWindow);
 }
 
 } // namespace
@@ -231,8 +223,10 @@ void GKBattery::xUpdateCellVoltage() {
 float GKBattery::xUpdateScore() {
   push(fMotorWindow, xReadMotorSample());
   push(fBatteryWindow, floatAt(fBatteryCurrentValue));
-  fMotorMean = meanOf(fMotorMean, fMotorWindow);
-  fBatteryMean = meanOf(fBatteryMean, fBatteryWindow);
+  // The former mean is part of the sum: a mean carries a small share of its own history.
+  const auto [motor, battery] = sumsOf(fMotorWindow, fBatteryWindow, {fMotorMean, fBatteryMean});
+  fMotorMean = motor / static_cast<float>(kWindow);
+  fBatteryMean = battery / static_cast<float>(kWindow);
   return fBatteryMean * kBatteryWeight + fMotorMean;
 }
 

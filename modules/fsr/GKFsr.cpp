@@ -2,6 +2,7 @@
 
 #include "gk/GKBroker.h"
 #include "gk/GKError.h"
+#include "modules/extractor/WindowSum.h"
 #include "zu/log.h"
 
 #include <boost/make_shared.hpp>
@@ -29,16 +30,6 @@ constexpr std::size_t kOutputs = 5;
 
 constexpr float kContact = 1.0F;
 constexpr float kNoContact = 0.0F;
-
-/// Replaces the oldest reading by `weight`; returns the average of all.
-float average(boost::circular_buffer<float>& weights, float weight) {
-  weights.push_back(weight);
-  float sum = 0.0F;
-  for (const float reading : weights) {
-    sum += reading;
-  }
-  return sum / static_cast<float>(GKFsr::fWeightsBufferSize);
-}
 
 } // namespace
 
@@ -143,8 +134,11 @@ void GKFsr::updateFootContact() {
   fMemoryFastAccessIn->GetValues(fValues);
   fValues.resize(kInputs, 0.0F); // an unconnected sensor weighs nothing
 
-  const float left = average(fLeftWeights, fValues[0]);
-  const float right = average(fRightWeights, fValues[1]);
+  fLeftWeights.push_back(fValues[0]);
+  fRightWeights.push_back(fValues[1]);
+  const auto [leftSum, rightSum] = sumsOf(fLeftWeights, fRightWeights, {0.0F, 0.0F});
+  const float left = leftSum / static_cast<float>(fWeightsBufferSize);
+  const float right = rightSum / static_cast<float>(fWeightsBufferSize);
   // Two feet that carry too little each may well carry enough together.
   const bool contact = left + right > fContactThreshold;
   const bool leftContact = left > fContactThreshold;

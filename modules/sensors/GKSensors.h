@@ -5,6 +5,7 @@
 #include "modules/extractor/GKExtractor.h"
 #include "modules/extractor/GKMemoryFastAccess.h"
 
+#include <boost/container/flat_map.hpp>
 #include <boost/shared_ptr.hpp>
 
 #include <atomic>
@@ -98,7 +99,7 @@ private:
   RTCount fBumperCounter;
 
   /// Error key of a motor board -> its error word.
-  std::map<std::string, int*> fBoardErrorPtrs;
+  boost::container::flat_map<std::string, int*> fBoardErrorPtrs;
   /// Error key of a motor board -> temperature keys of its joints; the second one may be empty.
   std::map<std::string, std::pair<std::string, std::string>> fBoardTemperatureKeys;
 

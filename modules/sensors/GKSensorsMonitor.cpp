@@ -5,6 +5,8 @@
 #include "modules/sensors/SensorKeys.h"
 #include "zu/log.h"
 
+#include <atomic>
+#include <span>
 
 // Part of every tick: allocates only when something is published.
 namespace GK {
@@ -113,18 +115,23 @@ void GKSensors::xExtractStiffness() {
 
 /// Unknown without joints, otherwise what all joints agree on.
 int GKSensors::xBodyStiffness() const {
-  int state = kUnknown;
-  for (std::size_t i = 0; i < fHardnessMaxPtrs.size(); ++i) {
-    const Stiffness joint =
-        jointStiffness(readShared(fHardnessMaxPtrs[i]), readShared(fHardnessValuePtrs[i]));
-    if (state == kUnknown) {
-      state = joint;
-    }
-    if (joint == kIntermediate || joint != state) {
-      return kIntermediate;
-    }
+  const std::span maxima(fHardnessMaxPtrs);
+  const std::span values(fHardnessValuePtrs);
+  std::size_t stiff = 0;
+  std::size_t off = 0;
+  // Counts instead of branches: this is the longest row of the tick.
+  for (std::size_t i = 0; i < maxima.size(); ++i) {
+    const Stiffness joint = jointStiffness(readShared(maxima[i]), readShared(values[i]));
+    stiff += joint == kStiff ? 1 : 0;
+    off += joint == kOff ? 1 : 0;
   }
-  return state;
+  if (maxima.empty()) {
+    return kUnknown;
+  }
+  if (stiff == maxima.size()) {
+    return kStiff;
+  }
+  return off == maxima.size() ? kOff : kIntermediate;
 }
 
 } // namespace GK

@@ -66,14 +66,10 @@ void DCM::set(const GKValue& order, GKCaller caller) {
   }
   const float value = latestValue(order);
   fStore->set(kActuatorPrefix + order[0].toString(), value);
-  GKObserverList& observers = GKObserverList::instance();
-  if (!observers.isEmpty()) {
-    GKNotice notice;
-    notice.kind = GKNotice::Kind::Order;
+  GKObserverList::instance().show(GKNotice::Kind::Order, [&](GKNotice& notice) {
     notice.caller = caller;
     notice.value = order;
-    observers.notify(std::move(notice));
-  }
+  });
 }
 
 void DCM::xSet(const GKValue& order) {

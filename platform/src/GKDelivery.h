@@ -5,10 +5,12 @@
 
 #include <boost/weak_ptr.hpp>
 
+#include <atomic>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace GK {
 
@@ -16,23 +18,42 @@ namespace GK {
 /// slow module delays nobody else. Held by shared pointers; any thread.
 class GKDelivery : public std::enable_shared_from_this<GKDelivery> {
 public:
+  /// An event callback of the module, made once for each subscription.
+  struct Callback {
+    std::string method;
+    /// Name of the event, and a place for its value. Only the task that hands over touches it.
+    std::vector<GKValue> arguments;
+  };
+
   explicit GKDelivery(boost::weak_ptr<GKModuleCore> module) : fModule(std::move(module)) {}
 
-  void deliver(const std::string& event, const std::string& method, const GKValue& value);
+  /// The callback of `method` for `event`; it lives as long as the delivery.
+  Callback& callback(const std::string& event, const std::string& method);
+
+  void deliver(Callback& callback, const GKValue& value);
 
 private:
   struct Item {
-    std::string event;
-    std::string method;
+    Callback* callback;
     GKValue value;
   };
 
   void xDrain();
+  /// Gives a burst that is going on the chance to bring more.
+  void xWaitForMore() const;
+  /// Moves what is to be handed over to `fTaken`. False when there is nothing: the draining ends.
+  bool xTake();
+  static void xCall(GKModuleCore& module, Item& item);
 
   boost::weak_ptr<GKModuleCore> fModule;
   std::mutex fMutex;
-  std::deque<Item> fItems;
+  std::deque<Callback> fCallbacks;
+  std::vector<Item> fItems;
+  /// Tells of `fItems` without the lock.
+  std::atomic<bool> fIsEmpty{true};
   bool fIsDraining = false;
+  /// What is being handed over. Belongs to the task that does it; keeps its capacity.
+  std::vector<Item> fTaken;
 };
 
 } // namespace GK

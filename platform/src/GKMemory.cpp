@@ -5,13 +5,13 @@
 #include "gk/GKClock.h"
 #include "gk/GKOperationHook.h"
 #include "GKDelivery.h"
-
-#include <tbb/concurrent_unordered_map.h>
+#include "GKNameHash.h"
 
 #include <algorithm>
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <tuple>
 #include <utility>
@@ -29,8 +29,8 @@ void check(GKCaller caller, GKOperation operation, const std::string& key) {
 
 struct Subscription {
   std::string module;
-  std::string method;
   std::shared_ptr<GKDelivery> delivery;
+  GKDelivery::Callback* callback;
 };
 
 /// One event. Never removed, so that a raise needs one look-up without a lock.
@@ -49,12 +49,7 @@ struct Event {
 } // namespace
 
 struct GKMemory::State {
-  struct Hash {
-    using transparent_key_equal = std::equal_to<>;
-    std::size_t operator()(std::string_view name) const noexcept {
-      return std::hash<std::string_view>()(name);
-    }
-  };
+  State() { events.max_load_factor(kNamesPerBucket); }
 
   Event& event(GKMemoryStore& store, const std::string& name) {
     const auto found = events.find(std::string_view(name));
@@ -67,7 +62,7 @@ struct GKMemory::State {
         .first->second;
   }
 
-  tbb::concurrent_unordered_map<std::string, Event, Hash> events;
+  NameMap<Event> events;
 
   /// Guards what follows. Never held while an event's mutex is being waited for by its holder.
   std::mutex mutex;
@@ -158,15 +153,11 @@ void GKMemory::insertData(const std::string& key, const GKValue& value, GKCaller
   check(caller, GKOperation::InsertData, key);
   xAdmit("insertData", key, value);
   fStore->set(key, value);
-  GKObserverList& observers = GKObserverList::instance();
-  if (!observers.isEmpty()) {
-    GKNotice notice;
-    notice.kind = GKNotice::Kind::Insert;
+  GKObserverList::instance().show(GKNotice::Kind::Insert, [&](GKNotice& notice) {
     notice.caller = caller;
     notice.name = key;
     notice.value = value;
-    observers.notify(std::move(notice));
-  }
+  });
 }
 
 void GKMemory::declareEvent(const std::string& event, const std::string& owner, GKCaller caller) {
@@ -181,15 +172,11 @@ void GKMemory::declareEvent(const std::string& event, const std::string& owner, 
       entry.owner = owner;
     }
   }
-  GKObserverList& observers = GKObserverList::instance();
-  if (!observers.isEmpty()) {
-    GKNotice notice;
-    notice.kind = GKNotice::Kind::Declare;
+  GKObserverList::instance().show(GKNotice::Kind::Declare, [&](GKNotice& notice) {
     notice.caller = caller;
     notice.name = event;
     notice.owner = owner;
-    observers.notify(std::move(notice));
-  }
+  });
 }
 
 void GKMemory::raiseEvent(const std::string& event, const GKValue& value, GKCaller caller) {
@@ -221,18 +208,15 @@ void GKMemory::xRaise(GKNotice::Kind kind, const std::string& event, const GKVal
   Event& entry = fState->event(*fStore, event);
   const std::lock_guard lock(entry.mutex);
   entry.cell.store(value);
-  entry.time = GKClock::instance().elapsed();
   ++entry.count;
-  GKObserverList& observers = GKObserverList::instance();
-  if (!observers.isEmpty()) {
-    GKNotice notice;
-    notice.kind = kind;
+  const std::optional<GKMicros> seen = GKObserverList::instance().show(kind, [&](GKNotice& notice) {
     notice.name = event;
     notice.value = value;
-    observers.notify(std::move(notice));
-  }
+  });
+  // Reading the precise clock would be half of what a raise costs.
+  entry.time = seen ? *seen : GKClock::instance().elapsedRoughly();
   for (const Subscription& subscription : entry.subscriptions) {
-    subscription.delivery->deliver(event, subscription.method, value);
+    subscription.delivery->deliver(*subscription.callback, value);
   }
 }
 
@@ -284,13 +268,14 @@ void GKMemory::subscribeToEvent(const std::string& event, const std::string& mod
     if (delivery == nullptr) {
       delivery = std::make_shared<GKDelivery>(target);
     }
+    GKDelivery::Callback& callback = delivery->callback(event, method);
     for (Subscription& known : entry.subscriptions) {
       if (known.module == module) {
-        known.method = method;
+        known.callback = &callback;
         return;
       }
     }
-    entry.subscriptions.push_back({module, method, delivery});
+    entry.subscriptions.push_back({module, delivery, &callback});
     owner = entry.owner;
     std::set<std::string>& used = fState->uses[{owner, module}];
     isFirst = used.empty();

@@ -1,6 +1,6 @@
 #include "gk/GKMemoryStore.h"
 
-#include <tbb/concurrent_unordered_map.h>
+#include "GKNameHash.h"
 
 #include <algorithm>
 #include <array>
@@ -122,15 +122,9 @@ std::optional<GKValue> GKMemoryCell::xLoadLarge() const {
 }
 
 struct GKMemoryStore::Table {
-  /// Looks keys up without building strings.
-  struct Hash {
-    using transparent_key_equal = std::equal_to<>;
-    std::size_t operator()(std::string_view key) const noexcept {
-      return std::hash<std::string_view>()(key);
-    }
-  };
+  Table() { cells.max_load_factor(kNamesPerBucket); }
 
-  tbb::concurrent_unordered_map<std::string, GKMemoryCell, Hash> cells;
+  NameMap<GKMemoryCell> cells;
 };
 
 GKMemoryStore::GKMemoryStore() : fTable(std::make_unique<Table>()) {}

@@ -2,8 +2,8 @@
 
 namespace GK {
 
-GKModule::GKModule(boost::shared_ptr<GKBroker> broker, std::string name)
-    : GKModuleCore(std::move(broker), std::move(name)) {}
+GKModule::GKModule(const boost::shared_ptr<GKBroker>& broker, std::string name)
+    : GKModuleCore(broker, std::move(name)) {}
 
 GKModule::~GKModule() = default;
 

@@ -10,6 +10,8 @@ GKObserver::~GKObserver() = default;
 
 void GKObserver::onTick(GKMicros, const GKTask&) {}
 
+void GKObserver::onTickTimes(const GKTickTimes&, const GKTask&) {}
+
 GKObserverList& GKObserverList::instance() {
   static GKObserverList list;
   return list;
@@ -27,19 +29,29 @@ void GKObserverList::remove(const boost::shared_ptr<GKObserver>& observer) {
   fCount.store(fObservers.size(), std::memory_order_relaxed);
 }
 
-void GKObserverList::notify(GKNotice notice) {
+GKMicros GKObserverList::notify(GKNotice notice) {
   const std::lock_guard lock(fMutex);
   notice.time = GKClock::instance().elapsed();
   for (const auto& observer : fObservers) {
     observer->onNotice(notice);
   }
+  return notice.time;
 }
 
-void GKObserverList::notifyTick(const GKTask& task) {
+void GKObserverList::notifyTick(const GKTask& task, const GKTickTimes* times) {
+  // The time of the tick's end, whatever other threads show to the observers before.
+  GKTickTimes stamped;
+  if (times != nullptr) {
+    stamped = *times;
+    stamped.end = GKClock::instance().measured();
+  }
   const std::lock_guard lock(fMutex);
   const GKMicros now = GKClock::instance().elapsed();
   for (const auto& observer : fObservers) {
     observer->onTick(now, task);
+    if (times != nullptr) {
+      observer->onTickTimes(stamped, task);
+    }
   }
 }
 

@@ -1,9 +1,12 @@
 #include "gk/GKClock.h"
 #include "gk/GKMutex.h"
+#include "GKPriorityScope.h"
 #include "GKTaskPool.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <ctime>
 #include <mutex>
 
 namespace GK {
@@ -16,8 +19,20 @@ using Steady = std::chrono::steady_clock;
 
 class GKRealClock final : public GKClock {
 public:
+  explicit GKRealClock(int loopPriority) : fLoopPriority(loopPriority) {}
+
   GKMicros elapsed() const noexcept override {
     return std::chrono::duration_cast<std::chrono::microseconds>(Steady::now() - fStart).count();
+  }
+
+  GKMicros elapsedRoughly() const noexcept override {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    const Steady::duration since = std::chrono::seconds(now.tv_sec) +
+                                   std::chrono::nanoseconds(now.tv_nsec) -
+                                   fStart.time_since_epoch();
+    return std::max(std::chrono::duration_cast<std::chrono::microseconds>(since).count(),
+                    GKMicros{0});
   }
 
   GKWallTime wallTime() const noexcept override {
@@ -41,6 +56,7 @@ public:
     fPool.run([this, task = std::move(task), work = std::move(work)]() mutable {
       {
         const GKTaskScope scope(task);
+        const GKPriorityScope priority(task.isLoop() ? fLoopPriority : 0);
         work();
       }
       // What the work holds goes before the task counts as ended: libraries are closed after that.
@@ -102,6 +118,7 @@ private:
   }
 
   const Steady::time_point fStart = Steady::now();
+  const int fLoopPriority;
   std::mutex fMutex;
   std::condition_variable fEnd;
   std::condition_variable fJoining;
@@ -113,8 +130,8 @@ private:
   GKTaskPool fPool;
 };
 
-std::shared_ptr<GKClock> makeRealClock() {
-  return std::make_shared<GKRealClock>();
+std::shared_ptr<GKClock> makeRealClock(int loopPriority) {
+  return std::make_shared<GKRealClock>(loopPriority);
 }
 
 } // namespace GK

@@ -39,14 +39,10 @@ void GKResourceManager::enableStateResource(const std::string& name, const bool&
     fEnabled.erase(name);
   }
   fStore->set(kStatePrefix + name, enabled);
-  GKObserverList& observers = GKObserverList::instance();
-  if (!observers.isEmpty()) {
-    GKNotice notice;
-    notice.kind = GKNotice::Kind::Resource;
+  GKObserverList::instance().show(GKNotice::Kind::Resource, [&](GKNotice& notice) {
     notice.name = name;
     notice.value = enabled;
-    observers.notify(std::move(notice));
-  }
+  });
 }
 
 std::vector<std::string> GKResourceManager::getEnabledStateResources() const {

@@ -5,6 +5,7 @@ namespace GK {
 namespace {
 
 thread_local const GKTask* tCurrentTask = nullptr;
+thread_local GKLoopWake tLoopWake;
 
 } // namespace
 
@@ -12,8 +13,13 @@ const GKTask* GKTask::current() noexcept {
   return tCurrentTask;
 }
 
+GKLoopWake& GKLoopWake::current() noexcept {
+  return tLoopWake;
+}
+
 GKTaskScope::GKTaskScope(const GKTask& task) noexcept {
   tCurrentTask = &task;
+  tLoopWake = {};
 }
 GKTaskScope::~GKTaskScope() {
   tCurrentTask = nullptr;

@@ -35,6 +35,16 @@ private:
   std::vector<std::thread> fThreads;
 };
 
+/// When the calling thread's loop woke up for the present tick, and how late that was.
+struct GKLoopWake {
+  bool isKnown = false;
+  GKMicros time = 0;
+  GKMicros lateness = 0;
+
+  /// The calling thread's; unknown at the beginning of each task.
+  static GKLoopWake& current() noexcept;
+};
+
 /// Makes `task` the current one of the calling thread until it goes out of scope.
 class GKTaskScope {
 public:

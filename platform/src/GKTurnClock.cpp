@@ -1,5 +1,6 @@
 #include "gk/GKMutex.h"
 #include "gk/GKTurns.h"
+#include "GKPriorityScope.h"
 #include "GKTaskPool.h"
 
 #include <algorithm>
@@ -36,8 +37,9 @@ thread_local OwnTurn tTurn;
 
 class GKTurnClock final : public GKClock {
 public:
-  GKTurnClock(std::shared_ptr<GKTurnObserver> observer, std::chrono::milliseconds patience)
-      : fObserver(std::move(observer)), fPatience(patience) {
+  GKTurnClock(std::shared_ptr<GKTurnObserver> observer, std::chrono::milliseconds patience,
+              int loopPriority)
+      : fObserver(std::move(observer)), fPatience(patience), fLoopPriority(loopPriority) {
     fWallOffset = xSystemWall();
     fSerial = 1;
     fHolder = fSerial;
@@ -51,6 +53,7 @@ public:
   }
 
   GKMicros elapsed() const noexcept override { return xHasTurn() ? tTurn.time : xNow(); }
+  GKMicros measured() const noexcept override { return xNow(); }
 
   GKWallTime wallTime() const noexcept override {
     const std::int64_t now = elapsed() + fWallOffset.load(std::memory_order_relaxed);
@@ -74,6 +77,7 @@ public:
       ++fTasks;
     }
     fPool.run([this, number, task = std::move(task), work = std::move(work)]() mutable {
+      const GKPriorityScope priority(task.isLoop() ? fLoopPriority : 0);
       xTake(number);
       {
         const GKTaskScope scope(task);
@@ -124,6 +128,7 @@ public:
   }
 
   bool isVirtual() const noexcept override { return false; }
+  bool isOneAtATime() const noexcept override { return true; }
 
 protected:
   bool takeOutsideTurn() override {
@@ -266,6 +271,7 @@ private:
   const Steady::time_point fStart = Steady::now();
   const std::shared_ptr<GKTurnObserver> fObserver;
   const std::chrono::milliseconds fPatience;
+  const int fLoopPriority;
   std::atomic<std::int64_t> fWallOffset{0};
   std::atomic<std::uint64_t> fNextTask{GKTurn::kFirstTask};
 
@@ -292,8 +298,8 @@ private:
 };
 
 std::shared_ptr<GKClock> makeTurnClock(std::shared_ptr<GKTurnObserver> observer,
-                                       std::chrono::milliseconds patience) {
-  return std::make_shared<GKTurnClock>(std::move(observer), patience);
+                                       std::chrono::milliseconds patience, int loopPriority) {
+  return std::make_shared<GKTurnClock>(std::move(observer), patience, loopPriority);
 }
 
 GKTurnObserver::~GKTurnObserver() = default;

@@ -120,16 +120,12 @@ LogStream::~LogStream() {
     }
     std::string place = fFile.empty() ? "" : " (" + fFile + ":" + std::to_string(fLine) + ")";
     Backend::instance().write(fLevel, fCategory + " " + fFunction + ": " + text + place);
-    GK::GKObserverList& observers = GK::GKObserverList::instance();
-    if (!observers.isEmpty()) {
-      GK::GKNotice notice;
-      notice.kind = GK::GKNotice::Kind::Log;
+    GK::GKObserverList::instance().show(GK::GKNotice::Kind::Log, [&](GK::GKNotice& notice) {
       notice.level = fLevel;
       notice.name = std::move(fCategory);
       notice.owner = std::move(fFunction);
       notice.text = std::move(text);
-      observers.notify(std::move(notice));
-    }
+    });
   } catch (...) { // NOLINT(bugprone-empty-catch): a log line must never end what it tells about
   }
 }

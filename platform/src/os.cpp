@@ -2,16 +2,41 @@
 
 #include "gk/GKClock.h"
 #include "gk/GKObserver.h"
+#include "GKTaskPool.h"
 
 namespace zu::os {
 
-void msleep(unsigned int milliseconds) {
-  const GK::GKTask* task = GK::GKTask::current();
+namespace {
+
+/// A loop's sleep: tells the observers of the tick before it, and remembers how the sleep ended.
+void sleepBetweenTicks(const GK::GKTask& task, GK::GKMicros pause) {
+  GK::GKClock& clock = GK::GKClock::instance();
   GK::GKObserverList& observers = GK::GKObserverList::instance();
-  if (task != nullptr && !observers.isEmpty() && task->isLoop()) {
-    observers.notifyTick(*task);
+  if (clock.isVirtual()) {
+    // Work takes no time and nobody wakes up late.
+    observers.notifyTick(task);
+    clock.sleep(pause);
+    return;
   }
-  GK::GKClock::instance().sleep(static_cast<GK::GKMicros>(milliseconds) * 1000);
+  GK::GKLoopWake& wake = GK::GKLoopWake::current();
+  const GK::GKTickTimes times{wake.time, 0, wake.lateness, pause};
+  observers.notifyTick(task, wake.isKnown ? &times : nullptr);
+  const GK::GKMicros due = clock.measured() + pause;
+  clock.sleep(pause);
+  wake = {true, clock.measured(), 0};
+  wake.lateness = wake.time - due;
+}
+
+} // namespace
+
+void msleep(unsigned int milliseconds) {
+  const GK::GKMicros pause = static_cast<GK::GKMicros>(milliseconds) * 1000;
+  const GK::GKTask* task = GK::GKTask::current();
+  if (task != nullptr && task->isLoop() && !GK::GKObserverList::instance().isEmpty()) {
+    sleepBetweenTicks(*task, pause);
+  } else {
+    GK::GKClock::instance().sleep(pause);
+  }
 }
 
 int gettimeofday(timeval* now) {

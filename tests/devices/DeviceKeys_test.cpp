@@ -119,11 +119,37 @@ TEST(DeviceKeys, EveryKeyIsFound) {
   }
 }
 
+TEST(DeviceKeys, TheSimulatedRobotServesAllOfThemAndMore) {
+  const auto& all = simulatedKeys();
+  EXPECT_TRUE(std::ranges::is_sorted(all, {}, &DeviceKey::name));
+  EXPECT_EQ(std::ranges::adjacent_find(all, {}, &DeviceKey::name), all.end());
+  for (const DeviceKey& device : deviceKeys()) {
+    EXPECT_EQ(std::ranges::count(all, device.name, &DeviceKey::name), 1) << device.name;
+  }
+  const auto count = [&all](std::string_view end) {
+    return std::ranges::count_if(all, [end](const DeviceKey& k) { return k.name.ends_with(end); });
+  };
+  EXPECT_EQ(count("/Position/Actuator/Value"), 25);
+  EXPECT_EQ(count("/Position/Sensor/Value"), 26);
+  EXPECT_EQ(std::ranges::count(all, Server::World, &DeviceKey::server), 14 + 2 + 2 + 2 + 3);
+}
+
+TEST(DeviceKeys, TheStartValueHasTheTypeAndLiesInTheRange) {
+  for (const DeviceKey& device : simulatedKeys()) {
+    EXPECT_EQ(device.start.typeName(), typeName(device.type)) << device.name;
+    // The elbows cannot be stretched out altogether.
+    if (device.range && !(device.name.find("ElbowRoll") != device.name.npos)) {
+      EXPECT_GE(device.start.toFloat(), device.range->least) << device.name;
+      EXPECT_LE(device.start.toFloat(), device.range->most) << device.name;
+    }
+  }
+}
+
 TEST(DeviceKeys, OtherKeysAreNotFoundAndTakeAnything) {
   for (const char* name :
        {"", "footContact", "leftFootContact", "Device/SubDeviceList/", "motion/isstand",
-        "Device/SubDeviceList/RHipYawPitch/Hardness/Actuator/Value",
-        "Device/SubDeviceList/HeadPitch/Position/Sensor/Value"}) {
+        "Device/SubDeviceList/RHipYawPitch/Hardness/Actuator/Value", "Simulation/",
+        "Simulation/Wind"}) {
     EXPECT_EQ(findDeviceKey(name), nullptr) << name;
     EXPECT_EQ(keyTypeOf(name), KeyType::Any) << name;
   }

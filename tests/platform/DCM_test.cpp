@@ -137,6 +137,14 @@ TEST_F(DCMTest, ProxyDoesTheSame) {
   EXPECT_EQ(platform.value(kKey), GKValue(4.0f));
 }
 
+TEST(DCMProxy, IsAnErrorForAnotherModuleOfThatName) {
+  TestPlatform platform(TestPlatform::kMemoryOnly);
+  boost::make_shared<GKModule>(platform.broker, "DCM")->initModule();
+  EXPECT_THAT(
+      errorOf([&] { DCMProxy sut(platform.broker); }),
+      IsError("DCMProxy", "DCMProxy", "the module is not the device communication manager"));
+}
+
 TEST(DCMProxy, IsAnErrorWithoutTheModule) {
   const TestPlatform platform(TestPlatform::kMemoryOnly);
 

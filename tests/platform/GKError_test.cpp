@@ -58,6 +58,17 @@ TEST(GKError, AssignmentReplacesEverything) {
   EXPECT_EQ(sut.getLine(), 3);
 }
 
+TEST(GKError, CopyAssignmentLeavesTheOriginalAsItIs) {
+  const GKError original("m", "f", "d", "file", 12);
+  GKError sut("other", "g", "e");
+
+  sut = original;
+
+  EXPECT_EQ(sut.toString(), "m::f: d");
+  EXPECT_STREQ(sut.getFile(), "file");
+  EXPECT_EQ(original.toString(), "m::f: d");
+}
+
 TEST(GKError, CanBeCaughtAsStandardException) {
   EXPECT_THROW(throw GKError("m", "f", "d"), std::runtime_error);
 }

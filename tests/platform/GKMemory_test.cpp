@@ -45,6 +45,32 @@ TEST_F(MemoryTest, InsertCreatesAndReplaces) {
   EXPECT_EQ(sut.getData("key", kModule), GKValue("text"));
 }
 
+TEST_F(MemoryTest, AGuardRefusesValuesOfItsKeysAndNothingHappens) {
+  sut.insertData("World/Wind", 1.0F, kModule);
+  sut.guardKeys("World/", [](const std::string& key, const GKValue& value) {
+    return value.type() == GKValue::Type::Float ? std::string() : key + " takes a float";
+  });
+  platform.recorder->clear();
+  const auto refuses = [](const char* method) {
+    return IsError("GKMemory", method, "World/Wind takes a float");
+  };
+  EXPECT_THAT(errorOf([this] { sut.insertData("World/Wind", "much", kModule); }),
+              refuses("insertData"));
+  EXPECT_THAT(errorOf([this] { sut.raiseEvent("World/Wind", 2, kModule); }), refuses("raiseEvent"));
+  EXPECT_THAT(errorOf([this] { sut.raiseMicroEvent("World/Wind", 2, kModule); }),
+              refuses("raiseMicroEvent"));
+  EXPECT_THAT(errorOf([this] {
+                callAs(GKCaller::Client, "insertData", {"World/Wind", true});
+              }),
+              refuses("insertData"));
+  EXPECT_EQ(sut.getData("World/Wind", kModule), GKValue(1.0F));
+  EXPECT_THAT(platform.recorder->all(), IsEmpty());
+
+  sut.insertData("World/Wind", 2.0F, kModule);
+  sut.insertData("Other/Key", "anything", kModule);
+  EXPECT_EQ(sut.getData("World/Wind", kModule), GKValue(2.0F));
+}
+
 TEST_F(MemoryTest, UnknownKeyIsAnErrorThatNamesIt) {
   EXPECT_THAT(errorOf([this] { sut.getData("Device/Ghost", kModule); }),
               IsError("GKMemory", "getData", HasSubstr("Device/Ghost")));

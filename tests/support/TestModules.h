@@ -1,7 +1,7 @@
 #pragma once
 
-#include "modules/extractor/GKMemoryFastAccess.h"
 #include "modules/sensors/SensorKeys.h"
+#include "support/FastAccessGate.h"
 #include "support/TestPlatform.h"
 
 #include <string>
@@ -10,11 +10,6 @@ extern "C" int _createModule(boost::shared_ptr<GK::GKBroker> broker);
 extern "C" int _closeModule();
 
 namespace GK {
-
-/// Lets fast access connect again after modules of an earlier test have stopped it.
-struct GKMemoryFastAccessGate {
-  static void open() { GKMemoryFastAccess::static_bStopAllAccess = false; }
-};
 
 namespace test {
 

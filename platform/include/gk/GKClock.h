@@ -47,8 +47,8 @@ public:
   /// the run. Must not sleep nor wait for a `GKMutex`.
   virtual void apply() = 0;
 
-  /// The run has ended, and the thread that plays it has no turn yet on a clock that gives turns: it
-  /// may wait here for threads that still want one.
+  /// The run has ended, and the thread that plays it has no turn yet on a clock that gives turns:
+  /// it may wait here for threads that still want one.
   virtual void onEnd() {}
 };
 
@@ -69,6 +69,14 @@ public:
 
   /// Microseconds since this clock started; never goes back.
   virtual GKMicros elapsed() const noexcept = 0;
+
+  /// As `elapsed`, at a quarter of the cost, and late by the operating system's timer tick (a few
+  /// milliseconds) at most.
+  virtual GKMicros elapsedRoughly() const noexcept { return elapsed(); }
+
+  /// As `elapsed`, and goes on while the caller works in real time: for measuring how long that
+  /// takes. Nothing else may depend on it.
+  virtual GKMicros measured() const noexcept { return elapsed(); }
 
   virtual GKWallTime wallTime() const noexcept = 0;
 
@@ -97,6 +105,9 @@ public:
   /// True where nothing may be lost for the sake of time: sinks are waited for.
   virtual bool isVirtual() const noexcept = 0;
 
+  /// True where no other task runs until the calling one sleeps, waits for a lock or ends.
+  virtual bool isOneAtATime() const noexcept { return isVirtual(); }
+
   /// The installed clock. There is always one: a real clock until another one is installed.
   static GKClock& instance();
 
@@ -116,7 +127,11 @@ protected:
 };
 
 /// The computer's own clock; every task has a thread.
-GK_API std::shared_ptr<GKClock> makeRealClock();
+///
+/// `loopPriority`: tasks that are loops run under the operating system's first-in-first-out
+/// scheduling at this priority (1 to 99); 0 leaves them as all others are. Where that is not
+/// permitted, nothing changes.
+GK_API std::shared_ptr<GKClock> makeRealClock(int loopPriority = 0);
 
 /// A clock that stands still while anything runs, and jumps to the next moment at which something
 /// is due as soon as everything is asleep. Exactly one task runs at a time, so that what happens is

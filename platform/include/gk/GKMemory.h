@@ -6,7 +6,6 @@
 
 #include <boost/shared_ptr.hpp>
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -21,7 +20,8 @@ struct GKEventInfo {
   std::string owner;
   /// How often it was raised, micro-events included.
   std::uint64_t count = 0;
-  /// Value and time (microseconds since the start) of the last raise; invalid and 0 before.
+  /// Value and time of the last raise; invalid and 0 before. The time (microseconds since the
+  /// start) is the one that observers saw; where there were none it may be a few milliseconds old.
   GKValue value;
   GKMicros time = 0;
 };

@@ -9,7 +9,7 @@ namespace GK {
 /// Base of all modules.
 class GK_API GKModule : public GKModuleCore {
 public:
-  GKModule(boost::shared_ptr<GKBroker> broker, std::string name);
+  GKModule(const boost::shared_ptr<GKBroker>& broker, std::string name);
   ~GKModule() override;
 
   /// For modules that do one piece of work on request. Does nothing by default.

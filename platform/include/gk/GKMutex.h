@@ -35,18 +35,18 @@ private:
   std::atomic<int> fWaiting{0};
 };
 
-/// Holds a `GKMutex` from construction to destruction.
+/// Holds a `GKMutex` from construction to destruction. The mutex outlives it.
 class GKCriticalSection {
 public:
-  explicit GKCriticalSection(boost::shared_ptr<GKMutex> mutex) : fMutex(std::move(mutex)) {
-    fMutex->lock();
+  explicit GKCriticalSection(const boost::shared_ptr<GKMutex>& mutex) : fMutex(*mutex) {
+    fMutex.lock();
   }
-  ~GKCriticalSection() { fMutex->unlock(); }
+  ~GKCriticalSection() { fMutex.unlock(); }
   GKCriticalSection(const GKCriticalSection&) = delete;
   GKCriticalSection& operator=(const GKCriticalSection&) = delete;
 
 private:
-  boost::shared_ptr<GKMutex> fMutex;
+  GKMutex& fMutex;
 };
 
 } // namespace GK

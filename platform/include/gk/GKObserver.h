@@ -8,7 +8,9 @@
 
 #include <atomic>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace GK {
@@ -43,6 +45,17 @@ struct GKNotice {
   GKValue value;
 };
 
+/// How one tick of a loop went in real time; all in microseconds, the times since the start.
+struct GKTickTimes {
+  /// When the loop's task woke up for the tick, and when it was about to sleep again.
+  GKMicros begin = 0;
+  GKMicros end = 0;
+  /// How much later than it had asked for it woke up.
+  GKMicros lateness = 0;
+  /// How long it is about to sleep.
+  GKMicros pause = 0;
+};
+
 /// Sees everything that happens, in order. The one way in which things leave the system.
 ///
 /// Calls come on the thread that causes what is seen, one at a time for all observers. They must be
@@ -54,6 +67,9 @@ public:
 
   /// A module's loop has ended a tick and is about to sleep. `task` is the loop's.
   virtual void onTick(GKMicros time, const GKTask& task);
+
+  /// Follows `onTick` of every tick but a loop's first one, in real time only.
+  virtual void onTickTimes(const GKTickTimes& times, const GKTask& task);
 };
 
 /// The observers of this process. All operations from any thread.
@@ -68,9 +84,22 @@ public:
   /// True while nobody listens: then nothing needs to be put together.
   bool isEmpty() const noexcept { return fCount.load(std::memory_order_relaxed) == 0; }
 
-  /// Stamps `notice` with the present time and shows it to all observers.
-  void notify(GKNotice notice);
-  void notifyTick(const GKTask& task);
+  /// Shows what `fill` puts into a notice of this kind. Costs one comparison while nobody listens.
+  /// Returns the notice's time; nothing when nobody listens.
+  template <class Fill> std::optional<GKMicros> show(GKNotice::Kind kind, const Fill& fill) {
+    if (isEmpty()) {
+      return std::nullopt;
+    }
+    GKNotice notice;
+    notice.kind = kind;
+    fill(notice);
+    return notify(std::move(notice));
+  }
+
+  /// Stamps `notice` with the present time and shows it to all observers. Returns the time.
+  GKMicros notify(GKNotice notice);
+  /// `times`: may be null. Its `end` is set to the present time.
+  void notifyTick(const GKTask& task, const GKTickTimes* times = nullptr);
 
 private:
   std::mutex fMutex;

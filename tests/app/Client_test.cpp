@@ -1,0 +1,232 @@
+#include "support/Program.h"
+#include "support/RunningHost.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <sys/stat.h>
+
+// The commands that ask a running host, against one.
+
+namespace {
+
+using gk::test::Program;
+using gk::test::ProgramResult;
+using gk::test::RunningHost;
+using gk::test::runProgram;
+using gk::test::TemporaryFolder;
+using gk::test::writeFile;
+using testing::AllOf;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+const std::string kTouch = "Device/SubDeviceList/Head/Touch/Front/Sensor/Value";
+const std::string kToken = "0123456789abcdef0123456789abcdef";
+
+ProgramResult gk(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), GK_PROGRAM);
+  return runProgram(std::move(arguments));
+}
+
+TEST(GkClient, ModulesAreListedAndDescribed) {
+  const RunningHost host;
+  const ProgramResult modules = host.gk({"modules"});
+  EXPECT_EQ(modules.code, 0) << modules.err;
+  EXPECT_THAT(modules.out,
+              AllOf(StartsWith("MODULE"), HasSubstr("\nGKSonar"), HasSubstr("\nGKMemory")));
+  EXPECT_THAT(host.gk({"modules", "--json"}).out, StartsWith(R"({"modules":[{"name":)"));
+  const ProgramResult battery = host.gk({"describe", "GKBattery"});
+  EXPECT_THAT(battery.out, AllOf(HasSubstr("getBatteryCharge() -> int"),
+                                 HasSubstr("\n  BatteryChargingFlagChanged\n")));
+}
+
+TEST(GkClient, MethodsAreCalledWithWords) {
+  const RunningHost host;
+  EXPECT_EQ(host.gk({"call", "GKBattery.getBatteryCharge"}).out, "100\n");
+  EXPECT_EQ(host.gk({"call", "GKMemory.insertData", "Mine", "[1,2.5,\"x\"]"}).out, "");
+  EXPECT_EQ(host.gk({"call", "GKMemory.getData", "Mine"}).out, "[1,2.5,\"x\"]\n");
+  // A method that takes a string gets one, whatever it looks like.
+  EXPECT_EQ(host.gk({"call", "GKSensors.getMyPeriod", "30"}).code, 0);
+  const ProgramResult failed = host.gk({"call", "GKMemory.getData", "None"});
+  EXPECT_EQ(failed.code, 1);
+  EXPECT_EQ(failed.err, "gk: GKMemory::getData: there is no key None\n");
+}
+
+TEST(GkClient, KeysAreReadWrittenAndFound) {
+  const RunningHost host;
+  EXPECT_THAT(host.gk({"set", kTouch, "1"}).out, EndsWith(kTouch + "  1.0\n"));
+  EXPECT_EQ(host.gk({"get", kTouch, "--json"}).out, "{\"" + kTouch + "\":1.0}\n");
+  EXPECT_THAT(host.gk({"set", "Mine/Text", "hello there"}).out, HasSubstr("\"hello there\""));
+  EXPECT_THAT(host.gk({"set", "Mine/Number", "-3"}).out, EndsWith("-3\n"));
+  EXPECT_EQ(host.gk({"keys", "Mine/*", "--json"}).out,
+            R"({"Mine/Number":-3,"Mine/Text":"hello there"})"
+            "\n");
+  const ProgramResult all = host.gk({"keys"});
+  EXPECT_THAT(all.out, AllOf(HasSubstr("Motion/IsStand"), HasSubstr(kTouch)));
+  EXPECT_EQ(host.gk({"set", kTouch, "much"}).code, 1);
+}
+
+TEST(GkClient, EventsAreShownAsTheyAreRaised) {
+  const RunningHost host;
+  Program events({GK_PROGRAM, "events", "Front*", "--count", "1", "--host", host.address()});
+  // Until it listens, touches pass unseen: let them go on.
+  for (int i = 0; events.outSoFar().empty(); ++i) {
+    host.gk({"set", kTouch, std::to_string(i % 2)});
+  }
+  const ProgramResult result = events.wait();
+  EXPECT_EQ(result.code, 0);
+  EXPECT_THAT(result.out, HasSubstr("event    FrontTactilTouched"));
+}
+
+TEST(GkClient, WatchedKeysAreShownAtOnce) {
+  const RunningHost host;
+  const ProgramResult watched = host.gk({"watch", "Motion/IsStand", "--count", "1"});
+  EXPECT_EQ(watched.out, "Motion/IsStand  0.0\n");
+  EXPECT_EQ(host.gk({"watch", "Motion/IsStand", "--count", "1", "--json"}).out,
+            "{\"Motion/IsStand\":0.0}\n");
+}
+
+TEST(GkClient, UnknownNamesAreAnsweredWithTheNearest) {
+  const RunningHost host;
+  for (const auto& [command, complaint] :
+       std::initializer_list<std::pair<std::vector<std::string>, const char*>>{
+           {{"describe", "GKSonr"}, "gk: there is no module GKSonr; did you mean GKSonar?\n"},
+           {{"call", "GKSonr.subscribe"}, "gk: there is no module GKSonr; did you mean GKSonar?\n"},
+           {{"call", "GKSonar.subscrib"},
+            "did you mean subscribe, unsubscribe or getSubscribersInfo?\n"},
+           {{"get", "Motion/IsStnd"}, "did you mean Motion/IsStand?\n"},
+           {{"watch", "Motion/IsStnd"}, "did you mean Motion/IsStand?\n"}}) {
+    const ProgramResult result = host.gk(command);
+    EXPECT_EQ(result.code, 1) << command[1];
+    EXPECT_THAT(result.err, EndsWith(complaint));
+    EXPECT_EQ(result.out, "");
+  }
+}
+
+TEST(GkClient, TopShowsLoopsOnce) {
+  const RunningHost host;
+  const ProgramResult top = host.gk({"top", "--interval", "0.2"});
+  EXPECT_EQ(top.code, 0);
+  EXPECT_THAT(top.out, AllOf(StartsWith("gksensors "), HasSubstr("\nGKSensors")));
+}
+
+TEST(GkClient, DoctorFindsAHostThatIsFedWell) {
+  const RunningHost host({"--no-tour"});
+  // Lateness depends on how busy the machine is that runs the tests.
+  const ProgramResult doctor = host.gk({"doctor"});
+  for (const char* good : {"the host is up", "it is ready", "versions agree", "clocks agree",
+                           "device keys are fresh", "GKSensors ticks", "GKSonar answers"}) {
+    EXPECT_THAT(doctor.out, HasSubstr(std::string("ok  ") + good));
+  }
+}
+
+TEST(GkClient, DoctorFindsStaleDeviceKeys) {
+  const RunningHost host;
+  const ProgramResult doctor = host.gk({"doctor", "--json"});
+  EXPECT_EQ(doctor.code, 1);
+  EXPECT_THAT(doctor.out, HasSubstr(R"({"what":"device keys are fresh","isGood":false)"));
+}
+
+TEST(GkClient, AHostThatIsNotThereIsSaidInOneLine) {
+  for (const char* command : {"modules", "keys", "events", "top", "doctor"}) {
+    const ProgramResult result = gk({command, "--host", "127.0.0.1:1"});
+    EXPECT_EQ(result.code, 1) << command;
+    EXPECT_THAT(result.out + result.err, HasSubstr("no host answers at 127.0.0.1:1")) << command;
+  }
+  EXPECT_EQ(gk({"modules", "--host", "127.0.0.1:x"}).code, 1);
+}
+
+TEST(GkClient, TheHostCanStandInTheEnvironment) {
+  const RunningHost host;
+  setenv("GK_HOST", host.address().c_str(), 1);
+  EXPECT_EQ(gk({"call", "GKBattery.getBatteryCharge"}).out, "100\n");
+  unsetenv("GK_HOST");
+}
+
+TEST(GkClient, EventsEndWithTheHost) {
+  RunningHost host;
+  Program events({GK_PROGRAM, "events", "--host", host.address()});
+  for (int i = 0; events.outSoFar().empty(); ++i) {
+    host.gk({"set", kTouch, std::to_string(i % 2)});
+  }
+  kill(host.program().pid(), SIGTERM);
+  EXPECT_EQ(host.program().wait().code, 0);
+  const ProgramResult result = events.wait();
+  EXPECT_EQ(result.code, 1);
+  EXPECT_EQ(result.err, "gk: the host has ended\n");
+}
+
+TEST(GkClient, ATokenOpensTheHost) {
+  const TemporaryFolder folder;
+  const std::string token = folder.file("token");
+  writeFile(token, kToken + "\n");
+  chmod(token.c_str(), 0600);
+  const RunningHost host({"--token-file", token});
+  EXPECT_THAT(host.gk({"modules"}).err, HasSubstr("use --token-file"));
+  EXPECT_THAT(host.gk({"events"}).err, HasSubstr("use --token-file"));
+  EXPECT_EQ(host.gk({"modules", "--token-file", token}).code, 0);
+  EXPECT_EQ(host.gk({"watch", "Motion/IsStand", "--count", "1", "--token-file", token}).code, 0);
+}
+
+TEST(GkListen, AddressesThatOthersCanReachNeedAToken) {
+  const ProgramResult open = gk({"run", "--listen", "0.0.0.0:0", "--for", "1"});
+  EXPECT_EQ(open.code, 2);
+  EXPECT_THAT(open.err, AllOf(StartsWith("gk: --listen:"), HasSubstr("--token-file")));
+  const TemporaryFolder folder;
+  const std::string token = folder.file("token");
+  writeFile(token, kToken);
+  chmod(token.c_str(), 0644);
+  const ProgramResult readable =
+      gk({"run", "--listen", "0.0.0.0:0", "--token-file", token, "--for", "1"});
+  EXPECT_EQ(readable.code, 2);
+  EXPECT_THAT(readable.err, HasSubstr("chmod 600"));
+  chmod(token.c_str(), 0600);
+  EXPECT_EQ(gk({"run", "--listen", "0.0.0.0:0", "--token-file", token, "--for", "0.1"}).code, 0);
+}
+
+TEST(GkListen, AnAddressThatIsTakenEndsTheRun) {
+  const RunningHost host;
+  const ProgramResult second = gk({"run", "--listen", host.address(), "--for", "1"});
+  EXPECT_EQ(second.code, 2);
+  EXPECT_THAT(second.err, HasSubstr("already in use"));
+}
+
+TEST(GkListen, WrongUsesAreRefused) {
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"--listen", "nonsense"},
+        {"--listen", "127.0.0.1:0", "--no-listen"},
+        {"--listen", "127.0.0.1:0", "--speed", "max"},
+        {"--token-file", "/no/such/file"}}) {
+    std::vector<std::string> all = {"run", "--for", "1"};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    const ProgramResult result = gk(all);
+    EXPECT_EQ(result.code, 2) << arguments[1];
+    EXPECT_THAT(result.err, StartsWith("gk: "));
+  }
+}
+
+TEST(GkListen, WithoutItNobodyIsServed) {
+  const ProgramResult quiet = gk({"run", "--no-listen", "--for", "0.1"});
+  EXPECT_EQ(quiet.code, 0);
+  EXPECT_THAT(quiet.err, Not(HasSubstr("listening")));
+}
+
+TEST(GkCompletion, TheScriptIsBashAndKnowsEveryCommand) {
+  const ProgramResult script = gk({"completion", "bash"});
+  EXPECT_EQ(script.code, 0);
+  for (const char* command : {"run", "replay", "modules", "events", "doctor"}) {
+    EXPECT_THAT(script.out, HasSubstr(std::string("    ") + command + ") options='"));
+  }
+  const TemporaryFolder folder;
+  const std::string file = folder.file("script");
+  writeFile(file, script.out +
+                      "COMP_WORDS=(gk mod); COMP_CWORD=1; _gk; echo \"${COMPREPLY[@]}\"\n"
+                      "COMP_WORDS=(gk top --int); COMP_CWORD=2; _gk; echo \"${COMPREPLY[@]}\"\n");
+  EXPECT_EQ(runProgram({"/bin/bash", file}).out, "modules\n--interval\n");
+}
+
+} // namespace

@@ -1,0 +1,125 @@
+#include "support/Program.h"
+#include "support/RunningHost.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+
+// `gk record`: a running host's messages in a file.
+
+namespace {
+
+using gk::test::Program;
+using gk::test::ProgramResult;
+using gk::test::readFile;
+using gk::test::RunningHost;
+using gk::test::runProgram;
+using gk::test::TemporaryFolder;
+using gk::test::writeFile;
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+const std::string kTouch = "Device/SubDeviceList/Head/Touch/Front/Sensor/Value";
+
+ProgramResult gk(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), GK_PROGRAM);
+  return runProgram(std::move(arguments));
+}
+
+class RecordStream : public testing::Test {
+protected:
+  /// Touches the robot until the recording, which is flushed in between, shows it.
+  void touchUntilSeen(const RunningHost& host) {
+    for (int i = 0; cat().find("FrontTactilTouched") == std::string::npos; ++i) {
+      host.gk({"set", kTouch, std::to_string(i % 2)});
+    }
+  }
+
+  std::string cat(std::vector<std::string> options = {}) const {
+    options.insert(options.begin(), {"recording", "cat", fFile});
+    return std::filesystem::exists(fFile) ? gk(options).out : std::string();
+  }
+
+  const TemporaryFolder fFolder;
+  const std::string fFile = fFolder.file("night.mcap");
+};
+
+TEST_F(RecordStream, WhatAHostTellsIsOnTheDiskWhileItGoesOnAndWholeAtTheEnd) {
+  const RunningHost host;
+  Program record({GK_PROGRAM, "record", fFile, "--host", host.address()});
+  touchUntilSeen(host);
+  kill(record.pid(), SIGINT);
+  const ProgramResult result = record.wait();
+  EXPECT_EQ(result.code, 0) << result.err;
+  EXPECT_THAT(result.err, ContainsRegex("recorded .*night.mcap: [0-9]+ messages, [0-9]+ bytes\n"));
+  EXPECT_EQ(gk({"recording", "verify", fFile}).code, 0);
+  EXPECT_THAT(gk({"recording", "info", fFile}).out,
+              AllOf(HasSubstr("/events"), HasSubstr("/event/FrontTactilTouched"),
+                    HasSubstr("/joint_states"), HasSubstr(host.address())));
+  EXPECT_THAT(cat({"--topic", "/events"}),
+              AllOf(HasSubstr(R"("name":"FrontTactilTouched")"), Not(HasSubstr("/joint_states"))));
+}
+
+TEST_F(RecordStream, OnlyTheTopicsThatAreAskedForAreKept) {
+  const RunningHost host;
+  Program record({GK_PROGRAM, "record", fFile, "--topic", "/event/Front*", "--json", "--host",
+                  host.address()});
+  touchUntilSeen(host);
+  kill(record.pid(), SIGTERM);
+  const ProgramResult result = record.wait();
+  EXPECT_EQ(result.code, 0) << result.err;
+  EXPECT_THAT(result.out, AllOf(StartsWith(R"({"file":")" + fFile), HasSubstr(R"("messages":)")));
+  const std::string info = gk({"recording", "info", fFile}).out;
+  EXPECT_THAT(info, AllOf(HasSubstr("/event/FrontTactilTouched"), Not(HasSubstr("/joint_states")),
+                          Not(HasSubstr("/events"))));
+}
+
+TEST_F(RecordStream, TheRecordingIsCompleteWhenTheHostEnds) {
+  RunningHost host;
+  Program record({GK_PROGRAM, "record", fFile, "--host", host.address()});
+  touchUntilSeen(host);
+  kill(host.program().pid(), SIGINT);
+  EXPECT_EQ(host.program().wait().code, 0);
+  const ProgramResult result = record.wait();
+  EXPECT_EQ(result.code, 1);
+  EXPECT_THAT(result.err, AllOf(HasSubstr("recorded "), EndsWith("gk: the host has ended\n")));
+  EXPECT_EQ(gk({"recording", "verify", fFile}).code, 0);
+}
+
+TEST_F(RecordStream, AnOldRecordingSurvivesAHostThatIsNotThere) {
+  writeFile(fFile, "old");
+  // Nobody listens at a port of which the number is one.
+  const ProgramResult result = gk({"record", fFile, "--host", "127.0.0.1:1"});
+  EXPECT_EQ(result.code, 1);
+  EXPECT_THAT(result.err, StartsWith("gk: no host answers at 127.0.0.1:1"));
+  EXPECT_EQ(readFile(fFile), "old");
+}
+
+TEST_F(RecordStream, AFileThatCannotBeWrittenIsNamed) {
+  const RunningHost host;
+  const std::string file = fFolder.file("nowhere/night.mcap");
+  const ProgramResult result = host.gk({"record", file});
+  EXPECT_EQ(result.code, 2);
+  EXPECT_THAT(result.err, AllOf(StartsWith("gk: "), HasSubstr(file)));
+  EXPECT_EQ(std::ranges::count(result.err, '\n'), 1);
+  const ProgramResult misnamed = host.gk({"record", fFolder.file("night.csv")});
+  EXPECT_EQ(misnamed.code, 2);
+  EXPECT_THAT(misnamed.err, HasSubstr("night.csv does not end in .mcap"));
+}
+
+TEST_F(RecordStream, ItEndsByItselfAfterTheGivenTime) {
+  const RunningHost host;
+  const ProgramResult result = host.gk({"record", fFile, "--for", "0.5"});
+  EXPECT_EQ(result.code, 0) << result.err;
+  EXPECT_EQ(gk({"recording", "verify", fFile}).code, 0);
+}
+
+} // namespace

@@ -1,0 +1,340 @@
+#include "formats/Json.h"
+#include "ServedHost.h"
+
+#include <boost/json/object.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace gk::gateway {
+namespace {
+
+using test::Answer;
+using test::ask;
+using test::call;
+using test::ServedHost;
+using test::Socket;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+
+const std::string kTouchKey = "Device/SubDeviceList/Head/Touch/Front/Sensor/Value";
+
+TEST(Gateway, CallsAreAnsweredWithTheirResult) {
+  ServedHost sut;
+  EXPECT_EQ(call(sut, "Probe.echo", R"([{"float":"nan"}])"),
+            R"({"jsonrpc":"2.0","id":1,"result":{"float":"nan"}})");
+  EXPECT_EQ(call(sut, "Probe.echo", R"([[1,1.0,true,null,"x"]])"),
+            R"({"jsonrpc":"2.0","id":1,"result":[1,1.0,true,null,"x"]})");
+  EXPECT_EQ(call(sut, "Probe.nothing", "[]"), R"({"jsonrpc":"2.0","id":1,"result":null})");
+}
+
+TEST(Gateway, ParametersCanBeNamed) {
+  ServedHost sut;
+  EXPECT_THAT(call(sut, "Probe.join", R"({"right":"b","left":"a"})"),
+              HasSubstr(R"("result":"ab")"));
+  EXPECT_THAT(call(sut, "Probe.join", R"({"left":"a"})"), HasSubstr(R"("result":"a")"));
+  EXPECT_THAT(call(sut, "Probe.join", R"({"rihgt":"b","left":"a"})"),
+              AllOf(HasSubstr("-32602"), HasSubstr("takes (left, right) or (left)")));
+}
+
+TEST(Gateway, ErrorsOfMethodsComeWithTheirParts) {
+  ServedHost sut;
+  EXPECT_EQ(call(sut, "Probe.fail", "[]"),
+            R"({"jsonrpc":"2.0","id":1,"error":{"code":-32000,)"
+            R"("message":"Probe::fail: it was asked to",)"
+            R"("data":{"module":"Probe","method":"fail","description":"it was asked to"}}})");
+  EXPECT_THAT(call(sut, "Probe.failOtherwise", "[]"),
+              AllOf(HasSubstr("-32603"), HasSubstr("something else")));
+  EXPECT_THAT(call(sut, "Probe.join", "[1]"), HasSubstr("Parameter type is int instead of string"));
+}
+
+TEST(Gateway, UnknownNamesSuggestTheNearest) {
+  ServedHost sut;
+  EXPECT_THAT(call(sut, "Prob.echo", "[1]"),
+              AllOf(HasSubstr("-32601"), HasSubstr("did you mean Probe?"),
+                    HasSubstr(R"("nearest":["Probe"])")));
+  EXPECT_THAT(call(sut, "Probe.ehco", "[1]"),
+              AllOf(HasSubstr("-32601"), HasSubstr("did you mean echo?")));
+  EXPECT_THAT(ask(sut, "GET", "/api/v1/modules/Prob").body, HasSubstr("did you mean Probe?"));
+  EXPECT_THAT(ask(sut, "GET", "/api/v1/memory/Motion/IsStnd").body,
+              HasSubstr("did you mean Motion/IsStand?"));
+}
+
+TEST(Gateway, ABatchRunsInOrderAndNotificationsAreSilent) {
+  ServedHost sut;
+  const Answer answer =
+      ask(sut, "POST", "/rpc",
+          R"([{"jsonrpc":"2.0","id":1,"method":"GKMemory.insertData","params":["Mine",1]},)"
+          R"({"jsonrpc":"2.0","method":"GKMemory.insertData","params":["Mine",2]},)"
+          R"({"jsonrpc":"2.0","id":3,"method":"GKMemory.getData","params":["Mine"]}])");
+  EXPECT_EQ(answer.body, R"([{"jsonrpc":"2.0","id":1,"result":null},)"
+                         R"({"jsonrpc":"2.0","id":3,"result":2}])");
+}
+
+TEST(Gateway, NothingButNotificationsHasNoContent) {
+  ServedHost sut;
+  const Answer one =
+      ask(sut, "POST", "/rpc", R"({"jsonrpc":"2.0","method":"Probe.echo","params":[1]})");
+  EXPECT_EQ(one.status, 204);
+  EXPECT_EQ(one.body, "");
+  EXPECT_EQ(ask(sut, "POST", "/rpc", R"([{"jsonrpc":"2.0","method":"Probe.nope"}])").status, 204);
+}
+
+TEST(Gateway, ACallThatTakesItsTimeHoldsNobodyUp) {
+  ServedHost sut;
+  Socket patient(sut.port());
+  const std::string body = R"({"jsonrpc":"2.0","id":9,"method":"Probe.wait"})";
+  patient.send("POST /rpc HTTP/1.1\r\nHost: " + sut.name() +
+               "\r\nContent-Type: application/json\r\nContent-Length: " +
+               std::to_string(body.size()) + "\r\n\r\n" + body);
+  sut.probe->awaitWaiting(1);
+  EXPECT_THAT(call(sut, "Probe.echo", "[5]"), HasSubstr(R"("result":5)"));
+  EXPECT_EQ(ask(sut, "GET", "/livez").status, 200);
+  sut.probe->release();
+  EXPECT_EQ(patient.readAnswer().body, R"({"jsonrpc":"2.0","id":9,"result":null})");
+}
+
+TEST(Gateway, AShutdownDoesNotWaitForClients) {
+  auto sut = std::make_unique<ServedHost>();
+  Socket patient(sut->port());
+  const std::string body = R"({"jsonrpc":"2.0","id":9,"method":"Probe.wait"})";
+  patient.send("POST /rpc HTTP/1.1\r\nHost: " + sut->name() +
+               "\r\nContent-Type: application/json\r\nContent-Length: " +
+               std::to_string(body.size()) + "\r\n\r\n" + body);
+  sut->probe->awaitWaiting(1);
+  sut.reset();
+  EXPECT_TRUE(patient.isEnded());
+}
+
+TEST(Gateway, ModulesAreListedAndDescribed) {
+  ServedHost sut;
+  const std::string modules = ask(sut, "GET", "/api/v1/modules").body;
+  EXPECT_THAT(modules, HasSubstr(R"({"name":"Probe","description":"Answers tests.","methods":7,)"
+                                 R"("isExtractor":false})"));
+  const std::string probe = ask(sut, "GET", "/api/v1/modules/Probe").body;
+  EXPECT_THAT(probe, HasSubstr(R"({"name":"echo","description":"Gives back what it gets.",)"
+                               R"("params":[{"name":"value","type":"value",)"
+                               R"("description":"Anything."}],"result":{"name":"value",)"
+                               R"("type":"value","description":"The same."}})"));
+  EXPECT_THAT(probe, HasSubstr(R"({"name":"nothing","description":"Returns nothing.",)"
+                               R"("params":[],"result":null})"));
+  EXPECT_THAT(probe, HasSubstr(R"("events":["ProbeEvent"])"));
+  EXPECT_EQ(ask(sut, "GET", "/api/v1/modules/None").status, 404);
+}
+
+TEST(Gateway, KeysAreReadWithTheirUnit) {
+  ServedHost sut;
+  EXPECT_EQ(ask(sut, "GET", "/api/v1/memory/Device/SubDeviceList/US/Left/Sensor/Value").body,
+            R"({"key":"Device/SubDeviceList/US/Left/Sensor/Value","type":"float","value":2.55,)"
+            R"("unit":"m","meaning":"ultrasonic distance"})");
+  sut.store->set("Mine/A key", "text");
+  EXPECT_EQ(ask(sut, "GET", "/api/v1/memory/Mine/A%20key").body,
+            R"({"key":"Mine/A key","type":"string","value":"text"})");
+  EXPECT_EQ(ask(sut, "GET", "/api/v1/memory/None").status, 404);
+}
+
+TEST(Gateway, KeysAreWrittenAndTheTableDecidesAboutTheType) {
+  ServedHost sut;
+  EXPECT_THAT(ask(sut, "PUT", "/api/v1/memory/" + kTouchKey, "1").body,
+              HasSubstr(R"("value":1.0)"));
+  EXPECT_EQ(sut.store->get(kTouchKey), GK::GKValue(1.0F));
+  EXPECT_THAT(call(sut, "GKMemory.insertData", "[\"" + kTouchKey + "\",0]"), HasSubstr("null"));
+  EXPECT_EQ(sut.store->get(kTouchKey), GK::GKValue(0.0F));
+  EXPECT_EQ(ask(sut, "PUT", "/api/v1/memory/Mine", "1").status, 200);
+  EXPECT_EQ(sut.store->get("Mine"), GK::GKValue(1));
+}
+
+TEST(Gateway, ValuesThatDoNotFitLeaveTheKeyAlone) {
+  ServedHost sut;
+  for (const char* body : {"\"x\"", "true", "null", "[1]", "{}", "1 2", ""}) {
+    EXPECT_EQ(ask(sut, "PUT", "/api/v1/memory/" + kTouchKey, body).status, 400) << body;
+  }
+  EXPECT_THAT(call(sut, "GKMemory.insertData", "[\"" + kTouchKey + "\",\"x\"]"),
+              HasSubstr("-32602"));
+  EXPECT_EQ(sut.store->get(kTouchKey), GK::GKValue(0.0F));
+}
+
+TEST(Gateway, KeysComeInPages) {
+  ServedHost sut;
+  for (const char* key : {"P/a", "P/b", "P/c"}) {
+    sut.store->set(key, 1);
+  }
+  const std::string first = ask(sut, "GET", "/api/v1/memory?prefix=P/&limit=2").body;
+  EXPECT_THAT(first, AllOf(HasSubstr("P/a"), HasSubstr("P/b"), Not(HasSubstr("P/c"))));
+  EXPECT_THAT(first, HasSubstr(R"("next":"P/b"})"));
+  const std::string second = ask(sut, "GET", "/api/v1/memory?prefix=P/&limit=2&after=P/b").body;
+  EXPECT_EQ(second, R"({"keys":[{"key":"P/c","type":"int","value":1}],"next":null})");
+  for (const char* limit : {"0", "10001", "x", "-1", "1.5"}) {
+    EXPECT_EQ(ask(sut, "GET", std::string("/api/v1/memory?limit=") + limit).status, 400) << limit;
+  }
+}
+
+TEST(Gateway, EventsTellOwnerCountAndLastValue) {
+  ServedHost sut;
+  EXPECT_THAT(ask(sut, "GET", "/api/v1/events").body,
+              HasSubstr(R"({"name":"ProbeEvent","owner":"Probe","count":0,"value":null,)"
+                        R"("t_s":null})"));
+  sut.raise("ProbeEvent", 1);
+  sut.raise("ProbeEvent", 2.5F);
+  EXPECT_THAT(ask(sut, "GET", "/api/v1/events").body,
+              HasSubstr(R"("owner":"Probe","count":2,"value":2.5,"t_s":)"));
+}
+
+TEST(Gateway, StatusPagesAreTheModulesOwnAndRunNothing) {
+  ServedHost sut;
+  const Answer page = ask(sut, "GET", "/status/Probe");
+  EXPECT_EQ(page.body, "<html><body>Probe's page</body></html>");
+  EXPECT_EQ(page.headers.at("content-type"), "text/html; charset=utf-8");
+  EXPECT_THAT(page.headers.at("content-security-policy"),
+              AllOf(HasSubstr("default-src 'none'"), HasSubstr("sandbox")));
+  EXPECT_EQ(ask(sut, "GET", "/status/None").status, 404);
+}
+
+TEST(Gateway, ItIsReadyWhileLoopsTick) {
+  ServedHost sut;
+  EXPECT_EQ(ask(sut, "GET", "/livez").status, 200);
+  EXPECT_EQ(ask(sut, "GET", "/readyz").status, 503);
+  sut.tick();
+  // The tick is known once something that comes after it has been seen.
+  Socket socket(sut.port());
+  socket.upgrade("/ws", sut.name());
+  sut.raise("Later", 1);
+  socket.readText("/event/Later");
+  const Answer ready = ask(sut, "GET", "/readyz?verbose");
+  EXPECT_EQ(ready.status, 200);
+  EXPECT_THAT(ready.body, HasSubstr("[+] Probe keeps ticking"));
+}
+
+TEST(Gateway, MetricsAreInPrometheusTextFormat) {
+  ServedHost sut;
+  sut.raise("ProbeEvent", 1);
+  call(sut, "Probe.echo", "[1]");
+  const Answer metrics = ask(sut, "GET", "/metrics");
+  EXPECT_EQ(metrics.headers.at("content-type"), "text/plain; version=0.0.4; charset=utf-8");
+  EXPECT_THAT(metrics.body, HasSubstr("\ngk_events_total{name=\"ProbeEvent\"} 1\n"));
+  EXPECT_THAT(metrics.body, HasSubstr("gk_build_info{version=\"1.2.3\"} 1\n"));
+  EXPECT_THAT(metrics.body,
+              HasSubstr("gk_rpc_duration_seconds_bucket{method=\"Probe.echo\",le=\"+Inf\"} 1\n"));
+  EXPECT_THAT(metrics.body, HasSubstr("\ngk_battery_charge_ratio 1\n"));
+  EXPECT_THAT(metrics.body, HasSubstr("gk_joint_temperature_celsius{joint=\"HeadYaw\"} 30\n"));
+  EXPECT_EQ(metrics.body.back(), '\n');
+}
+
+TEST(Gateway, TheDescriptionNamesEveryRouteAndMethod) {
+  ServedHost sut;
+  const boost::json::value api = formats::parseJson(ask(sut, "GET", "/openapi.json").body);
+  EXPECT_EQ(api.at("openapi").as_string(), "3.1.0");
+  const auto& paths = api.at("paths").as_object();
+  for (const char* path : {"/rpc", "/api/v1/modules", "/api/v1/modules/{name}", "/api/v1/memory",
+                           "/api/v1/memory/{key}", "/api/v1/events", "/status/{name}", "/metrics",
+                           "/livez", "/readyz", "/openapi.json"}) {
+    EXPECT_TRUE(paths.contains(path)) << path;
+  }
+  EXPECT_TRUE(paths.at("/api/v1/memory/{key}").as_object().contains("put"));
+  EXPECT_THAT(ask(sut, "GET", "/openapi.json").body, HasSubstr(R"("const":"Probe.join")"));
+}
+
+TEST(Gateway, WhatIsDescribedIsAnswered) {
+  ServedHost sut;
+  const boost::json::value api = formats::parseJson(ask(sut, "GET", "/openapi.json").body);
+  for (const auto& [path, operations] : api.at("paths").as_object()) {
+    if (!operations.as_object().contains("get")) {
+      continue;
+    }
+    std::string target(path);
+    if (const std::size_t brace = target.find('{'); brace != std::string::npos) {
+      target = target.substr(0, brace) + (target.ends_with("{key}") ? "Motion/IsStand" : "Probe");
+    }
+    const int status = ask(sut, "GET", target).status;
+    EXPECT_EQ(status, target == "/readyz" ? 503 : 200) << target;
+  }
+}
+
+TEST(Gateway, HeadIsGetWithoutItsBody) {
+  ServedHost sut;
+  const Answer head = ask(sut, "HEAD", "/livez");
+  EXPECT_EQ(head.status, 200);
+  EXPECT_EQ(head.headers.at("content-length"), "3");
+  Socket socket(sut.port());
+  socket.send("HEAD /livez HTTP/1.1\r\nHost: " + sut.name() +
+              "\r\n\r\nGET /livez HTTP/1.1\r\nHost: " + sut.name() + "\r\n\r\n");
+  EXPECT_EQ(socket.readAnswer(false).status, 200);
+  EXPECT_EQ(socket.readAnswer().body, "ok\n");
+}
+
+TEST(Gateway, OtherMethodsAndPathsAreNotThere) {
+  ServedHost sut;
+  const Answer wrong = ask(sut, "DELETE", "/api/v1/memory/Mine");
+  EXPECT_EQ(wrong.status, 405);
+  EXPECT_EQ(wrong.headers.at("allow"), "GET, PUT");
+  EXPECT_EQ(ask(sut, "GET", "/rpc").status, 405);
+  EXPECT_EQ(ask(sut, "GET", "/nothing").status, 404);
+  EXPECT_EQ(ask(sut, "POST", "/nothing").status, 404);
+  EXPECT_EQ(ask(sut, "GET", "/api/v1/modules/").status, 404);
+  EXPECT_EQ(ask(sut, "GET", "/status/Probe/more").status, 404);
+}
+
+TEST(Gateway, AConnectionServesManyRequests) {
+  ServedHost sut;
+  Socket socket(sut.port());
+  for (int i = 0; i < 3; ++i) {
+    socket.send("GET /livez HTTP/1.1\r\nHost: " + sut.name() + "\r\n\r\n");
+    EXPECT_EQ(socket.readAnswer().body, "ok\n");
+  }
+  socket.send("GET /livez HTTP/1.1\r\nHost: " + sut.name() + "\r\nConnection: close\r\n\r\n");
+  EXPECT_EQ(socket.readAnswer().body, "ok\n");
+  EXPECT_TRUE(socket.isEnded());
+}
+
+TEST(Gateway, ClientsThatWaitForLeaveToSendGetIt) {
+  ServedHost sut;
+  Socket socket(sut.port());
+  const std::string body = R"({"jsonrpc":"2.0","id":1,"method":"Probe.nothing"})";
+  socket.send("POST /rpc HTTP/1.1\r\nHost: " + sut.name() +
+              "\r\nContent-Type: application/json\r\nExpect: 100-continue\r\nContent-Length: " +
+              std::to_string(body.size()) + "\r\n\r\n");
+  EXPECT_EQ(socket.readAnswer().status, 100);
+  socket.send(body);
+  EXPECT_EQ(socket.readAnswer().status, 200);
+}
+
+TEST(Gateway, WhileThereIsNoRobotOnlyHealthIsTold) {
+  ServedHost sut;
+  sut.gateway->close();
+  GatewayOptions options;
+  options.access.address = {"127.0.0.1", 0};
+  sut.gateway = std::make_unique<Gateway>(std::move(options));
+  EXPECT_EQ(ask(sut, "GET", "/livez").status, 200);
+  EXPECT_EQ(ask(sut, "GET", "/readyz").status, 503);
+  EXPECT_EQ(ask(sut, "GET", "/api/v1/modules").status, 503);
+  EXPECT_EQ(ask(sut, "POST", "/rpc", "{}").status, 503);
+}
+
+TEST(Gateway, AHostWithoutMemoryServesItsModules) {
+  zu::log::setConsoleLevel(0);
+  const auto manager = boost::make_shared<GK::GKBrokerManager>();
+  const auto broker = boost::make_shared<GK::GKBroker>("test", manager);
+  boost::make_shared<test::Probe>(broker)->initModule();
+  GatewayOptions options;
+  options.access.address = {"127.0.0.1", 0};
+  Gateway sut(std::move(options));
+  sut.open(broker);
+  Socket socket(sut.port());
+  const std::string host = "127.0.0.1:" + std::to_string(sut.port());
+  for (const auto& [target, status] :
+       std::initializer_list<std::pair<const char*, int>>{{"/api/v1/modules", 200},
+                                                          {"/api/v1/events", 200},
+                                                          {"/api/v1/memory", 200},
+                                                          {"/api/v1/memory/Motion/IsStand", 404},
+                                                          {"/metrics", 200},
+                                                          {"/api/v1/host", 200}}) {
+    socket.send(std::string("GET ") + target + " HTTP/1.1\r\nHost: " + host + "\r\n\r\n");
+    EXPECT_EQ(socket.readAnswer().status, status) << target;
+  }
+  sut.close();
+  broker->shutdown();
+}
+
+} // namespace
+} // namespace gk::gateway

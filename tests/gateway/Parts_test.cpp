@@ -1,0 +1,148 @@
+#include "gateway/Counters.h"
+#include "gateway/NearestNames.h"
+#include "gateway/NoticeQueue.h"
+#include "gateway/ServerMessage.h"
+#include "gateway/StaticFiles.h"
+#include "gk/GKClock.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+
+// The gateway's small parts.
+
+namespace gk::gateway {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+GK::GKNotice event(const std::string& name) {
+  GK::GKNotice notice;
+  notice.name = name;
+  return notice;
+}
+
+TEST(NoticeQueue, WakesOnceForEachBatch) {
+  int wakes = 0;
+  NoticeQueue sut([&] { ++wakes; });
+  sut.onNotice(event("a"));
+  sut.onNotice(event("b"));
+  sut.onTick(5, {"M", "run"});
+  EXPECT_EQ(wakes, 1);
+  EXPECT_EQ(sut.take().notices.size(), 2U);
+  sut.onTick(6, {"M", "run"});
+  EXPECT_EQ(wakes, 2);
+}
+
+TEST(NoticeQueue, WhenFullTheOldestGoAndAreCounted) {
+  NoticeQueue sut([] {}, 2);
+  for (const char* name : {"a", "b", "c"}) {
+    sut.onNotice(event(name));
+  }
+  const NoticeQueue::Batch batch = sut.take();
+  ASSERT_EQ(batch.notices.size(), 2U);
+  EXPECT_EQ(batch.notices[0].name, "b");
+  EXPECT_EQ(sut.dropped(), 1U);
+}
+
+TEST(NoticeQueue, LoopsAreCountedByModule) {
+  NoticeQueue sut([] {});
+  sut.onTick(1, {"A", "run"});
+  sut.onTick(2, {"B", "run"});
+  sut.onTick(3, {"A", "run"});
+  const NoticeQueue::Batch batch = sut.take();
+  ASSERT_EQ(batch.loops.size(), 2U);
+  EXPECT_EQ(batch.loops[0].module, "A");
+  EXPECT_EQ(batch.loops[0].ticks, 2U);
+  EXPECT_EQ(batch.loops[0].time, 3);
+  EXPECT_EQ(batch.loops[1].ticks, 1U);
+}
+
+TEST(NoticeQueue, InsertionsDoNotWait) {
+  NoticeQueue sut([] { ADD_FAILURE(); });
+  GK::GKNotice notice;
+  notice.kind = GK::GKNotice::Kind::Insert;
+  sut.onNotice(notice);
+  EXPECT_THAT(sut.take().notices, IsEmpty());
+}
+
+TEST(NearestNames, FewLettersDiffer) {
+  const std::vector<std::string> names = {"GKSonar", "GKSensors", "GKFsr", "GKBattery"};
+  EXPECT_THAT(nearestNames("GKSonr", names), ElementsAre("GKSonar"));
+  EXPECT_THAT(nearestNames("gksensor", names), ElementsAre("GKSensors"));
+  EXPECT_THAT(nearestNames("nothing like it", names), IsEmpty());
+}
+
+TEST(NearestNames, APartOfANameFindsIt) {
+  EXPECT_THAT(nearestNames("Battery", {"GKBattery", "GKSonar"}), ElementsAre("GKBattery"));
+}
+
+TEST(NearestNames, ThreeAreEnough) {
+  EXPECT_THAT(nearestNames("a1", {"a5", "a4", "a3", "a2"}), ElementsAre("a2", "a3", "a4"));
+}
+
+TEST(NearestNames, AreAskedFor) {
+  EXPECT_EQ(didYouMean({}), "");
+  EXPECT_EQ(didYouMean({"a"}), "; did you mean a?");
+  EXPECT_EQ(didYouMean({"a", "b"}), "; did you mean a or b?");
+  EXPECT_EQ(didYouMean({"a", "b", "c"}), "; did you mean a, b or c?");
+}
+
+TEST(Histogram, BucketsCountWhatIsUpToTheirLimit) {
+  Histogram sut;
+  for (const double seconds : {0.0001, 0.00011, 5.0, 5.1}) {
+    sut.add(seconds);
+  }
+  const HistogramFigures figures = sut.figures();
+  EXPECT_EQ(figures.count, 4U);
+  EXPECT_DOUBLE_EQ(figures.sum, 10.10021);
+  EXPECT_THAT(figures.buckets.front(), Pair(0.0001, 1U));
+  EXPECT_THAT(figures.buckets.at(1), Pair(0.0005, 2U));
+  EXPECT_THAT(figures.buckets.back(), Pair(5.0, 3U));
+}
+
+TEST(Histogram, QuantilesAreTheLimitsThatHold) {
+  Histogram sut;
+  EXPECT_EQ(sut.figures().p50, 0);
+  for (int i = 0; i < 99; ++i) {
+    sut.add(0.0002);
+  }
+  sut.add(10);
+  EXPECT_EQ(sut.figures().p99, 0.0005);
+  EXPECT_EQ(sut.figures().p999, std::numeric_limits<double>::infinity());
+}
+
+TEST(ServerMessage, StatusesHaveAnIdOnlyWhenTheyAreToBeReplaced) {
+  EXPECT_EQ(statusMessage(StatusLevel::Info, "x"), R"({"op":"status","level":0,"message":"x"})");
+  EXPECT_EQ(statusMessage(StatusLevel::Error, "x", "i"),
+            R"({"op":"status","level":2,"message":"x","id":"i"})");
+  EXPECT_EQ(removeStatusMessage("i"), R"({"op":"removeStatus","statusIds":["i"]})");
+}
+
+TEST(ServerMessage, NumbersAreLittleEndian) {
+  EXPECT_EQ(messageHead(0x01020304, 0x1112131415161718U),
+            "\x01\x04\x03\x02\x01\x18\x17\x16\x15\x14\x13\x12\x11");
+  EXPECT_EQ(messageHead(1, 1).size(), kMessageHeadSize);
+  EXPECT_EQ(timeMessage(0x1112131415161718U), "\x02\x18\x17\x16\x15\x14\x13\x12\x11");
+}
+
+TEST(StaticFiles, AreSortedAndKnowTheirTypes) {
+  std::string_view before;
+  for (const StaticFile& file : staticFiles()) {
+    EXPECT_TRUE(file.path.starts_with('/'));
+    EXPECT_LT(before, file.path);
+    EXPECT_FALSE(file.contentType.empty());
+    EXPECT_TRUE(file.etag.starts_with('"') && file.etag.ends_with('"'));
+    EXPECT_TRUE(file.gzip.empty() || file.gzip.starts_with("\x1f\x8b"));
+    EXPECT_EQ(findStaticFile(file.path), &file);
+    before = file.path;
+  }
+  EXPECT_EQ(findStaticFile("/"), findStaticFile("/index.html"));
+  EXPECT_EQ(findStaticFile("/none"), nullptr);
+}
+
+} // namespace
+} // namespace gk::gateway

@@ -1,0 +1,344 @@
+// Load on a running host: WebSocket clients that take everything in, and requests at a fixed rate.
+// Usage: gateway_load HOST:PORT [SECONDS [CLIENTS [REQUESTS_A_SECOND]]]
+// Ends with exit code 1 when an answer was wrong, the loop was late, or memory grew.
+
+#include <boost/asio/connect.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/beast/core.hpp>
+#include <boost/beast/http.hpp>
+#include <boost/beast/websocket.hpp>
+#include <boost/json/parse.hpp>
+#include <boost/json/value.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = beast::http;
+namespace json = boost::json;
+using beast::error_code;
+using Clock = std::chrono::steady_clock;
+
+/// The bars: lateness of the loop in seconds (99.9th percentile) and growth of memory in bytes.
+constexpr double kLateness = 0.005;
+constexpr double kGrowth = 8.0 * 1024 * 1024;
+
+constexpr double kPeriod = 0.02;
+
+struct Totals {
+  std::uint64_t messages = 0;
+  std::uint64_t bytes = 0;
+  std::uint64_t losses = 0;
+  std::uint64_t answers = 0;
+  std::uint64_t skipped = 0;
+  std::uint64_t failures = 0;
+  std::vector<double> answerTimes;
+  /// How much longer than due single ticks took to come, in seconds.
+  std::vector<double> tickDelays;
+};
+
+struct Target {
+  std::string name;
+  asio::ip::tcp::endpoint endpoint;
+};
+
+/// The value below which a share of all values lies.
+double quantile(std::vector<double> values, double share) {
+  if (values.empty()) {
+    return NAN;
+  }
+  const auto place = static_cast<std::size_t>(share * static_cast<double>(values.size() - 1));
+  std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(place),
+                   values.end());
+  return values[place];
+}
+
+/// A viewer: subscribes to some channels and reads.
+class Viewer : public std::enable_shared_from_this<Viewer> {
+public:
+  Viewer(asio::io_context& context, const Target& target, Totals& totals, bool isWatchingTicks)
+      : fStream(context), fTarget(target), fTotals(totals), fIsWatchingTicks(isWatchingTicks) {}
+
+  void start() {
+    beast::get_lowest_layer(fStream).async_connect(fTarget.endpoint,
+                                                   [self = shared_from_this()](error_code error) {
+                                                     if (self->check(error)) {
+                                                       self->greet();
+                                                     }
+                                                   });
+  }
+
+private:
+  bool check(error_code error) {
+    if (error) {
+      ++fTotals.failures;
+      std::fprintf(stderr, "viewer: %s\n", error.message().c_str());
+    }
+    return !error;
+  }
+
+  void greet() {
+    fStream.set_option(
+        beast::websocket::stream_base::decorator([](beast::websocket::request_type& request) {
+          request.set(http::field::sec_websocket_protocol, "foxglove.websocket.v1");
+        }));
+    fStream.async_handshake(fTarget.name, "/ws", [self = shared_from_this()](error_code error) {
+      if (self->check(error)) {
+        self->read();
+      }
+    });
+  }
+
+  void read() {
+    fBuffer.clear();
+    fStream.async_read(fBuffer, [self = shared_from_this()](error_code error, std::size_t size) {
+      if (error) {
+        self->check(error);
+        return;
+      }
+      ++self->fTotals.messages;
+      self->fTotals.bytes += size;
+      const auto data = self->fBuffer.cdata();
+      self->take({static_cast<const char*>(data.data()), data.size()});
+      self->read();
+    });
+  }
+
+  void take(std::string_view message) {
+    if (fStream.got_binary()) {
+      constexpr std::size_t head = 13;
+      if (fIsWatchingTicks && message.size() > head && message[0] == 1 && message[1] == 1) {
+        takeTick(message.substr(head));
+      }
+      return;
+    }
+    if (message.find("\"op\":\"advertise\"") != std::string_view::npos && fSubscriptions.empty()) {
+      subscribe(json::parse(json::string_view(message.data(), message.size())));
+    }
+    if (message.find("lost so far") != std::string_view::npos) {
+      ++fTotals.losses;
+    }
+  }
+
+  void takeTick(std::string_view payload) {
+    const json::value tick = json::parse(json::string_view(payload.data(), payload.size()));
+    if (const json::value* period = tick.as_object().if_contains("period_s")) {
+      fTotals.tickDelays.push_back(std::max(0.0, period->to_number<double>() - kPeriod));
+    }
+  }
+
+  void subscribe(const json::value& advertisement) {
+    // The first subscription is the ticks'.
+    const std::string_view wanted[] = {"/tick", "/events", "/joint_states", "/touch", "/battery"};
+    std::string list;
+    int id = 0;
+    for (const std::string_view topic : wanted) {
+      ++id;
+      for (const json::value& channel : advertisement.at("channels").as_array()) {
+        if (channel.at("topic").as_string() == json::string_view(topic.data(), topic.size())) {
+          list += (list.empty() ? "" : ",") + std::string(R"({"id":)") + std::to_string(id) +
+                  R"(,"channelId":)" + std::to_string(channel.at("id").as_int64()) + "}";
+        }
+      }
+    }
+    fSubscriptions = R"({"op":"subscribe","subscriptions":[)" + list + "]}";
+    fStream.text(true);
+    fStream.async_write(
+        asio::buffer(fSubscriptions),
+        [self = shared_from_this()](error_code error, std::size_t) { self->check(error); });
+  }
+
+  beast::websocket::stream<beast::tcp_stream> fStream;
+  const Target& fTarget;
+  Totals& fTotals;
+  const bool fIsWatchingTicks;
+  beast::flat_buffer fBuffer;
+  std::string fSubscriptions;
+};
+
+/// A program that asks again and again, at a fixed rate.
+class Asker : public std::enable_shared_from_this<Asker> {
+public:
+  Asker(asio::io_context& context, const Target& target, Totals& totals, Clock::duration period,
+        bool isCalling)
+      : fStream(context), fTimer(context), fTotals(totals), fPeriod(period) {
+    if (isCalling) {
+      fRequest = {http::verb::post, "/rpc", 11};
+      fRequest.set(http::field::content_type, "application/json");
+      fRequest.body() = R"({"jsonrpc":"2.0","id":1,"method":"GKBattery.getBatteryCharge"})";
+    } else {
+      fRequest = {http::verb::get, "/api/v1/memory/Device/SubDeviceList/US/Left/Sensor/Value", 11};
+    }
+    fRequest.set(http::field::host, target.name);
+    fRequest.prepare_payload();
+    fStream.connect(target.endpoint);
+    fStream.socket().set_option(asio::ip::tcp::no_delay(true));
+  }
+
+  void start(Clock::duration delay) {
+    fDue = Clock::now() + delay;
+    wait();
+  }
+
+private:
+  void wait() {
+    fTimer.expires_at(fDue);
+    fTimer.async_wait([self = shared_from_this()](error_code error) {
+      if (!error) {
+        self->fDue += self->fPeriod;
+        self->ask();
+        self->wait();
+      }
+    });
+  }
+
+  void ask() {
+    if (fIsBusy) {
+      ++fTotals.skipped;
+      return;
+    }
+    fIsBusy = true;
+    fStart = Clock::now();
+    http::async_write(
+        fStream, fRequest, [self = shared_from_this()](error_code error, std::size_t) {
+          if (error) {
+            ++self->fTotals.failures;
+            return;
+          }
+          self->fResponse = {};
+          http::async_read(self->fStream, self->fBuffer, self->fResponse,
+                           [self](error_code read, std::size_t) { self->finish(read); });
+        });
+  }
+
+  void finish(error_code error) {
+    fIsBusy = false;
+    const bool isGood = !error && fResponse.result() == http::status::ok &&
+                        fResponse.body().find("error") == std::string::npos;
+    ++(isGood ? fTotals.answers : fTotals.failures);
+    fTotals.answerTimes.push_back(std::chrono::duration<double>(Clock::now() - fStart).count());
+  }
+
+  beast::tcp_stream fStream;
+  asio::steady_timer fTimer;
+  Totals& fTotals;
+  const Clock::duration fPeriod;
+  http::request<http::string_body> fRequest;
+  http::response<http::string_body> fResponse;
+  beast::flat_buffer fBuffer;
+  Clock::time_point fDue;
+  Clock::time_point fStart;
+  bool fIsBusy = false;
+};
+
+/// The body of one answer.
+std::string get(const Target& target, const std::string& path) {
+  asio::io_context context;
+  beast::tcp_stream stream(context);
+  stream.connect(target.endpoint);
+  http::request<http::string_body> request(http::verb::get, path, 11);
+  request.set(http::field::host, target.name);
+  http::write(stream, request);
+  beast::flat_buffer buffer;
+  http::response<http::string_body> response;
+  http::read(stream, buffer, response);
+  return response.body();
+}
+
+double residentMemory(const Target& target) {
+  const std::string metrics = get(target, "/metrics");
+  const std::string name = "\nprocess_resident_memory_bytes ";
+  return std::strtod(metrics.c_str() + metrics.find(name) + name.size(), nullptr);
+}
+
+/// What the host itself has measured, in seconds; nothing where it measures nothing.
+double hostLateness(const Target& target) {
+  const json::value host = json::parse(get(target, "/api/v1/host"));
+  for (const json::value& loop : host.at("loops").as_array()) {
+    if (const json::value* lateness = loop.as_object().if_contains("lateness")) {
+      const json::value& worst = lateness->at("p999_s");
+      return worst.is_null() ? INFINITY : worst.to_number<double>();
+    }
+  }
+  return NAN;
+}
+
+int run(const std::string& name, int seconds, int clients, int rate) {
+  const std::size_t colon = name.rfind(':');
+  const Target target{name,
+                      {asio::ip::make_address(name.substr(0, colon)),
+                       static_cast<std::uint16_t>(std::stoi(name.substr(colon + 1)))}};
+  asio::io_context context(1);
+  Totals totals;
+  for (int i = 0; i < clients; ++i) {
+    std::make_shared<Viewer>(context, target, totals, i == 0)->start();
+  }
+  constexpr int kAskers = 40;
+  const auto period = std::chrono::duration_cast<Clock::duration>(
+      std::chrono::duration<double>(static_cast<double>(kAskers) / rate));
+  for (int i = 0; i < kAskers; ++i) {
+    std::make_shared<Asker>(context, target, totals, period, i % 2 == 0)
+        ->start(period * i / kAskers);
+  }
+  // Memory is compared after everybody has settled in.
+  const int warmUp = std::max(1, seconds / 6);
+  context.run_for(std::chrono::seconds(warmUp));
+  const double memoryBefore = residentMemory(target);
+  totals = Totals();
+  context.run_for(std::chrono::seconds(seconds));
+  const double memoryAfter = residentMemory(target);
+  const double measured = hostLateness(target);
+  const double lateness = std::isnan(measured) ? quantile(totals.tickDelays, 0.999) : measured;
+
+  const double answered = static_cast<double>(totals.answers) / seconds;
+  std::printf("%d WebSocket clients: %.0f messages/s, %.1f MB/s, %llu reports of losses\n", clients,
+              static_cast<double>(totals.messages) / seconds,
+              static_cast<double>(totals.bytes) / seconds / 1e6,
+              static_cast<unsigned long long>(totals.losses));
+  std::printf("%.0f answers/s of %d asked, %llu failed, %llu not sent in time\n", answered, rate,
+              static_cast<unsigned long long>(totals.failures),
+              static_cast<unsigned long long>(totals.skipped));
+  std::printf("answer time: median %.2f ms, 99 %% %.2f ms, 99.9 %% %.2f ms\n",
+              quantile(totals.answerTimes, 0.5) * 1e3, quantile(totals.answerTimes, 0.99) * 1e3,
+              quantile(totals.answerTimes, 0.999) * 1e3);
+  std::printf("loop: 99.9 %% of ticks at most %.2f ms late (%s)\n", lateness * 1e3,
+              std::isnan(measured) ? "between ticks" : "by the host");
+  std::printf("memory: %.1f MB, grown by %.2f MB\n", memoryAfter / 1e6,
+              (memoryAfter - memoryBefore) / 1e6);
+  constexpr double kEnough = 0.95;
+  const bool isGood = totals.failures == 0 && answered >= kEnough * rate && lateness < kLateness &&
+                      memoryAfter - memoryBefore < kGrowth;
+  std::printf("%s\n", isGood ? "good" : "NOT GOOD");
+  return isGood ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    std::fprintf(stderr, "usage: gateway_load HOST:PORT [SECONDS [CLIENTS [REQUESTS_A_SECOND]]]\n");
+    return 2;
+  }
+  const auto number = [&](int place, int otherwise) {
+    return argc > place ? std::atoi(argv[place]) : otherwise;
+  };
+  try {
+    return run(argv[1], number(2, 60), number(3, 200), number(4, 2000));
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "gateway_load: %s\n", error.what());
+    return 1;
+  }
+}

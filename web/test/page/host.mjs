@@ -1,0 +1,81 @@
+// A host to test the page against: the gk program that GK_PROGRAM names, or the mock.
+import { spawn } from "node:child_process";
+import { once } from "node:events";
+import { mkdtemp, rm, writeFile } from "node:fs/promises";
+import { createServer } from "node:net";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
+import { startMockHost } from "../mockHost.mjs";
+
+const kStartTimeout = 30_000;
+const kPause = 100;
+
+/** @param port 0 for any free one; returns {port, url, pause, resume, stop} */
+export async function startHost(port = 0, token = "") {
+  const program = process.env.GK_PROGRAM;
+  const host =
+    program === undefined
+      ? await startMockHost(port, token)
+      : await startProgram(program, port || (await freePort()), token);
+  return { ...host, url: `http://127.0.0.1:${host.port}/` };
+}
+
+/** Writes a memory key as any client may. */
+export async function write(url, key, value) {
+  const response = await fetch(`${url}api/v1/memory/${key}`, {
+    method: "PUT",
+    headers: { "content-type": "application/json" },
+    body: JSON.stringify(value),
+  });
+  if (!response.ok) {
+    throw new Error(`${key}: ${response.status} ${await response.text()}`);
+  }
+}
+
+async function startProgram(program, port, token) {
+  const folder = await mkdtemp(join(tmpdir(), "gk-page-"));
+  const file = join(folder, "token");
+  await writeFile(file, token, { mode: 0o600 });
+  // The simulated robot stands and waits for what the test does to it.
+  const options = ["run", "--listen", `127.0.0.1:${port}`, "--no-tour"];
+  const child = spawn(program, token === "" ? options : [...options, "--token-file", file], {
+    stdio: ["ignore", "ignore", "inherit"],
+  });
+  const exited = once(child, "exit");
+  await untilReady(port, child);
+  return {
+    port,
+    pause: () => child.kill("SIGSTOP"),
+    resume: () => child.kill("SIGCONT"),
+    stop: async () => {
+      child.kill("SIGTERM");
+      await exited;
+      await rm(folder, { recursive: true, force: true });
+    },
+  };
+}
+
+async function untilReady(port, child) {
+  const end = Date.now() + kStartTimeout;
+  while (Date.now() < end && child.exitCode === null) {
+    const isReady = await fetch(`http://127.0.0.1:${port}/readyz`).then(
+      (response) => response.ok,
+      () => false,
+    );
+    if (isReady) {
+      return;
+    }
+    await new Promise((resolve) => setTimeout(resolve, kPause));
+  }
+  child.kill();
+  throw new Error(`gk is not ready on port ${port}`);
+}
+
+async function freePort() {
+  const server = createServer().listen(0, "127.0.0.1");
+  await once(server, "listening");
+  const { port } = server.address();
+  server.close();
+  await once(server, "close");
+  return port;
+}

@@ -1,0 +1,89 @@
+import assert from "node:assert/strict";
+import { test } from "node:test";
+import { Backoff } from "../../src/host/backoff.js";
+import { describeLink, kStaleAfter } from "../../src/model/link.js";
+import { Losses } from "../../src/model/losses.js";
+import { Pace } from "../../src/robot/pace.js";
+
+const connected = { kind: "connected", hostName: "h" } as const;
+
+test("values are live just below the limit and stale at it", () => {
+  assert.equal(describeLink(connected, false, 0, kStaleAfter - 1).kind, "live");
+  assert.equal(describeLink(connected, false, 0, kStaleAfter).kind, "stale");
+  assert.equal(describeLink(connected, false, undefined, 0).kind, "stale");
+});
+
+test("without a connection it is said how old the values are and when the next try is", () => {
+  const { kind, explanation } = describeLink(
+    { kind: "waiting", retryAt: 12_400 },
+    false,
+    2_000,
+    10_000,
+  );
+  assert.equal(kind, "lost");
+  assert.equal(explanation, "Not connected to the host. What you see is 8 s old. Next try in 3 s.");
+});
+
+test("the first attempt is no trouble yet", () => {
+  assert.deepEqual(describeLink({ kind: "connecting" }, false, undefined, 0), {
+    kind: "connecting",
+    short: "Connecting",
+    explanation: "",
+  });
+  assert.equal(describeLink({ kind: "connecting" }, false, 0, 3_000).kind, "lost");
+});
+
+test("a host that asks for its token is locked rather than lost", () => {
+  assert.equal(describeLink({ kind: "waiting", retryAt: 1 }, true, undefined, 0).kind, "locked");
+});
+
+test("the page waits twice as long after each failure, up to ten seconds", () => {
+  const sut = new Backoff(() => 0);
+  assert.deepEqual(
+    [1, 2, 3, 4, 5, 6, 7].map(() => sut.next()),
+    [500, 1000, 2000, 4000, 8000, 10_000, 10_000],
+  );
+  sut.reset();
+  assert.equal(sut.next(), 500);
+});
+
+test("chance takes at most a fifth off a wait", () => {
+  assert.equal(new Backoff(() => 1).next(), 400);
+});
+
+test("losses count on when the host has told them and forgotten them", () => {
+  const sut = new Losses();
+  const tell = (lost: string): void => {
+    sut.add({
+      level: 1,
+      message: `this client reads too slowly; lost so far: ${lost}`,
+      id: "loss",
+    });
+  };
+  tell("12 of /imu, 3 of /events, 1 of /log, 2 of /event/robotPoseChanged");
+  assert.deepEqual(sut.loss, { samples: 12, events: 6 });
+  tell("20 of /joint_states");
+  assert.deepEqual(sut.loss, { samples: 20, events: 0 });
+  sut.remove(["loss"]);
+  assert.deepEqual(sut.loss, { samples: 20, events: 0 });
+  assert.equal(sut.message, "");
+});
+
+test("what the host merely remarks is no loss", () => {
+  const sut = new Losses();
+  sut.add({ level: 0, message: "hello", id: undefined });
+  assert.equal(sut.message, "");
+});
+
+test("a slow machine draws less often, down to four pictures in a second", () => {
+  const sut = new Pace();
+  assert.equal(sut.interval, 33);
+  for (let i = 0; i < 50; ++i) {
+    sut.measured(40);
+  }
+  assert.equal(Math.round(sut.interval), 120);
+  for (let i = 0; i < 50; ++i) {
+    sut.measured(1_000);
+  }
+  assert.equal(sut.interval, 250);
+});
