@@ -95,6 +95,25 @@ TEST(Gateway, ACallThatTakesItsTimeHoldsNobodyUp) {
   EXPECT_EQ(patient.readAnswer().body, R"({"jsonrpc":"2.0","id":9,"result":null})");
 }
 
+TEST(Gateway, AClientThatHangsUpDuringItsCallIsForgotten) {
+  ServedHost sut;
+  const std::string body = R"({"jsonrpc":"2.0","id":9,"method":"Probe.wait"})";
+  {
+    Socket impatient(sut.port());
+    impatient.send("POST /rpc HTTP/1.1\r\nHost: " + sut.name() +
+                   "\r\nContent-Type: application/json\r\nContent-Length: " +
+                   std::to_string(body.size()) + "\r\n\r\n" + body);
+    sut.probe->awaitWaiting(1);
+  }
+  sut.probe->release();
+  // Only the connection that asks is left in the end.
+  std::string metrics;
+  do {
+    metrics = ask(sut, "GET", "/metrics").body;
+  } while (metrics.find("\ngk_connections 1\n") == std::string::npos);
+  EXPECT_THAT(metrics, HasSubstr("\ngk_rpc_running 0\n"));
+}
+
 TEST(Gateway, AShutdownDoesNotWaitForClients) {
   auto sut = std::make_unique<ServedHost>();
   Socket patient(sut->port());

@@ -13,7 +13,7 @@ let address;
 
 /** Starts a host on a free port; resolves to "127.0.0.1:PORT". */
 async function startHost() {
-  host = spawn(process.env.GK_PROGRAM ?? "gk", ["run", "--listen", "127.0.0.1:0"], {
+  host = spawn(process.env.GK_PROGRAM ?? "gk", ["run", "--robot", "none", "--listen", "127.0.0.1:0"], {
     stdio: ["ignore", "ignore", "pipe"],
   });
   for await (const chunk of host.stderr) {
