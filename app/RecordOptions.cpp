@@ -92,6 +92,14 @@ void addRecordOptions(CLI::App& command, RecordOptions& options) {
       ->type_name("SECONDS")
       ->capture_default_str()
       ->needs(on);
+  command
+      .add_option("--record-patience", options.patience,
+                  "How long a call may keep the loops waiting before they go on without an exact "
+                  "replay")
+      ->check(CLI::Range(0.001, 3600.0).description(""))
+      ->type_name("SECONDS")
+      ->capture_default_str()
+      ->needs(file);
 }
 
 std::optional<runtime::RecorderOptions> recorderOptions(const RecordOptions& options,

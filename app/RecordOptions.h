@@ -1,10 +1,12 @@
 #pragma once
 
+#include "gk/GKTurns.h"
 #include "runtime/Host.h"
 #include "runtime/Recorder.h"
 
 #include <CLI/CLI.hpp>
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -17,6 +19,7 @@ struct RecordOptions {
   std::optional<double> last;
   std::string on;
   double after = 5.0;
+  double patience = std::chrono::duration<double>(GK::kTurnPatience).count();
 };
 
 /// What is wrong with the name of a recording that is to be written; empty if nothing is.

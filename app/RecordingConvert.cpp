@@ -2,6 +2,7 @@
 #include "app/ProgressLine.h"
 #include "app/RecordingActions.h"
 #include "devices/DeviceKeys.h"
+#include "formats/InputError.h"
 #include "formats/mcap/Recover.h"
 #include "formats/mcap/Verify.h"
 #include "formats/RunConvert.h"
@@ -77,6 +78,17 @@ void convertText(const std::string& file, const std::string& out, bool isTable,
   }
 }
 
+/// Every message and all else of a recording into one that is compressed in another way. Raises
+/// `InputError` for a damaged one.
+void recompress(const std::string& file, mcap::Sink& sink, mcap::Compression compression,
+                const formats::ConvertProgress& progress) {
+  mcap::FileSource source(file);
+  const mcap::Recovered copied = mcap::recover(source, sink, compression, progress);
+  if (copied.isCut || copied.problems.count() > 0) {
+    throw formats::InputError(file, 1, "is damaged; gk recording recover saves what can be read");
+  }
+}
+
 } // namespace
 
 int recoverRecording(const std::string& file, const std::string& out) {
@@ -110,10 +122,15 @@ int convertRecording(const std::string& file, const std::string& out,
   expectOther(file, out);
   ProgressLine line;
   const auto progress = [&line](double done) { line.show(done); };
-  if (out.ends_with(".mcap")) {
+  if (out.ends_with(".mcap") && file.ends_with(".mcap")) {
+    NewFile result(out);
+    recompress(file, result.sink(), compression, progress);
+    result.commit();
+  } else if (out.ends_with(".mcap")) {
     const auto recording = formats::openRecording(file, devices::keyTypeOf);
     NewFile result(out);
-    mcap::StringMap about{{"version", "gksensors " GK_VERSION}, {"source", file}};
+    mcap::StringMap about{{"version", "gksensors " GK_VERSION},
+                          {"source", std::filesystem::path(file).filename()}};
     formats::convertToMcap(*recording, result.sink(), compression, std::move(about), progress);
     result.commit();
   } else if (out.ends_with(".csv") || out.ends_with(".jsonl")) {

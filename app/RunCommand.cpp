@@ -7,6 +7,8 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
+#include <cmath>
 #include <memory>
 #include <optional>
 #include <string>
@@ -82,6 +84,7 @@ int run(const RunOptions& options) {
   view.isAlwaysReadable = true;
   view.isInterruptible = true;
   view.record = recorderOptions(options.record, host);
+  host.turnPatience = std::chrono::milliseconds(std::llround(options.record.patience * 1e3));
   if (options.limit) {
     view.wallLimit = std::chrono::microseconds(*formats::toMicros(*options.limit));
   }

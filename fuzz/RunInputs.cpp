@@ -28,6 +28,10 @@ int main(int argc, char** argv) try {
   std::size_t count = 0;
   for (int i = 1; i < argc; ++i) {
     const std::filesystem::path path = argv[i];
+    if (!std::filesystem::exists(path)) {
+      std::cerr << path.string() << " is not there\n";
+      return 1;
+    }
     if (!std::filesystem::is_directory(path)) {
       runFile(path);
       ++count;

@@ -88,7 +88,7 @@ template <class Parse> void StreamSession::xRead(const Parse& parse) {
     return;
   }
   try {
-    std::visit([this](const auto& message) { xHandle(message); }, parse());
+    std::visit([this](const auto& message) { this->xHandle(message); }, parse());
   } catch (const formats::FormatError& error) {
     xComplain(StatusLevel::Error, error.what());
   }

@@ -125,7 +125,7 @@ std::shared_ptr<GK::GKClock> Host::xMakeClock() {
     return GK::makeVirtualClock(fOptions.epoch, fOptions.recorder);
   }
   return fOptions.recorder != nullptr
-             ? GK::makeTurnClock(fOptions.recorder, GK::kTurnPatience, fOptions.loopPriority)
+             ? GK::makeTurnClock(fOptions.recorder, fOptions.turnPatience, fOptions.loopPriority)
              : GK::makeRealClock(fOptions.loopPriority);
 }
 

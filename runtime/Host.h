@@ -9,6 +9,7 @@
 #include "gk/GKClock.h"
 #include "gk/GKMemoryStore.h"
 #include "gk/GKObserver.h"
+#include "gk/GKTurns.h"
 #include "runtime/Calls.h"
 #include "runtime/FaultPlan.h"
 #include "runtime/Library.h"
@@ -21,6 +22,7 @@
 #include <boost/shared_ptr.hpp>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -67,6 +69,8 @@ struct HostOptions {
 
   /// Keeps what a replay of this run needs; may be null.
   std::shared_ptr<RunRecorder> recorder;
+  /// With a recorder, in real time: how long a task may keep all others waiting.
+  std::chrono::milliseconds turnPatience = GK::kTurnPatience;
   /// A recorded run to be repeated instead of playing files; may be null.
   std::shared_ptr<RunReplay> replay;
 };

@@ -46,7 +46,8 @@ std::string numbered(const std::string& path, std::size_t number) {
 
 Recorder::Recorder(RecorderOptions options)
     : fOptions(std::move(options)),
-      fRun(std::make_shared<RunRecorder>(fOptions.mustKeepAll, partTimeOf(fOptions))) {
+      fQueueLimit(fOptions.mustKeepAll ? kShortQueueLimit : kQueueLimit),
+      fRun(std::make_shared<RunRecorder>(fOptions.mustKeepAll, partTimeOf(fOptions), fQueueLimit)) {
   if (!fOptions.around) {
     xOpen();
   }
@@ -85,13 +86,13 @@ void Recorder::xQueue(std::vector<RecordedMessage> messages) {
   }
   std::unique_lock lock(fMutex);
   if (fOptions.mustKeepAll) {
-    fTaken.wait(lock, [this] { return fWaiting < kQueueLimit || fIsClosing; });
+    fTaken.wait(lock, [this] { return fWaiting < fQueueLimit || fIsClosing; });
   }
   for (RecordedMessage& message : messages) {
     fWaiting += message.payload.size();
     fMessages.push_back(std::move(message));
   }
-  while (!fOptions.mustKeepAll && fWaiting > kQueueLimit) {
+  while (!fOptions.mustKeepAll && fWaiting > fQueueLimit) {
     fWaiting -= fMessages.front().payload.size();
     fMessages.pop_front();
     ++fDropped;
@@ -124,7 +125,8 @@ void Recorder::xServe() {
   while (!isOver) {
     {
       std::unique_lock lock(fMutex);
-      fWake.wait_for(lock, kPollTime, [this] { return fIsClosing; });
+      fWake.wait_for(lock, fOptions.mustKeepAll ? kShortPollTime : kPollTime,
+                     [this] { return fIsClosing; });
     }
     try {
       isOver = xCycle();

@@ -49,11 +49,14 @@ struct RecorderOptions {
 /// ever waits for the disk; what does not fit into the queue is dropped, oldest first, and counted.
 class Recorder final : public GK::GKObserver {
 public:
-  /// Bytes of messages that may wait.
+  /// Bytes of messages that may wait, and of the run log as well. Where the run waits for the disk
+  /// there is no need for much, and files are split close to where they should be.
   static constexpr std::size_t kQueueLimit = 32 << 20;
+  static constexpr std::size_t kShortQueueLimit = 1 << 20;
   /// A chunk is closed and on the disk after this.
   static constexpr std::chrono::milliseconds kFlushTime{750};
   static constexpr std::chrono::milliseconds kPollTime{200};
+  static constexpr std::chrono::milliseconds kShortPollTime{5};
 
   /// Raises `WriteError` when the first file cannot be written.
   explicit Recorder(RecorderOptions options);
@@ -100,6 +103,7 @@ private:
   void xClose();
 
   const RecorderOptions fOptions;
+  const std::size_t fQueueLimit;
   const std::shared_ptr<RunRecorder> fRun;
   std::unique_ptr<MessageMaker> fMaker;
 

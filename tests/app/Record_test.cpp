@@ -57,8 +57,8 @@ class Record : public testing::Test {
 protected:
   /// Runs with a recording, repeats it, and compares.
   void runAndRepeat(std::vector<std::string> options) {
-    options.insert(options.begin(),
-                   {"run", "--no-listen", "--record", fRecording, "--out", fRunOutput});
+    options.insert(options.begin(), {"run", "--no-listen", "--record", fRecording,
+                                     "--record-patience", "600", "--out", fRunOutput});
     const ProgramResult run = gk(options);
     ASSERT_EQ(run.code, 0) << run.err;
     EXPECT_THAT(run.err, HasSubstr("recorded " + fRecording));
@@ -218,7 +218,8 @@ int portOf(const std::string& text) {
 
 TEST_F(Record, TheTourInRealTimeIsRepeatedWithTheClientsThatCameAndWent) {
   Program program({GK_PROGRAM, "run", "--for", "8", "--listen", "127.0.0.1:0", "--record",
-                   fRecording, "--out", fRunOutput, "--only", kWithoutAnswers});
+                   fRecording, "--record-patience", "600", "--out", fRunOutput, "--only",
+                   kWithoutAnswers});
   int port = 0;
   while ((port = portOf(program.errSoFar())) == 0) {
     std::this_thread::yield();
@@ -332,6 +333,38 @@ TEST_F(Record, ARecordingOfAnyKindBecomesAnyOther) {
       expectSameOutput(fRunOutput, fReplayOutput);
     }
   }
+}
+
+TEST_F(Record, ARecordedRunThatIsCompressedAnewIsStillTheSameRun) {
+  runAndRepeat({"--speed", "max", "--until", "5"});
+  const std::string original = gk({"recording", "cat", fRecording}).out;
+  for (const std::string compression : {"none", "lz4", "zstd"}) {
+    SCOPED_TRACE(compression);
+    const std::string copy = file(compression + ".mcap");
+    ASSERT_EQ(gk({"recording", "convert", "--compression", compression, fRecording, copy}).code, 0);
+    EXPECT_EQ(gk({"recording", "cat", copy}).out, original);
+    ASSERT_EQ(gk({"replay", "--out", fReplayOutput, copy}).code, 0);
+    expectSameOutput(fRunOutput, fReplayOutput);
+  }
+}
+
+TEST_F(Record, ADamagedRecordingIsNotCompressedAnew) {
+  runAndRepeat({"--speed", "max", "--until", "5"});
+  const std::string bytes = readFile(fRecording);
+  writeFile(fRecording, bytes.substr(0, bytes.size() / 2));
+  const ProgramResult result = gk({"recording", "convert", fRecording, file("copy.mcap")});
+  EXPECT_EQ(result.code, 2);
+  EXPECT_EQ(result.err,
+            fRecording + ":1: is damaged; gk recording recover saves what can be read\n");
+  EXPECT_FALSE(fs::exists(file("copy.mcap")));
+}
+
+TEST_F(Record, PartsOfARunWithoutALimitOfSpeedAreNearlyAsLargeAsAskedFor) {
+  const ProgramResult run = gk({"run", "--speed", "max", "--until", "300", "--record", fRecording,
+                                "--record-split", "1MB", "--out", fRunOutput});
+  ASSERT_EQ(run.code, 0) << run.err;
+  ASSERT_TRUE(fs::exists(file("run-002.mcap"))) << run.err;
+  EXPECT_LT(fs::file_size(file("run-001.mcap")), 2'000'000U);
 }
 
 TEST_F(Record, WhatIsNoRecordingIsOneLineAndExitCodeTwo) {
