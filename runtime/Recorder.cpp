@@ -144,13 +144,15 @@ void Recorder::xServe() {
 
 bool Recorder::xCycle() {
   bool isOver = false;
+  bool isFull = false;
   {
     const std::lock_guard lock(fMutex);
     isOver = fIsClosing;
+    isFull = fWaiting > fQueueLimit / 2;
   }
   const auto now = std::chrono::steady_clock::now();
-  const bool isDue = isOver || now - fFlushed >= kFlushTime;
-  std::vector<Item> items = xTakeAll(isDue);
+  const bool isDue = isOver || isFull || now - fFlushed >= kFlushTime;
+  std::vector<Item> items = xTakeAll(isDue, isOver);
   if (fError != nullptr) {
     return isOver;
   }
@@ -167,21 +169,26 @@ bool Recorder::xCycle() {
   return isOver;
 }
 
-/// Takes what waits, in the order of its times.
-std::vector<Recorder::Item> Recorder::xTakeAll(bool isAll) {
+/// Takes what waits, in the order of its times. Messages wait for the block of the run log that
+/// they belong to: with that block a part may begin.
+std::vector<Recorder::Item> Recorder::xTakeAll(bool isAllBlocks, bool isAllMessages) {
   std::vector<Item> items;
-  for (RunBlock& block : fRun->take(isAll)) {
+  RunBlocks taken = fRun->take(isAllBlocks);
+  for (RunBlock& block : taken.blocks) {
     items.emplace_back(std::move(block));
   }
   {
     const std::lock_guard lock(fMutex);
-    for (RecordedMessage& message : fMessages) {
-      items.emplace_back(std::move(message));
+    const auto isLater = [&](const auto& one) { return !isAllMessages && one.time >= taken.end; };
+    while (!fMessages.empty() && !isLater(fMessages.front())) {
+      fWaiting -= fMessages.front().payload.size();
+      items.emplace_back(std::move(fMessages.front()));
+      fMessages.pop_front();
     }
-    items.insert(items.end(), fTriggers.begin(), fTriggers.end());
-    fMessages.clear();
-    fTriggers.clear();
-    fWaiting = 0;
+    while (!fTriggers.empty() && !isLater(fTriggers.front())) {
+      items.emplace_back(fTriggers.front());
+      fTriggers.pop_front();
+    }
   }
   fTaken.notify_all();
   std::stable_sort(items.begin(), items.end(), [](const Item& left, const Item& right) {

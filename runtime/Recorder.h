@@ -93,7 +93,7 @@ private:
   void xServe();
   /// Moves what waits to the disk. True when it was the last time.
   bool xCycle();
-  std::vector<Item> xTakeAll(bool isAll);
+  std::vector<Item> xTakeAll(bool isAllBlocks, bool isAllMessages);
   void xWrite(Item item);
   void xWriteToFile(const Item& item);
   void xKeep(Item item);
@@ -113,7 +113,7 @@ private:
   std::deque<RecordedMessage> fMessages;
   std::size_t fWaiting = 0;
   std::uint64_t fDropped = 0;
-  std::vector<Trigger> fTriggers;
+  std::deque<Trigger> fTriggers;
   bool fIsClosing = false;
 
   // The writing thread's own, and after its end everybody's.

@@ -168,14 +168,16 @@ void RunRecorder::xEndBlock() {
   }
 }
 
-std::deque<RunBlock> RunRecorder::take(bool isAll) {
+RunBlocks RunRecorder::take(bool isAll) {
   const std::lock_guard lock(fMutex);
   if (isAll && !fLog.isEmpty()) {
     xEndBlock();
   }
   fWaiting = 0;
   fTaken.notify_all();
-  return std::exchange(fBlocks, {});
+  // A turn that has been written is in the block as a whole: the next part begins with a later one.
+  const GK::GKMicros end = fLog.isEmpty() ? fTurn.time + 1 : fLog.startTime();
+  return {std::exchange(fBlocks, {}), fStore != nullptr ? end : 0};
 }
 
 std::uint64_t RunRecorder::dropped() const {

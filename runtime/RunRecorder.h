@@ -24,6 +24,13 @@ struct RunBlock {
   bool isPartStart = false;
 };
 
+/// What was taken of a run log.
+struct RunBlocks {
+  std::deque<RunBlock> blocks;
+  /// Everything before this time is in these blocks and those before them.
+  GK::GKMicros end = 0;
+};
+
 /// Puts together the log of a run, turn by turn. Nobody waits for whoever takes the blocks: when
 /// too much waits to be taken, all of it is dropped, the log says how much, and begins anew with
 /// the whole state. Where nothing may be lost, the turns wait instead.
@@ -59,7 +66,7 @@ public:
   void beginPart();
 
   /// Everything that is complete; with `isAll` also what is not.
-  std::deque<RunBlock> take(bool isAll);
+  RunBlocks take(bool isAll);
 
   /// Blocks that were dropped so far.
   std::uint64_t dropped() const;

@@ -91,7 +91,8 @@ bool Scanner::xResume() {
     return false;
   }
   fPosition = *chunk;
-  fChunksDone = *chunk;
+  // What lies there may be no chunk: it is not to be come back to.
+  fChunksDone = *chunk + 1;
   return true;
 }
 

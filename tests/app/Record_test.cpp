@@ -64,6 +64,18 @@ protected:
     EXPECT_THAT(run.err, HasSubstr("recorded " + fRecording));
     EXPECT_THAT(run.err, Not(HasSubstr("gk:"))); // nothing lost
     repeat();
+    expectEveryEventForViewers();
+  }
+
+  /// The channels for viewers hold what the run wrote, from its first moment to its last.
+  void expectEveryEventForViewers() {
+    const std::vector<std::string> lines = linesOf(readFile(fRunOutput));
+    const auto isEvent = [](const std::string& line) {
+      return line.find(R"("kind":"event")") != std::string::npos ||
+             line.find(R"("kind":"micro")") != std::string::npos;
+    };
+    const std::string messages = gk({"recording", "cat", "--topic", "/events", fRecording}).out;
+    EXPECT_EQ(std::ssize(linesOf(messages)), std::ranges::count_if(lines, isEvent));
   }
 
   void repeat(const std::vector<std::string>& options = {}) {
