@@ -230,9 +230,9 @@ int verifyRecording(const std::string& file) {
     fmt::print("{}: byte {}: {}\n", file, problem.offset, problem.text);
   }
   const mcap::Statistics& found = verdict.statistics;
-  fmt::print("{}: {} problems, {} chunks, {} messages in {} channels, {:.3f} s\n", file,
-             verdict.problems.count(), found.chunkCount, found.messageCount, found.channelCount,
-             secondsOf(found.endTime - found.startTime));
+  fmt::print("{}: {} problem{}, {} chunks, {} messages in {} channels, {:.3f} s\n", file,
+             verdict.problems.count(), verdict.problems.count() == 1 ? "" : "s", found.chunkCount,
+             found.messageCount, found.channelCount, secondsOf(found.endTime - found.startTime));
   return verdict.problems.count() == 0 ? kSuccess : kFailure;
 }
 

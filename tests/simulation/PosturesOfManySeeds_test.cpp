@@ -26,7 +26,7 @@ std::vector<std::string> names() {
   for (const gk::devices::Posture& posture : gk::devices::postures()) {
     all.emplace_back(posture.name);
   }
-  std::ranges::rotate(all, all.begin() + 1);
+  std::rotate(all.begin(), all.begin() + 1, all.end());
   return all;
 }
 
