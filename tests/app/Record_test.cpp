@@ -377,7 +377,7 @@ TEST_F(Record, ADamagedRecordingIsNotCompressedAnew) {
 }
 
 TEST_F(Record, PartsOfARunWithoutALimitOfSpeedAreNearlyAsLargeAsAskedFor) {
-  const ProgramResult run = gk({"run", "--speed", "max", "--until", "300", "--record", fRecording,
+  const ProgramResult run = gk({"run", "--speed", "max", "--until", "120", "--record", fRecording,
                                 "--record-split", "1MB", "--out", fRunOutput});
   ASSERT_EQ(run.code, 0) << run.err;
   ASSERT_TRUE(fs::exists(file("run-002.mcap"))) << run.err;
