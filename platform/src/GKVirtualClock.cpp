@@ -1,6 +1,7 @@
 #include "gk/GKClock.h"
 #include "gk/GKMutex.h"
 #include "gk/GKTurns.h"
+#include "GKSleepers.h"
 #include "GKTaskPool.h"
 
 #include <algorithm>
@@ -10,48 +11,14 @@
 #include <exception>
 #include <memory>
 #include <optional>
-#include <semaphore>
 #include <utility>
-#include <vector>
 
 namespace GK {
 
 namespace {
 
-/// The right to run. Exactly one thread holds it; the others wait for their own to be released.
-class Baton {
-public:
-  explicit Baton(std::optional<std::uint64_t> number) : task(number) {}
-
-  void release() { fRight.release(); }
-  void acquire() { fRight.acquire(); }
-
-  /// Who it belongs to, as turns tell it; nothing for a task that a schedule does not know.
-  const std::optional<std::uint64_t> task;
-
-private:
-  std::binary_semaphore fRight{0};
-};
-
 /// The baton of the task that the calling thread runs; null for threads outside of the clock.
-thread_local Baton* tBaton = nullptr;
-
-/// Where a sleeping task stands in the queue: by due time, then by who fell asleep first.
-struct Place {
-  GKMicros due;
-  std::uint64_t order;
-  Baton* baton;
-
-  /// For a heap with the earliest on top.
-  friend bool operator<(const Place& left, const Place& right) {
-    return left.due != right.due ? left.due > right.due : left.order > right.order;
-  }
-};
-
-struct LockWaiter {
-  Place place;
-  const GKMutex* mutex;
-};
+thread_local GKBaton* tGKBaton = nullptr;
 
 } // namespace
 
@@ -61,12 +28,12 @@ class GKVirtualClock final : public GKClock {
 public:
   explicit GKVirtualClock(std::int64_t epochSeconds, std::shared_ptr<GKTurnObserver> observer = {})
       : fEpochSeconds(epochSeconds), fObserver(std::move(observer)) {
-    tBaton = &fMain;
+    tGKBaton = &fMain;
     xTell(GKTurn::kMain);
   }
   explicit GKVirtualClock(std::shared_ptr<GKSchedule> schedule)
       : fEpochSeconds(0), fSchedule(std::move(schedule)) {
-    tBaton = &fMain;
+    tGKBaton = &fMain;
     // The main thread's turn, in which libraries are loaded.
     if (const std::optional<GKTurn> turn = fSchedule->next()) {
       xBegin(*turn);
@@ -74,8 +41,8 @@ public:
   }
   ~GKVirtualClock() override {
     // The next clock may have been made, by this thread, before this one goes.
-    if (tBaton == &fMain) {
-      tBaton = nullptr;
+    if (tGKBaton == &fMain) {
+      tGKBaton = nullptr;
     }
   }
 
@@ -93,16 +60,16 @@ public:
   }
 
   void sleep(GKMicros duration) override {
-    if (tBaton == nullptr) {
+    if (tGKBaton == nullptr) {
       return;
     }
-    xQueue({elapsed() + duration, fOrder++, tBaton});
-    xPassOn(tBaton);
+    fSleepers.add({elapsed() + duration, fOrder++, tGKBaton});
+    xPassOn(tGKBaton);
   }
 
   void post(GKTask task, std::function<void()> work) override {
-    Baton& baton = xLaunch(std::move(task), std::move(work));
-    xQueue({elapsed(), fOrder++, &baton});
+    GKBaton& baton = xLaunch(std::move(task), std::move(work));
+    fSleepers.add({elapsed(), fOrder++, &baton});
   }
 
   void start(GKTask task, std::function<void()> work) override {
@@ -110,12 +77,12 @@ public:
       post(std::move(task), std::move(work));
       return;
     }
-    Baton& baton = xLaunch(std::move(task), std::move(work));
+    GKBaton& baton = xLaunch(std::move(task), std::move(work));
     // The input goes on as soon as the call has ended or fallen asleep, before anything else.
-    fInputHost = tBaton;
+    fInputHost = tGKBaton;
     xTell(baton.task);
     baton.release();
-    tBaton->acquire();
+    tGKBaton->acquire();
   }
 
   End run(GKInput* input, std::optional<GKMicros> until) override {
@@ -136,7 +103,7 @@ public:
   void joinTasks() override {
     fIsJoining = true;
     xWaitInMain();
-    if (!fLockWaiters.empty()) {
+    if (fSleepers.isAnyLockWaitedFor()) {
       xDeadlock();
     }
   }
@@ -145,35 +112,23 @@ public:
 
 protected:
   void waitFor(GKMutex& mutex) override {
-    if (tBaton == nullptr) {
+    if (tGKBaton == nullptr) {
       mutex.fMutex.lock();
       return;
     }
     // The waiter keeps the place that it has now, however often somebody else gets the lock first.
-    const Place place{elapsed(), fOrder++, tBaton};
+    const GKPlace place{elapsed(), fOrder++, tGKBaton};
     mutex.fWaiting.fetch_add(1, std::memory_order_relaxed);
     while (!mutex.tryLock()) {
-      fLockWaiters.push_back({place, &mutex});
-      xPassOn(tBaton);
+      fSleepers.addLockWaiter(place, mutex);
+      xPassOn(tGKBaton);
     }
     mutex.fWaiting.fetch_sub(1, std::memory_order_relaxed);
   }
 
-  void freed(GKMutex& mutex) noexcept override {
-    const auto stillWaits = [&mutex](const LockWaiter& waiter) { return waiter.mutex != &mutex; };
-    const auto freed = std::partition(fLockWaiters.begin(), fLockWaiters.end(), stillWaits);
-    for (auto waiter = freed; waiter != fLockWaiters.end(); ++waiter) {
-      xQueue(waiter->place);
-    }
-    fLockWaiters.erase(freed, fLockWaiters.end());
-  }
+  void freed(GKMutex& mutex) noexcept override { fSleepers.freed(mutex); }
 
 private:
-  void xQueue(const Place& place) {
-    fPlaces.push_back(place);
-    std::push_heap(fPlaces.begin(), fPlaces.end());
-  }
-
   [[noreturn]] static void xDeadlock() {
     std::fputs("gk: tasks wait for locks that nobody will ever free\n", stderr);
     std::abort();
@@ -200,11 +155,11 @@ private:
   }
 
   /// A task's thread, waiting for the returned baton.
-  Baton& xLaunch(GKTask task, std::function<void()> work) {
-    auto baton = std::make_shared<Baton>(xNumber(task));
+  GKBaton& xLaunch(GKTask task, std::function<void()> work) {
+    auto baton = std::make_shared<GKBaton>(xNumber(task));
     fPool.run([this, baton, task = std::move(task), work = std::move(work)]() mutable {
       baton->acquire();
-      tBaton = baton.get();
+      tGKBaton = baton.get();
       {
         const GKTaskScope scope(task);
         work();
@@ -212,14 +167,14 @@ private:
       // What the work holds goes before the task counts as ended: libraries are closed after that.
       work = nullptr;
       xChoose()->release();
-      tBaton = nullptr;
+      tGKBaton = nullptr;
     });
     return *baton;
   }
 
   /// Gives the baton to whoever is next and returns when it comes back to `self`.
-  void xPassOn(Baton* self) {
-    Baton* next = xChoose();
+  void xPassOn(GKBaton* self) {
+    GKBaton* next = xChoose();
     if (next != self) {
       next->release();
       self->acquire();
@@ -231,7 +186,7 @@ private:
     xPassOn(&fMain);
   }
 
-  Baton* xWakeMain(End end) {
+  GKBaton* xWakeMain(End end) {
     fIsMainWaiting = false;
     fEnd = end;
     if (end != End::Until) {
@@ -242,7 +197,7 @@ private:
 
   /// Moves the time to the next thing that happens. Plays the input on the way; returns whose turn
   /// it is.
-  Baton* xChoose() {
+  GKBaton* xChoose() {
     if (fInputHost != nullptr) {
       return std::exchange(fInputHost, nullptr);
     }
@@ -251,7 +206,7 @@ private:
         return xWakeMain(End::Requested);
       }
       if (fSchedule != nullptr) {
-        if (Baton* next = xFollow()) {
+        if (GKBaton* next = xFollow()) {
           return next;
         }
         continue;
@@ -264,9 +219,7 @@ private:
         xApplyInput();
       } else if (sleeper && !xIsBeyondLimit(*sleeper)) {
         fNow.store(*sleeper, std::memory_order_relaxed);
-        std::pop_heap(fPlaces.begin(), fPlaces.end());
-        Baton* next = fPlaces.back().baton;
-        fPlaces.pop_back();
+        GKBaton* next = fSleepers.takeFirst();
         xTell(next->task);
         return next;
       } else if (!fIsMainWaiting) {
@@ -279,14 +232,14 @@ private:
 
   /// Carries out one turn of the schedule. Returns whose it is; null when nobody's thread is needed
   /// for it, or when the schedule has come to its end.
-  Baton* xFollow() {
+  GKBaton* xFollow() {
     const std::optional<GKTurn> turn = xNextTurn();
     if (!turn || xIsBeyondLimit(turn->time)) {
       fSchedule.reset();
       fInput = nullptr;
       return fIsMainWaiting && !fIsJoining ? xWakeMain(End::Until) : nullptr;
     }
-    if (Baton* unknown = xTakeUnknown(turn->time)) {
+    if (GKBaton* unknown = xTakeUnknown(turn->time)) {
       return unknown;
     }
     xBegin(*turn);
@@ -294,7 +247,7 @@ private:
       xApplyInput();
       return nullptr;
     }
-    if (Baton* next = xTakeWaiting(turn->task)) {
+    if (GKBaton* next = fSleepers.takeTask(turn->task)) {
       return next;
     }
     const bool isEnd = turn->task == GKTurn::kMain && fIsMainWaiting && !fIsJoining;
@@ -321,50 +274,22 @@ private:
   }
 
   /// A task that is not in the schedule and due by `time`.
-  Baton* xTakeUnknown(GKMicros time) {
-    const auto later = [](const Place& left, const Place& right) {
-      const bool isLeftKnown = left.baton->task.has_value();
-      return isLeftKnown != right.baton->task.has_value() ? isLeftKnown : left < right;
-    };
-    const auto first = std::max_element(fPlaces.begin(), fPlaces.end(), later);
-    if (first == fPlaces.end() || first->baton->task || first->due > time) {
+  GKBaton* xTakeUnknown(GKMicros time) {
+    const GKPlace* first = fSleepers.firstUnknown(time);
+    if (first == nullptr) {
       return nullptr;
     }
     fNow.store(std::max(elapsed(), first->due), std::memory_order_relaxed);
-    return xTake(fPlaces, first);
-  }
-
-  /// The task of this number, whether it sleeps or waits for a lock.
-  Baton* xTakeWaiting(std::uint64_t task) {
-    const auto isIt = [task](const Place& place) { return place.baton->task == task; };
-    const auto sleeper = std::find_if(fPlaces.begin(), fPlaces.end(), isIt);
-    if (sleeper != fPlaces.end()) {
-      return xTake(fPlaces, sleeper);
-    }
-    const auto waiter = std::find_if(fLockWaiters.begin(), fLockWaiters.end(),
-                                     [&](const LockWaiter& one) { return isIt(one.place); });
-    if (waiter == fLockWaiters.end()) {
-      return nullptr;
-    }
-    Baton* next = waiter->place.baton;
-    fLockWaiters.erase(waiter);
-    return next;
-  }
-
-  static Baton* xTake(std::vector<Place>& places, std::vector<Place>::iterator place) {
-    Baton* baton = place->baton;
-    places.erase(place);
-    std::make_heap(places.begin(), places.end());
-    return baton;
+    return fSleepers.take(first);
   }
 
   bool xIsBeyondLimit(GKMicros due) const { return fUntil.has_value() && due > *fUntil; }
 
   std::optional<GKMicros> xNextSleeper() const {
-    if (fPlaces.empty()) {
+    if (fSleepers.isEmpty()) {
       return std::nullopt;
     }
-    return std::max(elapsed(), fPlaces.front().due);
+    return std::max(elapsed(), fSleepers.firstDue());
   }
 
   std::optional<GKMicros> xNextInput() {
@@ -407,15 +332,14 @@ private:
   /// Read by any thread, moved by the holder of the baton.
   std::atomic<GKMicros> fNow{0};
   std::uint64_t fOrder = 0;
-  std::vector<Place> fPlaces;
-  std::vector<LockWaiter> fLockWaiters;
+  GKSleepers fSleepers;
 
   GKInput* fInput = nullptr;
   std::exception_ptr fInputError;
   /// The thread on which the input waits for a call that it has started.
-  Baton* fInputHost = nullptr;
+  GKBaton* fInputHost = nullptr;
 
-  Baton fMain{GKTurn::kMain};
+  GKBaton fMain{GKTurn::kMain};
   bool fIsMainWaiting = false;
   bool fIsJoining = false;
   std::optional<GKMicros> fUntil;
