@@ -12,10 +12,10 @@ namespace gk::devices {
 
 /// Where the torso is and how it moves.
 struct TorsoState {
-  Vector position;   ///< of its middle, m
-  Rotation attitude; ///< from the torso's frame to the world's
-  Vector velocity;   ///< of the whole robot's centre of mass, m/s
-  Vector rotation;   ///< about the world's axes, rad/s
+  Vector position{};               ///< of its middle, m
+  Rotation attitude = kNoRotation; ///< from the torso's frame to the world's
+  Vector velocity{};               ///< of the whole robot's centre of mass, m/s
+  Vector rotation{};               ///< about the world's axes, rad/s
 };
 
 enum class Side : std::size_t { Left, Right };
