@@ -56,6 +56,12 @@ std::string namesOf(const std::vector<std::string>& files) {
   return names;
 }
 
+std::string robotText(const std::optional<devices::SimulationOptions>& simulation) {
+  return simulation ? fmt::format("sim, seed {}, {}", simulation->seed,
+                                  simulation->isNoisy ? "noisy" : "exact")
+                    : std::string("none");
+}
+
 } // namespace
 
 std::string checkRecordingName(const std::string& name) {
@@ -124,9 +130,15 @@ std::optional<runtime::RecorderOptions> recorderOptions(const RecordOptions& opt
                     {formats::kClockMember, formats::kTurnsClock},
                     {formats::kWithoutMember, fmt::format("{}", fmt::join(host.without, ","))},
                     {"speed", host.isVirtual ? "max" : "real"},
+                    {"robot", robotText(host.simulation)},
+                    {"loop", host.isLoop ? "true" : "false"},
+                    {"realtime_priority", std::to_string(host.loopPriority)},
                     {"files", namesOf(host.files)},
                     {"libraries", namesOf(host.libraries)},
                     {"subscribe", fmt::format("{}", fmt::join(host.subscribe, ","))}};
+  if (host.until) {
+    recorder.about.emplace("until_us", std::to_string(*host.until));
+  }
   return recorder;
 }
 

@@ -8,8 +8,8 @@
 #include "formats/mcap/Verify.h"
 #include "formats/RunLog.h"
 #include "formats/ScenarioText.h"
+#include "formats/WallTime.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -31,12 +31,7 @@ double secondsOf(std::uint64_t nanos) {
 }
 
 std::string wallText(std::uint64_t nanos) {
-  constexpr std::uint64_t latest = 253'402'300'799; // the last second of the year 9999
-  const std::uint64_t seconds = nanos / 1'000'000'000;
-  if (seconds > latest) {
-    return fmt::format("{} ns", nanos);
-  }
-  return fmt::format("{:%Y-%m-%dT%H:%M:%S}Z", fmt::gmtime(static_cast<std::time_t>(seconds)));
+  return formats::wallTimeText(static_cast<std::int64_t>(nanos / 1000));
 }
 
 /// What a file says about itself, told from its beginning to its end.

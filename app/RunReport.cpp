@@ -5,7 +5,6 @@
 #include "runtime/report/ReportPage.h"
 
 #include <boost/make_shared.hpp>
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <filesystem>
@@ -52,9 +51,6 @@ void RunReport::finish(const runtime::Host& host, const runtime::RunReplay* repl
   const GK::GKMicros length = host.statistics().duration;
   about.facts.emplace_back("length", fmt::format("{:.3f} s", static_cast<double>(length) / 1e6));
   if (replay != nullptr) {
-    const std::time_t start = static_cast<std::time_t>(replay->epoch() / 1'000'000);
-    about.facts.emplace_back("recorded",
-                             fmt::format("{:%Y-%m-%d %H:%M:%S} UTC", fmt::gmtime(start)));
     for (const auto& [name, value] : replay->about()) {
       if (!value.empty()) {
         about.facts.emplace_back(name, value);

@@ -1,6 +1,7 @@
 #include "runtime/RecordingFile.h"
 
 #include "formats/RunFile.h"
+#include "formats/WallTime.h"
 
 #include <algorithm>
 #include <utility>
@@ -20,7 +21,9 @@ RecordingFile::RecordingFile(const std::string& path, const std::string& library
 void RecordingFile::begin(std::int64_t epoch, const formats::mcap::StringMap& about) {
   fHasBegun = true;
   fEpoch = epoch;
-  fWriter.addMetadata({formats::kRunMetadata, about});
+  formats::mcap::StringMap values = about;
+  values.emplace("start", formats::wallTimeText(epoch));
+  fWriter.addMetadata({formats::kRunMetadata, std::move(values)});
   fRunChannel = fWriter.addChannel(formats::kRunTopic, formats::kRunEncoding, 0);
 }
 
