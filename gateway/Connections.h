@@ -20,7 +20,7 @@ struct ServerParts {
   Hub& hub;
   Resources& resources;
   Counters& counters;
-  const GatewayLimits& limits;
+  const GatewayOptions& options;
   std::set<Connection*> connections;
 };
 

@@ -88,7 +88,7 @@ public:
         fResources(fAccess, fRunner, fCounters, figuresOf(fOptions)),
         fHub(fRunner, fCounters, fOptions.version,
              [this](std::function<void()> work) { asio::post(fContext, std::move(work)); }),
-        fParts{fHub, fResources, fCounters, fOptions.limits, {}}, fAcceptor(fContext),
+        fParts{fHub, fResources, fCounters, fOptions, {}}, fAcceptor(fContext),
         fWatch(fContext, dup(fBell.descriptor())), fRefresh(fContext), fPause(fContext) {
     xListen();
     xAccept();

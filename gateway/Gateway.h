@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -41,6 +42,8 @@ struct GatewayOptions {
   AccessOptions access;
   GatewayLimits limits;
   std::string version;
+  /// The clock by which clients are given up.
+  std::function<std::chrono::steady_clock::time_point()> now = &std::chrono::steady_clock::now;
 };
 
 /// Serves a host to programs, viewers and browsers at one address: remote calls, resources,

@@ -62,9 +62,9 @@ public:
 
   void readHeader() {
     fParser.emplace();
-    fParser->header_limit(fParts.limits.header);
-    fParser->body_limit(fParts.limits.body);
-    fStream.expires_after(fParts.limits.headerTime);
+    fParser->header_limit(fParts.options.limits.header);
+    fParser->body_limit(fParts.options.limits.body);
+    fStream.expires_after(fParts.options.limits.headerTime);
     http::async_read_header(fStream, fBuffer, *fParser,
                             [self = shared_from_this()](error_code error, std::size_t) {
                               if (error) {
@@ -83,7 +83,7 @@ public:
 
 private:
   void xReadBody() {
-    fStream.expires_after(fParts.limits.bodyTime);
+    fStream.expires_after(fParts.options.limits.bodyTime);
     const auto& expect = fParser->get()[http::field::expect];
     if (beast::iequals(expect, "100-continue") && !fParser->is_done()) {
       static constexpr std::string_view go = "HTTP/1.1 100 Continue\r\n\r\n";
@@ -166,7 +166,7 @@ private:
                                   "foxglove.websocket.v1"));
       return;
     }
-    if (fParts.counters.webSocketClients.load() >= fParts.limits.webSocketClients) {
+    if (fParts.counters.webSocketClients.load() >= fParts.options.limits.webSocketClients) {
       xRespond(errorResponse(503, "too many clients"));
       return;
     }
@@ -200,7 +200,7 @@ private:
         fResponse->body() = std::move(response.body);
       }
     }
-    fStream.expires_after(fParts.limits.bodyTime);
+    fStream.expires_after(fParts.options.limits.bodyTime);
     http::async_write(fStream, *fResponse,
                       [self = shared_from_this()](error_code error, std::size_t) {
                         if (error || self->fIsLast) {
@@ -263,7 +263,7 @@ Connection::~Connection() {
 }
 
 void startConnection(ServerParts& parts, asio::ip::tcp::socket socket) {
-  const bool isTooMany = parts.connections.size() >= parts.limits.connections;
+  const bool isTooMany = parts.connections.size() >= parts.options.limits.connections;
   const auto connection = std::make_shared<HttpConnection>(parts, std::move(socket));
   if (isTooMany) {
     connection->refuseForLoad();

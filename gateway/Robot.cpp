@@ -42,16 +42,15 @@ std::size_t countOf(const json::value& params) {
 }
 
 /// The overload that takes these parameters, or null.
-const GK::GKMethodDescription* fitting(const Overloads& overloads, const json::value& params) {
-  const auto fits = [&params](const GK::GKMethodDescription& overload) {
-    return overload.params.size() == countOf(params) &&
-           (!params.is_object() ||
-            std::ranges::all_of(overload.params, [&](const GK::GKParamDescription& param) {
-              return params.get_object().contains(param.name);
-            }));
-  };
-  const auto found = std::ranges::find_if(overloads, fits);
-  return found != overloads.end() ? &*found : nullptr;
+const GK::GKMethodDescription* fitting(const GK::GKModuleCore& module, const std::string& method,
+                                       const json::value& params) {
+  const GK::GKMethodDescription* overload = module.findMethod(method, countOf(params));
+  const bool fits =
+      overload != nullptr &&
+      (!params.is_object() || std::ranges::all_of(overload->params, [&](const auto& param) {
+        return params.get_object().contains(param.name);
+      }));
+  return fits ? overload : nullptr;
 }
 
 /// "takes (name) or (name, period, precision)".
@@ -66,6 +65,22 @@ std::string signatures(const Overloads& overloads) {
     text += ')';
   }
   return text;
+}
+
+/// Why none of a module's methods is what was called.
+RpcError misfit(const GK::GKModuleCore& module, const std::string& method) {
+  Overloads overloads = module.getMethods();
+  std::vector<std::string> names;
+  for (const GK::GKMethodDescription& one : overloads) {
+    names.push_back(one.name);
+  }
+  std::erase_if(overloads, [&](const auto& one) { return one.name != method; });
+  if (!overloads.empty()) {
+    return {kInvalidParams, module.getName() + "." + method + " " + signatures(overloads), {}};
+  }
+  std::ranges::sort(names);
+  names.erase(std::unique(names.begin(), names.end()), names.end());
+  return noSuch("method", method, names);
 }
 
 bool isInsertion(const std::string& module, const std::string& method) {
@@ -131,20 +146,9 @@ std::variant<BoundCall, RpcError> Robot::resolve(const std::string& module,
   BoundCall call;
   call.module = std::get<boost::shared_ptr<GK::GKModuleCore>>(found);
   call.method = method;
-  Overloads overloads = call.module->getMethods();
-  std::vector<std::string> names;
-  for (const GK::GKMethodDescription& one : overloads) {
-    names.push_back(one.name);
-  }
-  std::erase_if(overloads, [&](const auto& one) { return one.name != method; });
-  if (overloads.empty()) {
-    std::ranges::sort(names);
-    names.erase(std::unique(names.begin(), names.end()), names.end());
-    return noSuch("method", method, names);
-  }
-  const GK::GKMethodDescription* overload = fitting(overloads, params);
+  const GK::GKMethodDescription* overload = fitting(*call.module, method, params);
   if (overload == nullptr) {
-    return RpcError{kInvalidParams, module + "." + method + " " + signatures(overloads), {}};
+    return misfit(*call.module, method);
   }
   try {
     call.arguments = argumentsOf(*overload, params);

@@ -106,6 +106,7 @@ std::optional<Frame> StreamSession::next() {
   if (!fQueue.hasAnswers()) {
     if (std::exchange(fHasLossToTell, false)) {
       fIsLossTold = true;
+      fLastLoss = Clock::now();
       return Frame{false, statusMessage(StatusLevel::Warning, xLossText(), kLossId), nullptr};
     }
     if (!fQueue.hasEvents() && std::exchange(fHasChanges, false)) {
@@ -185,12 +186,10 @@ void StreamSession::checkDrops() {
     fLastLoss = now;
     fHasLossToTell = true;
   }
-  if (!fLost.empty() && now - fLastLoss > kLossMemory) {
+  if (fIsLossTold && !fHasLossToTell && now - fLastLoss > kLossMemory) {
     fLost.clear();
-    fHasLossToTell = false;
-    if (std::exchange(fIsLossTold, false)) {
-      xAnswer(removeStatusMessage(kLossId));
-    }
+    fIsLossTold = false;
+    xAnswer(removeStatusMessage(kLossId));
   }
 }
 

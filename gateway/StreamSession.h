@@ -96,6 +96,7 @@ private:
 
   /// Messages lost since the client was last free of losses, by channel.
   ClientQueue::Drops fLost;
+  /// When something was lost, or told to be lost, for the last time: until it is told it stays.
   Clock::time_point fLastLoss;
   bool fHasLossToTell = false;
   bool fIsLossTold = false;

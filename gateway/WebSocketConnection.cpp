@@ -1,13 +1,15 @@
 #include "gateway/WebSocketConnection.h"
 
+#include "gateway/FrameStream.h"
 #include "gateway/StreamSession.h"
 
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/websocket.hpp>
 
-#include <array>
-#include <chrono>
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <utility>
@@ -21,13 +23,40 @@ namespace beast = boost::beast;
 namespace websocket = beast::websocket;
 using beast::error_code;
 
-/// One client of the WebSocket protocol: reads one message at a time, and writes the next frame
-/// when the one before has been taken.
+/// Appends a message as one frame of a server (RFC 6455, section 5.2).
+void appendFrame(std::string& out, const Frame& frame) {
+  constexpr unsigned kFinal = 0x80;
+  constexpr std::size_t kLongestByte = 125;
+  const std::size_t size = frame.size();
+  out += static_cast<char>(kFinal | (frame.isBinary ? 2U : 1U));
+  unsigned lengthBits = 0;
+  if (size <= kLongestByte) {
+    out += static_cast<char>(size);
+  } else if (size <= std::numeric_limits<std::uint16_t>::max()) {
+    out += static_cast<char>(126);
+    lengthBits = 16;
+  } else {
+    out += static_cast<char>(127);
+    lengthBits = 64;
+  }
+  while (lengthBits > 0) {
+    lengthBits -= 8;
+    out += static_cast<char>((static_cast<std::uint64_t>(size) >> lengthBits) & 0xFFU);
+  }
+  out += frame.head;
+  if (frame.body != nullptr) {
+    out += *frame.body;
+  }
+}
+
+/// One client of the WebSocket protocol: reads one message at a time, and writes what waits, as
+/// many frames at once as there are, when what was written before has been taken. A system call
+/// costs more than a copy of what fits into it.
 class WebSocketConnection final : public Connection,
                                   public std::enable_shared_from_this<WebSocketConnection> {
 public:
   WebSocketConnection(ServerParts& parts, beast::tcp_stream stream)
-      : Connection(parts), fStream(std::move(stream)) {
+      : Connection(parts), fStream(std::move(stream), parts.options.now) {
     fParts.counters.webSocketClients.fetch_add(1, std::memory_order_relaxed);
   }
   ~WebSocketConnection() override {
@@ -42,9 +71,7 @@ public:
         [name = std::string(subprotocol)](websocket::response_type& response) {
           response.set(beast::http::field::sec_websocket_protocol, name);
         }));
-    fStream.read_message_max(fParts.limits.message);
-    // A message is in memory as a whole: in one frame it is one write.
-    fStream.auto_fragment(false);
+    fStream.read_message_max(fParts.options.limits.message);
     // Small, so that what waits for a slow client waits where it can still be replaced.
     error_code ignored;
     beast::get_lowest_layer(fStream).socket().set_option(
@@ -62,22 +89,23 @@ public:
   }
 
   void checkStall() override {
-    if (fIsWriting && Clock::now() - fWriteStart > fParts.limits.stallTime) {
+    if (fStream.next_layer().stalledFor() > fParts.options.limits.stallTime) {
       fParts.counters.abandonedClients.fetch_add(1, std::memory_order_relaxed);
       beast::get_lowest_layer(fStream).close();
     }
   }
 
 private:
-  using Clock = std::chrono::steady_clock;
   static constexpr int kSendBuffer = 256 * 1024;
+  /// A batch that has so many bytes gets no further frame.
+  static constexpr std::size_t kBatch = 64 * 1024;
 
   void xOpen() {
     StreamSession::Limits limits;
-    limits.queue.bytes = fParts.limits.clientBytes;
-    limits.queue.events = fParts.limits.clientEvents;
-    limits.calls = fParts.limits.callsPerClient;
-    fSession = std::make_shared<StreamSession>(fParts.hub, limits, [this] { xWrite(); });
+    limits.queue.bytes = fParts.options.limits.clientBytes;
+    limits.queue.events = fParts.options.limits.clientEvents;
+    limits.calls = fParts.options.limits.callsPerClient;
+    fSession = std::make_shared<StreamSession>(fParts.hub, limits, [this] { xWake(); });
     fSession->start();
     xRead();
   }
@@ -102,9 +130,18 @@ private:
     });
   }
 
+  /// Writes when everything of this moment is there: a tick makes several messages.
+  void xWake() {
+    if (!fIsWriting && !std::exchange(fIsWoken, true)) {
+      asio::post(fStream.get_executor(), [self = shared_from_this()] {
+        self->fIsWoken = false;
+        self->xWrite();
+      });
+    }
+  }
+
   void xWrite() {
-    // The session wakes us while it is being made, and while it ends.
-    if (fIsWriting || fIsClosing || fSession == nullptr) {
+    if (fIsWriting || fIsClosing || !fStream.is_open()) {
       return;
     }
     if (fSession->isOverrun()) {
@@ -112,29 +149,40 @@ private:
       xClose(websocket::close_reason(websocket::close_code::policy_error, "too much is unread"));
       return;
     }
-    fFrame = fSession->next();
-    if (!fFrame) {
+    xFillBatch();
+    if (fBatch.empty()) {
       return;
     }
     fIsWriting = true;
-    fWriteStart = Clock::now();
-    fParts.counters.webSocketMessages.fetch_add(1, std::memory_order_relaxed);
-    fStream.binary(fFrame->isBinary);
-    const std::string_view body = fFrame->body != nullptr ? *fFrame->body : std::string_view();
-    const std::array<asio::const_buffer, 2> buffers = {asio::buffer(fFrame->head),
-                                                       asio::buffer(body.data(), body.size())};
-    fStream.async_write(buffers, [self = shared_from_this()](error_code error, std::size_t) {
-      self->fIsWriting = false;
-      if (error) {
-        self->xEnd();
-      } else if (self->fCloseReason) {
-        self->xSendClose(*self->fCloseReason);
-      } else {
-        self->xWrite();
-      }
-    });
+    fStream.next_layer().async_write_some(
+        asio::buffer(fBatch), [self = shared_from_this()](error_code error, std::size_t) {
+          self->fIsWriting = false;
+          if (error) {
+            self->xEnd();
+          } else {
+            self->xWrite();
+          }
+        });
   }
 
+  void xFillBatch() {
+    if (fBatch.capacity() > 2 * kBatch) {
+      fBatch = {};
+    }
+    fBatch.clear();
+    std::uint64_t frames = 0;
+    while (fBatch.size() < kBatch) {
+      const std::optional<Frame> frame = fSession->next();
+      if (!frame) {
+        break;
+      }
+      appendFrame(fBatch, *frame);
+      ++frames;
+    }
+    fParts.counters.webSocketMessages.fetch_add(frames, std::memory_order_relaxed);
+  }
+
+  /// Says goodbye after what is on its way. Where that never arrives, the stall ends it all.
   void xClose(const websocket::close_reason& reason) {
     if (std::exchange(fIsClosing, true)) {
       return;
@@ -143,15 +191,6 @@ private:
       beast::get_lowest_layer(fStream).close();
       return;
     }
-    if (fIsWriting) {
-      // After the frame that is on its way. Where that never arrives, the stall ends it all.
-      fCloseReason = reason;
-      return;
-    }
-    xSendClose(reason);
-  }
-
-  void xSendClose(const websocket::close_reason& reason) {
     fStream.async_close(reason, [self = shared_from_this()](error_code) { self->xEnd(); });
   }
 
@@ -161,14 +200,14 @@ private:
     beast::get_lowest_layer(fStream).close();
   }
 
-  websocket::stream<beast::tcp_stream> fStream;
+  websocket::stream<FrameStream> fStream;
   beast::flat_buffer fBuffer;
   std::shared_ptr<StreamSession> fSession;
-  std::optional<Frame> fFrame;
+  /// The frames that are being written.
+  std::string fBatch;
+  bool fIsWoken = false;
   bool fIsWriting = false;
   bool fIsClosing = false;
-  std::optional<websocket::close_reason> fCloseReason;
-  Clock::time_point fWriteStart;
 };
 
 } // namespace

@@ -12,7 +12,7 @@ public:
   static constexpr double kBoardCurrent = 0.9;
   /// What the charger gives at most, and what of it may flow into the battery, A.
   static constexpr double kChargerCurrent = 5.5;
-  static constexpr double kChargeLimit = 2.5;
+  static constexpr double kChargeLimit = 3.2;
   /// From this charge on the battery counts as full while it is plugged in.
   static constexpr double kFull = 0.995;
   /// Voltage of a cell at rest, empty and full, V; in between it is taken as a line.

@@ -174,6 +174,18 @@ TEST(Gateway, ValuesThatDoNotFitLeaveTheKeyAlone) {
   EXPECT_EQ(sut.store->get(kTouchKey), GK::GKValue(0.0F));
 }
 
+TEST(Gateway, AWriteThatTheKeysGuardRefusesIsABadRequestWithItsReason) {
+  ServedHost sut;
+  sut.memory->guardKeys("World/", [](const std::string& key, const GK::GKValue&) {
+    return key == "World/Known" ? std::string() : "there is no key " + key;
+  });
+  EXPECT_EQ(ask(sut, "PUT", "/api/v1/memory/World/Known", "1").status, 200);
+  const Answer refusal = ask(sut, "PUT", "/api/v1/memory/World/Unknown", "1");
+  EXPECT_EQ(refusal.status, 400);
+  EXPECT_EQ(refusal.body, R"({"error":{"message":"there is no key World/Unknown"}})");
+  EXPECT_FALSE(sut.store->get("World/Unknown").has_value());
+}
+
 TEST(Gateway, KeysComeInPages) {
   ServedHost sut;
   for (const char* key : {"P/a", "P/b", "P/c"}) {
@@ -351,6 +363,9 @@ TEST(Gateway, AHostWithoutMemoryServesItsModules) {
     socket.send(std::string("GET ") + target + " HTTP/1.1\r\nHost: " + host + "\r\n\r\n");
     EXPECT_EQ(socket.readAnswer().status, status) << target;
   }
+  socket.send("PUT /api/v1/memory/Mine HTTP/1.1\r\nHost: " + host +
+              "\r\nContent-Type: application/json\r\nContent-Length: 1\r\n\r\n1");
+  EXPECT_EQ(socket.readAnswer().status, 404);
   sut.close();
   broker->shutdown();
 }

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <vector>
 
 namespace gk::gateway {
@@ -40,6 +42,15 @@ std::string subscribeText(int subscription, int channel) {
 void roundTrip(Socket& socket) {
   socket.sendText(R"({"op":"getParameters","parameterNames":["Nothing"],"id":"round-trip"})");
   ASSERT_THAT(socket.readText("round-trip"), HasSubstr("parameterValues"));
+}
+
+/// Calls a service.
+void requestService(Socket& socket, std::uint32_t service, char call, const std::string& payload) {
+  std::string frame(1, '\x02');
+  for (int shift = 0; shift < 32; shift += 8) {
+    frame += static_cast<char>((service >> shift) & 0xFF);
+  }
+  socket.sendFrame(2, frame + std::string({call, 0, 0, 0, 4, 0, 0, 0}) + "json" + payload);
 }
 
 TEST(WebSocket, BothNamesOfTheProtocolAreSpoken) {
@@ -109,12 +120,7 @@ TEST(WebSocket, ServicesCallBoundMethods) {
   socket.upgrade("/ws", sut.name());
   const std::string services = socket.readText("advertiseServices");
   const auto request = [&](const char* name, char call, const std::string& payload) {
-    std::string frame(1, '\x02');
-    const std::uint32_t service = serviceId(services, name);
-    for (int shift = 0; shift < 32; shift += 8) {
-      frame += static_cast<char>((service >> shift) & 0xFF);
-    }
-    socket.sendFrame(2, frame + std::string({call, 0, 0, 0, 4, 0, 0, 0}) + "json" + payload);
+    requestService(socket, serviceId(services, name), call, payload);
   };
   request("Probe.join", 1, R"({"left":"a","right":"b"})");
   EXPECT_THAT(
@@ -127,14 +133,31 @@ TEST(WebSocket, ServicesCallBoundMethods) {
               HasSubstr(R"("callId":3,"message":"Probe::fail: it was asked to")"));
 }
 
+TEST(WebSocket, FramesOfEveryLengthArriveWhole) {
+  ServedHost sut;
+  Socket socket(sut.port());
+  socket.upgrade("/ws", sut.name());
+  const std::uint32_t echo = serviceId(socket.readText("advertiseServices"), "Probe.echo");
+  // On both sides of where the length takes more bytes (RFC 6455, section 5.2).
+  const std::string around = R"({"result":""})";
+  const std::size_t head = 17;
+  for (const std::size_t length : {125U, 126U, 127U, 65535U, 65536U}) {
+    const std::string text(length - head - around.size(), 'x');
+    requestService(socket, echo, 1, R"({"value":")" + text + "\"}");
+    const std::string response = socket.readBinary(3);
+    EXPECT_EQ(response.size(), length);
+    EXPECT_THAT(response, EndsWith(R"(json{"result":")" + text + "\"}"));
+  }
+}
+
 TEST(WebSocket, ASlowClientLosesItsOwnSamplesAndNobodyElseNoticesIt) {
   GatewayOptions options;
   options.limits.clientBytes = 64 * 1024;
   options.limits.clientEvents = 100;
   // However slow the machine is, the client is not given up.
-  options.limits.stallTime = std::chrono::hours(1);
+  options.now = [] { return std::chrono::steady_clock::time_point(); };
   ServedHost sut(std::move(options));
-  Socket slow(sut.port(), 4096);
+  Socket slow(sut.port());
   slow.upgrade("/ws", sut.name());
   const std::string channels = slow.readText("\"op\":\"advertise\"");
   slow.sendText(subscribeText(1, channelId(channels, "/events")));
@@ -156,25 +179,57 @@ TEST(WebSocket, ASlowClientLosesItsOwnSamplesAndNobodyElseNoticesIt) {
               HasSubstr("gk_ws_dropped_messages_total{policy=\"queue\"} "));
 }
 
-TEST(WebSocket, AClientThatTakesNothingIsGivenUp) {
-  GatewayOptions options;
-  options.limits.stallTime = std::chrono::milliseconds(50);
-  ServedHost sut(std::move(options));
-  Socket stalled(sut.port(), 4096);
-  stalled.upgrade("/ws", sut.name());
-  const std::string channels = stalled.readText("\"op\":\"advertise\"");
-  stalled.sendText(subscribeText(1, channelId(channels, "/events")));
-  roundTrip(stalled);
-  const std::string large(100'000, 'x');
-  for (int i = 0; i < 100; ++i) {
-    sut.raise("ProbeEvent", large);
+/// A client that has subscribed to the events and takes nothing, until events have been dropped:
+/// the buffers of both sockets are full, and a write waits.
+class StalledClient {
+public:
+  explicit StalledClient(ServedHost& host) : socket(host.port()) {
+    socket.upgrade("/ws", host.name());
+    const std::string channels = socket.readText("\"op\":\"advertise\"");
+    socket.sendText(subscribeText(1, channelId(channels, "/events")));
+    roundTrip(socket);
+    const std::string large(100'000, 'x');
+    while (ask(host, "GET", "/metrics")
+               .body.find("gk_ws_dropped_messages_total{policy=\"queue\"} 0\n") !=
+           std::string::npos) {
+      host.raise("ProbeEvent", large);
+    }
   }
+
+  Socket socket;
+};
+
+TEST(WebSocket, AClientThatTakesNothingIsGivenUp) {
+  std::atomic<std::chrono::seconds> elapsed{std::chrono::seconds(0)};
+  GatewayOptions options;
+  options.now = [&elapsed] { return std::chrono::steady_clock::time_point(elapsed.load()); };
+  ServedHost sut(std::move(options));
+  const StalledClient stalled(sut);
+  std::string metrics = ask(sut, "GET", "/metrics").body;
+  EXPECT_THAT(metrics, HasSubstr("gk_ws_clients 1\n"));
+  elapsed = std::chrono::seconds(11);
   // The client reads nothing meanwhile; the figures tell when it is gone.
-  std::string metrics;
-  do {
+  while (metrics.find("gk_ws_clients 1\n") != std::string::npos) {
     metrics = ask(sut, "GET", "/metrics").body;
-  } while (metrics.find("gk_ws_clients 1\n") != std::string::npos);
+  }
   EXPECT_THAT(metrics, HasSubstr("gk_ws_abandoned_clients_total 1\n"));
+}
+
+TEST(WebSocket, AnAnswerToAPingWaitsForTheEndOfAFrame) {
+  GatewayOptions options;
+  options.now = [] { return std::chrono::steady_clock::time_point(); };
+  ServedHost sut(std::move(options));
+  StalledClient stalled(sut);
+  stalled.socket.sendFrame(9, "between");
+  ServerFrame frame = stalled.socket.readFrame();
+  while (frame.opcode == 1 || frame.opcode == 2) {
+    if (frame.opcode == 2 && frame.payload.front() == 1) {
+      ASSERT_THAT(frame.payload, EndsWith("x\"}"));
+    }
+    frame = stalled.socket.readFrame();
+  }
+  EXPECT_EQ(frame.opcode, 10);
+  EXPECT_EQ(frame.payload, "between");
 }
 
 TEST(WebSocket, ClientsAreToldWhenTheHostEnds) {

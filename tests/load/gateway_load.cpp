@@ -6,9 +6,9 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
-#include <boost/beast/websocket.hpp>
 #include <boost/json/parse.hpp>
 #include <boost/json/value.hpp>
 
@@ -21,6 +21,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -66,69 +67,147 @@ double quantile(std::vector<double> values, double share) {
   return values[place];
 }
 
-/// A viewer: subscribes to some channels and reads.
-class Viewer : public std::enable_shared_from_this<Viewer> {
+/// Bytes that have come and have not been looked at.
+class Inbox {
 public:
-  Viewer(asio::io_context& context, const Target& target, Totals& totals, bool isWatchingTicks)
-      : fStream(context), fTarget(target), fTotals(totals), fIsWatchingTicks(isWatchingTicks) {}
-
-  void start() {
-    beast::get_lowest_layer(fStream).async_connect(fTarget.endpoint,
-                                                   [self = shared_from_this()](error_code error) {
-                                                     if (self->check(error)) {
-                                                       self->greet();
-                                                     }
-                                                   });
+  asio::mutable_buffer room() {
+    if (fBytes.size() - fEnd < kLeast) {
+      fBytes.resize(2 * fBytes.size());
+    }
+    return asio::buffer(fBytes.data() + fEnd, fBytes.size() - fEnd);
+  }
+  void add(std::size_t size) { fEnd += size; }
+  std::string_view text() const { return {fBytes.data() + fBegin, fEnd - fBegin}; }
+  void drop(std::size_t size) { fBegin += size; }
+  /// Moves what is left to the front.
+  void tidy() {
+    std::copy(fBytes.begin() + static_cast<std::ptrdiff_t>(fBegin),
+              fBytes.begin() + static_cast<std::ptrdiff_t>(fEnd), fBytes.begin());
+    fEnd -= std::exchange(fBegin, 0);
   }
 
 private:
-  bool check(error_code error) {
-    if (error) {
-      ++fTotals.failures;
-      std::fprintf(stderr, "viewer: %s\n", error.message().c_str());
-    }
-    return !error;
-  }
+  static constexpr std::size_t kLeast = 4096;
 
-  void greet() {
-    fStream.set_option(
-        beast::websocket::stream_base::decorator([](beast::websocket::request_type& request) {
-          request.set(http::field::sec_websocket_protocol, "foxglove.websocket.v1");
-        }));
-    fStream.async_handshake(fTarget.name, "/ws", [self = shared_from_this()](error_code error) {
+  std::vector<char> fBytes = std::vector<char>(4 * kLeast);
+  std::size_t fBegin = 0;
+  std::size_t fEnd = 0;
+};
+
+/// A viewer: subscribes to some channels and reads. Takes frames apart by itself, all that have
+/// come at once: a library's reader would take more of the machine than the host that is tested.
+class Viewer : public std::enable_shared_from_this<Viewer> {
+public:
+  Viewer(asio::io_context& context, const Target& target, Totals& totals, bool isWatchingTicks)
+      : fSocket(context), fTarget(target), fTotals(totals), fIsWatchingTicks(isWatchingTicks) {}
+
+  void start() {
+    fSocket.async_connect(fTarget.endpoint, [self = shared_from_this()](error_code error) {
       if (self->check(error)) {
+        self->send("GET /ws HTTP/1.1\r\nHost: " + self->fTarget.name +
+                   "\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
+                   "Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
+                   "Sec-WebSocket-Protocol: foxglove.websocket.v1\r\n\r\n");
         self->read();
       }
     });
   }
 
-  void read() {
-    fBuffer.clear();
-    fStream.async_read(fBuffer, [self = shared_from_this()](error_code error, std::size_t size) {
-      if (error) {
-        self->check(error);
-        return;
-      }
-      ++self->fTotals.messages;
-      self->fTotals.bytes += size;
-      const auto data = self->fBuffer.cdata();
-      self->take({static_cast<const char*>(data.data()), data.size()});
-      self->read();
-    });
+private:
+  bool check(error_code error) {
+    if (error) {
+      fail(error.message());
+    }
+    return !error;
   }
 
-  void take(std::string_view message) {
-    if (fStream.got_binary()) {
-      constexpr std::size_t head = 13;
+  void fail(const std::string& why) {
+    ++fTotals.failures;
+    std::fprintf(stderr, "viewer: %s\n", why.c_str());
+  }
+
+  void send(std::string bytes) {
+    fSent = std::move(bytes);
+    asio::async_write(
+        fSocket, asio::buffer(fSent),
+        [self = shared_from_this()](error_code error, std::size_t) { self->check(error); });
+  }
+
+  void read() {
+    fSocket.async_read_some(fInbox.room(),
+                            [self = shared_from_this()](error_code error, std::size_t size) {
+                              if (self->check(error)) {
+                                self->fInbox.add(size);
+                                if (self->takeAll()) {
+                                  self->read();
+                                }
+                              }
+                            });
+  }
+
+  /// False when there is nothing more to be read.
+  bool takeAll() {
+    if (!fIsOpen) {
+      const std::string_view answer = fInbox.text();
+      const std::size_t end = answer.find("\r\n\r\n");
+      if (end == std::string_view::npos) {
+        return true;
+      }
+      if (!answer.starts_with("HTTP/1.1 101 ")) {
+        fail("refused: " + std::string(answer.substr(0, answer.find('\r'))));
+        return false;
+      }
+      fInbox.drop(end + 4);
+      fIsOpen = true;
+    }
+    while (takeFrame()) {
+    }
+    fInbox.tidy();
+    return true;
+  }
+
+  /// Takes a frame off, if there is a whole one.
+  bool takeFrame() {
+    const std::string_view bytes = fInbox.text();
+    if (bytes.size() < 2) {
+      return false;
+    }
+    const auto byte = [bytes](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
+    std::size_t length = byte(1);
+    const std::size_t head = length == 126 ? 4 : length == 127 ? 10 : 2;
+    if (bytes.size() < head) {
+      return false;
+    }
+    if (head > 2) {
+      length = 0;
+      for (std::size_t i = 2; i < head; ++i) {
+        length = length << 8U | byte(i);
+      }
+    }
+    if (bytes.size() < head + length) {
+      return false;
+    }
+    ++fTotals.messages;
+    fTotals.bytes += length;
+    take(byte(0) & 0x0FU, bytes.substr(head, length));
+    fInbox.drop(head + length);
+    return true;
+  }
+
+  void take(unsigned opcode, std::string_view message) {
+    constexpr unsigned text = 1;
+    constexpr unsigned binary = 2;
+    constexpr std::size_t head = 13;
+    if (opcode == binary) {
       if (fIsWatchingTicks && message.size() > head && message[0] == 1 && message[1] == 1) {
         takeTick(message.substr(head));
       }
-      return;
-    }
-    if (message.find("\"op\":\"advertise\"") != std::string_view::npos && fSubscriptions.empty()) {
+    } else if (opcode != text) {
+      fail("a frame that was not expected");
+    } else if (!fIsSubscribed && message.find("\"op\":\"advertise\"") != std::string_view::npos) {
+      fIsSubscribed = true;
       subscribe(json::parse(json::string_view(message.data(), message.size())));
-    }
-    if (message.find("lost so far") != std::string_view::npos) {
+    } else if (message.find("lost so far") != std::string_view::npos) {
       ++fTotals.losses;
     }
   }
@@ -154,19 +233,21 @@ private:
         }
       }
     }
-    fSubscriptions = R"({"op":"subscribe","subscriptions":[)" + list + "]}";
-    fStream.text(true);
-    fStream.async_write(
-        asio::buffer(fSubscriptions),
-        [self = shared_from_this()](error_code error, std::size_t) { self->check(error); });
+    const std::string text = R"({"op":"subscribe","subscriptions":[)" + list + "]}";
+    // One text frame, masked with zeros.
+    send(std::string{'\x81', '\xFE', static_cast<char>(text.size() >> 8U),
+                     static_cast<char>(text.size() & 0xFFU), 0, 0, 0, 0} +
+         text);
   }
 
-  beast::websocket::stream<beast::tcp_stream> fStream;
+  asio::ip::tcp::socket fSocket;
   const Target& fTarget;
   Totals& fTotals;
   const bool fIsWatchingTicks;
-  beast::flat_buffer fBuffer;
-  std::string fSubscriptions;
+  Inbox fInbox;
+  std::string fSent;
+  bool fIsOpen = false;
+  bool fIsSubscribed = false;
 };
 
 /// A program that asks again and again, at a fixed rate.
@@ -174,18 +255,17 @@ class Asker : public std::enable_shared_from_this<Asker> {
 public:
   Asker(asio::io_context& context, const Target& target, Totals& totals, Clock::duration period,
         bool isCalling)
-      : fStream(context), fTimer(context), fTotals(totals), fPeriod(period) {
+      : fSocket(context), fTimer(context), fTotals(totals), fPeriod(period) {
+    const std::string host = " HTTP/1.1\r\nHost: " + target.name + "\r\n";
     if (isCalling) {
-      fRequest = {http::verb::post, "/rpc", 11};
-      fRequest.set(http::field::content_type, "application/json");
-      fRequest.body() = R"({"jsonrpc":"2.0","id":1,"method":"GKBattery.getBatteryCharge"})";
+      const std::string body = R"({"jsonrpc":"2.0","id":1,"method":"GKBattery.getBatteryCharge"})";
+      fRequest = "POST /rpc" + host + "Content-Type: application/json\r\nContent-Length: " +
+                 std::to_string(body.size()) + "\r\n\r\n" + body;
     } else {
-      fRequest = {http::verb::get, "/api/v1/memory/Device/SubDeviceList/US/Left/Sensor/Value", 11};
+      fRequest = "GET /api/v1/memory/Device/SubDeviceList/US/Left/Sensor/Value" + host + "\r\n";
     }
-    fRequest.set(http::field::host, target.name);
-    fRequest.prepare_payload();
-    fStream.connect(target.endpoint);
-    fStream.socket().set_option(asio::ip::tcp::no_delay(true));
+    fSocket.connect(target.endpoint);
+    fSocket.set_option(asio::ip::tcp::no_delay(true));
   }
 
   void start(Clock::duration delay) {
@@ -212,33 +292,62 @@ private:
     }
     fIsBusy = true;
     fStart = Clock::now();
-    http::async_write(
-        fStream, fRequest, [self = shared_from_this()](error_code error, std::size_t) {
-          if (error) {
-            ++self->fTotals.failures;
-            return;
-          }
-          self->fResponse = {};
-          http::async_read(self->fStream, self->fBuffer, self->fResponse,
-                           [self](error_code read, std::size_t) { self->finish(read); });
-        });
+    asio::async_write(fSocket, asio::buffer(fRequest),
+                      [self = shared_from_this()](error_code error, std::size_t) {
+                        if (error) {
+                          self->finish(false);
+                        } else {
+                          self->read();
+                        }
+                      });
   }
 
-  void finish(error_code error) {
+  void read() {
+    fSocket.async_read_some(fInbox.room(),
+                            [self = shared_from_this()](error_code error, std::size_t size) {
+                              self->fInbox.add(size);
+                              if (error) {
+                                self->finish(false);
+                              } else {
+                                self->look();
+                              }
+                            });
+  }
+
+  /// Looks whether the whole answer is there.
+  void look() {
+    const std::string_view answer = fInbox.text();
+    const std::string_view length = "Content-Length: ";
+    const std::size_t end = answer.find("\r\n\r\n");
+    const std::size_t place = answer.find(length);
+    if (end == std::string_view::npos || place == std::string_view::npos) {
+      read();
+      return;
+    }
+    const std::size_t size = std::strtoul(answer.data() + place + length.size(), nullptr, 10);
+    if (answer.size() < end + 4 + size) {
+      read();
+      return;
+    }
+    const bool isGood =
+        answer.starts_with("HTTP/1.1 200 ") && answer.find("error", end) == std::string_view::npos;
+    fInbox.drop(answer.size());
+    fInbox.tidy();
+    finish(isGood);
+  }
+
+  void finish(bool isGood) {
     fIsBusy = false;
-    const bool isGood = !error && fResponse.result() == http::status::ok &&
-                        fResponse.body().find("error") == std::string::npos;
     ++(isGood ? fTotals.answers : fTotals.failures);
     fTotals.answerTimes.push_back(std::chrono::duration<double>(Clock::now() - fStart).count());
   }
 
-  beast::tcp_stream fStream;
+  asio::ip::tcp::socket fSocket;
   asio::steady_timer fTimer;
   Totals& fTotals;
   const Clock::duration fPeriod;
-  http::request<http::string_body> fRequest;
-  http::response<http::string_body> fResponse;
-  beast::flat_buffer fBuffer;
+  std::string fRequest;
+  Inbox fInbox;
   Clock::time_point fDue;
   Clock::time_point fStart;
   bool fIsBusy = false;

@@ -3,7 +3,7 @@ import { kPlotTopics, kStateTopics, readEvent, readLogLine } from "./host/channe
 import { Connection, type ConnectionState } from "./host/connection.js";
 import { asMembers } from "./host/members.js";
 import { CallError, fetchMemory, fetchModules } from "./host/rest.js";
-import { listenToSonar, sonarListeners } from "./host/sonarSubscription.js";
+import { leaveSonar, listenToSonar, sonarListeners } from "./host/sonarSubscription.js";
 import { describeLink } from "./model/link.js";
 import { PlotStore } from "./model/plotStore.js";
 import { Rate } from "./model/rate.js";
@@ -78,6 +78,8 @@ class Page {
         this.connection.start();
       }
     });
+    // The last thing that a closed, reloaded or left page is told, on phones as well.
+    window.addEventListener("pagehide", leaveSonar);
     this.connection.start();
     setInterval(() => {
       this.refresh();

@@ -27,6 +27,7 @@ export interface Module {
 export class CallError extends Error {}
 
 const kTimeout = 15_000;
+const kCallPath = "/rpc";
 
 /** Raises CallError. */
 export async function fetchModules(): Promise<Module[]> {
@@ -70,12 +71,22 @@ function readParameter(value: unknown): Parameter {
  * @param parameters JSON texts
  */
 export async function call(method: string, parameters: readonly string[]): Promise<unknown> {
-  const body = `{"jsonrpc":"2.0","id":1,"method":${JSON.stringify(method)},"params":[${parameters.join(",")}]}`;
-  const answer = asMembers(await request("POST", "/rpc", body));
+  const answer = asMembers(await request("POST", kCallPath, callBody(method, parameters)));
   if (answer["error"] !== undefined) {
     throw new CallError(describe(asMembers(answer["error"])));
   }
   return answer["result"];
+}
+
+/** Calls a bound method even while the page goes, when no answer can be awaited. */
+export function callAndForget(method: string, parameters: readonly string[]): void {
+  // The host takes calls of this type only; pages of others cannot send it.
+  const body = new Blob([callBody(method, parameters)], { type: "application/json" });
+  navigator.sendBeacon(kCallPath, body);
+}
+
+function callBody(method: string, parameters: readonly string[]): string {
+  return `{"jsonrpc":"2.0","id":1,"method":${JSON.stringify(method)},"params":[${parameters.join(",")}]}`;
 }
 
 /** Some keys whose names contain the text. Raises CallError. */

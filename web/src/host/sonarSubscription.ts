@@ -1,8 +1,14 @@
 import { asArray } from "./members.js";
-import { call } from "./rest.js";
+import { call, callAndForget } from "./rest.js";
 
-/** The name under which the page subscribes. */
+/**
+ * The name under which pages subscribe. They share it, so that any of them can switch off what
+ * another has left on that could not say goodbye.
+ */
 const kSubscriber = "page";
+
+/** This very page has switched the sonar on. */
+let isOurs = false;
 
 export interface Listeners {
   /** Somebody has subscribed: the emitters are on. */
@@ -22,5 +28,15 @@ export async function sonarListeners(): Promise<Listeners> {
 }
 
 export async function listenToSonar(isOn: boolean): Promise<void> {
+  // Before the host answers: who closes the page meanwhile wants it off as well.
+  isOurs = isOn;
   await call(isOn ? "GKSonar.subscribe" : "GKSonar.unsubscribe", [JSON.stringify(kSubscriber)]);
+}
+
+/** The page goes: takes back what it has switched on. */
+export function leaveSonar(): void {
+  if (isOurs) {
+    isOurs = false;
+    callAndForget("GKSonar.unsubscribe", [JSON.stringify(kSubscriber)]);
+  }
 }

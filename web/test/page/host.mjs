@@ -32,6 +32,16 @@ export async function write(url, key, value) {
   }
 }
 
+/** Calls a bound method as any client may; its result. */
+export async function call(url, method, params) {
+  const response = await fetch(`${url}rpc`, {
+    method: "POST",
+    headers: { "content-type": "application/json" },
+    body: JSON.stringify({ jsonrpc: "2.0", id: 1, method, params }),
+  });
+  return (await response.json()).result;
+}
+
 async function startProgram(program, port, token) {
   const folder = await mkdtemp(join(tmpdir(), "gk-page-"));
   const file = join(folder, "token");

@@ -1,7 +1,7 @@
 import assert from "node:assert/strict";
 import { after, afterEach, before, beforeEach, test } from "node:test";
 import { openPage, startBrowser, untilLive } from "./browser.mjs";
-import { startHost, write } from "./host.mjs";
+import { call, startHost, write } from "./host.mjs";
 
 const kTouched = "Simulation/Touch/Head/Touch/Front";
 
@@ -113,6 +113,23 @@ test("a touch button works by keyboard for as long as the key is down", async ()
   await page.locator("#touch", { hasText: "Head, rear" }).waitFor();
   await page.keyboard.up(" ");
   await page.locator("#touch", { hasText: "nothing" }).waitFor();
+});
+
+/** Until the names of those who listen to the sonar are these. */
+async function untilSonarIsHeardBy(names) {
+  let heard;
+  do {
+    heard = (await call(host.url, "GKSonar.getSubscribersInfo", [])).map(([name]) => name);
+  } while (String(heard) !== String(names));
+}
+
+test("a page that goes switches the sonar off that it has switched on", async () => {
+  const sonar = page.locator("#sonar");
+  await sonar.getByRole("button", { name: "Switch on" }).click();
+  await sonar.getByRole("button", { name: "Switch off" }).waitFor();
+  await untilSonarIsHeardBy(["page"]);
+  await page.goto("about:blank");
+  await untilSonarIsHeardBy([]);
 });
 
 test("values that are not renewed are called stale", async () => {
