@@ -18,7 +18,7 @@ help:
 	@echo "make bench     run the benchmarks"
 	@echo "make bench-check  count a tick's instructions and hold them against the record"
 	@echo "make load      put load on a host for a minute: 200 viewers, 2000 requests a second"
-	@echo "make web-tests install the clients from npm that make test then runs as well"
+	@echo "make web-tests install the clients from npm and the browser that make test then uses as well"
 	@echo "make clean     remove what was built"
 
 run: build
@@ -70,8 +70,9 @@ load: dependencies
 	./tests/load/load.sh build/release/bin/gk build/release/bin/gateway_load data/us_wallrobot.csv
 
 web-tests:
-	./packaging/install-dependencies.sh packaging/debian-packages-web.txt
-	for folder in tests/web tests/mcap; do (cd $$folder && npm ci --no-audit --no-fund) || exit 1; done
+	@command -v npm >/dev/null || ./packaging/install-dependencies.sh packaging/debian-packages-web.txt
+	./packaging/install-dependencies.sh packaging/debian-packages-browser.txt
+	for folder in tests/web tests/mcap; do (cd $$folder && npm ci --no-audit --no-fund --prefer-offline) || exit 1; done
 
 bench-check: dependencies
 	./packaging/install-dependencies.sh packaging/debian-packages-bench.txt
