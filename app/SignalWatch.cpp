@@ -9,6 +9,10 @@ namespace gk::app {
 
 namespace {
 
+/// Signals that come so soon after the first are the same wish: who ends a whole group of
+/// processes may reach one of them twice.
+constexpr std::chrono::milliseconds kOneWish{300};
+
 /// Ends the watch itself.
 constexpr int kStopWatching = SIGUSR1;
 
@@ -58,6 +62,14 @@ void SignalWatch::xWatch(std::optional<std::chrono::microseconds> limit) {
     return;
   }
   fOnEnd();
+  const auto second = std::chrono::steady_clock::now() + kOneWish;
+  for (auto now = std::chrono::steady_clock::now(); now < second;
+       now = std::chrono::steady_clock::now()) {
+    if (waitForSignal(std::chrono::ceil<std::chrono::microseconds>(second - now)) ==
+        kStopWatching) {
+      return;
+    }
+  }
   if (const std::optional<int> signal = waitForSignal(std::nullopt); signal != kStopWatching) {
     std::_Exit(128 + *signal);
   }

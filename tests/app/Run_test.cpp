@@ -176,20 +176,35 @@ TEST(GkRun, OnTheVirtualClockATimeLimitCountsVirtualSeconds) {
   EXPECT_THAT(result.err, StartsWith("3600.000 s, 180001 ticks, "));
 }
 
-class GkRunSignal : public testing::TestWithParam<int> {};
+class GkRunSignal : public testing::TestWithParam<int> {
+protected:
+  GkRunSignal() {
+    // The first tick has come when this line is there.
+    while (fProgram.outSoFar().find("HandLeftRightTouched\",\"value\"") == std::string::npos) {
+      std::this_thread::yield();
+    }
+  }
+
+  Program fProgram{{GK_PROGRAM, "run", "--out", "-", "--loop", kData + "us_wallrobot.csv"}};
+};
 
 TEST_P(GkRunSignal, EndsCleanly) {
-  Program program({GK_PROGRAM, "run", "--out", "-", "--loop", kData + "us_wallrobot.csv"});
-  // The first tick has come when this line is there.
-  while (program.outSoFar().find("HandLeftRightTouched\",\"value\"") == std::string::npos) {
-    std::this_thread::yield();
-  }
-  kill(program.pid(), GetParam());
-  const ProgramResult result = program.wait();
+  kill(fProgram.pid(), GetParam());
+  const ProgramResult result = fProgram.wait();
   EXPECT_EQ(result.code, 0) << result.err;
   // Its figures and no complaint.
   EXPECT_THAT(result.err, HasSubstr(" times real time\n"));
   EXPECT_THAT(result.err, Not(HasSubstr("gk: ")));
+}
+
+TEST_P(GkRunSignal, EndsCleanlyWhenOneWishComesSeveralTimes) {
+  for (int i = 0; i < 20; ++i) {
+    kill(fProgram.pid(), GetParam());
+    std::this_thread::yield();
+  }
+  const ProgramResult result = fProgram.wait();
+  EXPECT_EQ(result.code, 0) << result.err;
+  EXPECT_THAT(result.err, HasSubstr(" times real time\n"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Both, GkRunSignal, testing::Values(SIGINT, SIGTERM));
