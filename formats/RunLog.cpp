@@ -56,7 +56,8 @@ void appendSized(std::string& out, std::string_view text) {
 
 /// Signed numbers so that small ones of either sign are short.
 std::uint64_t zigzag(std::int64_t number) {
-  return (static_cast<std::uint64_t>(number) << 1) ^ static_cast<std::uint64_t>(number >> 63);
+  const std::uint64_t doubled = static_cast<std::uint64_t>(number) << 1;
+  return number < 0 ? ~doubled : doubled;
 }
 
 std::int64_t unzigzag(std::uint64_t number) {

@@ -130,7 +130,10 @@ std::shared_ptr<GK::GKClock> Host::xMakeClock() {
 }
 
 GK::GKInput& Host::xInput() {
-  return fOptions.replay != nullptr ? fOptions.replay->input() : *fInput;
+  if (fOptions.replay != nullptr) {
+    return fOptions.replay->input();
+  }
+  return *fInput;
 }
 
 Host::~Host() {

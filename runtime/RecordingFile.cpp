@@ -4,6 +4,7 @@
 #include "formats/WallTime.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace gk::runtime {
@@ -28,8 +29,13 @@ void RecordingFile::begin(std::int64_t epoch, const formats::mcap::StringMap& ab
 }
 
 std::uint64_t RecordingFile::xNanoseconds(GK::GKMicros time) const {
-  // Before 1970 there is no time that a file could tell.
-  return static_cast<std::uint64_t>(std::max<std::int64_t>(fEpoch + time, 0)) * 1000;
+  // What a file can tell begins with 1970 and ends with the 64 bits of its nanoseconds.
+  constexpr std::uint64_t perMicro = 1000;
+  constexpr std::uint64_t latest = std::numeric_limits<std::uint64_t>::max() / perMicro;
+  const std::uint64_t epoch = static_cast<std::uint64_t>(std::max<std::int64_t>(fEpoch, 0));
+  const std::uint64_t behind = fEpoch < 0 ? static_cast<std::uint64_t>(-(fEpoch + 1)) + 1 : 0;
+  const std::uint64_t elapsed = static_cast<std::uint64_t>(time);
+  return std::min(epoch + elapsed - std::min(behind, elapsed), latest) * perMicro;
 }
 
 void RecordingFile::write(const RunBlock& block) {

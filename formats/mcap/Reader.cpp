@@ -13,12 +13,16 @@ namespace {
 /// Adds a definition. Raises `FormatError` when its number stands for something else already.
 /// True when it was new.
 template <class T> bool define(std::map<std::uint16_t, T>& known, T definition, const char* what) {
-  const std::uint16_t id = definition.id;
-  const auto [entry, isNew] = known.try_emplace(id, std::move(definition));
-  if (!isNew && !(entry->second == definition)) {
-    throw FormatError(std::string(what) + " " + std::to_string(id) + " is defined in two ways");
+  const auto entry = known.find(definition.id);
+  if (entry == known.end()) {
+    known.emplace(definition.id, std::move(definition));
+    return true;
   }
-  return isNew;
+  if (!(entry->second == definition)) {
+    throw FormatError(std::string(what) + " " + std::to_string(definition.id) +
+                      " is defined in two ways");
+  }
+  return false;
 }
 
 } // namespace

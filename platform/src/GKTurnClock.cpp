@@ -39,8 +39,8 @@ class GKTurnClock final : public GKClock {
 public:
   GKTurnClock(std::shared_ptr<GKTurnObserver> observer, std::chrono::milliseconds patience,
               int loopPriority)
-      : fObserver(std::move(observer)), fPatience(patience), fLoopPriority(loopPriority) {
-    fWallOffset = xSystemWall();
+      : fObserver(std::move(observer)), fPatience(patience), fLoopPriority(loopPriority),
+        fWallOffset(xSystemWall()) {
     fSerial = 1;
     fHolder = fSerial;
     tTurn = {this, GKTurn::kMain, fSerial, 0};
@@ -272,7 +272,7 @@ private:
   const std::shared_ptr<GKTurnObserver> fObserver;
   const std::chrono::milliseconds fPatience;
   const int fLoopPriority;
-  std::atomic<std::int64_t> fWallOffset{0};
+  std::atomic<std::int64_t> fWallOffset;
   std::atomic<std::uint64_t> fNextTask{GKTurn::kFirstTask};
 
   /// Guards what follows.

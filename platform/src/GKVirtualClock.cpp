@@ -50,12 +50,15 @@ public:
 
   GKWallTime wallTime() const noexcept override {
     constexpr GKMicros second = 1000000;
-    const GKMicros now = elapsed() + fWallOffset.load(std::memory_order_relaxed);
+    // Any 64-bit epoch is allowed: sums wrap instead of overflowing.
+    const auto now = static_cast<GKMicros>(
+        static_cast<std::uint64_t>(elapsed()) +
+        static_cast<std::uint64_t>(fWallOffset.load(std::memory_order_relaxed)));
     // Whole seconds downwards, also before 1970.
     const GKMicros micros = (now % second + second) % second;
-    // Any 64-bit epoch is allowed: the sum wraps instead of overflowing.
-    const auto seconds = static_cast<std::uint64_t>(fEpochSeconds) +
-                         static_cast<std::uint64_t>((now - micros) / second);
+    const GKMicros whole = now / second - (now % second < 0 ? 1 : 0);
+    const auto seconds =
+        static_cast<std::uint64_t>(fEpochSeconds) + static_cast<std::uint64_t>(whole);
     return {static_cast<std::int64_t>(seconds), micros};
   }
 
