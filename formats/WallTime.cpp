@@ -1,7 +1,9 @@
 #include "formats/WallTime.h"
 
+#include <algorithm>
 #include <array>
 #include <ctime>
+#include <limits>
 
 namespace gk::formats {
 
@@ -17,6 +19,17 @@ std::string wallTimeText(std::int64_t micros) {
   std::array<char, sizeof("2026-11-21T12:30:24Z")> text{};
   std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
   return text.data();
+}
+
+std::uint64_t nanosecondsSince1970(std::int64_t epoch, std::int64_t micros) noexcept {
+  constexpr std::uint64_t perMicro = 1000;
+  constexpr std::uint64_t latest = std::numeric_limits<std::uint64_t>::max() / perMicro;
+  // Without a sign the sum cannot overflow: each part has 63 bits at most.
+  const auto later = static_cast<std::uint64_t>(micros);
+  const std::uint64_t before = epoch < 0 ? ~static_cast<std::uint64_t>(epoch) + 1 : 0;
+  const std::uint64_t sum =
+      epoch < 0 ? later - std::min(before, later) : static_cast<std::uint64_t>(epoch) + later;
+  return std::min(sum, latest) * perMicro;
 }
 
 } // namespace gk::formats

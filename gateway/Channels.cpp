@@ -2,10 +2,12 @@
 
 #include "devices/DeviceKeys.h"
 #include "formats/Numbers.h"
+#include "formats/WallTime.h"
 #include "gateway/JsonWriter.h"
 #include "gateway/Subjects.h"
 #include "zu/log.h"
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -14,7 +16,8 @@ namespace gk::gateway {
 namespace {
 
 constexpr GK::GKMicros kMicrosPerSecond = 1'000'000;
-constexpr std::uint64_t kNanosPerMicro = 1'000;
+/// Clocks further away from 1970 than this are shown as if they were not.
+constexpr std::int64_t kMostSeconds = 9'000'000'000'000;
 
 constexpr std::string_view kEventPrefix = "/event/";
 
@@ -172,7 +175,8 @@ private:
 Channels::Channels(std::shared_ptr<const GK::GKMemoryStore> store, const GK::GKWallTime& wall,
                    GK::GKMicros elapsed)
     : fStore(std::move(store)),
-      fEpoch(wall.seconds * kMicrosPerSecond + wall.microseconds - elapsed) {
+      fEpoch(std::clamp(wall.seconds, -kMostSeconds, kMostSeconds) * kMicrosPerSecond +
+             wall.microseconds - elapsed) {
   fEventsId = xAdd({0, "/events", "gk.Events", std::string(kEventsSchema), Flow::Queue});
   fLogId = xAdd({0, "/log", "foxglove.Log", std::string(kLogSchema), Flow::Queue});
   fTickId = xAdd({0, "/tick", "gk.Tick", std::string(kTickSchema), Flow::Latest});
@@ -209,7 +213,7 @@ void Channels::addEvent(const std::string& event) {
 }
 
 std::uint64_t Channels::nanoseconds(GK::GKMicros time) const noexcept {
-  return static_cast<std::uint64_t>(fEpoch + time) * kNanosPerMicro;
+  return formats::nanosecondsSince1970(fEpoch, time);
 }
 
 std::vector<ChannelMessage> Channels::ofNotice(const GK::GKNotice& notice) {

@@ -3,8 +3,6 @@
 #include "formats/RunFile.h"
 #include "formats/WallTime.h"
 
-#include <algorithm>
-#include <limits>
 #include <utility>
 
 namespace gk::runtime {
@@ -29,13 +27,7 @@ void RecordingFile::begin(std::int64_t epoch, const formats::mcap::StringMap& ab
 }
 
 std::uint64_t RecordingFile::xNanoseconds(GK::GKMicros time) const {
-  // What a file can tell begins with 1970 and ends with the 64 bits of its nanoseconds.
-  constexpr std::uint64_t perMicro = 1000;
-  constexpr std::uint64_t latest = std::numeric_limits<std::uint64_t>::max() / perMicro;
-  const std::uint64_t epoch = static_cast<std::uint64_t>(std::max<std::int64_t>(fEpoch, 0));
-  const std::uint64_t behind = fEpoch < 0 ? static_cast<std::uint64_t>(-(fEpoch + 1)) + 1 : 0;
-  const std::uint64_t elapsed = static_cast<std::uint64_t>(time);
-  return std::min(epoch + elapsed - std::min(behind, elapsed), latest) * perMicro;
+  return formats::nanosecondsSince1970(fEpoch, time);
 }
 
 void RecordingFile::write(const RunBlock& block) {
