@@ -13,12 +13,6 @@ if(GK_CCACHE)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${GK_CCACHE})
 endif()
 
-# Links in a third of the time, which counts where programs are large: under the sanitizers.
-find_program(GK_LLD ld.lld)
-if(GK_LLD)
-  add_link_options(-fuse-ld=lld)
-endif()
-
 find_package(Threads REQUIRED)
 
 add_library(gk_options INTERFACE)
