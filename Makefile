@@ -40,8 +40,8 @@ lint: check-dependencies
 	cmake --preset lint
 	run-clang-tidy -quiet -p build/lint '/($(LINT_FOLDERS))/'
 	cppcheck --std=c++20 --quiet --error-exitcode=1 --enable=warning,performance,portability \
-	  --suppress=passedByValue --suppress=accessMoved:gateway/WebSocketConnection.cpp \
-	  --suppress=returnTempReference:platform/src/GKDelivery.cpp -I platform/include -I . platform modules formats devices runtime gateway app
+	  --suppress=passedByValue --suppress=accessMoved:gateway/server/WebSocketConnection.cpp \
+	  --suppress=returnTempReference:platform/services/GKDelivery.cpp -I platform/include -I . platform modules formats devices runtime gateway app
 
 coverage: check-dependencies
 	$(MAKE) test PRESET=coverage

@@ -1,4 +1,4 @@
-# Writes a C++ source that holds the files of a folder, for gateway/StaticFiles.h.
+# Writes a C++ source that holds the files of a folder, for gateway/http/StaticFiles.h.
 # Usage: cmake -DFOLDER=... -DOUTPUT=... -P EmbedFiles.cmake
 # A folder that is not there makes a source without files.
 
@@ -52,7 +52,7 @@ endforeach()
 file(
   WRITE ${OUTPUT}
   "// Made by cmake/EmbedFiles.cmake.
-#include \"gateway/StaticFiles.h\"
+#include \"gateway/http/StaticFiles.h\"
 
 #include <vector>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "formats/KeyTypes.h"
+#include "formats/json/KeyTypes.h"
 #include "gk/GKValue.h"
 
 #include <array>
@@ -74,8 +74,8 @@ struct MotorBoard {
 };
 std::span<const MotorBoard> motorBoards();
 
-/// Touch sensors and buttons, as they stand in keys: "Head/Touch/Front". First come the bumpers: left
-/// foot's left and right, right foot's left and right.
+/// Touch sensors and buttons, as they stand in keys: "Head/Touch/Front". First come the bumpers:
+/// left foot's left and right, right foot's left and right.
 std::span<const std::string_view> touchSensors();
 
 /// Distance that stands for "nothing in sight", m.

@@ -1,10 +1,10 @@
 #include "fuzz/ScenarioScript.h"
 
 #include "devices/DeviceKeys.h"
-#include "formats/JsonText.h"
-#include "formats/JsonValue.h"
-#include "formats/Numbers.h"
-#include "formats/OperationNames.h"
+#include "formats/json/JsonText.h"
+#include "formats/json/JsonValue.h"
+#include "formats/lines/OperationNames.h"
+#include "formats/text/Numbers.h"
 
 #include <array>
 #include <bit>

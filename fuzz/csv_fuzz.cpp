@@ -1,5 +1,5 @@
 #include "devices/DeviceKeys.h"
-#include "formats/CsvRecording.h"
+#include "formats/recording/CsvRecording.h"
 #include "fuzz/MemoryFile.h"
 #include "fuzz/PlayRecording.h"
 

@@ -1,5 +1,5 @@
-#include "formats/Json.h"
-#include "formats/JsonValue.h"
+#include "formats/json/Json.h"
+#include "formats/json/JsonValue.h"
 #include "fuzz/Require.h"
 
 #include <string>

@@ -2,7 +2,7 @@
 #include "fuzz/Require.h"
 #include "fuzz/ScenarioScript.h"
 #include "gk/GKMemoryStore.h"
-#include "runtime/Host.h"
+#include "runtime/host/Host.h"
 #include "tests/support/FastAccessGate.h"
 #include "zu/log.h"
 

@@ -1,8 +1,8 @@
-#include "formats/FormatError.h"
 #include "formats/mcap/Reader.h"
 #include "formats/mcap/Recover.h"
 #include "formats/mcap/Verify.h"
-#include "formats/RunLog.h"
+#include "formats/run/RunLog.h"
+#include "formats/text/FormatError.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,5 +1,5 @@
-#include "gateway/Http.h"
-#include "gateway/RpcRequest.h"
+#include "gateway/http/Http.h"
+#include "gateway/robot/RpcRequest.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,5 +1,5 @@
 #include "devices/DeviceKeys.h"
-#include "formats/ScenarioRecording.h"
+#include "formats/recording/ScenarioRecording.h"
 #include "fuzz/MemoryFile.h"
 #include "fuzz/PlayRecording.h"
 

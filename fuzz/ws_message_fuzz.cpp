@@ -1,5 +1,5 @@
-#include "formats/FormatError.h"
-#include "gateway/ClientMessage.h"
+#include "formats/text/FormatError.h"
+#include "gateway/stream/ClientMessage.h"
 
 #include <cstddef>
 #include <cstdint>

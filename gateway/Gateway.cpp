@@ -1,11 +1,11 @@
 #include "gateway/Gateway.h"
 
-#include "gateway/CallRunner.h"
-#include "gateway/Connections.h"
-#include "gateway/Counters.h"
-#include "gateway/Hub.h"
-#include "gateway/NoticeQueue.h"
-#include "gateway/Resources.h"
+#include "gateway/figures/Counters.h"
+#include "gateway/figures/NoticeQueue.h"
+#include "gateway/http/Resources.h"
+#include "gateway/robot/CallRunner.h"
+#include "gateway/server/Connections.h"
+#include "gateway/stream/Hub.h"
 #include "gk/GKClock.h"
 #include "gk/GKObserver.h"
 

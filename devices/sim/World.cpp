@@ -2,7 +2,7 @@
 
 #include "devices/DeviceKeys.h"
 #include "devices/sim/Cells.h"
-#include "formats/Numbers.h"
+#include "formats/text/Numbers.h"
 
 #include <algorithm>
 #include <cmath>

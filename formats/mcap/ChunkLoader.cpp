@@ -1,6 +1,6 @@
 #include "formats/mcap/ChunkLoader.h"
 
-#include "formats/JsonText.h"
+#include "formats/json/JsonText.h"
 #include "formats/mcap/Bytes.h"
 #include "formats/mcap/Crc.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "formats/FormatError.h"
+#include "formats/text/FormatError.h"
 
 #include <cstdint>
 #include <memory>

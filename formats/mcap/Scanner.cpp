@@ -1,8 +1,8 @@
 #include "formats/mcap/Scanner.h"
 
-#include "formats/FormatError.h"
 #include "formats/mcap/Bytes.h"
 #include "formats/mcap/Decode.h"
+#include "formats/text/FormatError.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #include "formats/mcap/Source.h"
 
-#include "formats/InputError.h"
+#include "formats/text/InputError.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,9 +1,9 @@
 #include "formats/mcap/Verify.h"
 
-#include "formats/FormatError.h"
 #include "formats/mcap/ChunkLoader.h"
 #include "formats/mcap/Crc.h"
 #include "formats/mcap/Decode.h"
+#include "formats/text/FormatError.h"
 
 #include <algorithm>
 #include <map>

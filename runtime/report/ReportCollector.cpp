@@ -1,7 +1,7 @@
 #include "runtime/report/ReportCollector.h"
 
 #include "devices/DeviceKeys.h"
-#include "formats/JsonValue.h"
+#include "formats/json/JsonValue.h"
 #include "zu/log.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "runtime/report/ReportPage.h"
 
-#include "formats/JsonText.h"
-#include "formats/Numbers.h"
+#include "formats/json/JsonText.h"
+#include "formats/text/Numbers.h"
 #include "runtime/report/ReportTemplate.h"
 
 #include <fmt/format.h>

@@ -1,4 +1,5 @@
-#include "formats/CsvRecording.h"
+#include "formats/recording/CsvRecording.h"
+#include "formats/recording/OpenRecording.h"
 #include "InputErrorOf.h"
 #include "PlayedTo.h"
 #include "TempFile.h"
@@ -245,9 +246,8 @@ TEST(Recording, OtherEndingsAreRefused) {
       openRecording(path, testKeyType);
       ADD_FAILURE() << path;
     } catch (const InputError& error) {
-      EXPECT_EQ(error.what(),
-                path + ":1: unknown kind of file, not .csv, .csv.gz, .jsonl, "
-                        ".jsonl.gz or .mcap");
+      EXPECT_EQ(error.what(), path + ":1: unknown kind of file, not .csv, .csv.gz, .jsonl, "
+                                     ".jsonl.gz or .mcap");
     }
   }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "formats/InputError.h"
+#include "formats/recording/OpenRecording.h"
+#include "formats/text/InputError.h"
 #include "PlayedTo.h"
 #include "TempFile.h"
 

@@ -1,6 +1,6 @@
-#include "formats/Json.h"
-#include "formats/JsonValue.h"
-#include "formats/KeyTypes.h"
+#include "formats/json/Json.h"
+#include "formats/json/JsonValue.h"
+#include "formats/json/KeyTypes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

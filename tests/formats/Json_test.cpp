@@ -1,5 +1,5 @@
-#include "formats/Json.h"
-#include "formats/JsonText.h"
+#include "formats/json/Json.h"
+#include "formats/json/JsonText.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>

@@ -1,7 +1,7 @@
-#include "formats/InputError.h"
-#include "formats/Json.h"
-#include "formats/KeyTypes.h"
-#include "formats/Recording.h"
+#include "formats/json/Json.h"
+#include "formats/json/KeyTypes.h"
+#include "formats/recording/OpenRecording.h"
+#include "formats/text/InputError.h"
 #include "TempFile.h"
 
 #include <gmock/gmock.h>

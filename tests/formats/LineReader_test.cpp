@@ -1,4 +1,4 @@
-#include "formats/LineReader.h"
+#include "formats/text/LineReader.h"
 #include "TempFile.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "formats/Numbers.h"
+#include "formats/text/Numbers.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "formats/OutputLine.h"
+#include "formats/lines/OutputLine.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

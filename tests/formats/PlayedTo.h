@@ -1,6 +1,6 @@
 #pragma once
 
-#include "formats/Recording.h"
+#include "formats/recording/Recording.h"
 
 #include <string>
 #include <vector>

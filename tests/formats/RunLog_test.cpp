@@ -1,5 +1,5 @@
-#include "formats/FormatError.h"
-#include "formats/RunLog.h"
+#include "formats/run/RunLog.h"
+#include "formats/text/FormatError.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

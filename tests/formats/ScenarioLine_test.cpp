@@ -1,5 +1,5 @@
-#include "formats/OperationNames.h"
-#include "formats/ScenarioLine.h"
+#include "formats/lines/OperationNames.h"
+#include "formats/lines/ScenarioLine.h"
 #include "PlayedTo.h"
 
 #include <gmock/gmock.h>

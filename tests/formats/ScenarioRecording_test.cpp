@@ -1,4 +1,5 @@
-#include "formats/ScenarioRecording.h"
+#include "formats/recording/OpenRecording.h"
+#include "formats/recording/ScenarioRecording.h"
 #include "InputErrorOf.h"
 #include "PlayedTo.h"
 #include "TempFile.h"

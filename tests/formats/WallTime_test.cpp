@@ -1,4 +1,4 @@
-#include "formats/WallTime.h"
+#include "formats/text/WallTime.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "gateway/Access.h"
+#include "gateway/http/Access.h"
 #include "support/Program.h"
 
 #include <gmock/gmock.h>

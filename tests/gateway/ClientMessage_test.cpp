@@ -1,4 +1,4 @@
-#include "gateway/ClientMessage.h"
+#include "gateway/stream/ClientMessage.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "gateway/ClientQueue.h"
+#include "gateway/stream/ClientQueue.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

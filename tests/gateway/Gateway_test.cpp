@@ -1,4 +1,4 @@
-#include "formats/Json.h"
+#include "formats/json/Json.h"
 #include "ServedHost.h"
 
 #include <boost/json/object.hpp>

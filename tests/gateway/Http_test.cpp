@@ -1,4 +1,4 @@
-#include "gateway/Http.h"
+#include "gateway/http/Http.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,7 @@
-#include "gateway/Counters.h"
-#include "gateway/NearestNames.h"
-#include "gateway/NoticeQueue.h"
-#include "gateway/ServerMessage.h"
-#include "gateway/StaticFiles.h"
+#include "gateway/figures/Counters.h"
+#include "gateway/figures/NoticeQueue.h"
+#include "gateway/http/StaticFiles.h"
+#include "gateway/stream/ServerMessage.h"
 #include "gk/GKClock.h"
 
 #include <gmock/gmock.h>
@@ -67,28 +66,6 @@ TEST(NoticeQueue, InsertionsDoNotWait) {
   notice.kind = GK::GKNotice::Kind::Insert;
   sut.onNotice(notice);
   EXPECT_THAT(sut.take().notices, IsEmpty());
-}
-
-TEST(NearestNames, FewLettersDiffer) {
-  const std::vector<std::string> names = {"GKSonar", "GKSensors", "GKFsr", "GKBattery"};
-  EXPECT_THAT(nearestNames("GKSonr", names), ElementsAre("GKSonar"));
-  EXPECT_THAT(nearestNames("gksensor", names), ElementsAre("GKSensors"));
-  EXPECT_THAT(nearestNames("nothing like it", names), IsEmpty());
-}
-
-TEST(NearestNames, APartOfANameFindsIt) {
-  EXPECT_THAT(nearestNames("Battery", {"GKBattery", "GKSonar"}), ElementsAre("GKBattery"));
-}
-
-TEST(NearestNames, ThreeAreEnough) {
-  EXPECT_THAT(nearestNames("a1", {"a5", "a4", "a3", "a2"}), ElementsAre("a2", "a3", "a4"));
-}
-
-TEST(NearestNames, AreAskedFor) {
-  EXPECT_EQ(didYouMean({}), "");
-  EXPECT_EQ(didYouMean({"a"}), "; did you mean a?");
-  EXPECT_EQ(didYouMean({"a", "b"}), "; did you mean a or b?");
-  EXPECT_EQ(didYouMean({"a", "b", "c"}), "; did you mean a, b or c?");
 }
 
 TEST(Histogram, BucketsCountWhatIsUpToTheirLimit) {

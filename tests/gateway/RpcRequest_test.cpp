@@ -1,4 +1,4 @@
-#include "gateway/RpcRequest.h"
+#include "gateway/robot/RpcRequest.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "gateway/StreamSession.h"
+#include "gateway/stream/Hub.h"
 #include "Probe.h"
 #include "support/TestPlatform.h"
 
@@ -37,8 +37,7 @@ protected:
   }
 
   void connect(StreamSession::Limits limits = {}) {
-    sut = std::make_shared<StreamSession>(hub, limits, [] {});
-    sut->start();
+    sut = hub.join(limits, [] {});
   }
   /// Connects and leaves the greeting behind.
   void connectAndForget(StreamSession::Limits limits = {}) {
@@ -55,13 +54,13 @@ protected:
     return frames;
   }
 
-  std::uint32_t channel(const char* topic) const { return hub.channels()->find(topic)->id; }
+  std::uint32_t channel(const char* topic) const { return hub.offer().channels()->find(topic)->id; }
   void subscribe(std::uint32_t subscription, std::uint32_t to) {
     sut->onText(R"({"op":"subscribe","subscriptions":[{"id":)" + std::to_string(subscription) +
                 R"(,"channelId":)" + std::to_string(to) + "}]}");
   }
   std::uint32_t service(const std::string& name) const {
-    for (const Service& one : hub.services()) {
+    for (const Service& one : hub.offer().services()) {
       if (one.name == name) {
         return one.id;
       }
@@ -138,7 +137,7 @@ TEST_F(StreamSessionTest, ManyChannelsAreAnnouncedAHundredAtATime) {
   }
   process();
   connect();
-  const std::size_t count = hub.channels()->all().size();
+  const std::size_t count = hub.offer().channels()->all().size();
   EXPECT_EQ(received().size(), 1 + (count + 99) / 100 + 1);
 }
 

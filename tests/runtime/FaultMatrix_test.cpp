@@ -1,5 +1,5 @@
-#include "formats/OperationNames.h"
-#include "runtime/Host.h"
+#include "formats/lines/OperationNames.h"
+#include "runtime/host/Host.h"
 #include "support/Program.h"
 #include "zu/log.h"
 

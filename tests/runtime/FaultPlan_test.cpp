@@ -1,5 +1,5 @@
 #include "gk/GKError.h"
-#include "runtime/FaultPlan.h"
+#include "runtime/host/FaultPlan.h"
 
 #include <optional>
 #include <string>

@@ -1,4 +1,4 @@
-#include "runtime/Histogram.h"
+#include "runtime/figures/Histogram.h"
 
 namespace {
 

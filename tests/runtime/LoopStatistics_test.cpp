@@ -1,5 +1,5 @@
 #include "gk/GKClock.h"
-#include "runtime/LoopStatistics.h"
+#include "runtime/figures/LoopStatistics.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "runtime/Outlet.h"
+#include "runtime/output/Outlet.h"
 #include "support/Program.h"
 
 #include <latch>

@@ -1,5 +1,5 @@
 #include "devices/DeviceKeys.h"
-#include "runtime/Player.h"
+#include "runtime/host/Player.h"
 #include "support/Program.h"
 
 #include <string>

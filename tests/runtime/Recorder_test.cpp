@@ -1,8 +1,8 @@
 #include "formats/mcap/Reader.h"
 #include "formats/mcap/Source.h"
-#include "formats/RunLog.h"
-#include "runtime/Recorder.h"
-#include "runtime/RunRecorder.h"
+#include "formats/run/RunLog.h"
+#include "runtime/recording/Recorder.h"
+#include "runtime/recording/RunRecorder.h"
 #include "support/Program.h"
 
 #include <gmock/gmock.h>

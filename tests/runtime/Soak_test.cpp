@@ -1,5 +1,5 @@
-#include "runtime/Host.h"
-#include "runtime/Reporter.h"
+#include "runtime/host/Host.h"
+#include "runtime/output/Reporter.h"
 #include "zu/log.h"
 
 #include <boost/make_shared.hpp>

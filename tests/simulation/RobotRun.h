@@ -1,6 +1,6 @@
 #pragma once
 
-#include "formats/Json.h"
+#include "formats/json/Json.h"
 #include "support/Program.h"
 
 #include <boost/json/object.hpp>

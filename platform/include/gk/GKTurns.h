@@ -65,7 +65,7 @@ public:
 /// that have turns. For short pieces of work that do not sleep.
 class GK_API GKOutsideTurn {
 public:
-  GKOutsideTurn();
+  explicit GKOutsideTurn(GKClock& clock = GKClock::instance());
   ~GKOutsideTurn();
   GKOutsideTurn(const GKOutsideTurn&) = delete;
   GKOutsideTurn& operator=(const GKOutsideTurn&) = delete;

@@ -1,0 +1,209 @@
+#include "app/client/HostClient.h"
+#include "app/client/HostStream.h"
+#include "app/recordings/RecordingCommands.h"
+#include "app/session/RecordOptions.h"
+#include "app/terminal/SignalWatch.h"
+#include "formats/json/JsonText.h"
+#include "formats/mcap/Sink.h"
+#include "formats/mcap/Writer.h"
+#include "formats/text/Numbers.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <fnmatch.h>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace gk::app {
+
+namespace {
+
+using Steady = std::chrono::steady_clock;
+
+/// What is written is on the disk after this.
+constexpr std::chrono::milliseconds kFlushTime{750};
+
+constexpr const char* kLibrary = "gksensors " GK_VERSION;
+constexpr const char* kStreamMetadata = "gk.stream";
+constexpr const char* kLossMetadata = "gk.losses";
+
+struct RecordStreamOptions {
+  ClientOptions client;
+  std::string file;
+  std::vector<std::string> topics;
+  std::optional<double> limit;
+};
+
+/// The messages of a host in a file.
+class StreamRecording {
+public:
+  /// Raises `WriteError`, as all others do.
+  StreamRecording(const std::string& path, const std::string& host)
+      : fSink(path), fWriter(fSink, {formats::mcap::Compression::Zstd,
+                                     formats::mcap::Writer::kChunkSize, kLibrary}) {
+    fWriter.addMetadata({kStreamMetadata, {{"version", kLibrary}, {"host", host}}});
+  }
+
+  void write(const HostChannel& channel, std::uint64_t time, std::string_view payload) {
+    fWriter.write(xNumber(channel), time, time, payload);
+  }
+
+  void flushIfDue() {
+    const Steady::time_point now = Steady::now();
+    if (now - fFlushed >= kFlushTime) {
+      fFlushed = now;
+      if (fWriter.hasOpenChunk()) {
+        fWriter.closeChunk();
+        fSink.sync();
+      }
+    }
+  }
+
+  /// `losses`: what the host said of them last.
+  void finish(const std::string& losses) {
+    if (!losses.empty()) {
+      fWriter.addMetadata({kLossMetadata, {{"host", losses}}});
+    }
+    fWriter.finish();
+    fSink.sync();
+  }
+
+  std::uint64_t messages() const noexcept { return fWriter.messageCount(); }
+  std::uint64_t size() const noexcept { return fWriter.size(); }
+
+private:
+  std::uint16_t xNumber(const HostChannel& channel) {
+    const auto [entry, isNew] = fChannels.try_emplace(channel.id);
+    if (isNew) {
+      entry->second = fWriter.addChannel(channel.topic, channel.encoding, xSchema(channel));
+    }
+    return entry->second;
+  }
+
+  std::uint16_t xSchema(const HostChannel& channel) {
+    if (channel.schemaName.empty()) {
+      return 0;
+    }
+    const auto [entry, isNew] =
+        fSchemas.try_emplace({channel.schemaName, channel.schemaEncoding, channel.schema});
+    if (isNew) {
+      entry->second = fWriter.addSchema(channel.schemaName, channel.schemaEncoding, channel.schema);
+    }
+    return entry->second;
+  }
+
+  formats::mcap::FileSink fSink;
+  formats::mcap::Writer fWriter;
+  std::map<std::uint32_t, std::uint16_t> fChannels;
+  std::map<std::tuple<std::string, std::string, std::string>, std::uint16_t> fSchemas;
+  Steady::time_point fFlushed = Steady::now();
+};
+
+bool isWanted(const std::vector<std::string>& patterns, const std::string& topic) {
+  return patterns.empty() || std::ranges::any_of(patterns, [&topic](const std::string& pattern) {
+           return fnmatch(pattern.c_str(), topic.c_str(), 0) == 0;
+         });
+}
+
+void tellOf(const RecordStreamOptions& options, const StreamRecording& recording) {
+  if (options.client.isJson) {
+    std::string name;
+    formats::appendJsonString(name, options.file);
+    fmt::print("{{\"file\":{},\"messages\":{},\"bytes\":{}}}\n", name, recording.messages(),
+               recording.size());
+  } else {
+    fmt::print(stderr, "recorded {}: {} messages, {} bytes\n", options.file, recording.messages(),
+               recording.size());
+  }
+}
+
+/// Records until `isEnd`; the file is complete whichever way that comes.
+void record(const RecordStreamOptions& options, const std::atomic<bool>& isEnd) {
+  HostClient client(options.client);
+  // Made when the host has answered: an old recording is not lost to a wrong address.
+  std::optional<StreamRecording> recording;
+  std::string losses;
+  HostStream::Handlers handlers;
+  handlers.wants = [&](const HostChannel& channel) {
+    if (!recording) {
+      recording.emplace(options.file, client.address().text());
+    }
+    return isWanted(options.topics, channel.topic);
+  };
+  handlers.message = [&](const HostChannel& channel, std::uint64_t time, std::string_view payload) {
+    recording->write(channel, time, payload);
+    return true;
+  };
+  handlers.status = [&losses](const std::string& said) {
+    losses = said;
+    fmt::print(stderr, "gk: {}\n", said);
+  };
+  handlers.meanwhile = [&] {
+    if (recording) {
+      recording->flushIfDue();
+    }
+    return !isEnd;
+  };
+  const auto finish = [&] {
+    if (recording) {
+      recording->finish(losses);
+      tellOf(options, *recording);
+    }
+  };
+  try {
+    HostStream(client).run({}, handlers);
+  } catch (const ClientError&) {
+    finish();
+    throw;
+  }
+  finish();
+}
+
+int recordStream(const RecordStreamOptions& options) {
+  blockWatchedSignals();
+  std::atomic<bool> isEnd = false;
+  std::optional<std::chrono::microseconds> limit;
+  if (options.limit) {
+    limit = std::chrono::microseconds(*formats::toMicros(*options.limit));
+  }
+  const SignalWatch watch([&isEnd] { isEnd = true; }, limit);
+  try {
+    return runClient([&] {
+      record(options, isEnd);
+      return kSuccess;
+    });
+  } catch (const formats::mcap::WriteError& error) {
+    fmt::print(stderr, "gk: {}\n", error.what());
+    return kBadInput;
+  }
+}
+
+} // namespace
+
+void addRecordCommand(const Command& program) {
+  const Command command =
+      program.subcommand("record", "Record what a running host tells viewers, until Ctrl-C");
+  auto options = std::make_shared<RecordStreamOptions>();
+  command.option("FILE", options->file, "The recording (.mcap)")
+      .required()
+      .checked(checkRecordingName)
+      .shows("");
+  command.option("--topic", options->topics, "Only topics of this name, with * for anything")
+      .shows("TOPIC")
+      .onceEach();
+  command.option("--for", options->limit, "End after this many seconds")
+      .within(0.0, 1e9)
+      .shows("SECONDS");
+  addClientOptions(command, options->client);
+  command.does([options] { return recordStream(*options); });
+}
+
+} // namespace gk::app

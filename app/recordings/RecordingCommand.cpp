@@ -1,0 +1,82 @@
+#include "app/recordings/RecordingActions.h"
+#include "app/recordings/RecordingCommands.h"
+#include "formats/mcap/Sink.h"
+#include "formats/text/FormatError.h"
+#include "formats/text/InputError.h"
+#include "runtime/output/Outlet.h"
+
+#include <fmt/format.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace gk::app {
+
+namespace {
+
+struct RecordingOptions {
+  std::string file;
+  std::string out;
+  std::vector<std::string> topics;
+  std::string compression = "zstd";
+};
+
+/// Errors of all kinds as one line and an exit code.
+int guarded(const RecordingOptions& options, const std::function<int()>& work) {
+  try {
+    return work();
+  } catch (const formats::InputError& error) {
+    fmt::print(stderr, "{}\n", error.what());
+  } catch (const formats::FormatError& error) {
+    fmt::print(stderr, "{}:1: {}\n", options.file, error.what());
+  } catch (const formats::mcap::WriteError& error) {
+    fmt::print(stderr, "gk: {}\n", error.what());
+  } catch (const runtime::OutputError& error) {
+    fmt::print(stderr, "gk: {}\n", error.what());
+  }
+  return kBadInput;
+}
+
+} // namespace
+
+void addRecordingCommand(const Command& program) {
+  const Command command =
+      program.subcommand("recording", "Look into recordings (.mcap), check, mend and convert them");
+  command.needsSubcommand();
+  auto options = std::make_shared<RecordingOptions>();
+  const auto add = [&](const char* name, const char* text, std::function<int()> work) {
+    const Command one = command.subcommand(name, text);
+    one.option("FILE", options->file, "The recording").required().shows("");
+    one.does([options, work] { return guarded(*options, work); });
+    return one;
+  };
+  const auto addOut = [&](const Command& one, const char* text) {
+    one.option("OUT", options->out, text).required().shows("");
+  };
+  add("info", "Show what a recording holds", [options] { return showRecording(options->file); });
+  add("verify", "Check all of a recording; name what is wrong with it",
+      [options] { return verifyRecording(options->file); });
+  add("cat", "Write its messages as JSON Lines",
+      [options] { return printRecording(options->file, options->topics); })
+      .option("--topic", options->topics, "Only the messages of this topic")
+      .shows("TOPIC")
+      .onceEach();
+  addOut(add("recover", "Save what can be read of a damaged or cut recording",
+             [options] { return recoverRecording(options->file, options->out); }),
+         "The new recording");
+  const Command convert =
+      add("convert", "Make a .mcap, .csv or .jsonl file of a recording of any kind", [options] {
+        return convertRecording(options->file, options->out,
+                                options->compression == "none"
+                                    ? formats::mcap::Compression::None
+                                    : *formats::mcap::findCompression(options->compression));
+      });
+  addOut(convert, "The new file; its ending tells the kind");
+  convert.option("--compression", options->compression, "How to compress a .mcap file")
+      .oneOf({"zstd", "lz4", "none"})
+      .shows("zstd|lz4|none")
+      .showsDefault();
+}
+
+} // namespace gk::app

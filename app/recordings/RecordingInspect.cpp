@@ -1,0 +1,265 @@
+#include "app/options/Command.h"
+#include "app/recordings/RecordingActions.h"
+#include "app/terminal/ProgressLine.h"
+#include "formats/json/JsonText.h"
+#include "formats/json/JsonValue.h"
+#include "formats/lines/ScenarioText.h"
+#include "formats/mcap/Reader.h"
+#include "formats/mcap/Verify.h"
+#include "formats/run/RunLog.h"
+#include "formats/text/InputError.h"
+#include "formats/text/WallTime.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <optional>
+
+namespace gk::app {
+
+namespace {
+
+namespace mcap = formats::mcap;
+
+constexpr double kNanosPerSecond = 1e9;
+constexpr double kMega = 1e6;
+
+double secondsOf(std::uint64_t nanos) {
+  return static_cast<double>(nanos) / kNanosPerSecond;
+}
+
+std::string wallText(std::uint64_t nanos) {
+  return formats::wallTimeText(static_cast<std::int64_t>(nanos / 1000));
+}
+
+/// What a file says about itself, told from its beginning to its end.
+class Summary {
+public:
+  explicit Summary(const std::string& file) : fFile(file), fSource(file), fReader(fSource) {}
+
+  void read() {
+    ProgressLine line;
+    while (const std::optional<mcap::Item> item = fReader.next()) {
+      if (const auto* message = std::get_if<mcap::Message>(&*item)) {
+        xCount(*message);
+      } else if (const auto* metadata = std::get_if<mcap::Metadata>(&*item)) {
+        fMetadata.push_back(*metadata);
+      } else {
+        ++fAttachments;
+      }
+      line.show(fReader.progress());
+    }
+  }
+
+  void print() const {
+    fmt::print("{}: {:.3f} MB, {}\n", fFile, static_cast<double>(fSource.size()) / kMega,
+               fReader.isCut() ? "cut off" : "whole");
+    xRow("written by", fReader.library());
+    if (fMessages > 0) {
+      xRow("from", wallText(fStart));
+      xRow("length", fmt::format("{:.3f} s", secondsOf(fEnd - fStart)));
+    }
+    xRow("chunks", fmt::format("{}", fReader.chunkCount()));
+    xRow("attachments", fmt::format("{}", fAttachments));
+    for (const mcap::Metadata& metadata : fMetadata) {
+      for (const auto& [name, value] : metadata.values) {
+        xRow(metadata.name + "." + name, value);
+      }
+    }
+    if (fTurns > 0) {
+      xRow("turns", fmt::format("{}", fTurns));
+      xRow("actions", fmt::format("{}", fActions));
+      xRow("lost blocks", fmt::format("{}", fLost));
+      xRow("overlaps", fmt::format("{}", fOverlaps));
+    }
+    xRow("messages", fmt::format("{}", fMessages));
+    for (const auto& [id, count] : fCounts) {
+      const mcap::Channel& channel = fReader.channel(id);
+      const mcap::Schema* schema = fReader.schema(channel.schemaId);
+      fmt::print("    {:<34} {:>9}  {:<8} {}\n", channel.topic, count, channel.messageEncoding,
+                 schema != nullptr ? schema->name : "");
+    }
+    for (const mcap::Problem& problem : fReader.problems().kept()) {
+      fmt::print("problem at byte {}: {}\n", problem.offset, problem.text);
+    }
+  }
+
+private:
+  static void xRow(const std::string& name, const std::string& text) {
+    fmt::print("  {:<16} {}\n", name, text);
+  }
+
+  void xCount(const mcap::Message& message) {
+    fStart = fMessages == 0 ? message.logTime : std::min(fStart, message.logTime);
+    fEnd = fMessages == 0 ? message.logTime : std::max(fEnd, message.logTime);
+    ++fMessages;
+    ++fCounts[message.channelId];
+    if (fReader.channel(message.channelId).messageEncoding == formats::kRunEncoding) {
+      xCountRun(message.data);
+    }
+  }
+
+  void xCountRun(std::string_view block) {
+    formats::RunLogReader entries(block);
+    try {
+      while (const std::optional<formats::RunEntry> entry = entries.next()) {
+        fTurns += std::holds_alternative<formats::RunTurn>(*entry) ? 1 : 0;
+        fActions += std::holds_alternative<formats::RunAction>(*entry) ? 1 : 0;
+        fOverlaps += std::holds_alternative<formats::RunOverlap>(*entry) ? 1 : 0;
+        if (const auto* lost = std::get_if<formats::RunLost>(&*entry)) {
+          fLost += lost->blocks;
+        }
+      }
+    } catch (const formats::FormatError& error) {
+      fmt::print("problem in {}: {}\n", formats::kRunTopic, error.what());
+    }
+  }
+
+  const std::string fFile;
+  mcap::FileSource fSource;
+  mcap::Reader fReader;
+  std::vector<mcap::Metadata> fMetadata;
+  std::uint64_t fAttachments = 0;
+  std::uint64_t fMessages = 0;
+  std::uint64_t fStart = 0;
+  std::uint64_t fEnd = 0;
+  std::map<std::uint16_t, std::uint64_t> fCounts;
+  std::uint64_t fTurns = 0;
+  std::uint64_t fActions = 0;
+  std::uint64_t fLost = 0;
+  std::uint64_t fOverlaps = 0;
+};
+
+/// Makes the entries of a run log JSON.
+class EntryText {
+public:
+  EntryText(std::string& out, std::map<std::uint64_t, std::string>& keys)
+      : fOut(out), fKeys(keys) {}
+
+  void operator()(const formats::RunTurn& turn) {
+    fOut += fmt::format(R"({{"turn":{},"t":)", turn.task);
+    fOut += fmt::format("{:.6f}", static_cast<double>(turn.time) / kMega);
+    fOut += '}';
+    fTime = turn.time;
+  }
+  void operator()(const formats::RunWall& wall) {
+    fOut += fmt::format(R"({{"wall":{}}})", wall.offset);
+  }
+  void operator()(const formats::RunTask& task) {
+    fOut += fmt::format(R"({{"task":{},"method":)", task.task);
+    formats::appendJsonString(fOut, task.module + "." + task.method);
+    fOut += '}';
+  }
+  void operator()(const formats::RunKey& key) {
+    fKeys[key.index] = key.name;
+    fOut += fmt::format(R"({{"key":{},"name":)", key.index);
+    formats::appendJsonString(fOut, key.name);
+    fOut += '}';
+  }
+  void operator()(const formats::RunValues& values) {
+    formats::SetAction set;
+    for (const auto& [index, value] : values.values) {
+      const auto key = fKeys.find(index);
+      set.values.emplace_back(key != fKeys.end() ? key->second : fmt::format("key {}", index),
+                              value);
+    }
+    formats::appendScenarioLine(fOut, std::nullopt, set);
+  }
+  void operator()(const formats::RunAction& action) {
+    formats::appendScenarioLine(fOut, fTime, action.action);
+  }
+  void operator()(const formats::RunStart& start) {
+    fOut += fmt::format(R"({{"start":true,"whole":{},"continued":{}}})", start.isWhole,
+                        start.isContinued);
+  }
+  void operator()(const formats::RunLost& lost) {
+    fOut += fmt::format(R"({{"lost":{}}})", lost.blocks);
+  }
+  void operator()(const formats::RunOverlap&) { fOut += R"({"overlap":true})"; }
+
+private:
+  std::string& fOut;
+  std::map<std::uint64_t, std::string>& fKeys;
+  GK::GKMicros fTime = 0;
+};
+
+/// A message as JSON: itself where it is, a run log's entries, otherwise its length.
+void appendMessageText(std::string& out, const mcap::Channel& channel, std::string_view data,
+                       std::map<std::uint64_t, std::string>& keys) {
+  if (channel.messageEncoding == "json") {
+    out += data;
+  } else if (channel.messageEncoding == formats::kRunEncoding) {
+    formats::RunLogReader entries(data);
+    EntryText text(out, keys);
+    const char* separator = "[";
+    while (const std::optional<formats::RunEntry> entry = entries.next()) {
+      out += separator;
+      std::visit(text, *entry);
+      separator = ",";
+    }
+    out += ']';
+  } else {
+    out += fmt::format(R"({{"bytes":{}}})", data.size());
+  }
+}
+
+} // namespace
+
+int showRecording(const std::string& file) {
+  Summary summary(file);
+  summary.read();
+  summary.print();
+  return kSuccess;
+}
+
+int verifyRecording(const std::string& file) {
+  mcap::FileSource source(file);
+  mcap::Verdict verdict;
+  {
+    ProgressLine line;
+    verdict = mcap::verify(source, [&line](double progress) { line.show(progress); });
+  }
+  for (const mcap::Problem& problem : verdict.problems.kept()) {
+    fmt::print("{}: byte {}: {}\n", file, problem.offset, problem.text);
+  }
+  const mcap::Statistics& found = verdict.statistics;
+  fmt::print("{}: {} problem{}, {} chunks, {} messages in {} channels, {:.3f} s\n", file,
+             verdict.problems.count(), verdict.problems.count() == 1 ? "" : "s", found.chunkCount,
+             found.messageCount, found.channelCount, secondsOf(found.endTime - found.startTime));
+  return verdict.problems.count() == 0 ? kSuccess : kFailure;
+}
+
+int printRecording(const std::string& file, const std::vector<std::string>& topics) {
+  mcap::FileSource source(file);
+  mcap::Reader reader(source);
+  std::map<std::uint64_t, std::string> keys;
+  std::string line;
+  while (const std::optional<mcap::Item> item = reader.next()) {
+    const auto* message = std::get_if<mcap::Message>(&*item);
+    if (message == nullptr) {
+      continue;
+    }
+    const mcap::Channel& channel = reader.channel(message->channelId);
+    if (!topics.empty() && std::find(topics.begin(), topics.end(), channel.topic) == topics.end()) {
+      continue;
+    }
+    line = R"({"topic":)";
+    formats::appendJsonString(line, channel.topic);
+    line += fmt::format(R"(,"log_time":{},"message":)", message->logTime);
+    try {
+      appendMessageText(line, channel, message->data, keys);
+      line += "}\n";
+      std::fwrite(line.data(), 1, line.size(), stdout);
+    } catch (const formats::FormatError& error) {
+      fmt::print(stderr, "gk: {}: a message of {}: {}\n", file, channel.topic, error.what());
+    }
+  }
+  for (const mcap::Problem& problem : reader.problems().kept()) {
+    fmt::print(stderr, "gk: {}: byte {}: {}\n", file, problem.offset, problem.text);
+  }
+  return reader.problems().count() == 0 ? kSuccess : kFailure;
+}
+
+} // namespace gk::app

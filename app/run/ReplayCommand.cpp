@@ -1,0 +1,114 @@
+#include "app/run/Jobs.h"
+#include "app/run/RunCommands.h"
+#include "app/session/Session.h"
+#include "formats/text/InputError.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <set>
+
+namespace gk::app {
+
+namespace {
+
+struct ReplayOptions {
+  SessionOptions session;
+  bool isAsInput = false;
+  std::string report;
+  /// 0: all files are one input.
+  unsigned int jobs = 0;
+};
+
+/// True when the files are the parts of a recorded run, to be repeated as it was.
+bool isRun(const ReplayOptions& options) {
+  const auto& files = options.session.files;
+  return !options.isAsInput && std::all_of(files.begin(), files.end(), runtime::RunReplay::isRun);
+}
+
+int replay(const ReplayOptions& options) {
+  runtime::HostOptions host = hostOptions(options.session);
+  host.isVirtual = true;
+  host.endsWithInput = !host.until.has_value();
+  SessionView view;
+  view.hasProgressBar = true;
+  view.report = options.report;
+  try {
+    if (isRun(options)) {
+      if (!host.subscribe.empty() || !host.without.empty()) {
+        fmt::print(stderr, "gk: a recorded run is repeated as it was, without --subscribe and "
+                           "--without; --as-input plays what came in as any other file\n");
+        return kBadInput;
+      }
+      host.replay = std::make_shared<runtime::RunReplay>(host.files);
+      host.without = host.replay->without();
+      host.files.clear();
+    }
+  } catch (const formats::InputError& error) {
+    fmt::print(stderr, "{}\n", error.what());
+    return kBadInput;
+  }
+  return runSession(options.session, host, view);
+}
+
+/// Replays each file by itself. Their lines go to files in the folder that --out names.
+int replayEach(const ReplayOptions& options) {
+  const std::filesystem::path folder = options.session.out;
+  if (!folder.empty() && !std::filesystem::is_directory(folder)) {
+    fmt::print(stderr, "gk: --out: with --jobs {} has to be a folder\n", folder.string());
+    return kBadInput;
+  }
+  if (!options.report.empty()) {
+    fmt::print(stderr, "gk: --report: is about one run, and does not go with --jobs\n");
+    return kBadInput;
+  }
+  std::vector<Job> jobs;
+  std::set<std::filesystem::path> outputs;
+  for (const std::string& file : options.session.files) {
+    SessionOptions one = options.session;
+    one.files = {file};
+    if (!folder.empty()) {
+      const std::filesystem::path name = std::filesystem::path(file).filename();
+      one.out = (folder / name).string() + ".jsonl";
+      if (!outputs.insert(one.out).second) {
+        fmt::print(stderr, "gk: --out: two files are named {}, they would share {}\n",
+                   name.string(), one.out);
+        return kBadInput;
+      }
+    }
+    std::vector<std::string> arguments = sessionArguments(one);
+    if (options.isAsInput) {
+      arguments.insert(arguments.begin(), "--as-input");
+    }
+    arguments.insert(arguments.begin(), "replay");
+    jobs.push_back({file, std::move(arguments)});
+  }
+  return runJobs(jobs, options.jobs);
+}
+
+} // namespace
+
+void addReplayCommand(const Command& program) {
+  const Command command = program.subcommand(
+      "replay", "Run recordings through the module library in virtual time, as fast as possible");
+  auto options = std::make_shared<ReplayOptions>();
+  addSessionOptions(command, options->session);
+  command.argument("FILE").required();
+  command.flag("--as-input", options->isAsInput,
+               "Play what came into a recorded run, in ticks of its own");
+  command
+      .option("--report", options->report,
+              "Write a page with a time line, plots and counts to this file")
+      .shows("FILE.html");
+  command
+      .option("-j,--jobs", options->jobs,
+              "Replay each file by itself, N at a time, and show one line for each; --out then "
+              "names a folder")
+      .within(1, 1024)
+      .shows("N");
+  command.does([options] { return options->jobs > 0 ? replayEach(*options) : replay(*options); });
+}
+
+} // namespace gk::app

@@ -1,0 +1,117 @@
+#include "app/run/Realtime.h"
+#include "app/run/RobotKeys.h"
+#include "app/run/RunCommands.h"
+#include "app/session/RecordOptions.h"
+#include "app/session/Session.h"
+#include "formats/text/Numbers.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <cmath>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace gk::app {
+
+namespace {
+
+struct RunOptions {
+  SessionOptions session;
+  RecordOptions record;
+  ListenOptions listen;
+  bool isLoop = false;
+  std::optional<double> limit;
+  std::string speed = "real";
+  bool isRealtime = false;
+  std::string robot;
+  std::uint64_t seed = devices::SimulationOptions().seed;
+  bool isWithoutNoise = false;
+  bool isWithoutTour = false;
+  bool isKeysAsked = false;
+};
+
+constexpr const char* kSimulated = "sim";
+
+/// Recordings bring their own values; whoever brings nothing gets a robot.
+bool isSimulated(const RunOptions& options) {
+  return options.robot.empty() ? options.session.files.empty() : options.robot == kSimulated;
+}
+
+void addRobotOptions(const Command& command, RunOptions& options) {
+  command
+      .option("--robot", options.robot,
+              "sim: the simulated robot (what you get without FILE), or none")
+      .oneOf({kSimulated, "none"})
+      .shows("sim|none");
+  command.option("--seed", options.seed, "Where the simulated robot's sensor noise begins")
+      .shows("NUMBER")
+      .showsDefault();
+  command.flag("--no-noise", options.isWithoutNoise, "Give the simulated robot exact sensors");
+  command.flag("--no-tour", options.isWithoutTour,
+               "Leave the simulated robot standing instead of playing the tour");
+  command.flag("--keys", options.isKeysAsked, "List the keys that the robot serves, and end");
+}
+
+int run(const RunOptions& options) {
+  const bool isRobot = isSimulated(options);
+  if (options.isKeysAsked) {
+    listKeys(isRobot);
+    return kSuccess;
+  }
+  runtime::HostOptions host = hostOptions(options.session);
+  host.isVirtual = options.speed == "max";
+  if (host.isVirtual && options.listen.isAddressGiven) {
+    fmt::print(stderr, "gk: --listen needs real time, --speed max has none\n");
+    return kBadInput;
+  }
+  host.isLoop = options.isLoop;
+  if (options.isRealtime && !host.isVirtual) {
+    host.loopPriority = prepareForRealtime();
+  }
+  if (isRobot) {
+    host.simulation = {.seed = options.seed, .isNoisy = !options.isWithoutNoise};
+    if (host.files.empty() && !options.isWithoutTour) {
+      host.files.push_back(tourFile());
+      host.isLoop = true;
+    }
+  }
+  SessionView view;
+  if (!host.isVirtual) {
+    view.listen = options.listen;
+  }
+  view.isAlwaysReadable = true;
+  view.isInterruptible = true;
+  view.record = recorderOptions(options.record, host);
+  host.turnPatience = std::chrono::milliseconds(std::llround(options.record.patience * 1e3));
+  if (options.limit) {
+    view.wallLimit = std::chrono::microseconds(*formats::toMicros(*options.limit));
+  }
+  return runSession(options.session, host, view);
+}
+
+} // namespace
+
+void addRunCommand(const Command& program) {
+  const Command command = program.subcommand(
+      "run", "Host the module library on a robot in real time and show what it reports");
+  auto options = std::make_shared<RunOptions>();
+  addSessionOptions(command, options->session);
+  addRecordOptions(command, options->record);
+  addRobotOptions(command, *options);
+  command.flag("--loop", options->isLoop, "Start the files again at their end");
+  command.option("--for", options->limit, "End after this many seconds of wall time")
+      .within(0.0, 1e9)
+      .shows("SECONDS");
+  command.option("--speed", options->speed, "real, or max: virtual time, as fast as possible")
+      .oneOf({"real", "max"})
+      .shows("real|max")
+      .showsDefault();
+  addListenOptions(command, options->listen);
+  command.flag("--realtime", options->isRealtime,
+               "Run the loops with real-time priority and locked memory, where permitted");
+  command.does([options] { return run(*options); });
+}
+
+} // namespace gk::app

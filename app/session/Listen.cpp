@@ -1,0 +1,109 @@
+#include "app/session/Listen.h"
+
+#include "gateway/Gateway.h"
+
+#include <fmt/format.h>
+
+#include <unistd.h>
+#include <utility>
+
+namespace gk::app {
+
+namespace {
+
+/// Upper limits of the buckets that are told, in microseconds: the ticks' period is 20 ms.
+constexpr std::int64_t kLimits[] = {10,   20,   50,    100,   200,   500,    1000,
+                                    2000, 5000, 10000, 20000, 50000, 100000, 1000000};
+
+double seconds(std::int64_t micros) {
+  constexpr double perSecond = 1e6;
+  return static_cast<double>(micros) / perSecond;
+}
+
+gateway::HistogramFigures figuresOf(const runtime::Histogram& times) {
+  constexpr double kMedian = 0.5;
+  constexpr double kMost = 0.99;
+  constexpr double kNearlyAll = 0.999;
+  gateway::HistogramFigures figures;
+  for (const std::int64_t limit : kLimits) {
+    figures.buckets.emplace_back(seconds(limit), times.countUpTo(limit));
+  }
+  figures.count = times.count();
+  figures.sum = seconds(times.sum());
+  figures.p50 = seconds(times.quantile(kMedian));
+  figures.p99 = seconds(times.quantile(kMost));
+  figures.p999 = seconds(times.quantile(kNearlyAll));
+  return figures;
+}
+
+} // namespace
+
+std::vector<gateway::LoopFigures> loopFigures(const std::vector<runtime::LoopReport>& reports) {
+  std::vector<gateway::LoopFigures> loops;
+  for (const runtime::LoopReport& report : reports) {
+    loops.push_back({report.module, report.ticks, report.overruns, figuresOf(report.work),
+                     figuresOf(report.lateness)});
+  }
+  return loops;
+}
+
+void addListenOptions(const Command& command, ListenOptions& options) {
+  const Option address =
+      command
+          .option("--listen", options.address,
+                  "Serve programs, viewers and browsers at this address; port 0 takes a free one")
+          .shows("ADDRESS:PORT")
+          .showsDefault();
+  address.whenGiven([&options] { options.isAddressGiven = true; });
+  command.flag("--no-listen", options.isOff, "Serve nobody").excludes(address);
+  command
+      .option("--token-file", options.tokenFile,
+              "Clients must know the token in this file (mode 0600); needed for addresses that "
+              "others can reach")
+      .shows("FILE");
+  command
+      .option("--allow-host", options.hosts,
+              "A further name under which clients may address this host")
+      .shows("NAME")
+      .onceEach();
+  command
+      .option("--allow-origin", options.origins,
+              "A further origin whose pages may connect, such as https://viewer.example")
+      .shows("ORIGIN")
+      .onceEach();
+}
+
+std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options) {
+  if (options.isOff) {
+    return nullptr;
+  }
+  gateway::GatewayOptions gatewayOptions;
+  gatewayOptions.access.address = gateway::parseAddress(options.address);
+  if (!options.tokenFile.empty()) {
+    gatewayOptions.access.token = gateway::readToken(options.tokenFile);
+  }
+  gatewayOptions.access.hosts = options.hosts;
+  gatewayOptions.access.origins = options.origins;
+  gatewayOptions.version = GK_VERSION;
+  try {
+    return std::make_unique<gateway::Gateway>(std::move(gatewayOptions));
+  } catch (const gateway::AccessError& error) {
+    if (options.isAddressGiven || !error.isAddressTaken()) {
+      throw;
+    }
+    if (isatty(STDERR_FILENO) != 0) {
+      fmt::print(stderr,
+                 "gk: {} is taken, perhaps by another host: nobody can connect to this one\n",
+                 options.address);
+    }
+    return nullptr;
+  }
+}
+
+void announce(const gateway::Gateway& gateway, const ListenOptions& options) {
+  if (options.isAddressGiven || isatty(STDERR_FILENO) != 0) {
+    fmt::print(stderr, "listening at {}\n", gateway.url());
+  }
+}
+
+} // namespace gk::app

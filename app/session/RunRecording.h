@@ -1,0 +1,34 @@
+#pragma once
+
+#include "runtime/host/Host.h"
+#include "runtime/recording/Recorder.h"
+
+#include <boost/shared_ptr.hpp>
+
+#include <optional>
+
+namespace gk::app {
+
+/// The recording of a run, an observer for as long as this object lives; nothing at all when no
+/// recording was asked for.
+class RunRecording {
+public:
+  /// Has `host` tell its turns to the recorder. Raises `WriteError` when the file cannot be
+  /// written.
+  RunRecording(const std::optional<runtime::RecorderOptions>& options, runtime::HostOptions& host);
+  ~RunRecording();
+  RunRecording(const RunRecording&) = delete;
+  RunRecording& operator=(const RunRecording&) = delete;
+
+  /// Once the host is there: from now on what happens is recorded as messages as well.
+  void attach(const runtime::Host& host);
+
+  /// After the run: completes the files and tells on standard error where they are and what they
+  /// lack. Raises `WriteError`.
+  void finish();
+
+private:
+  boost::shared_ptr<runtime::Recorder> fRecorder;
+};
+
+} // namespace gk::app

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "app/session/Listen.h"
+#include "app/session/SessionOptions.h"
+#include "runtime/host/Host.h"
+#include "runtime/recording/Recorder.h"
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+namespace gk::app {
+
+/// How a run is shown.
+struct SessionView {
+  /// Readable lines on standard output even when JSON Lines go to a file.
+  bool isAlwaysReadable = false;
+  /// Shows how far the run has come while it takes its time, when standard error is a terminal.
+  bool hasProgressBar = false;
+  /// Writes a report of the run to this file, if there is one.
+  std::string report;
+  /// Records the run.
+  std::optional<runtime::RecorderOptions> record;
+  /// Ends the run on SIGINT and SIGTERM, and after this time.
+  bool isInterruptible = false;
+  std::optional<std::chrono::microseconds> wallLimit;
+  /// Serves clients.
+  std::optional<ListenOptions> listen;
+};
+
+/// Runs a host from start to shutdown with the outputs that the options ask for, and sums up on
+/// standard error. Complains in one line there. Returns the exit code.
+int runSession(const SessionOptions& options, runtime::HostOptions host, const SessionView& view);
+
+} // namespace gk::app

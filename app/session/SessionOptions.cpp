@@ -1,0 +1,135 @@
+#include "app/session/SessionOptions.h"
+
+#include "formats/lines/OutputLine.h"
+#include "formats/text/Numbers.h"
+#include "gk/DCM.h"
+#include "gk/GKMemory.h"
+#include "gk/GKResourceManager.h"
+
+#include <filesystem>
+
+namespace gk::app {
+
+namespace {
+
+constexpr const char* kLibraryName = "libgksensors.so";
+
+/// The folder that bin/ lies in, in a build folder as when installed.
+std::filesystem::path rootFolder() {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path();
+}
+
+/// Our own module library.
+std::string defaultLibrary() {
+  const std::filesystem::path root = rootFolder();
+  const std::filesystem::path installed = root / GK_LIBDIR / kLibraryName;
+  return std::filesystem::exists(installed) ? installed : root / "lib" / kLibraryName;
+}
+
+/// Checks a list of kinds of lines. Returns the complaint, empty if there is none.
+std::string checkKinds(const std::string& names) {
+  try {
+    formats::LineKinds::parse(names);
+    return {};
+  } catch (const std::invalid_argument& error) {
+    return error.what();
+  }
+}
+
+} // namespace
+
+std::string tourFile() {
+  return rootFolder() / GK_DATADIR / "gksensors" / "tour.jsonl";
+}
+
+void addSessionOptions(const Command& command, SessionOptions& options) {
+  command
+      .option(
+          "FILE", options.files,
+          "Recordings (.csv, .mcap) and scenarios (.jsonl), merged by time; .csv and .jsonl also "
+          "gzipped (.gz)")
+      .shows("");
+  command
+      .option("-o,--out", options.out, "Write JSON Lines to this file, or to standard output for -")
+      .shows("FILE");
+  command.option("--only", options.only, "Write only these kinds of lines, such as event,micro")
+      .checked(checkKinds)
+      .shows("KIND,KIND");
+  command.option("--sample", options.sample, "Write the values of these keys after every tick")
+      .separatedBy(',')
+      .shows("KEY,KEY")
+      .onceEach();
+  command.option("--subscribe", options.subscribe, "Subscribe to this extractor at the start")
+      .shows("MODULE")
+      .onceEach();
+  command.option("--without", options.without, "Leave a service out")
+      .oneOf({GK::GKMemory::kName, GK::DCM::kName, GK::GKResourceManager::kName})
+      .shows("GKMemory|DCM|GKResourceManager")
+      .onceEach();
+  command.option("--library", options.libraries, "Load this module library instead of ours")
+      .shows("FILE")
+      .onceEach();
+  command
+      .option("--epoch", options.epoch,
+              "Wall time at the start of the virtual clock, seconds since 1970")
+      .shows("SECONDS")
+      .showsDefault();
+  command.option("--until", options.until, "End at this time, in seconds from the start")
+      .within(0.0, formats::kMaxSeconds)
+      .shows("SECONDS");
+  command
+      .option("--log-level", options.logLevel,
+              "Show log lines up to this level: 1 fatal to 6 debug, 0 none")
+      .within(0, 6)
+      .shows("LEVEL")
+      .showsDefault();
+  command.option("--log-file", options.logFile, "Append all log lines to this file").shows("FILE");
+}
+
+std::vector<std::string> sessionArguments(const SessionOptions& options) {
+  std::vector<std::string> arguments;
+  const auto add = [&arguments](const char* name, const std::string& value) {
+    if (!value.empty()) {
+      arguments.insert(arguments.end(), {name, value});
+    }
+  };
+  const auto addEach = [&add](const char* name, const std::vector<std::string>& values) {
+    for (const std::string& value : values) {
+      add(name, value);
+    }
+  };
+  add("--out", options.out);
+  add("--only", options.only);
+  addEach("--sample", options.sample);
+  addEach("--subscribe", options.subscribe);
+  addEach("--without", options.without);
+  addEach("--library", options.libraries);
+  add("--epoch", std::to_string(options.epoch));
+  if (options.until) {
+    add("--until", formats::doubleText(*options.until));
+  }
+  add("--log-level", std::to_string(options.logLevel));
+  add("--log-file", options.logFile);
+  arguments.emplace_back("--");
+  arguments.insert(arguments.end(), options.files.begin(), options.files.end());
+  return arguments;
+}
+
+runtime::HostOptions hostOptions(const SessionOptions& options) {
+  runtime::HostOptions host;
+  host.files = options.files;
+  host.libraries = options.libraries;
+  if (host.libraries.empty()) {
+    host.libraries.push_back(defaultLibrary());
+  }
+  host.without = options.without;
+  host.subscribe = options.subscribe;
+  host.sample = options.sample;
+  host.epoch = options.epoch;
+  if (options.until) {
+    host.until = formats::toMicros(*options.until);
+  }
+  return host;
+}
+
+} // namespace gk::app

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "app/options/Command.h"
+#include "runtime/host/Host.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace gk::app {
+
+/// The options that `gk run` and `gk replay` share, as they stand on the command line.
+struct SessionOptions {
+  std::vector<std::string> files;
+  std::string out;
+  std::string only;
+  std::vector<std::string> sample;
+  std::vector<std::string> subscribe;
+  std::vector<std::string> without;
+  std::vector<std::string> libraries;
+  std::int64_t epoch = runtime::kDefaultEpoch;
+  std::optional<double> until;
+  int logLevel = 4;
+  std::string logFile;
+};
+
+void addSessionOptions(const Command& command, SessionOptions& options);
+
+/// The scenario that shows what the simulated robot can notice.
+std::string tourFile();
+
+/// The options as they would stand on a command line that asks for the same; files last.
+std::vector<std::string> sessionArguments(const SessionOptions& options);
+
+/// The host's options; those that only one command has are left at their defaults.
+runtime::HostOptions hostOptions(const SessionOptions& options);
+
+} // namespace gk::app

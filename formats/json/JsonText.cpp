@@ -1,0 +1,112 @@
+#include "formats/json/JsonText.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace gk::formats {
+
+namespace {
+
+constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
+
+/// Longest text in bytes that an error text repeats in full.
+constexpr std::size_t kQuotedLimit = 80;
+
+/// Bytes of the character of more than one byte that `text` begins with; 0 when it is not valid.
+std::size_t characterLength(std::string_view text) {
+  const auto byteAt = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned lead = byteAt(0);
+  std::size_t length = 0;
+  // Range of the second byte: keeps out long forms, surrogates and what lies beyond U+10FFFF.
+  unsigned low = 0x80;
+  unsigned high = 0xBF;
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    length = 2;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    length = 3;
+    low = lead == 0xE0 ? 0xA0 : low;
+    high = lead == 0xED ? 0x9F : high;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    length = 4;
+    low = lead == 0xF0 ? 0x90 : low;
+    high = lead == 0xF4 ? 0x8F : high;
+  }
+  if (length == 0 || text.size() < length || byteAt(1) < low || byteAt(1) > high) {
+    return 0;
+  }
+  for (std::size_t i = 2; i < length; ++i) {
+    if (byteAt(i) < 0x80 || byteAt(i) > 0xBF) {
+      return 0;
+    }
+  }
+  return length;
+}
+
+void appendEscaped(std::string& out, char c) {
+  constexpr std::string_view hex = "0123456789abcdef";
+  out += '\\';
+  switch (c) {
+  case '"':
+  case '\\':
+    out += c;
+    return;
+  case '\b':
+    out += 'b';
+    return;
+  case '\f':
+    out += 'f';
+    return;
+  case '\n':
+    out += 'n';
+    return;
+  case '\r':
+    out += 'r';
+    return;
+  case '\t':
+    out += 't';
+    return;
+  default:
+    out += "u00";
+    out += hex[static_cast<unsigned char>(c) >> 4];
+    out += hex[static_cast<unsigned char>(c) & 0xF];
+  }
+}
+
+} // namespace
+
+void appendJsonString(std::string& out, std::string_view text) {
+  out += '"';
+  for (std::size_t i = 0; i < text.size();) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if (byte < 0x20 || byte == '"' || byte == '\\') {
+      appendEscaped(out, text[i++]);
+    } else if (byte < 0x80) {
+      out += text[i++];
+    } else if (const std::size_t length = characterLength(text.substr(i)); length != 0) {
+      out += text.substr(i, length);
+      i += length;
+    } else {
+      out += kReplacement;
+      ++i;
+    }
+  }
+  out += '"';
+}
+
+std::string quotedText(std::string_view text) {
+  std::string out;
+  if (text.size() <= kQuotedLimit) {
+    appendJsonString(out, text);
+    return out;
+  }
+  // Cut at the beginning of a character.
+  std::size_t length = kQuotedLimit;
+  while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80) {
+    --length;
+  }
+  appendJsonString(out, text.substr(0, length));
+  out += "...";
+  return out;
+}
+
+} // namespace gk::formats

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "formats/json/JsonText.h"
+#include "formats/text/FormatError.h"
+#include "gk/GKValue.h"
+
+#include <boost/json/value.hpp>
+
+#include <string>
+
+/// Values of the platform as JSON: bools, strings, arrays and null (invalid) are themselves, a
+/// number with "." or exponent is a float, one without is an int, and {"float": "nan"}, "inf" and
+/// "-inf" are the floats that JSON has no number for.
+namespace gk::formats {
+
+/// Raises `FormatError` for ints beyond 32 bits and for other objects.
+GK::GKValue valueFromJson(const boost::json::value& json);
+
+void appendJson(std::string& out, const GK::GKValue& value);
+
+/// The float that {"float": "nan"|"inf"|"-inf"} stands for. Raises `FormatError` for other objects.
+float specialFloat(const boost::json::object& json);
+
+} // namespace gk::formats

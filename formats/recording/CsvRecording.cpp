@@ -1,0 +1,168 @@
+#include "formats/recording/CsvRecording.h"
+
+#include "formats/json/JsonText.h"
+#include "formats/text/Numbers.h"
+
+#include <algorithm>
+#include <optional>
+#include <unordered_set>
+
+namespace gk::formats {
+
+namespace {
+
+constexpr char kSeparator = ',';
+constexpr std::string_view kTimeColumn = "time";
+
+/// Cuts the first cell off `rest`; false in `isMore` when it was the last one.
+std::string_view takeCell(std::string_view& rest, bool& isMore) {
+  const char* begin = rest.data();
+  const char* last = begin + rest.size();
+  const char* end = std::find(begin, last, kSeparator);
+  isMore = end != last;
+  rest = isMore ? std::string_view(end + 1, static_cast<std::size_t>(last - end - 1))
+                : std::string_view();
+  return {begin, static_cast<std::size_t>(end - begin)};
+}
+
+} // namespace
+
+CsvRecording::CsvRecording(const std::string& path, const KeyTypeOf& keyTypeOf) : fReader(path) {
+  xReadHeader(keyTypeOf);
+  xReadRow();
+}
+
+void CsvRecording::xReadHeader(const KeyTypeOf& keyTypeOf) {
+  const std::optional<std::string_view> line = fReader.next();
+  if (!line) {
+    throw fReader.error("no header, which begins with \"time\"");
+  }
+  std::string_view rest = *line;
+  bool isMore = false;
+  if (const std::string_view first = takeCell(rest, isMore); first != kTimeColumn) {
+    throw fReader.error("the header's first column is " + quotedText(first) + ", not \"time\"");
+  }
+  std::unordered_set<std::string_view> seen{kTimeColumn};
+  while (isMore) {
+    const std::string_view key = takeCell(rest, isMore);
+    if (key.empty()) {
+      throw fReader.error("column " + std::to_string(fColumns.size() + 2) + " has no key");
+    }
+    if (!seen.insert(key).second) {
+      throw fReader.error("column " + quotedText(key) + " stands twice");
+    }
+    Column column;
+    column.key = key;
+    column.isInt = xTypeOf(key, keyTypeOf) == KeyType::Int;
+    fColumns.push_back(std::move(column));
+  }
+}
+
+KeyType CsvRecording::xTypeOf(std::string_view key, const KeyTypeOf& keyTypeOf) const {
+  try {
+    const KeyType type = keyTypeOf(key);
+    if (type == KeyType::Bool || type == KeyType::Text) {
+      throw FormatError("a table holds numbers only");
+    }
+    return type;
+  } catch (const FormatError& error) {
+    throw fReader.error("column " + quotedText(key) + ": " + error.what());
+  }
+}
+
+void CsvRecording::play(RecordingTarget& target) {
+  if (fTarget != &target) {
+    for (Column& column : fColumns) {
+      column.cell = target.column(column.key);
+    }
+    fTarget = &target;
+  }
+  // Hot path, here and in reading a row: no allocation, no look-up, no virtual call a cell.
+  for (const Column& column : fColumns) {
+    if (!column.isPresent || column.cell == nullptr) {
+      continue;
+    }
+    if (column.isInt) {
+      column.cell->storeInt(column.intValue);
+    } else {
+      column.cell->storeFloat(column.floatValue);
+    }
+  }
+  xReadRow();
+}
+
+void CsvRecording::skip() {
+  xReadRow();
+}
+
+void CsvRecording::xReadRow() {
+  fTime.reset();
+  const std::optional<std::string_view> line = fReader.next();
+  if (!line) {
+    return;
+  }
+  if (line->empty()) {
+    xExpectOnlyBlankLines();
+    return;
+  }
+  std::string_view rest = *line;
+  bool isMore = false;
+  const double seconds = xParseTime(takeCell(rest, isMore));
+  for (Column& column : fColumns) {
+    if (!isMore) {
+      xFailOnCount(*line);
+    }
+    xParseCell(column, takeCell(rest, isMore));
+  }
+  if (isMore) {
+    xFailOnCount(*line);
+  }
+  try {
+    fTime = fOrder.take(seconds);
+  } catch (const FormatError& error) {
+    throw fReader.error(error.what());
+  }
+}
+
+double CsvRecording::xParseTime(std::string_view text) const {
+  const std::optional<double> seconds = parseDouble(text);
+  if (!seconds) {
+    throw fReader.error("column \"time\": " + quotedText(text) + " is no time in seconds");
+  }
+  return *seconds;
+}
+
+void CsvRecording::xParseCell(Column& column, std::string_view text) const {
+  column.isPresent = !text.empty();
+  if (!column.isPresent) {
+    return;
+  }
+  if (column.isInt) {
+    if (const std::optional<std::int32_t> value = parseInt(text)) {
+      column.intValue = *value;
+      return;
+    }
+  } else if (const std::optional<float> value = parseFloat(text)) {
+    column.floatValue = *value;
+    return;
+  }
+  throw fReader.error("column " + quotedText(column.key) + ": " + quotedText(text) +
+                      (column.isInt ? " is no int of 32 bits" : " is no number"));
+}
+
+void CsvRecording::xFailOnCount(std::string_view line) const {
+  const auto cells = std::ranges::count(line, kSeparator) + 1;
+  throw fReader.error("the row has " + std::to_string(cells) + " cells, the header " +
+                      std::to_string(fColumns.size() + 1));
+}
+
+void CsvRecording::xExpectOnlyBlankLines() {
+  const std::size_t blank = fReader.line();
+  while (const std::optional<std::string_view> line = fReader.next()) {
+    if (!line->empty()) {
+      throw InputError(fReader.path(), blank, "a blank line before the end");
+    }
+  }
+}
+
+} // namespace gk::formats

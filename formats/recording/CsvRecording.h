@@ -1,0 +1,52 @@
+#pragma once
+
+#include "formats/json/KeyTypes.h"
+#include "formats/recording/Recording.h"
+#include "formats/recording/TimeOrder.h"
+#include "formats/text/LineReader.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace gk::formats {
+
+/// A table of device values: the header "time,KEY,KEY,...", then a row for each time.
+///
+/// An empty cell leaves its key unchanged. Columns of int keys are ints, all others floats.
+class CsvRecording final : public Recording {
+public:
+  CsvRecording(const std::string& path, const KeyTypeOf& keyTypeOf);
+
+  void play(RecordingTarget& target) override;
+  void skip() override;
+  double progress() const noexcept override { return fReader.progress(); }
+
+private:
+  struct Column {
+    std::string key;
+    bool isInt = false;
+    /// The current row has a value for this column.
+    bool isPresent = false;
+    float floatValue = 0.0F;
+    std::int32_t intValue = 0;
+    GK::GKMemoryCell* cell = nullptr;
+  };
+
+  void xReadHeader(const KeyTypeOf& keyTypeOf);
+  KeyType xTypeOf(std::string_view key, const KeyTypeOf& keyTypeOf) const;
+  void xReadRow();
+  double xParseTime(std::string_view text) const;
+  void xParseCell(Column& column, std::string_view text) const;
+  [[noreturn]] void xFailOnCount(std::string_view line) const;
+  void xExpectOnlyBlankLines();
+
+  LineReader fReader;
+  TimeOrder fOrder;
+  std::vector<Column> fColumns;
+  RecordingTarget* fTarget = nullptr;
+};
+
+} // namespace gk::formats

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "formats/json/KeyTypes.h"
+#include "formats/recording/Recording.h"
+
+#include <memory>
+#include <string>
+
+namespace gk::formats {
+
+/// Opens a recording by its ending: ".csv" and ".jsonl", both also with ".gz", and ".mcap".
+///
+/// Reads as far as the first line with a time. Raises `InputError`.
+std::unique_ptr<Recording> openRecording(const std::string& path, KeyTypeOf keyTypeOf);
+
+} // namespace gk::formats

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "formats/mcap/Reader.h"
+#include "formats/mcap/Source.h"
+#include "formats/run/RunLog.h"
+#include "formats/text/InputError.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace gk::formats {
+
+/// What ran on which clock, as far as a replay has to know.
+enum class RunClock : std::uint8_t {
+  /// Nothing ran: the file holds input only.
+  None,
+  /// Turns were recorded, in real or in virtual time.
+  Turns
+};
+
+/// The members of the metadata `kRunMetadata` that a replay reads.
+inline constexpr const char* kClockMember = "clock";
+inline constexpr const char* kTurnsClock = "turns";
+/// Services that were left out, with commas between them.
+inline constexpr const char* kWithoutMember = "without";
+
+/// The run log in an MCAP file, read from the beginning to the end in memory that does not grow
+/// with the file. What is damaged is left out and named by `problems`. For one thread.
+class RunFile {
+public:
+  /// Raises `InputError` when the file cannot be read or has no run log.
+  explicit RunFile(const std::string& path);
+
+  /// The next entry, nothing at the end. Keys are taken note of by the way.
+  std::optional<RunEntry> next();
+
+  /// What the file says about the run.
+  const mcap::StringMap& about() const noexcept { return fAbout; }
+  RunClock clock() const;
+
+  /// A key by its number; null when the entry that told its name was lost.
+  const std::string* key(std::uint64_t index) const;
+
+  const std::string& path() const noexcept { return fPath; }
+  bool isCut() const noexcept { return fReader->isCut(); }
+  /// What is wrong with the file, as far as it has been read: one line each.
+  std::vector<std::string> problems() const;
+  double progress() const noexcept { return fReader->progress(); }
+
+private:
+  bool xNextBlock();
+
+  std::string fPath;
+  mcap::FileSource fSource;
+  std::unique_ptr<mcap::Reader> fReader;
+  mcap::StringMap fAbout;
+  std::string fBlock;
+  RunLogReader fEntries;
+  std::vector<std::string> fKeys;
+  mcap::Problems fBadBlocks;
+};
+
+} // namespace gk::formats

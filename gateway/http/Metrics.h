@@ -1,0 +1,17 @@
+#pragma once
+
+#include "gateway/figures/Counters.h"
+#include "gateway/robot/Robot.h"
+
+#include <cstddef>
+#include <string>
+
+namespace gk::gateway {
+
+/// The figures of the host in Prometheus' text format, version 0.0.4
+/// (https://prometheus.io/docs/instrumenting/exposition_formats/). Base units; labels only of sets
+/// that do not grow with use. Any thread.
+std::string metricsText(const Robot& robot, const Counters& counters, std::size_t callsRunning,
+                        const std::string& version, double startTime);
+
+} // namespace gk::gateway

@@ -1,0 +1,65 @@
+#include "gateway/robot/CallRunner.h"
+
+#include "gk/GKCaller.h"
+#include "gk/GKClock.h"
+
+#include <exception>
+#include <utility>
+
+namespace gk::gateway {
+
+namespace {
+
+CallOutcome outcomeOf(const BoundCall& call) {
+  CallOutcome outcome;
+  try {
+    const GK::GKCallerScope scope(GK::GKCaller::Client);
+    GK::GKValue value = call.module->callMethod(call.method, call.arguments);
+    if (call.hasResult) {
+      outcome.result = std::move(value);
+    }
+  } catch (const GK::GKError& error) {
+    outcome.error = raisedError(error);
+  } catch (const std::exception& error) {
+    outcome.error = RpcError{kInternalError, error.what(), {}};
+  } catch (...) {
+    outcome.error = RpcError{kInternalError, "unknown exception", {}};
+  }
+  return outcome;
+}
+
+} // namespace
+
+bool CallRunner::start(BoundCall call, Done done) {
+  GK::GKTask task{call.module->getName(), call.method};
+  const formats::CallAction action{task.module, task.method, call.arguments,
+                                   task.module + "." + task.method};
+  bool isStarted = false;
+  const auto begin = [&] {
+    isStarted = start(std::move(task),
+                      [call = std::move(call), done = std::move(done)] { done(outcomeOf(call)); });
+  };
+  if (fCarryOut) {
+    fCarryOut(action, begin);
+  } else {
+    begin();
+  }
+  return isStarted;
+}
+
+bool CallRunner::start(GK::GKTask name, std::function<void()> work) {
+  if (fRunning.fetch_add(1, std::memory_order_relaxed) >= fLimit) {
+    fRunning.fetch_sub(1, std::memory_order_relaxed);
+    return false;
+  }
+  GK::GKClock::instance().post(std::move(name), [this, work = std::move(work)] {
+    try {
+      work();
+    } catch (...) { // NOLINT(bugprone-empty-catch): there is nobody left to tell
+    }
+    fRunning.fetch_sub(1, std::memory_order_relaxed);
+  });
+  return true;
+}
+
+} // namespace gk::gateway

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "gateway/robot/CarryOut.h"
+#include "gateway/robot/Robot.h"
+#include "gateway/robot/RpcRequest.h"
+#include "gk/GKClock.h"
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace gk::gateway {
+
+/// How a call ended: with a result, which methods without one leave out, or with an error.
+struct CallOutcome {
+  std::optional<GK::GKValue> result;
+  std::optional<RpcError> error;
+};
+
+/// Runs calls of clients in tasks of the platform, so that none holds up another or the gateway,
+/// and never more than a fixed number at a time. Tasks end with the host: a call that sleeps is cut
+/// short by the shutdown.
+///
+/// Any thread. Must outlive its tasks, which the broker's shutdown waits for.
+class CallRunner {
+public:
+  static constexpr std::size_t kMaxCalls = 128;
+
+  using Done = std::function<void(CallOutcome)>;
+
+  explicit CallRunner(std::size_t limit = kMaxCalls) : fLimit(limit) {}
+
+  /// How calls are started from here on. Before the first one.
+  void setCarryOut(CarryOut carryOut) { fCarryOut = std::move(carryOut); }
+
+  /// Calls `done` in the task of the call, or returns false when too many calls are running.
+  [[nodiscard]] bool start(BoundCall call, Done done);
+
+  /// The same for work of another kind; `name` names its task. What `work` raises is lost.
+  [[nodiscard]] bool start(GK::GKTask name, std::function<void()> work);
+
+  std::size_t running() const noexcept { return fRunning.load(std::memory_order_relaxed); }
+
+private:
+  const std::size_t fLimit;
+  CarryOut fCarryOut;
+  std::atomic<std::size_t> fRunning{0};
+};
+
+} // namespace gk::gateway

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "gateway/figures/Counters.h"
+#include "gateway/robot/Robot.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+/// The resources' JSON texts. Any thread.
+namespace gk::gateway {
+
+std::string describeModules(const Robot& robot);
+
+/// Calls the module's `version`.
+std::string describeModule(const Robot& robot, GK::GKModuleCore& module);
+
+std::string describeEvents(const Robot& robot);
+
+std::string describeKey(const std::string& key, const GK::GKValue& value);
+
+/// Which keys to show.
+struct KeyPage {
+  std::string prefix;
+  std::string contains;
+  std::string after;
+  std::size_t limit = 0;
+};
+std::string describeKeys(const Robot& robot, const KeyPage& page);
+
+/// What there is to say about the host itself.
+struct HostDescription {
+  std::string version;
+  /// Seconds since 1970.
+  double startTime = 0;
+  const Counters* counters = nullptr;
+  std::size_t callsRunning = 0;
+};
+std::string describeHost(const Robot& robot, const HostDescription& host);
+
+/// Whether the host does what it is there for.
+struct Readiness {
+  /// Longest time between two ticks of a loop that is alive, in microseconds.
+  static constexpr GK::GKMicros kLongestTick = 2'000'000;
+
+  struct Condition {
+    std::string text;
+    bool isMet = false;
+  };
+  std::vector<Condition> conditions;
+
+  bool isReady() const;
+  /// A line for each condition: "[+] modules are loaded".
+  std::string text() const;
+};
+/// `robot` is null while there is none.
+Readiness readinessOf(const Robot* robot, const Counters& counters);
+
+} // namespace gk::gateway

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "gateway/figures/Counters.h"
+#include "gateway/robot/CallRunner.h"
+#include "gateway/robot/Robot.h"
+#include "gateway/robot/RpcRequest.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace gk::gateway {
+
+/// Carries out JSON-RPC requests. The requests of a batch run one after the other, in their order,
+/// each in a task of its own. Any thread.
+class RpcService {
+public:
+  /// Takes the reply's text; empty when there is nothing to reply. On the thread of the last call,
+  /// or on that of `handle`.
+  using Reply = std::function<void(std::string)>;
+
+  /// Both must outlive the calls' tasks, as must the service itself.
+  RpcService(CallRunner& runner, Counters& counters) : fRunner(runner), fCounters(counters) {}
+
+  void handle(std::shared_ptr<const Robot> robot, const std::string& body, Reply reply);
+
+private:
+  struct Progress;
+
+  void xNext(const std::shared_ptr<Progress>& progress);
+  void xCall(const std::shared_ptr<Progress>& progress, const RpcCall& call);
+
+  CallRunner& fRunner;
+  Counters& fCounters;
+};
+
+} // namespace gk::gateway

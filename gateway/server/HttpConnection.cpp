@@ -1,0 +1,274 @@
+#include "gateway/http/Http.h"
+#include "gateway/server/Connections.h"
+#include "gateway/server/WebSocketConnection.h"
+#include "gateway/stream/ServerMessage.h"
+
+#include <boost/asio/post.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http.hpp>
+#include <boost/beast/websocket/rfc6455.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace gk::gateway {
+
+namespace {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = beast::http;
+using beast::error_code;
+
+/// What the page may do: nothing but what comes from here.
+constexpr std::string_view kContentPolicy =
+    "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; "
+    "font-src 'self'; connect-src 'self'; frame-src 'self'; base-uri 'none'; form-action 'none'; "
+    "frame-ancestors 'none'";
+
+HttpRequest plainRequest(const http::request<http::string_body>& request) {
+  const auto field = [&request](http::field name) {
+    const auto found = request.find(name);
+    return found != request.end() ? std::optional(std::string(found->value())) : std::nullopt;
+  };
+  HttpRequest plain;
+  plain.method = std::string(request.method_string());
+  plain.target = std::string(request.target());
+  plain.contentType = field(http::field::content_type).value_or("");
+  plain.host = field(http::field::host).value_or("");
+  plain.origin = field(http::field::origin);
+  plain.authorization = field(http::field::authorization).value_or("");
+  plain.cookie = field(http::field::cookie).value_or("");
+  plain.takesGzip =
+      field(http::field::accept_encoding).value_or("").find("gzip") != std::string::npos;
+  plain.ifNoneMatch = field(http::field::if_none_match).value_or("");
+  plain.body = request.body();
+  return plain;
+}
+
+/// One HTTP client: reads a request, waits for its answer, writes it, and so on.
+class HttpConnection final : public Connection,
+                             public std::enable_shared_from_this<HttpConnection> {
+public:
+  HttpConnection(ServerParts& parts, asio::ip::tcp::socket socket)
+      : Connection(parts), fStream(std::move(socket)) {}
+
+  void goAway() override { fStream.close(); }
+
+  void readHeader() {
+    fParser.emplace();
+    fParser->header_limit(fParts.options.limits.header);
+    fParser->body_limit(fParts.options.limits.body);
+    fStream.expiresAfter(fParts.options.limits.headerTime);
+    http::async_read_header(fStream, fBuffer, *fParser,
+                            [self = shared_from_this()](error_code error, std::size_t) {
+                              if (error) {
+                                self->xRefuse(error);
+                              } else {
+                                self->xReadBody();
+                              }
+                            });
+  }
+
+  void refuseForLoad() {
+    fIsLast = true;
+    fIsTooMany = true;
+    xRespond(errorResponse(503, "too many connections"));
+  }
+
+private:
+  void xReadBody() {
+    fStream.expiresAfter(fParts.options.limits.bodyTime);
+    const auto& expect = fParser->get()[http::field::expect];
+    if (beast::iequals(expect, "100-continue") && !fParser->is_done()) {
+      static constexpr std::string_view go = "HTTP/1.1 100 Continue\r\n\r\n";
+      asio::async_write(fStream, asio::buffer(go.data(), go.size()),
+                        [self = shared_from_this()](error_code error, std::size_t) {
+                          if (!error) {
+                            self->xReadRest();
+                          }
+                        });
+      return;
+    }
+    xReadRest();
+  }
+
+  void xReadRest() {
+    http::async_read(fStream, fBuffer, *fParser,
+                     [self = shared_from_this()](error_code error, std::size_t) {
+                       if (error) {
+                         self->xRefuse(error);
+                       } else {
+                         self->xHandle();
+                       }
+                     });
+  }
+
+  /// What cannot be read ends the connection; where there is somebody to tell why, it is told.
+  void xRefuse(error_code error) {
+    fIsLast = true;
+    if (error == http::error::header_limit) {
+      xRespond(errorResponse(431, "the headers are too long"));
+    } else if (error == http::error::body_limit) {
+      xRespond(errorResponse(413, "the body is too long"));
+    } else if (error == beast::error::timeout) {
+      xEnd();
+    } else if (error.category() == http::make_error_code(http::error::bad_method).category() &&
+               error != http::error::end_of_stream && error != http::error::partial_message) {
+      xRespond(errorResponse(400, "this is no HTTP request: " + error.message()));
+    } else {
+      xEnd();
+    }
+  }
+
+  void xHandle() {
+    // A call takes the time that it takes.
+    fStream.expiresNever();
+    fRequest = fParser->release();
+    fIsLast = !fRequest.keep_alive();
+    fIsHead = fRequest.method() == http::verb::head;
+    fVersion = fRequest.version();
+    HttpRequest plain = plainRequest(fRequest);
+    if (beast::websocket::is_upgrade(fRequest)) {
+      xUpgrade(plain);
+      return;
+    }
+    fParts.resources.handle(
+        fParts.hub.offer().robot(), std::move(plain),
+        [self = shared_from_this()](HttpResponse response) mutable {
+          // Let go of here: the connection ends on its own thread.
+          const auto executor = self->fStream.get_executor();
+          asio::post(executor, [self = std::move(self), response = std::move(response)]() mutable {
+            self->xRespond(std::move(response));
+          });
+        });
+  }
+
+  void xUpgrade(const HttpRequest& request) {
+    const std::optional<Target> target = parseTarget(request.target);
+    if (!target || (target->path != "/" && target->path != "/ws")) {
+      xRespond(errorResponse(404, "WebSockets are at / and /ws"));
+      return;
+    }
+    if (auto refusal = fParts.resources.refuse(request, *target, false)) {
+      xRespond(*std::move(refusal));
+      return;
+    }
+    const std::string_view subprotocol =
+        chooseSubprotocol(std::string_view(fRequest[http::field::sec_websocket_protocol]));
+    if (subprotocol.empty()) {
+      xRespond(errorResponse(400, "the subprotocol must be foxglove.sdk.v1 or "
+                                  "foxglove.websocket.v1"));
+      return;
+    }
+    if (fParts.counters.webSocketClients.load() >= fParts.options.limits.webSocketClients) {
+      xRespond(errorResponse(503, "too many clients"));
+      return;
+    }
+    startWebSocket(fParts, std::move(fStream), fRequest, subprotocol);
+  }
+
+  void xRespond(HttpResponse response) {
+    fParts.counters.addResponse(response.status);
+    fResponse.emplace(static_cast<http::status>(response.status), fVersion);
+    const bool hasOwnPolicy = std::ranges::any_of(response.headers, [](const auto& header) {
+      return header.first == "Content-Security-Policy";
+    });
+    for (auto& [name, value] : response.headers) {
+      fResponse->insert(name, value);
+    }
+    if (!hasOwnPolicy) {
+      fResponse->set("Content-Security-Policy", kContentPolicy);
+    }
+    fResponse->set("X-Content-Type-Options", "nosniff");
+    fResponse->set("Referrer-Policy", "no-referrer");
+    fResponse->set("Cross-Origin-Resource-Policy", "same-origin");
+    if (fResponse->find(http::field::cache_control) == fResponse->end()) {
+      fResponse->set(http::field::cache_control, "no-store");
+    }
+    fResponse->keep_alive(!fIsLast);
+    const bool hasBody = response.status != 204 && response.status != 304;
+    if (hasBody) {
+      fResponse->set(http::field::content_type, response.contentType);
+      fResponse->content_length(response.body.size());
+      if (!fIsHead) {
+        fResponse->body() = std::move(response.body);
+      }
+    }
+    fStream.expiresAfter(fParts.options.limits.bodyTime);
+    http::async_write(fStream, *fResponse,
+                      [self = shared_from_this()](error_code error, std::size_t) {
+                        if (error || self->fIsLast) {
+                          self->xEnd();
+                        } else {
+                          self->readHeader();
+                        }
+                      });
+  }
+
+  /// Takes what the client still sends, for a moment: closing on unread bytes would take the answer
+  /// away from it (RFC 9112, section 9.6).
+  void xEnd() {
+    error_code error;
+    fStream.socket().shutdown(asio::ip::tcp::socket::shutdown_send, error);
+    if (error || fIsTooMany) {
+      fStream.close();
+      return;
+    }
+    fStream.expiresAfter(kLingering);
+    xDiscard();
+  }
+
+  void xDiscard() {
+    fBuffer.clear();
+    fStream.async_read_some(fBuffer.prepare(kDiscarded),
+                            [self = shared_from_this()](error_code error, std::size_t) {
+                              if (error) {
+                                self->fStream.close();
+                              } else {
+                                self->xDiscard();
+                              }
+                            });
+  }
+
+  static constexpr std::chrono::seconds kLingering{1};
+  static constexpr std::size_t kDiscarded = 16 * 1024;
+
+  ByteStream fStream;
+  beast::flat_buffer fBuffer;
+  std::optional<http::request_parser<http::string_body>> fParser;
+  http::request<http::string_body> fRequest;
+  std::optional<http::response<http::string_body>> fResponse;
+  unsigned fVersion = 11;
+  bool fIsLast = false;
+  bool fIsHead = false;
+  bool fIsTooMany = false;
+};
+
+} // namespace
+
+Connection::Connection(ServerParts& parts) : fParts(parts) {
+  fParts.connections.insert(this);
+  fParts.counters.connections.store(fParts.connections.size(), std::memory_order_relaxed);
+}
+
+Connection::~Connection() {
+  fParts.connections.erase(this);
+  fParts.counters.connections.store(fParts.connections.size(), std::memory_order_relaxed);
+}
+
+void startConnection(ServerParts& parts, asio::ip::tcp::socket socket) {
+  const bool isTooMany = parts.connections.size() >= parts.options.limits.connections;
+  const auto connection = std::make_shared<HttpConnection>(parts, std::move(socket));
+  if (isTooMany) {
+    connection->refuseForLoad();
+  } else {
+    connection->readHeader();
+  }
+}
+
+} // namespace gk::gateway

@@ -1,0 +1,104 @@
+#include "gateway/stream/ClientQueue.h"
+
+#include <utility>
+
+namespace gk::gateway {
+
+bool ClientQueue::addAnswer(Frame frame) {
+  if (fAnswers.size() >= fLimits.answers || !xMakeRoom(frame.size())) {
+    return false;
+  }
+  fBytes += frame.size();
+  fAnswers.push_back(std::move(frame));
+  return true;
+}
+
+void ClientQueue::addEvent(std::uint32_t channel, Frame frame) {
+  if (fEvents.size() >= fLimits.events) {
+    xDrop(fEvents.front().channel, fEvents.front().frame.size());
+    fEvents.pop_front();
+  }
+  if (!xMakeRoom(frame.size())) {
+    ++fDrops[channel];
+    return;
+  }
+  fBytes += frame.size();
+  fEvents.push_back({channel, std::move(frame)});
+}
+
+void ClientQueue::setSample(std::uint32_t channel, Frame frame) {
+  const auto found = fSampleOf.find(channel);
+  if (found != fSampleOf.end()) {
+    // Keeps the place of the one that it replaces: each channel has its turn.
+    Waiting& waiting = *found->second;
+    xDrop(channel, waiting.frame.size());
+    fBytes += frame.size();
+    waiting.frame = std::move(frame);
+    return;
+  }
+  if (fBytes + frame.size() > fLimits.bytes) {
+    ++fDrops[channel];
+    return;
+  }
+  fBytes += frame.size();
+  fSamples.push_back({channel, std::move(frame)});
+  fSampleOf[channel] = std::prev(fSamples.end());
+}
+
+void ClientQueue::forget(std::uint32_t channel) {
+  if (const auto found = fSampleOf.find(channel); found != fSampleOf.end()) {
+    fBytes -= found->second->frame.size();
+    fSamples.erase(found->second);
+    fSampleOf.erase(found);
+  }
+  std::erase_if(fEvents, [this, channel](const Waiting& waiting) {
+    if (waiting.channel == channel) {
+      fBytes -= waiting.frame.size();
+    }
+    return waiting.channel == channel;
+  });
+  fDrops.erase(channel);
+}
+
+std::optional<Frame> ClientQueue::take() {
+  std::optional<Frame> frame;
+  if (!fAnswers.empty()) {
+    frame = std::move(fAnswers.front());
+    fAnswers.pop_front();
+  } else if (!fEvents.empty()) {
+    frame = std::move(fEvents.front().frame);
+    fEvents.pop_front();
+  } else if (!fSamples.empty()) {
+    frame = std::move(fSamples.front().frame);
+    fSampleOf.erase(fSamples.front().channel);
+    fSamples.pop_front();
+  }
+  if (frame) {
+    fBytes -= frame->size();
+  }
+  return frame;
+}
+
+ClientQueue::Drops ClientQueue::takeDrops() {
+  return std::exchange(fDrops, {});
+}
+
+void ClientQueue::xDrop(std::uint32_t channel, std::size_t bytes) {
+  ++fDrops[channel];
+  fBytes -= bytes;
+}
+
+bool ClientQueue::xMakeRoom(std::size_t bytes) {
+  while (fBytes + bytes > fLimits.bytes && !fSamples.empty()) {
+    xDrop(fSamples.front().channel, fSamples.front().frame.size());
+    fSampleOf.erase(fSamples.front().channel);
+    fSamples.pop_front();
+  }
+  while (fBytes + bytes > fLimits.bytes && !fEvents.empty()) {
+    xDrop(fEvents.front().channel, fEvents.front().frame.size());
+    fEvents.pop_front();
+  }
+  return fBytes + bytes <= fLimits.bytes;
+}
+
+} // namespace gk::gateway

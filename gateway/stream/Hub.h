@@ -1,0 +1,56 @@
+#pragma once
+
+#include "gateway/figures/NoticeQueue.h"
+#include "gateway/stream/Offer.h"
+#include "gateway/stream/StreamSession.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace gk::gateway {
+
+/// Passes what happens in the host on to all clients of the WebSocket protocol. For one thread.
+class Hub {
+public:
+  /// See `Offer`.
+  Hub(CallRunner& runner, Counters& counters, std::string version, Offer::Post post);
+
+  /// From now on there is a robot to tell about. Clients that are there already learn about it.
+  void open(std::shared_ptr<const Robot> robot);
+  /// The robot goes; clients are to be sent away before.
+  void close();
+
+  const Offer& offer() const noexcept { return fOffer; }
+
+  /// A new client, which is greeted as soon as there is a robot, and forgotten when it is let go
+  /// of. The hub must outlive it. `wake` is called when there may be something to send.
+  std::shared_ptr<StreamSession> join(const StreamSession::Limits& limits,
+                                      std::function<void()> wake);
+
+  /// Takes in what has happened and passes it on to the clients.
+  void process(const NoticeQueue::Batch& batch);
+
+  /// To be called ten times a second: the clock, watched parameters, and reports of losses.
+  void refresh();
+
+private:
+  void xDeliver(const std::vector<ChannelMessage>& messages);
+  /// Tells all clients of channels that have appeared since this was last called.
+  void xAdvertiseNew();
+  void xCheckDevices();
+
+  Offer fOffer;
+  std::set<StreamSession*> fSessions;
+  std::size_t fAdvertised = 0;
+  /// Ticks of each loop that have been passed on.
+  std::map<std::string, std::uint64_t> fTicks;
+  /// Values of all device keys when they were last looked at.
+  std::vector<GK::GKValue> fDevices;
+};
+
+} // namespace gk::gateway

@@ -1,0 +1,72 @@
+#include "gateway/stream/Offer.h"
+
+#include "gk/GKClock.h"
+
+#include <map>
+#include <utility>
+
+namespace gk::gateway {
+
+namespace {
+
+/// The bound methods of all modules; overloads share a service.
+std::vector<Service> servicesOf(const Robot& robot) {
+  std::vector<Service> services;
+  for (const auto& module : robot.broker().getModules()) {
+    std::map<std::string, std::vector<GK::GKMethodDescription>> byName;
+    for (const GK::GKMethodDescription& method : module->getMethods()) {
+      byName[method.name].push_back(method);
+    }
+    for (const auto& [name, overloads] : byName) {
+      const std::string& type = overloads.front().result.type;
+      const std::string properties =
+          type.empty() ? std::string() : R"("result":)" + schemaOfType(type);
+      services.push_back({static_cast<std::uint32_t>(services.size() + 1),
+                          module->getName() + "." + name, schemaOfParams(overloads),
+                          R"({"type":"object","properties":{)" + properties + "}}"});
+    }
+  }
+  return services;
+}
+
+} // namespace
+
+Offer::Offer(CallRunner& runner, Counters& counters, std::string version, Post post)
+    : fRunner(runner), fCounters(counters), fVersion(std::move(version)), fPost(std::move(post)) {}
+
+void Offer::open(std::shared_ptr<const Robot> robot) {
+  fRobot = std::move(robot);
+  const GK::GKClock& clock = GK::GKClock::instance();
+  const GK::GKWallTime wall = clock.wallTime();
+  fChannels = std::make_unique<Channels>(fRobot->store(), wall, clock.elapsed());
+  fSessionId = std::to_string(wall.seconds) + "." + std::to_string(wall.microseconds);
+  fServices = servicesOf(*fRobot);
+  if (fRobot->memory() != nullptr) {
+    for (const GK::GKEventInfo& event : fRobot->memory()->getEvents()) {
+      fChannels->addEvent(event.name);
+    }
+  }
+}
+
+void Offer::close() {
+  fChannels.reset();
+  fServices.clear();
+  fRobot.reset();
+}
+
+std::string Offer::serverInfo() const {
+  return serverInfoMessage("gksensors", fVersion, fSessionId);
+}
+
+void Offer::addSubscriber(std::uint32_t channel) {
+  if (fSubscribers.size() <= channel) {
+    fSubscribers.resize(channel + 1, 0);
+  }
+  ++fSubscribers[channel];
+}
+
+void Offer::removeSubscriber(std::uint32_t channel) {
+  --fSubscribers[channel];
+}
+
+} // namespace gk::gateway

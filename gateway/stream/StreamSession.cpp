@@ -1,0 +1,369 @@
+#include "gateway/stream/StreamSession.h"
+
+#include "devices/DeviceKeys.h"
+#include "formats/json/Json.h"
+#include "formats/json/JsonText.h"
+#include "formats/json/JsonWriter.h"
+#include "formats/json/SameValue.h"
+#include "formats/text/FormatError.h"
+#include "gk/GKError.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace gk::gateway {
+
+namespace {
+
+/// Channels that are announced in one message.
+constexpr std::size_t kAdvertiseBatch = 100;
+
+/// No channel: the slot of the clock among the samples.
+constexpr std::uint32_t kTimeSlot = 0;
+
+constexpr std::string_view kLossId = "losses";
+/// After so long without a loss the report of the last one is taken back.
+constexpr std::chrono::seconds kLossMemory{10};
+
+/// What is shown to clients that ask for all parameters: the robot's configuration and what can be
+/// set in a simulated world. Everything else only by name.
+bool isConfiguration(std::string_view key) {
+  return key.starts_with("RobotConfig/") || key.starts_with("Simulation/");
+}
+
+std::vector<std::string> configurationKeys() {
+  std::vector<std::string> names;
+  for (const devices::DeviceKey& key : devices::deviceKeys()) {
+    if (isConfiguration(key.name)) {
+      names.push_back(key.name);
+    }
+  }
+  return names;
+}
+
+ParameterText parameterOf(const std::string& name, const GK::GKValue& value) {
+  ParameterText parameter{name, {}, value.type() == GK::GKValue::Type::Float};
+  formats::appendJson(parameter.value, value);
+  return parameter;
+}
+
+} // namespace
+
+StreamSession::StreamSession(Offer& offer, Limits limits, std::function<void()> wake)
+    : fOffer(offer), fLimits(limits), fWake(std::move(wake)), fQueue(limits.queue) {}
+
+StreamSession::~StreamSession() {
+  for (const auto& [channel, subscription] : fByChannel) {
+    fOffer.removeSubscriber(channel);
+  }
+}
+
+void StreamSession::greet() {
+  xAnswer(fOffer.serverInfo());
+  std::vector<const Channel*> channels;
+  for (const Channel& channel : fOffer.channels()->all()) {
+    channels.push_back(&channel);
+  }
+  advertise(channels);
+  xAnswer(advertiseServicesMessage(fOffer.services()));
+}
+
+void StreamSession::advertise(std::span<const Channel* const> channels) {
+  for (std::size_t i = 0; i < channels.size(); i += kAdvertiseBatch) {
+    xAnswer(advertiseMessage(channels.subspan(i, std::min(kAdvertiseBatch, channels.size() - i))));
+  }
+}
+
+template <class Parse> void StreamSession::xRead(const Parse& parse) {
+  if (fOffer.robot() == nullptr) {
+    xComplain(StatusLevel::Error, "the host is starting or ending");
+    return;
+  }
+  try {
+    std::visit([this](const auto& message) { this->xHandle(message); }, parse());
+  } catch (const formats::FormatError& error) {
+    xComplain(StatusLevel::Error, error.what());
+  }
+}
+
+void StreamSession::onText(std::string_view text) {
+  xRead([text] { return parseClientText(text); });
+}
+
+void StreamSession::onBinary(std::string_view bytes) {
+  xRead([bytes] { return parseClientBinary(bytes); });
+}
+
+std::optional<Frame> StreamSession::next() {
+  if (!fQueue.hasAnswers()) {
+    if (std::exchange(fHasLossToTell, false)) {
+      fIsLossTold = true;
+      fLastLoss = Clock::now();
+      return Frame{false, statusMessage(StatusLevel::Warning, xLossText(), kLossId), nullptr};
+    }
+    if (!fQueue.hasEvents() && std::exchange(fHasChanges, false)) {
+      std::vector<ParameterText> changed;
+      for (Watched& watched : fWatched) {
+        if (std::exchange(watched.isChanged, false)) {
+          changed.push_back(parameterOf(watched.name, watched.value));
+        }
+      }
+      if (!changed.empty()) {
+        return Frame{false, parameterValuesMessage(changed, {}), nullptr};
+      }
+    }
+  }
+  return fQueue.take();
+}
+
+void StreamSession::xAnswer(std::string text, bool isBinary) {
+  if (!fQueue.addAnswer({isBinary, std::move(text), nullptr})) {
+    fIsOverrun = true;
+  }
+  fWake();
+}
+
+void StreamSession::deliver(const Channel& channel, std::uint64_t time,
+                            const std::shared_ptr<const std::string>& payload) {
+  const auto found = fByChannel.find(channel.id);
+  if (found == fByChannel.end()) {
+    return;
+  }
+  Frame frame{true, messageHead(found->second, time), payload};
+  if (channel.flow == Flow::Queue) {
+    fQueue.addEvent(channel.id, std::move(frame));
+  } else {
+    fQueue.setSample(channel.id, std::move(frame));
+  }
+  fWake();
+}
+
+void StreamSession::tellTime(const std::shared_ptr<const std::string>& frame) {
+  fQueue.setSample(kTimeSlot, {true, {}, frame});
+  fWake();
+}
+
+void StreamSession::checkWatched() {
+  const std::shared_ptr<GK::GKMemoryStore> store =
+      fWatched.empty() ? nullptr : fOffer.robot()->store();
+  if (store == nullptr) {
+    return;
+  }
+  for (Watched& watched : fWatched) {
+    if (watched.cell == nullptr) {
+      watched.cell = store->find(watched.name);
+    }
+    GK::GKValue value = watched.cell != nullptr ? watched.cell->load() : GK::GKValue();
+    if (!formats::isSameValue(value, watched.value)) {
+      watched.value = std::move(value);
+      watched.isChanged = true;
+      fHasChanges = true;
+    }
+  }
+  if (fHasChanges) {
+    fWake();
+  }
+}
+
+void StreamSession::checkDrops() {
+  const Clock::time_point now = Clock::now();
+  for (const auto& [channel, count] : fQueue.takeDrops()) {
+    if (channel == kTimeSlot) {
+      continue;
+    }
+    const bool isEvent = fOffer.channels()->all()[channel - 1].flow == Flow::Queue;
+    (isEvent ? fOffer.counters().droppedEvents : fOffer.counters().droppedSamples)
+        .fetch_add(count, std::memory_order_relaxed);
+    fLost[channel] += count;
+    fLastLoss = now;
+    fHasLossToTell = true;
+  }
+  if (fIsLossTold && !fHasLossToTell && now - fLastLoss > kLossMemory) {
+    fLost.clear();
+    fIsLossTold = false;
+    xAnswer(removeStatusMessage(kLossId));
+  }
+}
+
+std::string StreamSession::xLossText() const {
+  std::string text = "this client reads too slowly; lost so far:";
+  const char* separator = " ";
+  for (const auto& [channel, count] : fLost) {
+    text +=
+        separator + std::to_string(count) + " of " + fOffer.channels()->all()[channel - 1].topic;
+    separator = ", ";
+  }
+  return text;
+}
+
+void StreamSession::xHandle(const SubscribeMessage& message) {
+  for (const auto& [subscription, channel] : message.subscriptions) {
+    xSubscribe(subscription, channel);
+  }
+}
+
+void StreamSession::xSubscribe(std::uint32_t subscription, std::uint64_t channel) {
+  if (channel == 0 || channel > fOffer.channels()->all().size()) {
+    xComplain(StatusLevel::Error, "there is no channel " + std::to_string(channel));
+    return;
+  }
+  const auto id = static_cast<std::uint32_t>(channel);
+  if (fByChannel.contains(id) || fBySubscription.contains(subscription)) {
+    xComplain(StatusLevel::Warning, "subscription " + std::to_string(subscription) +
+                                        " to channel " + std::to_string(channel) +
+                                        " is not new and is ignored");
+    return;
+  }
+  fByChannel[id] = subscription;
+  fBySubscription[subscription] = id;
+  fOffer.addSubscriber(id);
+}
+
+void StreamSession::xHandle(const UnsubscribeMessage& message) {
+  for (const std::uint32_t subscription : message.subscriptions) {
+    const auto found = fBySubscription.find(subscription);
+    if (found == fBySubscription.end()) {
+      xComplain(StatusLevel::Warning, "there is no subscription " + std::to_string(subscription));
+      continue;
+    }
+    fQueue.forget(found->second);
+    fOffer.removeSubscriber(found->second);
+    fByChannel.erase(found->second);
+    fBySubscription.erase(found);
+  }
+}
+
+ParameterText StreamSession::xParameter(const std::string& name) const {
+  const std::shared_ptr<GK::GKMemoryStore> store = fOffer.robot()->store();
+  const std::optional<GK::GKValue> value = store != nullptr ? store->get(name) : std::nullopt;
+  return value ? parameterOf(name, *value) : ParameterText{name, {}, false};
+}
+
+void StreamSession::xHandle(const GetParametersMessage& message) {
+  std::vector<ParameterText> parameters;
+  for (const std::string& name : message.names.empty() ? configurationKeys() : message.names) {
+    parameters.push_back(xParameter(name));
+  }
+  xAnswer(parameterValuesMessage(parameters, message.id.value_or("")));
+}
+
+void StreamSession::xHandle(const SetParametersMessage& message) {
+  std::vector<ParameterText> parameters;
+  for (const SetParametersMessage::Parameter& parameter : message.parameters) {
+    try {
+      if (!parameter.value) {
+        throw formats::FormatError("a memory key cannot be removed");
+      }
+      // In JavaScript 1.0 and 1 are the same: the type tells them apart.
+      const bool isFloat = parameter.type == "float64" && parameter.value->is_int64();
+      fOffer.robot()->writeKey(parameter.name, isFloat ? boost::json::value(static_cast<double>(
+                                                             parameter.value->get_int64()))
+                                                       : *parameter.value);
+    } catch (const formats::FormatError& error) {
+      xComplain(StatusLevel::Error, parameter.name + ": " + error.what());
+    } catch (const GK::GKError& error) {
+      xComplain(StatusLevel::Error, parameter.name + ": " + error.getDescription());
+    }
+    parameters.push_back(xParameter(parameter.name));
+  }
+  if (message.id) {
+    xAnswer(parameterValuesMessage(parameters, *message.id));
+  }
+}
+
+void StreamSession::xHandle(const WatchParametersMessage& message) {
+  const std::vector<std::string> names =
+      message.names.empty() ? configurationKeys() : message.names;
+  if (!message.isOn) {
+    std::erase_if(fWatched, [&](const Watched& watched) {
+      return message.names.empty() || std::ranges::find(names, watched.name) != names.end();
+    });
+    return;
+  }
+  for (const std::string& name : names) {
+    xWatch(name);
+  }
+  checkWatched();
+}
+
+void StreamSession::xWatch(const std::string& name) {
+  if (std::ranges::find(fWatched, name, &Watched::name) != fWatched.end()) {
+    return;
+  }
+  if (fWatched.size() >= fLimits.watched) {
+    xComplain(StatusLevel::Error, "no more than " + std::to_string(fLimits.watched) +
+                                      " parameters can be watched: " + name + " is not");
+    return;
+  }
+  fWatched.push_back({name, nullptr, GK::GKValue(), false});
+}
+
+void StreamSession::xHandle(const ServiceCallMessage& message) {
+  const auto fail = [&](std::string_view why) {
+    xAnswer(serviceFailureMessage(message.service, message.call, why));
+  };
+  if (message.service == 0 || message.service > fOffer.services().size()) {
+    fail("there is no such service");
+    return;
+  }
+  if (message.encoding != "json") {
+    fail("the encoding must be json");
+    return;
+  }
+  if (fCallsRunning >= fLimits.calls) {
+    fail("too many calls are running");
+    return;
+  }
+  boost::json::value params;
+  try {
+    params = formats::parseJson(message.payload.empty() ? "{}" : message.payload);
+  } catch (const formats::FormatError& error) {
+    fail(error.what());
+    return;
+  }
+  if (!params.is_object() && !params.is_array()) {
+    fail("the request must be an object or an array");
+    return;
+  }
+  const std::string& name = fOffer.services()[message.service - 1].name;
+  const std::size_t dot = name.find('.');
+  auto resolved = fOffer.robot()->resolve(name.substr(0, dot), name.substr(dot + 1), params);
+  if (const auto* error = std::get_if<RpcError>(&resolved)) {
+    fail(error->message);
+    return;
+  }
+  const Clock::time_point start = Clock::now();
+  const auto done = [session = weak_from_this(), &offer = fOffer, message, name,
+                     start](CallOutcome outcome) {
+    const std::chrono::duration<double> taken = Clock::now() - start;
+    offer.counters().addCall(name, taken.count(), outcome.error.has_value());
+    offer.post()([session, message, outcome = std::move(outcome)] {
+      if (const auto alive = session.lock()) {
+        alive->xFinish(message, outcome);
+      }
+    });
+  };
+  if (!fOffer.runner().start(std::get<BoundCall>(std::move(resolved)), done)) {
+    fail("too many calls are running");
+    return;
+  }
+  ++fCallsRunning;
+}
+
+void StreamSession::xFinish(const ServiceCallMessage& call, const CallOutcome& outcome) {
+  --fCallsRunning;
+  if (outcome.error) {
+    xAnswer(serviceFailureMessage(call.service, call.call, outcome.error->message));
+    return;
+  }
+  std::string payload;
+  formats::JsonWriter json(payload);
+  json.beginObject();
+  if (outcome.result) {
+    json.key("result").value(*outcome.result);
+  }
+  json.endObject();
+  xAnswer(serviceResponseMessage(call.service, call.call, payload), true);
+}
+
+} // namespace gk::gateway

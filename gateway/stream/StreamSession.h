@@ -1,0 +1,103 @@
+#pragma once
+
+#include "gateway/stream/ClientMessage.h"
+#include "gateway/stream/ClientQueue.h"
+#include "gateway/stream/Offer.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace gk::gateway {
+
+/// One client of the WebSocket protocol, without its socket: takes the client's messages, and gives
+/// the frames that are to be sent, within a fixed budget. For the offer's thread.
+class StreamSession : public std::enable_shared_from_this<StreamSession> {
+public:
+  struct Limits {
+    ClientQueue::Limits queue;
+    /// Parameters that one client may watch.
+    std::size_t watched = 1024;
+    /// Calls of one client that have not returned.
+    std::size_t calls = 32;
+  };
+
+  /// `wake` is called when there may be something to send.
+  StreamSession(Offer& offer, Limits limits, std::function<void()> wake);
+  ~StreamSession();
+
+  void onText(std::string_view text);
+  void onBinary(std::string_view bytes);
+
+  /// The next frame to send, if there is one.
+  std::optional<Frame> next();
+
+  /// True once the client has left too much unread and is to be sent away.
+  bool isOverrun() const noexcept { return fIsOverrun; }
+
+  // For the hub.
+
+  /// Greets the client. Before everything else, once there is a robot.
+  void greet();
+  void advertise(std::span<const Channel* const> channels);
+  void deliver(const Channel& channel, std::uint64_t time,
+               const std::shared_ptr<const std::string>& payload);
+  void tellTime(const std::shared_ptr<const std::string>& frame);
+  /// Looks whether watched parameters have changed.
+  void checkWatched();
+  /// Looks whether something was lost.
+  void checkDrops();
+
+private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Watched {
+    std::string name;
+    const GK::GKMemoryCell* cell = nullptr;
+    GK::GKValue value;
+    bool isChanged = false;
+  };
+
+  void xHandle(const SubscribeMessage& message);
+  void xHandle(const UnsubscribeMessage& message);
+  void xHandle(const GetParametersMessage& message);
+  void xHandle(const SetParametersMessage& message);
+  void xHandle(const WatchParametersMessage& message);
+  void xHandle(const ServiceCallMessage& message);
+
+  template <class Parse> void xRead(const Parse& parse);
+  void xSubscribe(std::uint32_t subscription, std::uint64_t channel);
+  void xWatch(const std::string& name);
+  void xAnswer(std::string text, bool isBinary = false);
+  void xComplain(StatusLevel level, std::string_view text) { xAnswer(statusMessage(level, text)); }
+  void xFinish(const ServiceCallMessage& call, const CallOutcome& outcome);
+  ParameterText xParameter(const std::string& name) const;
+  std::string xLossText() const;
+
+  Offer& fOffer;
+  const Limits fLimits;
+  const std::function<void()> fWake;
+  ClientQueue fQueue;
+  bool fIsOverrun = false;
+  /// Subscription of each channel, and the other way round.
+  std::map<std::uint32_t, std::uint32_t> fByChannel;
+  std::map<std::uint32_t, std::uint32_t> fBySubscription;
+  std::vector<Watched> fWatched;
+  bool fHasChanges = false;
+  std::size_t fCallsRunning = 0;
+
+  /// Messages lost since the client was last free of losses, by channel.
+  ClientQueue::Drops fLost;
+  /// When something was lost, or told to be lost, for the last time: until it is told it stays.
+  Clock::time_point fLastLoss;
+  bool fHasLossToTell = false;
+  bool fIsLossTold = false;
+};
+
+} // namespace gk::gateway

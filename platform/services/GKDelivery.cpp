@@ -1,0 +1,96 @@
+#include "platform/services/GKDelivery.h"
+
+#include "gk/GKCaller.h"
+#include "gk/GKClock.h"
+#include "zu/log.h"
+
+#include <exception>
+#include <thread>
+#include <utility>
+
+namespace GK {
+
+namespace {
+
+/// How often a task that has handed everything over looks for more before it ends, giving way to
+/// other threads in between. In a burst of events one task then serves many of them: starting one
+/// costs ten times as much as a delivery.
+constexpr int kLooksForMore = 50;
+
+} // namespace
+
+GKDelivery::Callback& GKDelivery::callback(const std::string& event, const std::string& method) {
+  const std::lock_guard lock(fMutex);
+  for (Callback& known : fCallbacks) {
+    if (known.method == method && known.arguments.front().toString() == event) {
+      return known;
+    }
+  }
+  return fCallbacks.emplace_back(Callback{method, {event, GKValue()}});
+}
+
+// Hot path, as is `xDrain`: numbers travel without an allocation.
+void GKDelivery::deliver(Callback& callback, const GKValue& value) {
+  {
+    const std::lock_guard lock(fMutex);
+    fItems.push_back({&callback, value});
+    fIsEmpty.store(false, std::memory_order_relaxed);
+    if (std::exchange(fIsDraining, true)) {
+      return;
+    }
+  }
+  const boost::shared_ptr<GKModuleCore> module = fModule.lock();
+  GKClock::instance().post({module != nullptr ? module->getName() : std::string(), callback.method},
+                           [self = shared_from_this()] { self->xDrain(); });
+}
+
+void GKDelivery::xDrain() {
+  const GKCallerScope scope(GKCaller::Platform);
+  for (; xTake(); xWaitForMore()) {
+    if (const boost::shared_ptr<GKModuleCore> module = fModule.lock()) {
+      for (Item& item : fTaken) {
+        xCall(*module, item);
+      }
+    }
+  }
+}
+
+void GKDelivery::xWaitForMore() const {
+  if (GKClock::instance().isOneAtATime()) {
+    return;
+  }
+  // Without the lock, which the raiser would have to wait for; and not too eagerly: to take some
+  // at once is cheaper than to take each when it comes.
+  int looks = 0;
+  do {
+    std::this_thread::yield();
+  } while (++looks < kLooksForMore && fIsEmpty.load(std::memory_order_relaxed));
+}
+
+bool GKDelivery::xTake() {
+  fTaken.clear();
+  const std::lock_guard lock(fMutex);
+  fTaken.swap(fItems);
+  fIsEmpty.store(true, std::memory_order_relaxed);
+  fIsDraining = !fTaken.empty();
+  return fIsDraining;
+}
+
+void GKDelivery::xCall(GKModuleCore& module, Item& item) {
+  Callback& callback = *item.callback;
+  const auto complain = [&](const char* why) {
+    zu::log::error("platform.proxy", "deliver")
+        << module.getName() << "." << callback.method << " for "
+        << callback.arguments.front().toString() << ": " << why;
+  };
+  callback.arguments.back() = std::move(item.value);
+  try {
+    module.callMethod(callback.method, callback.arguments);
+  } catch (const std::exception& error) {
+    complain(error.what());
+  } catch (...) {
+    complain("unknown exception");
+  }
+}
+
+} // namespace GK

@@ -1,0 +1,87 @@
+#include "platform/time/GKRealTasks.h"
+
+#include "platform/time/GKPriorityScope.h"
+
+#include <utility>
+
+namespace GK {
+
+namespace {
+
+template <class Duration> GKMicros microsOf(Duration duration) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(duration).count();
+}
+
+} // namespace
+
+GKMicros GKRealTasks::elapsed() const noexcept {
+  return microsOf(Steady::now() - fStart);
+}
+
+GKMicros GKRealTasks::systemWall() noexcept {
+  return microsOf(std::chrono::system_clock::now().time_since_epoch());
+}
+
+void GKRealTasks::sleep(GKMicros duration) {
+  const Steady::time_point deadline = Steady::now() + std::chrono::microseconds(duration);
+  std::unique_lock lock(fMutex);
+  fJoining.wait_until(lock, deadline, [this] { return fIsJoining; });
+}
+
+void GKRealTasks::run(bool isLoop, std::function<void()> work) {
+  {
+    const std::lock_guard lock(fMutex);
+    ++fTasks;
+  }
+  fPool.run([this, priority = isLoop ? fLoopPriority : 0, work = std::move(work)]() mutable {
+    {
+      const GKPriorityScope scope(priority);
+      work();
+    }
+    work = nullptr;
+    const std::lock_guard lock(fMutex);
+    if (--fTasks == 0) {
+      fAllEnded.notify_all();
+    }
+  });
+}
+
+GKClock::End GKRealTasks::play(GKInput* input, std::optional<GKMicros> until,
+                               const std::function<void()>& apply) {
+  while (true) {
+    const std::optional<GKMicros> due = input != nullptr ? input->next() : std::nullopt;
+    const bool isInput = due.has_value() && (!until || *due <= *until);
+    if (xWaitForEnd(isInput ? due : until)) {
+      return GKClock::End::Requested;
+    }
+    if (!isInput) {
+      return GKClock::End::Until;
+    }
+    apply();
+  }
+}
+
+void GKRealTasks::requestEnd() noexcept {
+  const std::lock_guard lock(fMutex);
+  fIsEndRequested = true;
+  fEnd.notify_all();
+}
+
+void GKRealTasks::join() {
+  std::unique_lock lock(fMutex);
+  fIsJoining = true;
+  fJoining.notify_all();
+  fAllEnded.wait(lock, [this] { return fTasks == 0; });
+}
+
+bool GKRealTasks::xWaitForEnd(std::optional<GKMicros> due) {
+  std::unique_lock lock(fMutex);
+  const auto isEnd = [this] { return fIsEndRequested; };
+  if (!due) {
+    fEnd.wait(lock, isEnd);
+    return true;
+  }
+  return fEnd.wait_until(lock, fStart + std::chrono::microseconds(*due), isEnd);
+}
+
+} // namespace GK

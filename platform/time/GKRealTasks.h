@@ -1,0 +1,61 @@
+#pragma once
+
+#include "gk/GKClock.h"
+#include "platform/time/GKTaskPool.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <functional>
+#include <mutex>
+#include <optional>
+
+namespace GK {
+
+/// What all clocks of real time need: the time since they were made, their tasks, and how both come
+/// to their end. Any thread.
+class GKRealTasks {
+public:
+  using Steady = std::chrono::steady_clock;
+
+  /// `loopPriority`: as for `makeRealClock`.
+  explicit GKRealTasks(int loopPriority) : fLoopPriority(loopPriority) {}
+
+  Steady::time_point start() const noexcept { return fStart; }
+  GKMicros elapsed() const noexcept;
+  /// Microseconds since 1970, by the computer's wall clock.
+  static GKMicros systemWall() noexcept;
+
+  /// Cut short by `join`.
+  void sleep(GKMicros duration);
+
+  /// Runs `work` on a thread of its own. What it holds goes before the task counts as ended:
+  /// libraries are closed after that.
+  void run(bool isLoop, std::function<void()> work);
+
+  /// As `GKClock::run`, with `apply` to carry out a step of the input.
+  GKClock::End play(GKInput* input, std::optional<GKMicros> until,
+                    const std::function<void()>& apply);
+  void requestEnd() noexcept;
+
+  /// Ends all sleeps, those to come as well, and waits for all tasks.
+  void join();
+
+private:
+  /// Waits until `due`, or for ever without one. True when the end was asked for.
+  bool xWaitForEnd(std::optional<GKMicros> due);
+
+  const Steady::time_point fStart = Steady::now();
+  const int fLoopPriority;
+  std::mutex fMutex;
+  std::condition_variable fEnd;
+  std::condition_variable fJoining;
+  std::condition_variable fAllEnded;
+  bool fIsEndRequested = false;
+  bool fIsJoining = false;
+  std::size_t fTasks = 0;
+  /// Last, so that its threads are gone before the rest.
+  GKTaskPool fPool;
+};
+
+} // namespace GK

@@ -1,0 +1,364 @@
+#include "runtime/host/Host.h"
+
+#include "devices/DeviceKeys.h"
+#include "devices/sim/Simulation.h"
+#include "formats/text/FormatError.h"
+#include "gk/DCM.h"
+#include "gk/GKMemory.h"
+#include "gk/GKResourceManager.h"
+
+#include <algorithm>
+#include <utility>
+#include <variant>
+
+namespace gk::runtime {
+
+namespace {
+
+template <class... F> struct Overloaded : F... { using F::operator()...; };
+template <class... F> Overloaded(F...) -> Overloaded<F...>;
+
+/// Name under which a run subscribes to the extractors that it was asked to.
+constexpr const char* kSubscriber = "gk";
+
+/// As `keyTypeOf`, for a robot whose world has these keys and no others.
+formats::KeyType simulatedTypeOf(std::string_view key) {
+  if (key.starts_with(devices::World::kPrefix) && devices::findDeviceKey(key) == nullptr) {
+    throw formats::FormatError("the simulated robot has no such key");
+  }
+  return devices::keyTypeOf(key);
+}
+
+} // namespace
+
+/// Counts, and tells the host of ticks.
+class Host::Watch : public GK::GKObserver {
+public:
+  explicit Watch(Host& host) : fHost(host) {}
+
+  void onNotice(const GK::GKNotice& notice) override {
+    if (notice.kind == GK::GKNotice::Kind::Event || notice.kind == GK::GKNotice::Kind::MicroEvent) {
+      fHost.fEvents.fetch_add(1, std::memory_order_relaxed);
+    }
+  }
+
+  void onTick(GK::GKMicros time, const GK::GKTask&) override { fHost.xOnTick(time); }
+
+private:
+  Host& fHost;
+};
+
+/// What recordings are played to: the device layer and the host.
+class Host::Target : public formats::RecordingTarget {
+public:
+  explicit Target(Host& host) : fHost(host) {}
+
+  GK::GKMemoryCell* column(const std::string& key) override {
+    if (fHost.fOptions.recorder != nullptr) {
+      fHost.fOptions.recorder->watch(key);
+    }
+    return &fHost.fStore->cell(key);
+  }
+  void act(const formats::Action& action) override { fHost.xAct(action); }
+
+private:
+  Host& fHost;
+};
+
+/// What happens as time goes on: the recordings, and at equal times after them the simulated robot,
+/// which thus sees in each frame what was played by its end.
+class Host::Input : public GK::GKInput {
+public:
+  explicit Input(Host& host) : fHost(host) {}
+
+  std::optional<GK::GKMicros> next() override {
+    const std::optional<GK::GKMicros> line = fHost.fPlayer.next();
+    if (fHost.fSimulation == nullptr) {
+      return line;
+    }
+    const GK::GKMicros frame = fHost.fSimulation->next();
+    return line ? std::min(*line, frame) : frame;
+  }
+
+  void apply() override {
+    const std::optional<GK::GKMicros> line = fHost.fPlayer.next();
+    if (fHost.fSimulation != nullptr && (!line || fHost.fSimulation->next() < *line)) {
+      fHost.fSimulation->advance(fHost.fClock->elapsed());
+    } else {
+      fHost.fPlayer.apply();
+    }
+  }
+
+  void onEnd() override { fHost.xEnd(); }
+
+private:
+  Host& fHost;
+};
+
+Host::Host(HostOptions options)
+    : fOptions(std::move(options)), fClock(xMakeClock()),
+      fDevices(fStore, fOptions.simulation ? devices::simulatedKeys() : devices::deviceKeys()),
+      fTarget(std::make_unique<Target>(*this)), fPlayer(*fTarget),
+      fInput(std::make_unique<Input>(*this)), fWatch(boost::make_shared<Watch>(*this)),
+      fLoops(boost::make_shared<LoopStatistics>()) {
+  std::vector<formats::Action> subscriptions;
+  for (const std::string& module : fOptions.subscribe) {
+    subscriptions.emplace_back(formats::CallAction{
+        module, "subscribe", {GK::GKValue(kSubscriber)}, module + ".subscribe"});
+  }
+  fPlayer.add(std::move(subscriptions));
+  fPlayer.open(fOptions.files, fOptions.simulation ? simulatedTypeOf : devices::keyTypeOf);
+  fPlayer.setLoop(fOptions.isLoop);
+  if (fOptions.simulation) {
+    fSimulation = std::make_unique<devices::Simulation>(fStore, *fOptions.simulation);
+  }
+  GK::GKClock::install(fClock);
+  GK::GKOperationHook::install(fFaults);
+}
+
+std::shared_ptr<GK::GKClock> Host::xMakeClock() {
+  if (fOptions.replay != nullptr) {
+    fOptions.replay->attach(fStore, [this](const formats::Action& action) { xAct(action); });
+    return GK::makeReplayClock(fOptions.replay);
+  }
+  if (fOptions.isVirtual) {
+    return GK::makeVirtualClock(fOptions.epoch, fOptions.recorder);
+  }
+  return fOptions.recorder != nullptr
+             ? GK::makeTurnClock(fOptions.recorder, fOptions.turnPatience, fOptions.loopPriority)
+             : GK::makeRealClock(fOptions.loopPriority);
+}
+
+GK::GKInput& Host::xInput() {
+  if (fOptions.replay != nullptr) {
+    return fOptions.replay->input();
+  }
+  return *fInput;
+}
+
+Host::~Host() {
+  try {
+    fPlayer.stop();
+    fIsExitAsked = false;
+    shutdown();
+  } catch (...) { // NOLINT(bugprone-empty-catch): nothing of the input is read on this way
+  }
+}
+
+void Host::addReporter(boost::shared_ptr<Reporter> reporter) {
+  fReporters.push_back(std::move(reporter));
+}
+
+void Host::start() {
+  for (const auto& reporter : fReporters) {
+    GK::GKObserverList::instance().add(reporter);
+  }
+  GK::GKObserverList::instance().add(fWatch);
+  GK::GKObserverList::instance().add(fLoops);
+
+  const std::vector<formats::Action> preload =
+      fOptions.replay != nullptr ? fOptions.replay->preload() : fPlayer.preload();
+  for (const formats::Action& action : preload) {
+    xAct(action);
+  }
+  fDevices.publish();
+  if (fSimulation != nullptr) {
+    fSimulation->start();
+  }
+  if (fOptions.recorder != nullptr) {
+    fOptions.recorder->start(fStore, preload);
+  }
+  xStartServices();
+  for (const std::string& path : fOptions.libraries) {
+    fLibraries.push_back(std::make_unique<Library>(path));
+    fLibraries.back()->createModules(fBroker);
+  }
+}
+
+void Host::xStartServices() {
+  fManager = boost::make_shared<GK::GKBrokerManager>();
+  GK::GKBrokerManager::setInstance(fManager);
+  fBroker = boost::make_shared<GK::GKBroker>("gk", fManager);
+  fManager->addBroker(fBroker);
+  fCalls = std::make_unique<Calls>(fBroker, [this](Answer answer) { xReport(std::move(answer)); });
+  const auto add = [this](auto service) {
+    if (xHasService(service->getName().c_str())) {
+      service->initModule();
+    }
+  };
+  const auto memory = boost::make_shared<GK::GKMemory>(fBroker, fStore);
+  if (fSimulation != nullptr) {
+    memory->guardKeys(devices::World::kPrefix,
+                      [this](const std::string& key, const GK::GKValue& value) {
+                        return fSimulation->admit(key, value);
+                      });
+  }
+  add(memory);
+  add(boost::make_shared<GK::DCM>(fBroker, fStore));
+  add(boost::make_shared<GK::GKResourceManager>(fBroker, fStore));
+}
+
+bool Host::xHasService(const char* name) const {
+  const auto& without = fOptions.without;
+  return std::find(without.begin(), without.end(), name) == without.end();
+}
+
+void Host::run(std::function<void()> atEnd) {
+  fAtEnd = std::move(atEnd);
+  const GK::GKClock::End end = fClock->run(&xInput(), fOptions.until);
+  xEnd();
+  fDuration = fClock->elapsed();
+  if (!fIsExitAsked) {
+    // Over for calls that have not returned: at a time limit, or because they are a loop.
+    fCalls->abandon();
+  }
+  if (end == GK::GKClock::End::Until) {
+    // What follows is no part of the run.
+    if (fOptions.recorder != nullptr) {
+      fOptions.recorder->stop();
+    }
+    for (const auto& reporter : fReporters) {
+      reporter->mute();
+    }
+  }
+}
+
+/// On clocks without turns only `run` itself gets here.
+void Host::xEnd() {
+  if (const std::function<void()> atEnd = std::exchange(fAtEnd, nullptr)) {
+    atEnd();
+  }
+}
+
+void Host::shutdown() {
+  if (std::exchange(fIsDown, true)) {
+    return;
+  }
+  if (fBroker != nullptr) {
+    fBroker->shutdown();
+  }
+  GK::GKObserverList::instance().remove(fWatch);
+  GK::GKObserverList::instance().remove(fLoops);
+  for (const auto& reporter : fReporters) {
+    GK::GKObserverList::instance().remove(reporter);
+  }
+  fCalls.reset();
+  fBroker.reset();
+  fManager.reset();
+  GK::GKBrokerManager::setInstance({});
+  while (!fLibraries.empty()) {
+    fLibraries.pop_back();
+  }
+  GK::GKOperationHook::install(nullptr);
+  GK::GKClock::install(nullptr);
+  if (fIsExitAsked) {
+    fPlayer.checkRest();
+  }
+}
+
+RunStatistics Host::statistics() const {
+  RunStatistics statistics;
+  statistics.duration = fDuration;
+  statistics.ticks = fTicks.load(std::memory_order_relaxed);
+  statistics.events = fEvents.load(std::memory_order_relaxed);
+  return statistics;
+}
+
+void Host::xReport(Answer answer) {
+  for (const auto& reporter : fReporters) {
+    reporter->answer(answer);
+  }
+}
+
+void Host::carryOut(const formats::Action& action, const std::function<void()>& work) {
+  const GK::GKOutsideTurn turn;
+  if (fOptions.recorder != nullptr) {
+    fOptions.recorder->act(action);
+  }
+  work();
+}
+
+void Host::xAct(const formats::Action& action) {
+  if (fOptions.recorder != nullptr) {
+    fOptions.recorder->act(action);
+  }
+  std::visit(
+      Overloaded{[this](const formats::SetAction& set) {
+                   xAdmit(set);
+                   for (const auto& [key, value] : set.values) {
+                     fDevices.set(key, value);
+                   }
+                 },
+                 [this](const formats::UnsetAction& unset) {
+                   for (const std::string& pattern : unset.patterns) {
+                     fDevices.unset(pattern);
+                   }
+                 },
+                 [this](const formats::CallAction& call) { fCalls->start(call); },
+                 [this](const formats::GetAction& get) {
+                   for (const std::string& key : get.keys) {
+                     xGet(key);
+                   }
+                 },
+                 [this](const formats::GetOutputAction& page) { fCalls->startPage(page.module); },
+                 [this](const formats::FailAction& fault) { fFaults->add(fault); },
+                 [this](const formats::ExitAction&) {
+                   fIsExitAsked = true;
+                   fPlayer.stop();
+                   // A repeated run ends when the former one did.
+                   if (fOptions.replay == nullptr) {
+                     fClock->requestEnd();
+                   }
+                 }},
+      action);
+}
+
+void Host::xAdmit(const formats::SetAction& set) {
+  if (fSimulation == nullptr) {
+    return;
+  }
+  for (const auto& [key, value] : set.values) {
+    if (!key.starts_with(devices::World::kPrefix)) {
+      continue;
+    }
+    if (const std::string refusal = fSimulation->admit(key, value); !refusal.empty()) {
+      throw formats::FormatError(refusal);
+    }
+  }
+}
+
+void Host::xGet(const std::string& key) {
+  const std::optional<GK::GKValue> value =
+      xHasService(GK::GKMemory::kName) ? fStore->get(key) : std::nullopt;
+  Answer answer;
+  answer.kind = Answer::Kind::Value;
+  answer.time = fClock->elapsed();
+  answer.name = key;
+  if (value) {
+    answer.hasValue = true;
+    answer.value = *value;
+  }
+  xReport(std::move(answer));
+}
+
+void Host::xOnTick(GK::GKMicros time) {
+  fTicks.fetch_add(1, std::memory_order_relaxed);
+  if (!fOptions.sample.empty()) {
+    Sample values;
+    for (const std::string& key : fOptions.sample) {
+      if (std::optional<GK::GKValue> value = fStore->get(key)) {
+        values.emplace_back(key, *std::move(value));
+      }
+    }
+    for (const auto& reporter : fReporters) {
+      reporter->sample(time, values);
+    }
+  }
+  fCalls->onTick();
+  if (fOptions.endsWithInput && fOptions.replay == nullptr && fPlayer.isAtEnd() &&
+      fCalls->pending() == 0) {
+    fClock->requestEnd();
+  }
+}
+
+} // namespace gk::runtime

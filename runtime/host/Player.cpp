@@ -1,0 +1,113 @@
+#include "runtime/host/Player.h"
+
+#include "formats/recording/OpenRecording.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace gk::runtime {
+
+namespace {
+
+/// Lines that are not in a file.
+class FixedRecording : public formats::Recording {
+public:
+  explicit FixedRecording(std::vector<formats::Action> actions) : fActions(std::move(actions)) {
+    xSetTime();
+  }
+
+  void play(formats::RecordingTarget& target) override {
+    target.act(fActions[fPosition]);
+    skip();
+  }
+
+  void skip() override {
+    ++fPosition;
+    xSetTime();
+  }
+
+  double progress() const noexcept override { return 1.0; }
+
+private:
+  void xSetTime() {
+    fTime = fPosition < fActions.size() ? std::optional<GK::GKMicros>(0) : std::nullopt;
+  }
+
+  std::vector<formats::Action> fActions;
+  std::size_t fPosition = 0;
+};
+
+} // namespace
+
+void Player::add(std::vector<formats::Action> actions) {
+  fRecordings.push_back(std::make_unique<FixedRecording>(std::move(actions)));
+  xChooseNext();
+}
+
+void Player::open(std::vector<std::string> files, formats::KeyTypeOf keyTypeOf) {
+  fFiles = std::move(files);
+  fKeyTypeOf = std::move(keyTypeOf);
+  xOpenFiles();
+  xChooseNext();
+}
+
+void Player::xOpenFiles() {
+  for (const std::string& file : fFiles) {
+    fRecordings.push_back(formats::openRecording(file, fKeyTypeOf));
+  }
+}
+
+std::vector<formats::Action> Player::preload() const {
+  std::vector<formats::Action> actions;
+  for (const auto& recording : fRecordings) {
+    actions.insert(actions.end(), recording->preload().begin(), recording->preload().end());
+  }
+  return actions;
+}
+
+std::optional<GK::GKMicros> Player::next() {
+  return fIsStopped ? std::nullopt : fNext;
+}
+
+void Player::apply() {
+  fLastTime = *fNext;
+  fCurrent->play(fTarget);
+  xChooseNext();
+}
+
+void Player::xChooseNext() {
+  const auto choose = [this] {
+    fCurrent = nullptr;
+    for (const auto& recording : fRecordings) {
+      if (recording->time() && (fCurrent == nullptr || *recording->time() < *fCurrent->time())) {
+        fCurrent = recording.get();
+      }
+    }
+  };
+  choose();
+  if (fCurrent == nullptr && fIsLoop && !fIsStopped) {
+    fRoundStart = fLastTime + kLoopGap;
+    fRecordings.clear();
+    xOpenFiles();
+    choose();
+  }
+  fNext = fCurrent != nullptr ? std::optional(fRoundStart + *fCurrent->time()) : std::nullopt;
+}
+
+double Player::progress() const noexcept {
+  double progress = 1.0;
+  for (const auto& recording : fRecordings) {
+    progress = std::min(progress, recording->progress());
+  }
+  return progress;
+}
+
+void Player::checkRest() {
+  for (const auto& recording : fRecordings) {
+    while (recording->time()) {
+      recording->skip();
+    }
+  }
+}
+
+} // namespace gk::runtime

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "formats/json/KeyTypes.h"
+#include "formats/recording/Recording.h"
+#include "gk/GKClock.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace gk::runtime {
+
+/// Plays recordings into a target, merged by time; at equal times in the order in which they were
+/// added. One step of the input is one line.
+///
+/// For one thread at a time: the clock sees to that.
+class Player : public GK::GKInput {
+public:
+  /// Time between the last line and the first one of the next round when playing in a loop.
+  static constexpr GK::GKMicros kLoopGap = 20'000;
+
+  explicit Player(formats::RecordingTarget& target) : fTarget(target) {}
+
+  /// Adds lines that are due at time 0.
+  void add(std::vector<formats::Action> actions);
+
+  /// Opens the files and adds them. Raises `InputError`.
+  void open(std::vector<std::string> files, formats::KeyTypeOf keyTypeOf);
+
+  /// From now on the files start again whenever all have ended.
+  void setLoop(bool isLoop) { fIsLoop = isLoop; }
+
+  /// The actions that come before loading, file by file.
+  std::vector<formats::Action> preload() const;
+
+  std::optional<GK::GKMicros> next() override;
+  void apply() override;
+
+  /// Plays no further line: the input has ended.
+  void stop() { fIsStopped = true; }
+
+  /// True when no line will ever follow.
+  bool isAtEnd() const noexcept { return fIsStopped || !fNext.has_value(); }
+
+  /// How much of the files has been read, 0 to 1: that of the file that lags behind most.
+  double progress() const noexcept;
+
+  /// Reads the rest of the files without playing it. Raises `InputError`.
+  void checkRest();
+
+private:
+  void xOpenFiles();
+  void xChooseNext();
+
+  formats::RecordingTarget& fTarget;
+  std::vector<std::string> fFiles;
+  formats::KeyTypeOf fKeyTypeOf;
+  std::vector<std::unique_ptr<formats::Recording>> fRecordings;
+  /// The recording whose current line comes next, and when.
+  formats::Recording* fCurrent = nullptr;
+  std::optional<GK::GKMicros> fNext;
+  /// Where the present round of a loop began, and when its last line was.
+  GK::GKMicros fRoundStart = 0;
+  GK::GKMicros fLastTime = 0;
+  bool fIsLoop = false;
+  bool fIsStopped = false;
+};
+
+} // namespace gk::runtime

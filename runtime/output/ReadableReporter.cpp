@@ -1,0 +1,119 @@
+#include "formats/json/JsonValue.h"
+#include "runtime/output/Reporter.h"
+#include "zu/log.h"
+
+#include <fmt/format.h>
+
+namespace gk::runtime {
+
+namespace {
+
+/// Terminal colours (ECMA-48 SGR).
+constexpr std::string_view kBold = "1";
+constexpr std::string_view kDim = "2";
+constexpr std::string_view kRed = "31";
+constexpr std::string_view kYellow = "33";
+constexpr std::string_view kBlue = "34";
+constexpr std::string_view kCyan = "36";
+
+std::string_view colourOf(const GK::GKNotice& notice) {
+  switch (notice.kind) {
+  case GK::GKNotice::Kind::Event:
+    return kBold;
+  case GK::GKNotice::Kind::MicroEvent:
+    return kCyan;
+  case GK::GKNotice::Kind::Order:
+  case GK::GKNotice::Kind::Resource:
+    return kBlue;
+  case GK::GKNotice::Kind::Log:
+    return notice.level <= zu::log::Error     ? kRed
+           : notice.level == zu::log::Warning ? kYellow
+                                              : kDim;
+  default:
+    return kDim;
+  }
+}
+
+std::string text(const GK::GKValue& value) {
+  std::string json;
+  formats::appendJson(json, value);
+  return json;
+}
+
+/// "   12.340  kind     name                              value"
+void appendRow(std::string& out, bool isColoured, std::string_view colour, GK::GKMicros time,
+               std::string_view kind, std::string_view name, std::string_view value) {
+  constexpr double microsPerSecond = 1e6;
+  std::string row = fmt::format("{:<8} {:<34} {}", kind, name, value);
+  row.erase(row.find_last_not_of(' ') + 1);
+  const std::string stamp = fmt::format("{:10.3f}  ", static_cast<double>(time) / microsPerSecond);
+  if (isColoured) {
+    fmt::format_to(std::back_inserter(out), "\x1b[{}m{}\x1b[0m\x1b[{}m{}\x1b[0m\n", kDim, stamp,
+                   colour, row);
+  } else {
+    out += stamp;
+    out += row;
+    out += '\n';
+  }
+}
+
+} // namespace
+
+ReadableReporter::ReadableReporter(std::unique_ptr<Outlet> outlet, formats::LineKinds kinds,
+                                   int logLevel, bool isColoured)
+    : Reporter(std::move(outlet), kinds), fLogLevel(logLevel), fIsColoured(isColoured) {}
+
+void ReadableReporter::xAppend(std::string& out, const GK::GKNotice& notice) {
+  const std::string_view kind = formats::lineKindName(formats::lineKindOf(notice));
+  const auto row = [&](std::string_view name, std::string_view value) {
+    appendRow(out, fIsColoured, colourOf(notice), notice.time, kind, name, value);
+  };
+  switch (notice.kind) {
+  case GK::GKNotice::Kind::Log:
+    if (notice.level <= fLogLevel) {
+      row(fmt::format("{} {}", zu::log::levelName(notice.level), notice.name), notice.text);
+    }
+    break;
+  case GK::GKNotice::Kind::Order:
+    row("DCM", text(notice.value));
+    break;
+  case GK::GKNotice::Kind::Declare:
+    row(notice.name, notice.owner);
+    break;
+  default:
+    row(notice.name, text(notice.value));
+  }
+}
+
+void ReadableReporter::xAppend(std::string& out, const Answer& answer) {
+  const bool isError =
+      answer.kind == Answer::Kind::Error || answer.kind == Answer::Kind::OtherError;
+  const auto row = [&](std::string_view kind, std::string_view value) {
+    appendRow(out, fIsColoured, isError ? kRed : kBlue, answer.time, kind, answer.name, value);
+  };
+  switch (answer.kind) {
+  case Answer::Kind::Result:
+    row("result", answer.hasValue ? text(answer.value) : "done");
+    break;
+  case Answer::Kind::Error:
+    row("error", answer.error->what());
+    break;
+  case Answer::Kind::OtherError:
+    row("error", answer.text);
+    break;
+  case Answer::Kind::Value:
+    row("value", answer.hasValue ? text(answer.value) : "unknown key");
+    break;
+  case Answer::Kind::Page:
+    row("page", answer.text);
+    break;
+  }
+}
+
+void ReadableReporter::xAppend(std::string& out, GK::GKMicros time, const Sample& values) {
+  for (const auto& [key, value] : values) {
+    appendRow(out, fIsColoured, kDim, time, "sample", key, text(value));
+  }
+}
+
+} // namespace gk::runtime

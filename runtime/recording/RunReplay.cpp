@@ -1,0 +1,249 @@
+#include "runtime/recording/RunReplay.h"
+
+#include "formats/text/InputError.h"
+#include "formats/text/Numbers.h"
+
+#include <algorithm>
+#include <sstream>
+#include <utility>
+#include <variant>
+
+namespace gk::runtime {
+
+namespace {
+
+using formats::RunAction;
+using formats::RunEntry;
+using formats::RunKey;
+using formats::RunLost;
+using formats::RunOverlap;
+using formats::RunStart;
+using formats::RunTask;
+using formats::RunTurn;
+using formats::RunValues;
+using formats::RunWall;
+
+/// Warnings that are kept.
+constexpr std::size_t kMaxWarnings = 20;
+
+} // namespace
+
+/// The clock applies input at the turns of the schedule, so that there is nothing to be due.
+class RunReplay::Input : public GK::GKInput {
+public:
+  explicit Input(RunReplay& replay) : fReplay(replay) {}
+
+  std::optional<GK::GKMicros> next() override { return std::nullopt; }
+
+  void apply() override {
+    for (const formats::Action& action : std::exchange(fReplay.fActions, {})) {
+      fReplay.fAct(action);
+    }
+  }
+
+private:
+  RunReplay& fReplay;
+};
+
+bool RunReplay::isRun(const std::string& file) {
+  return file.ends_with(".mcap") && formats::RunFile(file).clock() == formats::RunClock::Turns;
+}
+
+RunReplay::RunReplay(std::vector<std::string> files)
+    : fFiles(std::move(files)), fInput(std::make_unique<Input>(*this)) {
+  xOpenNext();
+  xReadPreload();
+  fAbout = fFile->about();
+}
+
+RunReplay::~RunReplay() = default;
+
+std::vector<std::string> RunReplay::without() const {
+  std::vector<std::string> services;
+  const auto found = fAbout.find(formats::kWithoutMember);
+  std::istringstream names(found != fAbout.end() ? found->second : std::string());
+  for (std::string name; std::getline(names, name, ',');) {
+    services.push_back(name);
+  }
+  return services;
+}
+
+void RunReplay::attach(std::shared_ptr<GK::GKMemoryStore> store, Act act) {
+  fStore = std::move(store);
+  fAct = std::move(act);
+  xReadSegment();
+  fEpoch = fWallOffset;
+}
+
+GK::GKInput& RunReplay::input() noexcept {
+  return *fInput;
+}
+
+double RunReplay::progress() const noexcept {
+  const auto files = static_cast<double>(fFiles.size());
+  return (static_cast<double>(fPosition) - 1 + fFile->progress()) / files;
+}
+
+std::vector<std::string> RunReplay::warnings() const {
+  std::vector<std::string> all = fWarnings;
+  for (std::string& problem : fFile->problems()) {
+    all.push_back(std::move(problem));
+  }
+  return all;
+}
+
+void RunReplay::xWarn(const std::string& text) {
+  if (fWarnings.size() < kMaxWarnings) {
+    std::string line = fFile->path() + ": ";
+    formats::appendSeconds(line, fTime);
+    fWarnings.push_back(line + " s: " + text);
+  }
+}
+
+bool RunReplay::xOpenNext() {
+  if (fPosition == fFiles.size()) {
+    return false;
+  }
+  if (fFile != nullptr) {
+    for (std::string& problem : fFile->problems()) {
+      fWarnings.push_back(std::move(problem));
+    }
+  }
+  fFile = std::make_unique<formats::RunFile>(fFiles[fPosition++]);
+  fCells.clear();
+  return true;
+}
+
+std::optional<RunEntry> RunReplay::xNextEntry() {
+  do {
+    if (std::optional<RunEntry> entry = fFile->next()) {
+      return entry;
+    }
+  } while (xOpenNext());
+  return std::nullopt;
+}
+
+void RunReplay::xReadPreload() {
+  formats::SetAction values;
+  while (std::optional<RunEntry> entry = xNextEntry()) {
+    if (auto* read = std::get_if<RunValues>(&*entry)) {
+      for (auto& [index, value] : read->values) {
+        if (const std::string* key = fFile->key(index)) {
+          values.values.emplace_back(*key, std::move(value));
+        }
+      }
+    } else if (auto* action = std::get_if<RunAction>(&*entry)) {
+      fPreload.push_back(std::move(action->action));
+    } else if (const auto* turn = std::get_if<RunTurn>(&*entry)) {
+      fFollowing = *turn;
+      break;
+    } else if (const auto* start = std::get_if<RunStart>(&*entry); start && start->isContinued) {
+      xWarn("the recording begins in the middle of a run: what the modules knew by then is "
+            "missing");
+    }
+  }
+  fPreload.emplace_back(formats::UnsetAction{{"*"}});
+  fPreload.emplace_back(std::move(values));
+}
+
+void RunReplay::xReadSegment() {
+  fNext.reset();
+  if (!fFollowing) {
+    return;
+  }
+  Segment segment;
+  segment.turn = {fFollowing->task, fFollowing->time, fWallOffset};
+  fTime = fFollowing->time;
+  fFollowing.reset();
+  while (std::optional<RunEntry> entry = xNextEntry()) {
+    if (const auto* turn = std::get_if<RunTurn>(&*entry)) {
+      fFollowing = *turn;
+      break;
+    }
+    if (std::holds_alternative<RunStart>(*entry)) {
+      xSkipState();
+      break;
+    }
+    xTake(*std::move(entry), segment);
+  }
+  segment.turn.wallOffset = fWallOffset;
+  fNext = std::move(segment);
+}
+
+/// A new part begins: what it tells a replay that begins with it, as a turn of the main thread, is
+/// known already.
+void RunReplay::xSkipState() {
+  for (int turns = 0; turns < 2;) {
+    const std::optional<RunEntry> entry = xNextEntry();
+    if (!entry) {
+      return;
+    }
+    if (const auto* turn = std::get_if<RunTurn>(&*entry)) {
+      fFollowing = *turn;
+      ++turns;
+    } else if (const auto* wall = std::get_if<RunWall>(&*entry)) {
+      fWallOffset = wall->offset;
+    }
+  }
+}
+
+void RunReplay::xTake(RunEntry entry, Segment& segment) {
+  if (auto* values = std::get_if<RunValues>(&entry)) {
+    xTakeValues(*values, segment);
+  } else if (auto* action = std::get_if<RunAction>(&entry)) {
+    segment.actions.push_back(std::move(action->action));
+  } else if (auto* task = std::get_if<RunTask>(&entry)) {
+    segment.tasks.push_back(std::move(*task));
+  } else if (const auto* wall = std::get_if<RunWall>(&entry)) {
+    fWallOffset = wall->offset;
+  } else if (const auto* lost = std::get_if<RunLost>(&entry)) {
+    xWarn(std::to_string(lost->blocks) + " blocks are missing here: the disk was too slow; events "
+                                         "may differ from here on");
+  } else if (std::holds_alternative<RunOverlap>(entry)) {
+    xWarn("two tasks ran at the same time here: events may differ from here on");
+  }
+}
+
+std::optional<GK::GKTurn> RunReplay::next() {
+  return fNext ? std::optional(fNext->turn) : std::nullopt;
+}
+
+void RunReplay::begin() {
+  Segment segment = *std::exchange(fNext, std::nullopt);
+  for (const auto& [cell, value] : segment.values) {
+    cell->store(value);
+  }
+  // The log tells what starts during a turn behind the turn, so all of it is known before.
+  fExpected.insert(fExpected.end(), segment.tasks.begin(), segment.tasks.end());
+  fActions = std::move(segment.actions);
+  xReadSegment();
+}
+
+void RunReplay::xTakeValues(RunValues& values, Segment& segment) {
+  for (auto& [index, value] : values.values) {
+    const std::string* key = fFile->key(index);
+    if (key == nullptr) {
+      continue;
+    }
+    fCells.resize(std::max<std::size_t>(fCells.size(), index + 1));
+    if (fCells[index] == nullptr) {
+      fCells[index] = &fStore->cell(*key);
+    }
+    segment.values.emplace_back(fCells[index], std::move(value));
+  }
+}
+
+std::optional<std::uint64_t> RunReplay::started(const GK::GKTask& task) {
+  const auto isIt = [&task](const RunTask& expected) {
+    return expected.module == task.module && expected.method == task.method;
+  };
+  const auto found = std::find_if(fExpected.begin(), fExpected.end(), isIt);
+  if (found == fExpected.end()) {
+    return std::nullopt;
+  }
+  const std::uint64_t number = found->task;
+  fExpected.erase(found);
+  return number;
+}
+
+} // namespace gk::runtime

@@ -1,0 +1,102 @@
+#pragma once
+
+#include "formats/run/RunFile.h"
+#include "gk/GKMemoryStore.h"
+#include "gk/GKTurns.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace gk::runtime {
+
+/// The turns of a recorded run, and what came from outside at each of them. For the clock and the
+/// host of one replay; one thread at a time.
+class RunReplay final : public GK::GKSchedule {
+public:
+  /// Carries out what came from outside.
+  using Act = std::function<void(const formats::Action&)>;
+
+  /// True for a file that tells the turns of a run. Raises `InputError`.
+  static bool isRun(const std::string& file);
+
+  /// The files are the parts of one run, in their order. Reads what was there before the libraries.
+  /// Raises `InputError`.
+  explicit RunReplay(std::vector<std::string> files);
+  ~RunReplay() override;
+
+  /// What was there before the libraries: keys and faults.
+  const std::vector<formats::Action>& preload() const noexcept { return fPreload; }
+  /// The services that the run did without.
+  std::vector<std::string> without() const;
+
+  /// What the files say about the run.
+  const formats::mcap::StringMap& about() const noexcept { return fAbout; }
+  /// Microseconds since 1970 at time 0 of the run, from `attach` on.
+  std::int64_t epoch() const noexcept { return fEpoch; }
+
+  /// Where values and actions go. Before a clock is made of it. Raises `InputError`.
+  void attach(std::shared_ptr<GK::GKMemoryStore> store, Act act);
+
+  /// The actions at the turns, for the clock to apply.
+  GK::GKInput& input() noexcept;
+
+  /// How much of the files has been read, 0 to 1.
+  double progress() const noexcept;
+
+  /// What kept the replay from being exact, as far as it has come: one line each.
+  std::vector<std::string> warnings() const;
+
+  std::optional<GK::GKTurn> next() override;
+  void begin() override;
+  std::optional<std::uint64_t> started(const GK::GKTask& task) override;
+
+private:
+  class Input;
+
+  /// One turn and what the log tells of it.
+  struct Segment {
+    GK::GKTurn turn;
+    std::vector<std::pair<GK::GKMemoryCell*, GK::GKValue>> values;
+    std::vector<formats::Action> actions;
+    std::vector<formats::RunTask> tasks;
+  };
+
+  void xReadPreload();
+  /// Reads the turn that follows, if there is one.
+  void xReadSegment();
+  void xTake(formats::RunEntry entry, Segment& segment);
+  std::optional<formats::RunEntry> xNextEntry();
+  bool xOpenNext();
+  void xTakeValues(formats::RunValues& values, Segment& segment);
+  void xSkipState();
+  void xWarn(const std::string& text);
+
+  std::vector<std::string> fFiles;
+  std::size_t fPosition = 0;
+  std::unique_ptr<formats::RunFile> fFile;
+  std::vector<std::string> fWarnings;
+
+  std::vector<formats::Action> fPreload;
+  std::shared_ptr<GK::GKMemoryStore> fStore;
+  Act fAct;
+  std::unique_ptr<Input> fInput;
+
+  /// The segment that comes next; its turn was read ahead as the end of the one before.
+  std::optional<Segment> fNext;
+  std::optional<formats::RunTurn> fFollowing;
+  std::int64_t fWallOffset = 0;
+  std::int64_t fEpoch = 0;
+  formats::mcap::StringMap fAbout;
+  /// Tasks that are told of and have not started yet.
+  std::vector<formats::RunTask> fExpected;
+  std::vector<formats::Action> fActions;
+  /// By number of the key in the present file.
+  std::vector<GK::GKMemoryCell*> fCells;
+  GK::GKMicros fTime = 0;
+};
+
+} // namespace gk::runtime
