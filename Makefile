@@ -1,17 +1,21 @@
 # The short way in. The work is done by the CMake presets of the same names.
 
 PRESET ?= release
+# Options of `gk run` for `make run`, such as RUN="--for 60".
+RUN ?=
+OTHER_RELEASE ?= build/other-release
 FUZZ_SECONDS ?= 60
 SOAK_HOURS ?= 100
 LINT_FOLDERS ?= platform|modules|formats|devices|runtime
 
-.PHONY: help run test check lint coverage fuzz soak bench bench-check load web-tests dependencies check-dependencies build clean
+.PHONY: help run test test-all other-release check lint coverage fuzz soak bench bench-check load web-tests dependencies check-dependencies build clean
 
 help:
 	@echo "make run       install what is missing, build, and watch a simulated robot in real time"
 	@echo "make test      install what is missing, build, and run all tests"
 	@echo "make check     run all tests under the sanitizers"
 	@echo "make lint      run the static checks"
+	@echo "make test-all  run all of that, with clang and in the other Debian release too"
 	@echo "make coverage  tell which lines and branches of platform/ and modules/ the tests reach"
 	@echo "make fuzz      look for inputs that break something, FUZZ_SECONDS=$(FUZZ_SECONDS) a target"
 	@echo "make soak      run SOAK_HOURS=$(SOAK_HOURS) of the robot's time and watch memory and descriptors"
@@ -23,12 +27,20 @@ help:
 
 run: build
 	@echo "A simulated robot is touched, moved, pushed over and picked up again, until Ctrl-C."
-	./build/release/bin/gk run
+	./build/release/bin/gk run $(RUN)
 
 test: dependencies
 	cmake --preset $(PRESET)
 	cmake --build --preset $(PRESET)
 	ctest --preset $(PRESET)
+
+# What takes too long for every day, or needs more than this machine has.
+test-all: test check lint
+	$(MAKE) test PRESET=clang
+	$(MAKE) other-release
+
+other-release:
+	./packaging/other-release.sh $(OTHER_RELEASE)
 
 check:
 	$(MAKE) test PRESET=asan
@@ -61,7 +73,7 @@ soak: dependencies
 bench: dependencies
 	./packaging/install-dependencies.sh packaging/debian-packages-bench.txt
 	cmake --preset bench
-	cmake --build --preset bench
+	cmake --build --preset bench --target benchmarks
 	for bench in build/bench/bin/*_bench; do $$bench --benchmark_counters_tabular=true || exit 1; done
 
 load: dependencies

@@ -28,7 +28,6 @@ namespace http = beast::http;
 namespace json = boost::json;
 using beast::error_code;
 
-constexpr std::chrono::seconds kConnectTime{3};
 constexpr std::chrono::seconds kAnswerTime{60};
 constexpr std::size_t kLargestAnswer = 64U << 20U;
 

@@ -5,6 +5,7 @@
 
 #include <boost/json/value.hpp>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -12,6 +13,9 @@
 #include <vector>
 
 namespace gk::app {
+
+/// How long a host may take to be reached.
+constexpr std::chrono::seconds kConnectTime{3};
 
 /// Which host a command is about, and how it answers.
 struct ClientOptions {

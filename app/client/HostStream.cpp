@@ -25,7 +25,6 @@ namespace websocket = beast::websocket;
 namespace json = boost::json;
 using beast::error_code;
 
-constexpr std::chrono::seconds kConnectTime{3};
 constexpr std::string_view kSubprotocol = "foxglove.sdk.v1";
 /// Between two looks at what else is to be done.
 constexpr std::chrono::milliseconds kPatience{200};

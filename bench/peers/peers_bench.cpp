@@ -44,4 +44,15 @@ BENCHMARK_CAPTURE(burst, iceoryx, gk::bench::makeIceoryxPeer)->UseRealTime();
 
 } // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+    return 1;
+  }
+  if constexpr (constexpr std::string_view missing = GK_MISSING_PEERS; !missing.empty()) {
+    benchmark::AddCustomContext("not installed", std::string(missing));
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}

@@ -17,7 +17,6 @@ namespace GK {
 
 namespace {
 
-constexpr const char* kClassName = "GKExtractor";
 constexpr const char* kLogCategory = "core.extractor";
 
 /// What the current values are while nobody is subscribed.

@@ -90,6 +90,9 @@ protected:
 private:
   struct Record;
 
+  /// The class that declares the methods, for all extractors.
+  static constexpr const char* kClassName = "GKExtractor";
+
   void xBindSubscription();
   void xBindQueries();
 

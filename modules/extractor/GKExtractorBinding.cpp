@@ -4,9 +4,6 @@ namespace GK {
 
 namespace {
 
-/// The class that declares the methods, for all extractors.
-constexpr const char* kClassName = "GKExtractor";
-
 constexpr const char* kSubscribeText =
     "Subscribes to the extractor. This causes the extractor to start writing information to memory "
     "using the keys described by getOutputNames(). These can be accessed in memory using "

@@ -11,7 +11,7 @@ namespace GK {
 
 namespace {
 
-constexpr const char* kClassName = "GKMemoryFastAccess";
+constexpr const char* kFastAccess = "GKMemoryFastAccess";
 constexpr const char* kMemoryName = "GKMemory";
 
 boost::shared_ptr<GKMemoryProxy> memoryOf(const boost::shared_ptr<GKBroker>& broker) {
@@ -84,13 +84,13 @@ std::unique_ptr<GKValue> GKMemoryFastAccess::getBuffer(const std::string& key) {
 
 bool GKMemoryFastAccess::InnerTest(const boost::shared_ptr<GKBroker>& broker) {
   if (!broker) {
-    throw GKError(kClassName, "InnerTest:", "pBroker was NULL", "", 0);
+    throw GKError(kFastAccess, "InnerTest:", "pBroker was NULL", "", 0);
   }
   boost::shared_ptr<GKMemoryProxy> memory;
   try {
     memory = memoryOf(broker);
   } catch (const GKError& error) {
-    throw GKError(kClassName, "InnerTest", "When creating memory proxy: " + error.toString(), "",
+    throw GKError(kFastAccess, "InnerTest", "When creating memory proxy: " + error.toString(), "",
                   0);
   }
 

@@ -15,7 +15,6 @@ namespace GK {
 namespace {
 
 constexpr const char* kModuleName = "GKSensors";
-constexpr const char* kLogCategory = "motion.sensors";
 
 constexpr int kMinimumPeriod = 20; // ms
 
@@ -92,7 +91,7 @@ void GKSensors::xStartDetection(int period, float precision) {
 
 void GKSensors::xUpdateParameters(int period, float) {
   if (period < kMinimumPeriod) {
-    zu::log::warning(kLogCategory, "xUpdateParameters")
+    zu::log::warning(kSensorsCategory, "xUpdateParameters")
         << getName() << " the period of GKSensors extractor can't be less than 20 ms";
     period = kMinimumPeriod;
   }

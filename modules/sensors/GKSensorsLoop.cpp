@@ -14,11 +14,7 @@
 
 namespace GK {
 
-namespace {
-
-constexpr const char* kLogCategory = "motion.sensors";
-
-} // namespace
+namespace {} // namespace
 
 void GKSensors::run() {
   xFindSiblings();
@@ -89,7 +85,7 @@ void GKSensors::xConnectToMemory() {
   try {
     fFastAccess->ConnectToVariables(getParentBroker(), keys, false);
   } catch (...) {
-    zu::log::error(kLogCategory, "run")
+    zu::log::error(kSensorsCategory, "run")
         << getName() << " Connection to GKMemory failed. Please check that DCM is running";
   }
 }
@@ -99,7 +95,7 @@ void GKSensors::xTick() {
   try {
     xExtractEvents();
   } catch (...) {
-    zu::log::error(kLogCategory, "run") << getName() << " Connection to GKMemory failed.";
+    zu::log::error(kSensorsCategory, "run") << getName() << " Connection to GKMemory failed.";
   }
 }
 

@@ -13,8 +13,6 @@ namespace GK {
 
 namespace {
 
-constexpr const char* kLogCategory = "motion.sensors";
-
 /// Error codes of a motor board that mean high temperature.
 constexpr int kFirstHeatError = 33;
 constexpr int kLastHeatError = 35;
@@ -62,7 +60,7 @@ void GKSensors::xExtractTemperature() {
     xReportHeat();
   } else if (fHotReported && fHotTicks == 0) {
     fHotReported = false;
-    zu::log::info(kLogCategory, "xExtractTemperature") << getName() << "No more heat for 20s";
+    zu::log::info(kSensorsCategory, "xExtractTemperature") << getName() << "No more heat for 20s";
   }
   fTemperatureTicks = 0;
   fHotTicks = 0;
@@ -87,7 +85,7 @@ void GKSensors::xReportHeat() {
   fHotReported = true;
   const auto memory = getParentBroker()->getSpecialisedProxy<GKMemoryProxy>("GKMemory");
   memory->raiseEvent(strHeatEvent, fHotBoard);
-  zu::log::info(kLogCategory, "xExtractTemperature")
+  zu::log::info(kSensorsCategory, "xExtractTemperature")
       << getName() << "Motor board " << fHotBoard << " return several high temperature "
       << fHotError;
 
@@ -100,7 +98,7 @@ void GKSensors::xReportHeat() {
 
 void GKSensors::xLogTemperature(GKMemoryProxy& memory, const std::string& key) const {
   const int temperature = truncate(memory.getData(key).toFloat());
-  zu::log::info(kLogCategory, "xExtractTemperature")
+  zu::log::info(kSensorsCategory, "xExtractTemperature")
       << getName() << "Temperature of : " << key << " is: " << temperature;
 }
 

@@ -7,6 +7,9 @@
 /// What the sensor monitor reads and what it tells: memory keys, joints, motor boards, events.
 namespace GK {
 
+/// The category of the log lines.
+inline constexpr const char* kSensorsCategory = "motion.sensors";
+
 // Events, by the names that clients subscribe to.
 inline const std::string szKeyNameRightBumper = "RightBumperPressed";
 inline const std::string szKeyNameLeftBumper = "LeftBumperPressed";

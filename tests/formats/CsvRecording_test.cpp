@@ -17,7 +17,7 @@ using testing::EndsWith;
 
 namespace {
 
-std::string errorOf(std::string_view content) {
+std::string csvErrorOf(std::string_view content) {
   return inputErrorOf(".csv", content);
 }
 
@@ -40,7 +40,7 @@ GKValue valueOf(const std::string& key, const std::string& cell) {
 }
 
 std::string cellError(const std::string& key, const std::string& cell) {
-  return errorOf("time," + key + "\n0," + cell + "\n");
+  return csvErrorOf("time," + key + "\n0," + cell + "\n");
 }
 
 } // namespace
@@ -151,32 +151,32 @@ TEST(CsvRecording, AFractionOrALargeNumberIsNoInt) {
 }
 
 TEST(CsvRecording, ErrorsNameTheLine) {
-  EXPECT_EQ(errorOf("time,float/a\n0,1\n1,2\n2,x\n3,4\n"),
+  EXPECT_EQ(csvErrorOf("time,float/a\n0,1\n1,2\n2,x\n3,4\n"),
             "4: column \"float/a\": \"x\" is no number");
 }
 
 TEST(CsvRecording, ARowHasACellForEachColumn) {
-  EXPECT_EQ(errorOf("time,a,b\n0,1\n"), "2: the row has 2 cells, the header 3");
+  EXPECT_EQ(csvErrorOf("time,a,b\n0,1\n"), "2: the row has 2 cells, the header 3");
   EXPECT_EQ(timesOf("time,a,b\n0,1,\n").size(), 1U);
-  EXPECT_EQ(errorOf("time,a,b\n0,1,2,\n"), "2: the row has 4 cells, the header 3");
-  EXPECT_EQ(errorOf("time,a,b\n0\n"), "2: the row has 1 cells, the header 3");
-  EXPECT_EQ(errorOf("time\n0,1\n"), "2: the row has 2 cells, the header 1");
+  EXPECT_EQ(csvErrorOf("time,a,b\n0,1,2,\n"), "2: the row has 4 cells, the header 3");
+  EXPECT_EQ(csvErrorOf("time,a,b\n0\n"), "2: the row has 1 cells, the header 3");
+  EXPECT_EQ(csvErrorOf("time\n0,1\n"), "2: the row has 2 cells, the header 1");
 }
 
 TEST(CsvRecording, TheHeaderBeginsWithTime) {
-  EXPECT_EQ(errorOf(""), "1: no header, which begins with \"time\"");
-  EXPECT_EQ(errorOf("\n0\n"), "1: the header's first column is \"\", not \"time\"");
-  EXPECT_EQ(errorOf("0,1\n1,2\n"), "1: the header's first column is \"0\", not \"time\"");
-  EXPECT_EQ(errorOf("Time,a\n"), "1: the header's first column is \"Time\", not \"time\"");
-  EXPECT_EQ(errorOf(" time,a\n"), "1: the header's first column is \" time\", not \"time\"");
-  EXPECT_EQ(errorOf("a,time\n"), "1: the header's first column is \"a\", not \"time\"");
+  EXPECT_EQ(csvErrorOf(""), "1: no header, which begins with \"time\"");
+  EXPECT_EQ(csvErrorOf("\n0\n"), "1: the header's first column is \"\", not \"time\"");
+  EXPECT_EQ(csvErrorOf("0,1\n1,2\n"), "1: the header's first column is \"0\", not \"time\"");
+  EXPECT_EQ(csvErrorOf("Time,a\n"), "1: the header's first column is \"Time\", not \"time\"");
+  EXPECT_EQ(csvErrorOf(" time,a\n"), "1: the header's first column is \" time\", not \"time\"");
+  EXPECT_EQ(csvErrorOf("a,time\n"), "1: the header's first column is \"a\", not \"time\"");
 }
 
 TEST(CsvRecording, KeysOfTheHeaderAreThereAndDifferent) {
-  EXPECT_EQ(errorOf("time,a,,b\n"), "1: column 3 has no key");
-  EXPECT_EQ(errorOf("time,a,b,\n"), "1: column 4 has no key");
-  EXPECT_EQ(errorOf("time,a,b,a\n"), "1: column \"a\" stands twice");
-  EXPECT_EQ(errorOf("time,time\n"), "1: column \"time\" stands twice");
+  EXPECT_EQ(csvErrorOf("time,a,,b\n"), "1: column 3 has no key");
+  EXPECT_EQ(csvErrorOf("time,a,b,\n"), "1: column 4 has no key");
+  EXPECT_EQ(csvErrorOf("time,a,b,a\n"), "1: column \"a\" stands twice");
+  EXPECT_EQ(csvErrorOf("time,time\n"), "1: column \"time\" stands twice");
 }
 
 TEST(CsvRecording, AHeaderAloneIsARecordingWithoutRows) {
@@ -190,25 +190,25 @@ TEST(CsvRecording, TimesAreSecondsInMicroseconds) {
 }
 
 TEST(CsvRecording, TimesDoNotGoBack) {
-  EXPECT_EQ(errorOf("time,a\n1,\n1,\n0.999999,\n"), "4: time goes back from 1 to 0.999999");
-  EXPECT_EQ(errorOf("time,a\n1,\n0.99999999,\n"), "3: time goes back from 1 to 0.99999999");
+  EXPECT_EQ(csvErrorOf("time,a\n1,\n1,\n0.999999,\n"), "4: time goes back from 1 to 0.999999");
+  EXPECT_EQ(csvErrorOf("time,a\n1,\n0.99999999,\n"), "3: time goes back from 1 to 0.99999999");
 }
 
 TEST(CsvRecording, TimesAreFiniteAndNotNegative) {
-  EXPECT_EQ(errorOf("time,a\n-0.5,\n"), "2: time -0.5 is negative");
+  EXPECT_EQ(csvErrorOf("time,a\n-0.5,\n"), "2: time -0.5 is negative");
   EXPECT_EQ(timesOf("time,a\n-0.0,\n").size(), 1U);
-  EXPECT_EQ(errorOf("time,a\n,1\n"), "2: column \"time\": \"\" is no time in seconds");
-  EXPECT_EQ(errorOf("time,a\nnan,1\n"), "2: column \"time\": \"nan\" is no time in seconds");
-  EXPECT_EQ(errorOf("time,a\ninf,1\n"), "2: column \"time\": \"inf\" is no time in seconds");
-  EXPECT_EQ(errorOf("time,a\n 1,1\n"), "2: column \"time\": \" 1\" is no time in seconds");
-  EXPECT_EQ(errorOf("time,a\n1e400,1\n"), "2: time inf is too large");
-  EXPECT_EQ(errorOf("time,a\n5e12,1\n"), "2: time 5e+12 is too large");
+  EXPECT_EQ(csvErrorOf("time,a\n,1\n"), "2: column \"time\": \"\" is no time in seconds");
+  EXPECT_EQ(csvErrorOf("time,a\nnan,1\n"), "2: column \"time\": \"nan\" is no time in seconds");
+  EXPECT_EQ(csvErrorOf("time,a\ninf,1\n"), "2: column \"time\": \"inf\" is no time in seconds");
+  EXPECT_EQ(csvErrorOf("time,a\n 1,1\n"), "2: column \"time\": \" 1\" is no time in seconds");
+  EXPECT_EQ(csvErrorOf("time,a\n1e400,1\n"), "2: time inf is too large");
+  EXPECT_EQ(csvErrorOf("time,a\n5e12,1\n"), "2: time 5e+12 is too large");
 }
 
 TEST(CsvRecording, BlankLinesStandAtTheEndOnly) {
   EXPECT_THAT(timesOf("time,a\n0,1\n\n\r\n\n"), ElementsAre(0));
-  EXPECT_EQ(errorOf("time,a\n0,1\n\n\n1,1\n"), "3: a blank line before the end");
-  EXPECT_EQ(errorOf("time,a\n\n0,1\n"), "2: a blank line before the end");
+  EXPECT_EQ(csvErrorOf("time,a\n0,1\n\n\n1,1\n"), "3: a blank line before the end");
+  EXPECT_EQ(csvErrorOf("time,a\n\n0,1\n"), "2: a blank line before the end");
 }
 
 TEST(CsvRecording, WindowsFilesAreFine) {

@@ -26,7 +26,7 @@ std::string write(const GKValue& value) {
   return out;
 }
 
-template <class Function> std::string errorOf(Function function) {
+template <class Function> std::string conversionErrorOf(Function function) {
   try {
     function();
   } catch (const FormatError& error) {
@@ -37,7 +37,7 @@ template <class Function> std::string errorOf(Function function) {
 }
 
 std::string readError(std::string_view text) {
-  return errorOf([&] { read(text); });
+  return conversionErrorOf([&] { read(text); });
 }
 
 GKValue readFor(KeyType type, std::string_view text) {
@@ -45,7 +45,7 @@ GKValue readFor(KeyType type, std::string_view text) {
 }
 
 std::string errorFor(KeyType type, std::string_view text) {
-  return errorOf([&] { readFor(type, text); });
+  return conversionErrorOf([&] { readFor(type, text); });
 }
 
 } // namespace

@@ -15,7 +15,7 @@ using testing::HasSubstr;
 
 namespace {
 
-std::string errorOf(std::string_view text) {
+std::string jsonErrorOf(std::string_view text) {
   try {
     parseJson(text);
   } catch (const FormatError& error) {
@@ -69,32 +69,33 @@ TEST(Json, DoublesAreTheNearestOnes) {
 
 TEST(Json, IntsHave64Bits) {
   EXPECT_EQ(parseJson("9223372036854775807").get_int64(), std::numeric_limits<std::int64_t>::max());
-  EXPECT_EQ(errorOf("9223372036854775808"),
+  EXPECT_EQ(jsonErrorOf("9223372036854775808"),
             "column 20: the int 9223372036854775808 is beyond 64 bits");
   EXPECT_EQ(parseJson("-9223372036854775808").get_int64(),
             std::numeric_limits<std::int64_t>::min());
-  EXPECT_THAT(errorOf("-9223372036854775809"), HasSubstr("beyond 64 bits"));
-  EXPECT_THAT(errorOf("100000000000000000000000000"), HasSubstr("beyond 64 bits"));
+  EXPECT_THAT(jsonErrorOf("-9223372036854775809"), HasSubstr("beyond 64 bits"));
+  EXPECT_THAT(jsonErrorOf("100000000000000000000000000"), HasSubstr("beyond 64 bits"));
 }
 
 TEST(Json, NestingEndsAt32) {
   EXPECT_NO_THROW(parseJson(nested(32)));
-  EXPECT_THAT(errorOf(nested(33)), HasSubstr("column 33: "));
-  EXPECT_THAT(errorOf(std::string(100'000, '[')), HasSubstr("column 33: "));
+  EXPECT_THAT(jsonErrorOf(nested(33)), HasSubstr("column 33: "));
+  EXPECT_THAT(jsonErrorOf(std::string(100'000, '[')), HasSubstr("column 33: "));
 }
 
 TEST(Json, AMemberThatStandsTwiceIsAnError) {
-  EXPECT_THAT(errorOf(R"({"a":1,"a":1})"), HasSubstr("member \"a\" stands twice"));
-  EXPECT_THAT(errorOf(R"([{"a":{"b":1,"c":2,"b":3}}])"), HasSubstr("member \"b\" stands twice"));
-  EXPECT_THAT(errorOf(R"({"a":1,"\u0061":1})"), HasSubstr("member \"a\" stands twice"));
+  EXPECT_THAT(jsonErrorOf(R"({"a":1,"a":1})"), HasSubstr("member \"a\" stands twice"));
+  EXPECT_THAT(jsonErrorOf(R"([{"a":{"b":1,"c":2,"b":3}}])"),
+              HasSubstr("member \"b\" stands twice"));
+  EXPECT_THAT(jsonErrorOf(R"({"a":1,"\u0061":1})"), HasSubstr("member \"a\" stands twice"));
   EXPECT_NO_THROW(parseJson(R"({"a":{"a":1},"b":[{"a":1},{"a":1}]})"));
 }
 
 TEST(Json, ErrorsTellTheColumn) {
-  EXPECT_EQ(errorOf("{\"a\" 1}"), "column 6: syntax error");
-  EXPECT_EQ(errorOf("[1] x"), "column 5: more text after the end");
-  EXPECT_THAT(errorOf("[1"), HasSubstr("column 3: incomplete"));
-  EXPECT_THAT(errorOf(""), HasSubstr("column 1: incomplete"));
+  EXPECT_EQ(jsonErrorOf("{\"a\" 1}"), "column 6: syntax error");
+  EXPECT_EQ(jsonErrorOf("[1] x"), "column 5: more text after the end");
+  EXPECT_THAT(jsonErrorOf("[1"), HasSubstr("column 3: incomplete"));
+  EXPECT_THAT(jsonErrorOf(""), HasSubstr("column 1: incomplete"));
 }
 
 TEST(Json, WhatIsNoJsonIsRefused) {

@@ -37,7 +37,8 @@ TEST(KeyTypes, BoolAndTextKeysTakeNothingElse) {
 namespace {
 
 /// What is wrong with a file when keys have these types, from the line's number on.
-std::string errorOf(std::string_view ending, std::string_view content, const KeyTypeOf& typeOf) {
+std::string endingErrorOf(std::string_view ending, std::string_view content,
+                          const KeyTypeOf& typeOf) {
   const TempFile file(ending, content);
   try {
     openRecording(file.path(), typeOf);
@@ -64,15 +65,15 @@ public:
 } // namespace
 
 TEST(KeyTypes, AKeyThatMustNotBeWrittenIsMalformedInput) {
-  EXPECT_EQ(errorOf(".csv", "time,Ghost/Key\n0,1\n", refuseGhosts),
+  EXPECT_EQ(endingErrorOf(".csv", "time,Ghost/Key\n0,1\n", refuseGhosts),
             "1: column \"Ghost/Key\": there is no such key");
-  EXPECT_EQ(errorOf(".jsonl", "\n{\"set\":{\"Ghost/Key\":1}}\n", refuseGhosts),
+  EXPECT_EQ(endingErrorOf(".jsonl", "\n{\"set\":{\"Ghost/Key\":1}}\n", refuseGhosts),
             "2: key \"Ghost/Key\": there is no such key");
 }
 
 TEST(KeyTypes, TablesHoldNumbersOnly) {
   for (const char* key : {"Switch", "Name"}) {
-    EXPECT_EQ(errorOf(".csv", "time," + std::string(key) + "\n0,1\n", refuseGhosts),
+    EXPECT_EQ(endingErrorOf(".csv", "time," + std::string(key) + "\n0,1\n", refuseGhosts),
               "1: column \"" + std::string(key) + "\": a table holds numbers only");
   }
 }

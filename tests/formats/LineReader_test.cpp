@@ -27,7 +27,7 @@ std::vector<std::string> linesOf(const TempFile& file) {
 }
 
 /// The error that reading the whole file ends with.
-InputError errorOf(const std::string& path) {
+InputError readErrorOf(const std::string& path) {
   try {
     LineReader sut(path);
     linesOf(sut);
@@ -121,14 +121,14 @@ TEST(LineReader, ALineLongerThanOneMebibyteIsAnError) {
   for (const std::string& text :
        {tooLong, tooLong + "\n", tooLong + "\r\n", tooLong + tooLong + tooLong}) {
     const TempFile file(".csv", "a\n" + text);
-    const InputError error = errorOf(file.path());
+    const InputError error = readErrorOf(file.path());
     EXPECT_EQ(error.getLine(), 2U);
     EXPECT_EQ(error.what(), file.path() + ":2: line is longer than 1048576 bytes");
   }
 }
 
 TEST(LineReader, AFileThatIsNotThereIsAnErrorOfItsFirstLine) {
-  const InputError error = errorOf("/nonexistent/file.csv");
+  const InputError error = readErrorOf("/nonexistent/file.csv");
   EXPECT_STREQ(error.what(), "/nonexistent/file.csv:1: cannot be read: No such file or directory");
   EXPECT_EQ(error.getFile(), "/nonexistent/file.csv");
   EXPECT_EQ(error.getLine(), 1U);
@@ -136,7 +136,7 @@ TEST(LineReader, AFileThatIsNotThereIsAnErrorOfItsFirstLine) {
 
 TEST(LineReader, ADirectoryIsAnError) {
   const std::string path = std::filesystem::temp_directory_path();
-  EXPECT_EQ(errorOf(path).what(), path + ":1: cannot be read: is a directory");
+  EXPECT_EQ(readErrorOf(path).what(), path + ":1: cannot be read: is a directory");
 }
 
 TEST(LineReader, CutCompressedDataIsAnErrorWhereverItIsCut) {
@@ -145,14 +145,15 @@ TEST(LineReader, CutCompressedDataIsAnErrorWhereverItIsCut) {
   for (const std::size_t size :
        {std::size_t{5}, bytes.size() / 2, bytes.size() - 6, bytes.size() - 1}) {
     const TempFile file(".csv.gz", std::string_view(bytes).substr(0, size));
-    EXPECT_THAT(errorOf(file.path()).what(), HasSubstr("damaged or cut compressed data")) << size;
+    EXPECT_THAT(readErrorOf(file.path()).what(), HasSubstr("damaged or cut compressed data"))
+        << size;
   }
 }
 
 TEST(LineReader, DamagedCompressedDataIsAnErrorBeyondTheGoodLines) {
   std::string bytes = TempFile::gzipped(".csv.gz", manyLines()).bytes();
   bytes[bytes.size() / 2] ^= 0x55;
-  const InputError error = errorOf(TempFile(".csv.gz", bytes).path());
+  const InputError error = readErrorOf(TempFile(".csv.gz", bytes).path());
   EXPECT_THAT(error.what(), HasSubstr("damaged or cut compressed data"));
   EXPECT_GT(error.getLine(), 1000U);
 }
@@ -160,6 +161,6 @@ TEST(LineReader, DamagedCompressedDataIsAnErrorBeyondTheGoodLines) {
 TEST(LineReader, AWrongChecksumIsAnError) {
   std::string bytes = TempFile::gzipped(".csv.gz", "one\ntwo\n").bytes();
   bytes[bytes.size() - 8] ^= 0x01;
-  EXPECT_THAT(errorOf(TempFile(".csv.gz", bytes).path()).what(),
+  EXPECT_THAT(readErrorOf(TempFile(".csv.gz", bytes).path()).what(),
               HasSubstr("damaged or cut compressed data"));
 }

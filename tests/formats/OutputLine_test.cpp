@@ -30,7 +30,7 @@ GKNotice notice(GKNotice::Kind kind, std::string name, GKValue value) {
   return result;
 }
 
-std::string errorOf(std::string_view kinds) {
+std::string kindsErrorOf(std::string_view kinds) {
   try {
     LineKinds::parse(kinds);
   } catch (const std::invalid_argument& error) {
@@ -166,9 +166,9 @@ TEST(LineKinds, AllKeepsEverything) {
 }
 
 TEST(LineKinds, AnUnknownNameIsNamed) {
-  EXPECT_THAT(errorOf("event,evnt,log"), HasSubstr("\"evnt\""));
-  EXPECT_THAT(errorOf("event, log"), HasSubstr("\" log\""));
-  EXPECT_THAT(errorOf("Event"), HasSubstr("\"Event\""));
-  EXPECT_THAT(errorOf(""), HasSubstr("\"\""));
-  EXPECT_THAT(errorOf("event,"), HasSubstr("\"\""));
+  EXPECT_THAT(kindsErrorOf("event,evnt,log"), HasSubstr("\"evnt\""));
+  EXPECT_THAT(kindsErrorOf("event, log"), HasSubstr("\" log\""));
+  EXPECT_THAT(kindsErrorOf("Event"), HasSubstr("\"Event\""));
+  EXPECT_THAT(kindsErrorOf(""), HasSubstr("\"\""));
+  EXPECT_THAT(kindsErrorOf("event,"), HasSubstr("\"\""));
 }

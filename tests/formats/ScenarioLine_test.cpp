@@ -25,7 +25,7 @@ template <class A> A parseAs(const std::string& text) {
   return std::get<A>(parse(text).action);
 }
 
-std::string errorOf(const std::string& text) {
+std::string lineErrorOf(const std::string& text) {
   try {
     parse(text);
   } catch (const FormatError& error) {
@@ -40,7 +40,7 @@ FailAction parseFail(const std::string& members) {
 }
 
 std::string failError(const std::string& members) {
-  return errorOf("{\"t\":0,\"fail\":{" + members + "}}");
+  return lineErrorOf("{\"t\":0,\"fail\":{" + members + "}}");
 }
 
 } // namespace
@@ -50,46 +50,47 @@ TEST(ScenarioLine, TheTimeIsANumber) {
   EXPECT_EQ(parse(R"({"get":[],"t":0.25})").time, 0.25);
   EXPECT_EQ(parse(R"({"set":{}})").time, std::nullopt);
   for (const char* time : {"\"1\"", "true", "null", "[1]", R"({"float":"inf"})"}) {
-    EXPECT_EQ(errorOf("{\"t\":" + std::string(time) + ",\"get\":[]}"),
+    EXPECT_EQ(lineErrorOf("{\"t\":" + std::string(time) + ",\"get\":[]}"),
               "\"t\" takes seconds as a number");
   }
 }
 
 TEST(ScenarioLine, ALineIsOneObject) {
-  EXPECT_EQ(errorOf("[]"), "a line is an object");
-  EXPECT_EQ(errorOf("3"), "a line is an object");
-  EXPECT_EQ(errorOf("{}"), "the line has no action");
-  EXPECT_EQ(errorOf(R"({"t":0})"), "the line has no action");
-  EXPECT_THAT(errorOf(R"({"t":0,"get":[]} {})"), HasSubstr("more text after the end"));
-  EXPECT_THAT(errorOf(R"({"t":0,"t":1,"get":[]})"), HasSubstr("member \"t\" stands twice"));
-  EXPECT_THAT(errorOf(R"({"t":0,"get":[)"), HasSubstr("incomplete"));
+  EXPECT_EQ(lineErrorOf("[]"), "a line is an object");
+  EXPECT_EQ(lineErrorOf("3"), "a line is an object");
+  EXPECT_EQ(lineErrorOf("{}"), "the line has no action");
+  EXPECT_EQ(lineErrorOf(R"({"t":0})"), "the line has no action");
+  EXPECT_THAT(lineErrorOf(R"({"t":0,"get":[]} {})"), HasSubstr("more text after the end"));
+  EXPECT_THAT(lineErrorOf(R"({"t":0,"t":1,"get":[]})"), HasSubstr("member \"t\" stands twice"));
+  EXPECT_THAT(lineErrorOf(R"({"t":0,"get":[)"), HasSubstr("incomplete"));
 }
 
 TEST(ScenarioLine, ALineHasOneAction) {
-  EXPECT_EQ(errorOf(R"({"t":0,"set":{},"get":[]})"), R"(two actions in a line, "set" and "get")");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"set":{},"get":[]})"),
+            R"(two actions in a line, "set" and "get")");
 }
 
 TEST(ScenarioLine, UnknownMembersAreRefused) {
-  EXPECT_EQ(errorOf(R"({"t":0,"jump":1})"), "unknown action or member \"jump\"");
-  EXPECT_EQ(errorOf(R"({"t":0,"get":[],"x":1})"), "unknown action or member \"x\"");
-  EXPECT_EQ(errorOf(R"({"t":0,"get":[],"as":"x"})"), "unknown action or member \"as\"");
-  EXPECT_EQ(errorOf(R"({"t":0,"get":[],"args":[]})"), "unknown action or member \"args\"");
-  EXPECT_EQ(errorOf(R"({"t":0,"call":"A.b","arg":[]})"), "unknown action or member \"arg\"");
-  EXPECT_EQ(errorOf(R"({"t":0,"Get":[]})"), "unknown action or member \"Get\"");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"jump":1})"), "unknown action or member \"jump\"");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"get":[],"x":1})"), "unknown action or member \"x\"");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"get":[],"as":"x"})"), "unknown action or member \"as\"");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"get":[],"args":[]})"), "unknown action or member \"args\"");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"call":"A.b","arg":[]})"), "unknown action or member \"arg\"");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"Get":[]})"), "unknown action or member \"Get\"");
 }
 
 TEST(ScenarioLine, OnlySetUnsetAndFailComeBeforeLoading) {
   EXPECT_NO_THROW(parse(R"({"set":{}})"));
   EXPECT_NO_THROW(parse(R"({"unset":[]})"));
   EXPECT_NO_THROW(parse(R"({"fail":{"operation":"getData"}})"));
-  EXPECT_EQ(errorOf(R"({"call":"A.b"})"), "\"call\" needs a time \"t\"");
-  EXPECT_EQ(errorOf(R"({"get":[]})"), "\"get\" needs a time \"t\"");
-  EXPECT_EQ(errorOf(R"({"getOutput":"A"})"), "\"getOutput\" needs a time \"t\"");
-  EXPECT_EQ(errorOf(R"({"exit":true})"), "\"exit\" needs a time \"t\"");
+  EXPECT_EQ(lineErrorOf(R"({"call":"A.b"})"), "\"call\" needs a time \"t\"");
+  EXPECT_EQ(lineErrorOf(R"({"get":[]})"), "\"get\" needs a time \"t\"");
+  EXPECT_EQ(lineErrorOf(R"({"getOutput":"A"})"), "\"getOutput\" needs a time \"t\"");
+  EXPECT_EQ(lineErrorOf(R"({"exit":true})"), "\"exit\" needs a time \"t\"");
 }
 
 TEST(ScenarioLine, UnsetTakesNoTime) {
-  EXPECT_EQ(errorOf(R"({"t":0,"unset":["a"]})"),
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"unset":["a"]})"),
             "\"unset\" takes no time: it comes before loading");
 }
 
@@ -102,20 +103,21 @@ TEST(ScenarioLine, SetTakesValuesByTheirKeys) {
 }
 
 TEST(ScenarioLine, SetRefusesValuesThatDoNotFitTheirKeys) {
-  EXPECT_EQ(errorOf(R"({"t":0,"set":{"int/a":34.5}})"),
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"set":{"int/a":34.5}})"),
             "key \"int/a\": takes an int of 32 bits, not 34.5");
-  EXPECT_EQ(errorOf(R"({"t":0,"set":{"b":1,"float/a":[1.0]}})"),
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"set":{"b":1,"float/a":[1.0]}})"),
             "key \"float/a\": takes a float, not an array");
-  EXPECT_EQ(errorOf(R"({"t":0,"set":{"a":2147483648}})"),
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"set":{"a":2147483648}})"),
             "key \"a\": the int 2147483648 is beyond 32 bits");
-  EXPECT_EQ(errorOf(R"({"t":0,"set":["a"]})"), "\"set\" takes an object of keys and values");
-  EXPECT_THAT(errorOf(R"({"t":0,"set":{"a":1,"a":2}})"), HasSubstr("member \"a\" stands twice"));
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"set":["a"]})"), "\"set\" takes an object of keys and values");
+  EXPECT_THAT(lineErrorOf(R"({"t":0,"set":{"a":1,"a":2}})"),
+              HasSubstr("member \"a\" stands twice"));
 }
 
 TEST(ScenarioLine, UnsetTakesPatterns) {
   EXPECT_THAT(parseAs<UnsetAction>(R"({"unset":["a","b/*"]})").patterns, ElementsAre("a", "b/*"));
-  EXPECT_EQ(errorOf(R"({"unset":"a"})"), "\"unset\" takes an array of strings");
-  EXPECT_EQ(errorOf(R"({"unset":[1]})"), "\"unset\" takes an array of strings");
+  EXPECT_EQ(lineErrorOf(R"({"unset":"a"})"), "\"unset\" takes an array of strings");
+  EXPECT_EQ(lineErrorOf(R"({"unset":[1]})"), "\"unset\" takes an array of strings");
 }
 
 TEST(ScenarioLine, CallNamesModuleAndMethod) {
@@ -142,31 +144,31 @@ TEST(ScenarioLine, CallSplitsAtTheFirstPoint) {
 
 TEST(ScenarioLine, CallRefusesWhatIsNoCall) {
   for (const char* name : {"", ".", "A", "A.", ".b"}) {
-    EXPECT_EQ(errorOf(R"({"t":0,"call":")" + std::string(name) + "\"}"),
+    EXPECT_EQ(lineErrorOf(R"({"t":0,"call":")" + std::string(name) + "\"}"),
               "\"call\": \"" + std::string(name) + "\" is not \"Module.method\"");
   }
-  EXPECT_EQ(errorOf(R"({"t":0,"call":1})"), "\"call\" takes a string");
-  EXPECT_EQ(errorOf(R"({"t":0,"call":"A.b","args":{}})"), "\"args\" takes an array of values");
-  EXPECT_EQ(errorOf(R"({"t":0,"call":"A.b","args":[2147483648]})"),
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"call":1})"), "\"call\" takes a string");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"call":"A.b","args":{}})"), "\"args\" takes an array of values");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"call":"A.b","args":[2147483648]})"),
             "\"args\": the int 2147483648 is beyond 32 bits");
-  EXPECT_EQ(errorOf(R"({"t":0,"call":"A.b","as":1})"), "\"as\" takes a string");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"call":"A.b","as":1})"), "\"as\" takes a string");
 }
 
 TEST(ScenarioLine, GetTakesKeys) {
   EXPECT_THAT(parseAs<GetAction>(R"({"t":0,"get":["a","b"]})").keys, ElementsAre("a", "b"));
-  EXPECT_EQ(errorOf(R"({"t":0,"get":"a"})"), "\"get\" takes an array of strings");
-  EXPECT_EQ(errorOf(R"({"t":0,"get":["a",null]})"), "\"get\" takes an array of strings");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"get":"a"})"), "\"get\" takes an array of strings");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"get":["a",null]})"), "\"get\" takes an array of strings");
 }
 
 TEST(ScenarioLine, GetOutputTakesAModule) {
   EXPECT_EQ(parseAs<GetOutputAction>(R"({"t":0,"getOutput":"GKSonar"})").module, "GKSonar");
-  EXPECT_EQ(errorOf(R"({"t":0,"getOutput":["GKSonar"]})"), "\"getOutput\" takes a string");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"getOutput":["GKSonar"]})"), "\"getOutput\" takes a string");
 }
 
 TEST(ScenarioLine, ExitTakesTrue) {
   EXPECT_NO_THROW(parseAs<ExitAction>(R"({"t":0,"exit":true})"));
-  EXPECT_EQ(errorOf(R"({"t":0,"exit":false})"), "\"exit\" takes true");
-  EXPECT_EQ(errorOf(R"({"t":0,"exit":1})"), "\"exit\" takes true");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"exit":false})"), "\"exit\" takes true");
+  EXPECT_EQ(lineErrorOf(R"({"t":0,"exit":1})"), "\"exit\" takes true");
 }
 
 TEST(ScenarioLine, FailRaisesOnceAtOnceWhenNothingElseIsSaid) {
@@ -231,7 +233,7 @@ TEST(ScenarioLine, FailCountsFromItsLeastValuesOn) {
 }
 
 TEST(ScenarioLine, FailRefusesOtherShapes) {
-  EXPECT_EQ(errorOf(R"({"fail":"getData"})"), "\"fail\" takes an object");
+  EXPECT_EQ(lineErrorOf(R"({"fail":"getData"})"), "\"fail\" takes an object");
   EXPECT_EQ(failError(""), "\"fail\" has no \"operation\"");
   EXPECT_EQ(failError(R"("operation":1)"), "\"fail\": \"operation\" takes a string");
   EXPECT_EQ(failError(R"("operation":"getData","times":1)"), "\"fail\": unknown member \"times\"");

@@ -12,7 +12,7 @@ using testing::ElementsAre;
 
 namespace {
 
-std::string errorOf(std::string_view content) {
+std::string scenarioErrorOf(std::string_view content) {
   return inputErrorOf(".jsonl", content);
 }
 
@@ -58,33 +58,35 @@ TEST(ScenarioRecording, AnEmptyFileIsAScenarioWithoutLines) {
 }
 
 TEST(ScenarioRecording, BlankLinesAndCommentsAreSkippedAndCounted) {
-  EXPECT_EQ(errorOf("# {\n\n  \t \r\n#\n{\"t\":0}\n"), "5: the line has no action");
+  EXPECT_EQ(scenarioErrorOf("# {\n\n  \t \r\n#\n{\"t\":0}\n"), "5: the line has no action");
 }
 
 TEST(ScenarioRecording, OnlyALineThatBeginsSoIsAComment) {
-  EXPECT_EQ(errorOf(" # no comment\n"), "1: column 2: syntax error");
+  EXPECT_EQ(scenarioErrorOf(" # no comment\n"), "1: column 2: syntax error");
 }
 
 TEST(ScenarioRecording, TimesDoNotGoBack) {
-  EXPECT_EQ(errorOf("{\"t\":1,\"get\":[]}\n{\"t\":1.0,\"get\":[]}\n{\"t\":0.5,\"get\":[]}\n"),
-            "3: time goes back from 1 to 0.5");
+  EXPECT_EQ(
+      scenarioErrorOf("{\"t\":1,\"get\":[]}\n{\"t\":1.0,\"get\":[]}\n{\"t\":0.5,\"get\":[]}\n"),
+      "3: time goes back from 1 to 0.5");
 }
 
 TEST(ScenarioRecording, TimesAreFiniteAndNotNegative) {
-  EXPECT_EQ(errorOf("{\"t\":-1,\"get\":[]}\n"), "1: time -1 is negative");
-  EXPECT_EQ(errorOf("{\"t\":1e400,\"get\":[]}\n"), "1: time inf is too large");
-  EXPECT_EQ(errorOf("{\"t\":4000000000001,\"get\":[]}\n"), "1: time 4000000000001 is too large");
+  EXPECT_EQ(scenarioErrorOf("{\"t\":-1,\"get\":[]}\n"), "1: time -1 is negative");
+  EXPECT_EQ(scenarioErrorOf("{\"t\":1e400,\"get\":[]}\n"), "1: time inf is too large");
+  EXPECT_EQ(scenarioErrorOf("{\"t\":4000000000001,\"get\":[]}\n"),
+            "1: time 4000000000001 is too large");
 }
 
 TEST(ScenarioRecording, ALineWithoutTimeAfterOneWithTimeIsAnError) {
-  EXPECT_EQ(errorOf("{\"t\":0,\"get\":[]}\n{\"set\":{}}\n"),
+  EXPECT_EQ(scenarioErrorOf("{\"t\":0,\"get\":[]}\n{\"set\":{}}\n"),
             "2: a line without \"t\" after one with \"t\"");
 }
 
 TEST(ScenarioRecording, ErrorsOfALineNameIt) {
-  EXPECT_EQ(errorOf("{\"t\":0,\"set\":{\"float/a\":\"x\"}}\n"),
+  EXPECT_EQ(scenarioErrorOf("{\"t\":0,\"set\":{\"float/a\":\"x\"}}\n"),
             "1: key \"float/a\": takes a float, not \"x\"");
-  EXPECT_EQ(errorOf("{\"set\":{}}\n{\"t\":0,\"jump\":1}\n"),
+  EXPECT_EQ(scenarioErrorOf("{\"set\":{}}\n{\"t\":0,\"jump\":1}\n"),
             "2: unknown action or member \"jump\"");
 }
 

@@ -17,7 +17,7 @@ using testing::IsEmpty;
 namespace GK {
 namespace {
 
-constexpr const char* kKey = "Device/SubDeviceList/Head/Position/Sensor/Value";
+constexpr const char* kHead = "Device/SubDeviceList/Head/Position/Sensor/Value";
 
 /// Reads and writes four bytes as modules do.
 template <class T> T readAt(void* address) {
@@ -29,36 +29,36 @@ template <class T> void writeAt(void* address, T value) {
 
 TEST(GKMemoryStore, KeyIsThereOnceItHasAValue) {
   GKMemoryStore sut;
-  EXPECT_EQ(sut.find(kKey), nullptr);
-  EXPECT_EQ(sut.get(kKey), std::nullopt);
+  EXPECT_EQ(sut.find(kHead), nullptr);
+  EXPECT_EQ(sut.get(kHead), std::nullopt);
 
-  sut.set(kKey, 1.5f);
+  sut.set(kHead, 1.5f);
 
-  EXPECT_EQ(sut.get(kKey), GKValue(1.5f));
-  EXPECT_EQ(sut.find(kKey), &sut.cell(kKey));
+  EXPECT_EQ(sut.get(kHead), GKValue(1.5f));
+  EXPECT_EQ(sut.find(kHead), &sut.cell(kHead));
 }
 
 TEST(GKMemoryStore, CellWithoutValueIsNoKeyYet) {
   GKMemoryStore sut;
 
-  GKMemoryCell& cell = sut.cell(kKey);
+  GKMemoryCell& cell = sut.cell(kHead);
   EXPECT_FALSE(cell.exists());
-  EXPECT_EQ(sut.find(kKey), nullptr);
+  EXPECT_EQ(sut.find(kHead), nullptr);
   EXPECT_THAT(sut.keys(), IsEmpty());
 
   cell.storeFloat(0.0f);
   EXPECT_TRUE(cell.exists());
-  EXPECT_EQ(sut.find(kKey), &cell);
-  EXPECT_THAT(sut.keys(), ElementsAre(kKey));
+  EXPECT_EQ(sut.find(kHead), &cell);
+  EXPECT_THAT(sut.keys(), ElementsAre(kHead));
 }
 
 TEST(GKMemoryStore, InvalidIsAValueToo) {
   GKMemoryStore sut;
 
-  sut.set(kKey, GKValue());
+  sut.set(kHead, GKValue());
 
-  ASSERT_NE(sut.find(kKey), nullptr);
-  EXPECT_EQ(sut.get(kKey), GKValue());
+  ASSERT_NE(sut.find(kHead), nullptr);
+  EXPECT_EQ(sut.get(kHead), GKValue());
 }
 
 TEST(GKMemoryStore, KeysAreSorted) {
@@ -86,9 +86,9 @@ TEST(GKMemoryStore, EveryTypeComesBackAsItWas) {
   };
   for (const GKValue& from : values) {
     for (const GKValue& to : values) {
-      sut.set(kKey, from);
-      sut.set(kKey, to);
-      EXPECT_EQ(sut.get(kKey), to) << from.typeName() << " to " << to.typeName();
+      sut.set(kHead, from);
+      sut.set(kHead, to);
+      EXPECT_EQ(sut.get(kHead), to) << from.typeName() << " to " << to.typeName();
     }
   }
 }
@@ -97,52 +97,52 @@ TEST(GKMemoryStore, NanKeepsItsBits) {
   GKMemoryStore sut;
   const float nan = std::bit_cast<float>(0x7fc12345u);
 
-  sut.set(kKey, nan);
+  sut.set(kHead, nan);
 
-  EXPECT_EQ(std::bit_cast<std::uint32_t>(sut.get(kKey)->toFloat()), 0x7fc12345u);
-  EXPECT_EQ(readAt<std::uint32_t>(sut.cell(kKey).address()), 0x7fc12345u);
+  EXPECT_EQ(std::bit_cast<std::uint32_t>(sut.get(kHead)->toFloat()), 0x7fc12345u);
+  EXPECT_EQ(readAt<std::uint32_t>(sut.cell(kHead).address()), 0x7fc12345u);
 }
 
 TEST(GKMemoryStore, AddressHoldsTheBitsOfScalarsAndZeroForAllElse) {
   GKMemoryStore sut;
-  void* const address = sut.cell(kKey).address();
+  void* const address = sut.cell(kHead).address();
 
-  sut.set(kKey, 1.5f);
+  sut.set(kHead, 1.5f);
   EXPECT_EQ(readAt<float>(address), 1.5f);
-  sut.set(kKey, -7);
+  sut.set(kHead, -7);
   EXPECT_EQ(readAt<std::int32_t>(address), -7);
-  sut.set(kKey, true);
+  sut.set(kHead, true);
   EXPECT_EQ(readAt<std::uint32_t>(address), 1u);
-  sut.set(kKey, false);
+  sut.set(kHead, false);
   EXPECT_EQ(readAt<std::uint32_t>(address), 0u);
 
   for (const GKValue& other : {GKValue(), GKValue("text"), GKValue(GKValue::Array{1})}) {
-    sut.set(kKey, 1.5f);
-    sut.set(kKey, other);
+    sut.set(kHead, 1.5f);
+    sut.set(kHead, other);
     EXPECT_EQ(readAt<std::uint32_t>(address), 0u) << other.typeName();
   }
 }
 
 TEST(GKMemoryStore, WhatIsWrittenThroughTheAddressIsTheValue) {
   GKMemoryStore sut;
-  void* const address = sut.cell(kKey).address();
+  void* const address = sut.cell(kHead).address();
 
-  sut.set(kKey, 0.0f);
+  sut.set(kHead, 0.0f);
   writeAt(address, 2.5f);
-  EXPECT_EQ(sut.get(kKey), GKValue(2.5f));
+  EXPECT_EQ(sut.get(kHead), GKValue(2.5f));
 
-  sut.set(kKey, 0);
+  sut.set(kHead, 0);
   writeAt(address, std::int32_t(-3));
-  EXPECT_EQ(sut.get(kKey), GKValue(-3));
+  EXPECT_EQ(sut.get(kHead), GKValue(-3));
 
-  sut.set(kKey, false);
+  sut.set(kHead, false);
   writeAt(address, std::uint32_t(1));
-  EXPECT_EQ(sut.get(kKey), GKValue(true));
+  EXPECT_EQ(sut.get(kHead), GKValue(true));
 }
 
 TEST(GKMemoryStore, ScalarShortcutsChangeTheTypeToo) {
   GKMemoryStore sut;
-  GKMemoryCell& cell = sut.cell(kKey);
+  GKMemoryCell& cell = sut.cell(kHead);
 
   cell.store("text");
   cell.storeInt(3);
@@ -214,7 +214,7 @@ TEST(GKMemoryStoreWithThreads, EachKeyGetsOneCell) {
 TEST(GKMemoryStoreWithThreads, WritesThroughTheAddressAndReadsDoNotRace) {
   constexpr int kRounds = 20000;
   GKMemoryStore sut;
-  GKMemoryCell& cell = sut.cell(kKey);
+  GKMemoryCell& cell = sut.cell(kHead);
   cell.storeFloat(0.0f);
 
   inThreads(3, [&](int thread) {
@@ -265,7 +265,7 @@ void readWhileWriting(GKMemoryStore& sut, const std::vector<std::function<void(i
       return;
     }
     for (int read = 0; read < kReads && !testing::Test::HasFailure(); ++read) {
-      const std::optional<GKValue> value = sut.get(kKey);
+      const std::optional<GKValue> value = sut.get(kHead);
       EXPECT_TRUE(value.has_value()) << "an existing key stays there";
       EXPECT_TRUE(!value || isOneOf(*value, values)) << value->typeName();
     }
@@ -275,23 +275,23 @@ void readWhileWriting(GKMemoryStore& sut, const std::vector<std::function<void(i
 
 TEST(GKMemoryStoreWithThreads, ReaderSeesNothingButWhatWasStoredWhileTheTypeChanges) {
   GKMemoryStore sut;
-  sut.set(kKey, distinctValues().front());
+  sut.set(kHead, distinctValues().front());
 
   readWhileWriting(sut, {[&](int round) {
                      const auto index = static_cast<std::size_t>(round) % distinctValues().size();
-                     sut.set(kKey, distinctValues()[index]);
+                     sut.set(kHead, distinctValues()[index]);
                    }},
                    distinctValues());
 }
 
 TEST(GKMemoryStoreWithThreads, WritersOfDifferentTypesNeverMixTheirValues) {
   GKMemoryStore sut;
-  sut.set(kKey, 1.5f);
+  sut.set(kHead, 1.5f);
 
   readWhileWriting(
       sut,
-      {[&](int) { sut.set(kKey, 1.5f); }, [&](int) { sut.set(kKey, 7); },
-       [&](int round) { sut.set(kKey, round % 2 == 0 ? GKValue("text") : GKValue(-2.5f)); }},
+      {[&](int) { sut.set(kHead, 1.5f); }, [&](int) { sut.set(kHead, 7); },
+       [&](int round) { sut.set(kHead, round % 2 == 0 ? GKValue("text") : GKValue(-2.5f)); }},
       {1.5f, 7, "text", -2.5f});
 }
 

@@ -22,9 +22,8 @@ namespace {
 
 using test::errorOf;
 using test::IsError;
+using test::kModule;
 using test::TestPlatform;
-
-constexpr GKCaller kModule = GKCaller::Module;
 
 /// A module that notes what is delivered to it.
 class Listener : public GKModule {

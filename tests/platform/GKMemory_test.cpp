@@ -19,10 +19,9 @@ namespace {
 
 using test::errorOf;
 using test::IsError;
+using test::kModule;
 using test::TestPlatform;
 using Kind = GKNotice::Kind;
-
-constexpr GKCaller kModule = GKCaller::Module;
 
 class MemoryTest : public testing::Test {
 protected:

@@ -24,6 +24,9 @@
 
 namespace GK::test {
 
+/// Who calls, where a module does.
+constexpr GKCaller kModule = GKCaller::Module;
+
 /// Keeps everything that happens in the platform.
 class NoticeRecorder : public GKObserver {
 public:

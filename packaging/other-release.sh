@@ -1,0 +1,68 @@
+#!/bin/sh
+# Tries the other Debian release: a bare one in a folder, with this commit, `make run` and
+# `make test` in it, and compares what both releases' programs write, byte for byte. As root.
+# Usage: other-release.sh FOLDER; the folder is kept, and used again where it is there already.
+set -eu
+
+folder=$1
+source=$(cd "$(dirname "$0")/.." && pwd)
+here=$(. /etc/os-release && echo "$VERSION_CODENAME")
+other=trixie
+[ "$here" != trixie ] || other=bookworm
+[ "$(id -u)" -eq 0 ] || { echo "other-release: needs root: it mounts and changes its root" >&2; exit 1; }
+
+# shellcheck disable=SC2016 # apt's own names
+mirror=$(apt-get indextargets --format '$(RELEASE) $(REPO_URI)' 'Created-By: Packages' |
+  awk -v release="$here" '$1 == release {print $2; exit}')
+[ -n "$mirror" ] || { echo "other-release: apt knows no source for $here" >&2; exit 1; }
+
+"$source/packaging/install-dependencies.sh" "$source/packaging/debian-packages-other-release.txt"
+if [ ! -e "$folder/etc/os-release" ]; then
+  echo "Making a bare $other in $folder"
+  debootstrap --variant=minbase --include=make,git,ca-certificates "$other" "$folder" "$mirror" >/dev/null
+fi
+
+mounted=
+unmount() {
+  for place in $mounted; do umount "$folder/$place"; done
+}
+trap unmount EXIT
+for place in proc dev dev/shm; do
+  mkdir -p "$folder/$place"
+  mount --rbind "/$place" "$folder/$place"
+  mount --make-rslave "$folder/$place"
+  mounted="$place $mounted"
+done
+cp /etc/resolv.conf "$folder/etc/" 2>/dev/null || true
+# How this machine reaches its packages.
+cp /etc/apt/apt.conf.d/99* "$folder/etc/apt/apt.conf.d/" 2>/dev/null || true
+registry=$(npm config get registry 2>/dev/null || true)
+
+work=$folder/root/gksensors
+rm -rf "$work"
+git clone --quiet "$source" "$work"
+inside() {
+  chroot "$folder" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 \
+    ${registry:+npm_config_registry="$registry"} sh -c "cd /root/gksensors && $*"
+}
+inside 'make run RUN="--for 20"'
+inside make test
+
+# The same recordings and the same robot, by both.
+outputs() {
+  for recording in data/*.csv; do
+    "$1" replay "$recording" --subscribe GKSonar --out - 2>/dev/null | sha256sum | sed "s|-|$recording|"
+  done
+  "$1" run --speed max --until 80 --out - 2>/dev/null | sha256sum | sed 's|-|tour|'
+}
+make -C "$source" build >/dev/null
+(cd "$source" && outputs build/release/bin/gk) >"$folder/root/outputs.here"
+inside "$(cat <<'SCRIPT'
+for recording in data/*.csv; do
+  build/release/bin/gk replay "$recording" --subscribe GKSonar --out - 2>/dev/null | sha256sum | sed "s|-|$recording|"
+done >/root/outputs.other
+build/release/bin/gk run --speed max --until 80 --out - 2>/dev/null | sha256sum | sed "s|-|tour|" >>/root/outputs.other
+SCRIPT
+)"
+diff "$folder/root/outputs.here" "$folder/root/outputs.other"
+echo "$here and $other write the same: $(wc -l <"$folder/root/outputs.here") outputs"
