@@ -74,10 +74,13 @@ struct HostStream::Link {
               : fmt::format("no host answers at {}: {}", client.address().text(), error.message()));
   }
 
-  /// Runs what was begun to its end.
-  void finish() {
+  /// Goes on until what was begun has ended: `error` has a value then. What else is going on, such
+  /// as a read or a time limit, goes on later.
+  error_code finish(const std::optional<error_code>& error) {
     context.restart();
-    context.run();
+    while (!error && context.run_one() > 0) {
+    }
+    return error.value_or(asio::error::operation_aborted);
   }
 
   void connect() {
@@ -87,10 +90,11 @@ struct HostStream::Link {
     const auto found = resolver.resolve(address.name, address.port, error);
     gateway::ByteStream& lowest = stream.next_layer();
     if (!error) {
+      std::optional<error_code> connected;
       lowest.expiresAfter(kConnectTime);
-      lowest.connect(found,
-                     gateway::ByteStream::Ended([&error](error_code result) { error = result; }));
-      finish();
+      lowest.connect(found, gateway::ByteStream::Ended(
+                                [&connected](error_code result) { connected = result; }));
+      error = finish(connected);
     }
     if (error) {
       fail(error);
@@ -104,9 +108,10 @@ struct HostStream::Link {
       }
     }));
     websocket::response_type response;
+    std::optional<error_code> shaken;
     stream.async_handshake(response, address.text(), "/ws",
-                           [&error](error_code result) { error = result; });
-    finish();
+                           [&shaken](error_code result) { shaken = result; });
+    error = finish(shaken);
     if (response.result_int() >= 400) {
       throw ClientError(fmt::format("{} refuses the connection ({}){}", address.text(),
                                     response.result_int(),
@@ -119,17 +124,10 @@ struct HostStream::Link {
   }
 
   void send(const std::string& text) {
-    error_code error;
-    bool isWritten = false;
-    stream.async_write(asio::buffer(text), [&](error_code result, std::size_t) {
-      error = result;
-      isWritten = true;
-    });
-    // What is read meanwhile waits for its turn.
-    context.restart();
-    while (!isWritten && context.run_one() > 0) {
-    }
-    if (error) {
+    std::optional<error_code> written;
+    stream.async_write(asio::buffer(text),
+                       [&written](error_code result, std::size_t) { written = result; });
+    if (const error_code error = finish(written)) {
       fail(error);
     }
   }
