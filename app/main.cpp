@@ -2,13 +2,16 @@
 #include "app/options/CommandLine.h"
 #include "app/recordings/RecordingCommands.h"
 #include "app/run/RunCommands.h"
+#include "app/session/Process.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <exception>
 #include <memory>
 #include <string>
+#include <system_error>
 
 namespace gk::app {
 
@@ -55,8 +58,14 @@ int runProgram(int argc, char** argv) {
 } // namespace gk::app
 
 int main(int argc, char** argv) {
+  gk::app::prepareProcess();
   try {
-    return gk::app::runProgram(argc, argv);
+    return gk::app::finishStandardOutput(gk::app::runProgram(argc, argv));
+  } catch (const std::system_error& error) {
+    const bool isOutput = std::ferror(stdout) != 0;
+    fmt::print(stderr, "gk: {}\n",
+               isOutput ? "cannot write standard output: " + error.code().message() : error.what());
+    return gk::app::kFailure;
   } catch (const std::exception& error) {
     fmt::print(stderr, "gk: {}\n", error.what());
     return gk::app::kFailure;

@@ -73,8 +73,10 @@ private:
 HostFigures figuresOf(const GatewayOptions& options) {
   const GK::GKWallTime wall = GK::GKClock::instance().wallTime();
   constexpr double kMicrosPerSecond = 1e6;
-  return {options.version, static_cast<double>(wall.seconds) +
-                               static_cast<double>(wall.microseconds) / kMicrosPerSecond};
+  return {options.version,
+          static_cast<double>(wall.seconds) +
+              static_cast<double>(wall.microseconds) / kMicrosPerSecond,
+          options.recording};
 }
 
 } // namespace

@@ -8,7 +8,9 @@
 #include <chrono>
 #include <cmath>
 #include <memory>
+#include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -77,10 +79,22 @@ private:
 
   void xReadiness() {
     try {
-      fClient.get("/readyz");
+      const std::string conditions = fClient.get("/readyz?verbose");
       xFind("it is ready", true, "");
+      xOpenConditions(conditions);
     } catch (const ClientError& error) {
       xFind("it is ready", false, error.what());
+    }
+  }
+
+  /// What a host does not do although it is ready, such as record.
+  void xOpenConditions(const std::string& conditions) {
+    constexpr std::string_view mark = "[-] ";
+    std::istringstream lines(conditions);
+    for (std::string line; std::getline(lines, line);) {
+      if (line.starts_with(mark)) {
+        xFind(line.substr(mark.size()), false, "");
+      }
     }
   }
 

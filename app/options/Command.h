@@ -37,6 +37,8 @@ public:
 
   // Values that are taken; both ends are.
 
+  /// A number at all: "nan" is none.
+  Option number() const;
   Option within(int least, int most) const;
   Option within(double least, double most) const;
   Option positive() const;

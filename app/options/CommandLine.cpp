@@ -3,8 +3,13 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <charconv>
+#include <cmath>
 #include <cstdint>
+#include <limits>
 #include <optional>
+#include <system_error>
+#include <type_traits>
 #include <utility>
 
 namespace gk::app {
@@ -15,6 +20,24 @@ namespace {
 template <class Check> Check unnamed(Check check) {
   check.description("");
   return check;
+}
+
+/// What the parser makes of a number that does not fit is another number.
+template <class Value> std::string checkInteger(std::string& text) {
+  Value value{};
+  const char* last = text.data() + text.size();
+  const auto [end, error] = std::from_chars(text.data(), last, value);
+  return error == std::errc() && end == last
+             ? std::string()
+             : fmt::format("{} is no whole number from {} to {}", text,
+                           std::numeric_limits<Value>::min(), std::numeric_limits<Value>::max());
+}
+
+/// An option that takes a text is left out or has one.
+template <class Value> constexpr bool kIsText =
+    std::is_same_v<Value, std::string> || std::is_same_v<Value, std::vector<std::string>>;
+std::string checkGiven(std::string& text) {
+  return text.empty() ? "the value is empty" : std::string();
 }
 
 } // namespace
@@ -61,11 +84,22 @@ Option Option::within(int least, int most) const {
 
 Option Option::within(double least, double most) const {
   fOption->check(unnamed(CLI::Range(least, most)));
-  return *this;
+  return number();
 }
 
 Option Option::positive() const {
   fOption->check(unnamed(CLI::Validator(CLI::PositiveNumber)));
+  return number();
+}
+
+Option Option::number() const {
+  fOption->check(CLI::Validator(
+      [](std::string& value) {
+        double number = 0;
+        const bool isOne = CLI::detail::lexical_cast(value, number) && !std::isnan(number);
+        return isOne ? std::string() : value + " is no number";
+      },
+      ""));
   return *this;
 }
 
@@ -117,7 +151,15 @@ Option Command::flag(const std::string& names, bool& isOn, const std::string& te
 
 template <class Value>
 Option Command::option(const std::string& names, Value& value, const std::string& text) const {
-  return Option(fApp->add_option(names, value, text));
+  CLI::Option* option = fApp->add_option(names, value, text);
+  if constexpr (std::is_integral_v<Value>) {
+    option->check(CLI::Validator(&checkInteger<Value>, ""));
+  } else if constexpr (kIsText<Value>) {
+    if (names.starts_with('-')) {
+      option->check(CLI::Validator(&checkGiven, ""));
+    }
+  }
+  return Option(option);
 }
 
 template Option Command::option(const std::string&, std::string&, const std::string&) const;

@@ -1,6 +1,7 @@
 #include "app/client/HostClient.h"
 #include "app/client/HostStream.h"
 #include "app/recordings/RecordingCommands.h"
+#include "app/session/Complaints.h"
 #include "app/session/RecordOptions.h"
 #include "app/terminal/SignalWatch.h"
 #include "formats/json/JsonText.h"
@@ -38,32 +39,33 @@ constexpr const char* kLossMetadata = "gk.losses";
 struct RecordStreamOptions {
   ClientOptions client;
   std::string file;
+  bool isOverwriting = false;
   std::vector<std::string> topics;
   std::optional<double> limit;
 };
 
-/// The messages of a host in a file.
-class StreamRecording {
+/// Messages of a host in a file. All operations raise `OutputError`.
+class StreamFile {
 public:
-  /// Raises `WriteError`, as all others do.
-  StreamRecording(const std::string& path, const std::string& host)
-      : fSink(path), fWriter(fSink, {formats::mcap::Compression::Zstd,
-                                     formats::mcap::Writer::kChunkSize, kLibrary}) {
+  StreamFile(const std::string& path, bool keepsEarlier)
+      : fSink(path, {{}, keepsEarlier}),
+        fWriter(fSink,
+                {formats::mcap::Compression::Zstd, formats::mcap::Writer::kChunkSize, kLibrary}) {}
+
+  /// `host` has answered: the file is to stay.
+  void begin(const std::string& host) {
     fWriter.addMetadata({kStreamMetadata, {{"version", kLibrary}, {"host", host}}});
+    fSink.file().appear();
   }
 
   void write(const HostChannel& channel, std::uint64_t time, std::string_view payload) {
     fWriter.write(xNumber(channel), time, time, payload);
   }
 
-  void flushIfDue() {
-    const Steady::time_point now = Steady::now();
-    if (now - fFlushed >= kFlushTime) {
-      fFlushed = now;
-      if (fWriter.hasOpenChunk()) {
-        fWriter.closeChunk();
-        fSink.sync();
-      }
+  void flush() {
+    if (fWriter.hasOpenChunk()) {
+      fWriter.closeChunk();
+      fSink.sync();
     }
   }
 
@@ -104,6 +106,107 @@ private:
   formats::mcap::Writer fWriter;
   std::map<std::uint32_t, std::uint16_t> fChannels;
   std::map<std::tuple<std::string, std::string, std::string>, std::uint16_t> fSchemas;
+};
+
+/// The messages of a host in a file, and when that cannot be written any more in a new one with a
+/// number, as soon as there is room.
+class StreamRecording {
+public:
+  /// Raises `OutputError`.
+  explicit StreamRecording(const RecordStreamOptions& options)
+      : fOptions(options),
+        fFile(std::make_unique<StreamFile>(options.file, !options.isOverwriting)),
+        fName(options.file) {}
+
+  bool hasBegun() const noexcept { return !fHost.empty(); }
+  /// `host` has answered: the recording is to stay. Raises `OutputError`.
+  void begin(const std::string& host) {
+    fHost = host;
+    fFile->begin(host);
+  }
+
+  void write(const HostChannel& channel, std::uint64_t time, std::string_view payload) {
+    xTry([&] { fFile->write(channel, time, payload); });
+    fLost += fFile == nullptr ? 1 : 0;
+  }
+
+  void flushIfDue() {
+    const Steady::time_point now = Steady::now();
+    if (now - fFlushed < kFlushTime) {
+      return;
+    }
+    fFlushed = now;
+    if (fFile == nullptr) {
+      xGoOn();
+    }
+    xTry([&] { fFile->flush(); });
+  }
+
+  /// Raises `OutputError` for what went wrong at any time.
+  void finish(const std::string& losses) {
+    xTry([&] {
+      fFile->finish(losses);
+      xTell();
+    });
+    if (fError) {
+      complain(fmt::format("the recording lacks {} messages or more", fLost));
+      throw formats::OutputError(*fError);
+    }
+  }
+
+private:
+  template <class Work> void xTry(const Work& work) {
+    try {
+      if (fFile != nullptr) {
+        work();
+      }
+    } catch (const formats::OutputError& error) {
+      if (!fError) {
+        fError = error;
+      }
+      complain(std::string(error.what()) +
+               "; the recording goes on in a new file when there is room");
+      xTell();
+      fFile.reset();
+    }
+  }
+
+  void xGoOn() {
+    do {
+      ++fNumber;
+    } while (formats::isTaken(formats::partName(fOptions.file, fNumber)));
+    const std::string name = formats::partName(fOptions.file, fNumber);
+    try {
+      auto file = std::make_unique<StreamFile>(name, true);
+      file->begin(fHost);
+      fFile = std::move(file);
+      fName = name;
+      complain("the recording goes on in " + name);
+    } catch (const formats::OutputError&) {
+      --fNumber; // the next time
+    }
+  }
+
+  void xTell() const {
+    if (fOptions.client.isJson) {
+      std::string name;
+      formats::appendJsonString(name, fName);
+      fmt::print("{{\"file\":{},\"messages\":{},\"bytes\":{}}}\n", name, fFile->messages(),
+                 fFile->size());
+    } else {
+      fmt::print(stderr, "recorded {}: {} messages, {} bytes\n", fName, fFile->messages(),
+                 fFile->size());
+    }
+  }
+
+  const RecordStreamOptions& fOptions;
+  std::string fHost;
+  /// Null while there is no room.
+  std::unique_ptr<StreamFile> fFile;
+  std::string fName;
+  std::uint64_t fNumber = 1;
+  std::uint64_t fLost = 0;
+  std::optional<formats::OutputError> fError;
   Steady::time_point fFlushed = Steady::now();
 };
 
@@ -113,33 +216,21 @@ bool isWanted(const std::vector<std::string>& patterns, const std::string& topic
          });
 }
 
-void tellOf(const RecordStreamOptions& options, const StreamRecording& recording) {
-  if (options.client.isJson) {
-    std::string name;
-    formats::appendJsonString(name, options.file);
-    fmt::print("{{\"file\":{},\"messages\":{},\"bytes\":{}}}\n", name, recording.messages(),
-               recording.size());
-  } else {
-    fmt::print(stderr, "recorded {}: {} messages, {} bytes\n", options.file, recording.messages(),
-               recording.size());
-  }
-}
-
 /// Records until `isEnd`; the file is complete whichever way that comes.
 void record(const RecordStreamOptions& options, const std::atomic<bool>& isEnd) {
+  StreamRecording recording(options);
   HostClient client(options.client);
-  // Made when the host has answered: an old recording is not lost to a wrong address.
-  std::optional<StreamRecording> recording;
   std::string losses;
   HostStream::Handlers handlers;
   handlers.wants = [&](const HostChannel& channel) {
-    if (!recording) {
-      recording.emplace(options.file, client.address().text());
+    // Not before: an old recording is not lost to a wrong address.
+    if (!recording.hasBegun()) {
+      recording.begin(client.address().text());
     }
     return isWanted(options.topics, channel.topic);
   };
   handlers.message = [&](const HostChannel& channel, std::uint64_t time, std::string_view payload) {
-    recording->write(channel, time, payload);
+    recording.write(channel, time, payload);
     return true;
   };
   handlers.status = [&losses](const std::string& said) {
@@ -147,15 +238,12 @@ void record(const RecordStreamOptions& options, const std::atomic<bool>& isEnd) 
     fmt::print(stderr, "gk: {}\n", said);
   };
   handlers.meanwhile = [&] {
-    if (recording) {
-      recording->flushIfDue();
-    }
+    recording.flushIfDue();
     return !isEnd;
   };
   const auto finish = [&] {
-    if (recording) {
-      recording->finish(losses);
-      tellOf(options, *recording);
+    if (recording.hasBegun()) {
+      recording.finish(losses);
     }
   };
   try {
@@ -180,9 +268,8 @@ int recordStream(const RecordStreamOptions& options) {
       record(options, isEnd);
       return kSuccess;
     });
-  } catch (const formats::mcap::WriteError& error) {
-    fmt::print(stderr, "gk: {}\n", error.what());
-    return kBadInput;
+  } catch (const formats::OutputError& error) {
+    return complainOf(error);
   }
 }
 
@@ -196,6 +283,7 @@ void addRecordCommand(const Command& program) {
       .required()
       .checked(checkRecordingName)
       .shows("");
+  addOverwriteFlag(command, options->isOverwriting);
   command.option("--topic", options->topics, "Only topics of this name, with * for anything")
       .shows("TOPIC")
       .onceEach();

@@ -6,7 +6,7 @@
 #include <vector>
 
 /// What the subcommands of `gk recording` do. All write to standard output, draw a progress bar,
-/// and return the exit code; they raise `InputError` and `mcap::WriteError`.
+/// and return the exit code; they raise `InputError` and `OutputError`.
 namespace gk::app {
 
 /// What a recording holds.
@@ -18,11 +18,12 @@ int verifyRecording(const std::string& file);
 /// Its messages as JSON Lines, those of these topics or all.
 int printRecording(const std::string& file, const std::vector<std::string>& topics);
 
-/// Everything of it that can be read into a new file, which is then checked.
-int recoverRecording(const std::string& file, const std::string& out);
+/// Everything of it that can be read into a new file, which is then checked. An earlier recording
+/// of that name is an error unless it is to be overwritten.
+int recoverRecording(const std::string& file, const std::string& out, bool isOverwriting);
 
 /// The same recording as a file of another kind, told by the ending.
 int convertRecording(const std::string& file, const std::string& out,
-                     formats::mcap::Compression compression);
+                     formats::mcap::Compression compression, bool isOverwriting);
 
 } // namespace gk::app

@@ -1,9 +1,10 @@
 #include "app/recordings/RecordingActions.h"
 #include "app/recordings/RecordingCommands.h"
-#include "formats/mcap/Sink.h"
+#include "app/session/Complaints.h"
+#include "app/session/RecordOptions.h"
+#include "formats/files/OutputError.h"
 #include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
-#include "runtime/output/Outlet.h"
 
 #include <fmt/format.h>
 
@@ -20,6 +21,7 @@ struct RecordingOptions {
   std::string out;
   std::vector<std::string> topics;
   std::string compression = "zstd";
+  bool isOverwriting = false;
 };
 
 /// Errors of all kinds as one line and an exit code.
@@ -30,10 +32,8 @@ int guarded(const RecordingOptions& options, const std::function<int()>& work) {
     fmt::print(stderr, "{}\n", error.what());
   } catch (const formats::FormatError& error) {
     fmt::print(stderr, "{}:1: {}\n", options.file, error.what());
-  } catch (const formats::mcap::WriteError& error) {
-    fmt::print(stderr, "gk: {}\n", error.what());
-  } catch (const runtime::OutputError& error) {
-    fmt::print(stderr, "gk: {}\n", error.what());
+  } catch (const formats::OutputError& error) {
+    return complainOf(error);
   }
   return kBadInput;
 }
@@ -53,6 +53,7 @@ void addRecordingCommand(const Command& program) {
   };
   const auto addOut = [&](const Command& one, const char* text) {
     one.option("OUT", options->out, text).required().shows("");
+    addOverwriteFlag(one, options->isOverwriting);
   };
   add("info", "Show what a recording holds", [options] { return showRecording(options->file); });
   add("verify", "Check all of a recording; name what is wrong with it",
@@ -63,14 +64,17 @@ void addRecordingCommand(const Command& program) {
       .shows("TOPIC")
       .onceEach();
   addOut(add("recover", "Save what can be read of a damaged or cut recording",
-             [options] { return recoverRecording(options->file, options->out); }),
+             [options] {
+               return recoverRecording(options->file, options->out, options->isOverwriting);
+             }),
          "The new recording");
   const Command convert =
       add("convert", "Make a .mcap, .csv or .jsonl file of a recording of any kind", [options] {
         return convertRecording(options->file, options->out,
                                 options->compression == "none"
                                     ? formats::mcap::Compression::None
-                                    : *formats::mcap::findCompression(options->compression));
+                                    : *formats::mcap::findCompression(options->compression),
+                                options->isOverwriting);
       });
   addOut(convert, "The new file; its ending tells the kind");
   convert.option("--compression", options->compression, "How to compress a .mcap file")

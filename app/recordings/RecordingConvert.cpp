@@ -6,6 +6,7 @@
 #include "formats/mcap/Verify.h"
 #include "formats/recording/OpenRecording.h"
 #include "formats/recording/RunConvert.h"
+#include "formats/run/RunCheck.h"
 #include "formats/text/InputError.h"
 #include "runtime/output/Outlet.h"
 
@@ -20,51 +21,10 @@ namespace {
 
 namespace mcap = formats::mcap;
 
-bool isSameFile(const std::string& one, const std::string& other) {
-  std::error_code ignored;
-  return std::filesystem::equivalent(one, other, ignored);
-}
-
-/// Raises `WriteError` for an output that would destroy the input.
-void expectOther(const std::string& file, const std::string& out) {
-  if (isSameFile(file, out)) {
-    throw mcap::WriteError("cannot write " + out + ": it is the file being read");
-  }
-}
-
-/// A new MCAP file that appears under its name only when it is whole.
-class NewFile {
-public:
-  explicit NewFile(const std::string& path)
-      : fPath(path), fTemporary(path + ".part"), fSink(fTemporary) {}
-  ~NewFile() {
-    std::error_code ignored;
-    std::filesystem::remove(fTemporary, ignored);
-  }
-  NewFile(const NewFile&) = delete;
-  NewFile& operator=(const NewFile&) = delete;
-
-  mcap::Sink& sink() noexcept { return fSink; }
-  const std::string& temporary() const noexcept { return fTemporary; }
-
-  void commit() {
-    std::error_code error;
-    std::filesystem::rename(fTemporary, fPath, error);
-    if (error) {
-      throw mcap::WriteError("cannot write " + fPath + ": " + error.message());
-    }
-  }
-
-private:
-  const std::string fPath;
-  const std::string fTemporary;
-  mcap::FileSink fSink;
-};
-
 void convertText(const std::string& file, const std::string& out, bool isTable,
                  const formats::ConvertProgress& progress) {
   const auto open = [&file] { return formats::openRecording(file, devices::keyTypeOf); };
-  runtime::FileOutlet outlet(out);
+  runtime::FileOutlet outlet(out, {{file}});
   const auto write = [&outlet](std::string_view text) { outlet.write(text); };
   formats::LeftOut left;
   if (isTable) {
@@ -92,53 +52,74 @@ void recompress(const std::string& file, mcap::Sink& sink, mcap::Compression com
 
 } // namespace
 
-int recoverRecording(const std::string& file, const std::string& out) {
-  expectOther(file, out);
+int recoverRecording(const std::string& file, const std::string& out, bool isOverwriting) {
   mcap::FileSource source(file);
-  NewFile result(out);
+  mcap::FileSink result(out, {{file}, !isOverwriting});
   mcap::Recovered recovered;
   mcap::Verdict verdict;
+  mcap::Problems run;
   {
+    constexpr double third = 1.0 / 3;
     ProgressLine line;
-    recovered = mcap::recover(source, result.sink(), mcap::Compression::Zstd,
-                              [&line](double progress) { line.show(progress); });
-    mcap::FileSource written(result.temporary());
-    verdict = mcap::verify(written, [&line](double progress) { line.show(progress); });
+    const auto part = [&line](double begin) {
+      return [&line, begin](double progress) { line.show(begin + third * progress); };
+    };
+    recovered = mcap::recover(source, result, mcap::Compression::Zstd, part(0));
+    mcap::FileSource written(result.file().place());
+    verdict = mcap::verify(written, part(third));
+    run = formats::checkRun(written, part(2 * third));
   }
   if (verdict.problems.count() > 0 || verdict.statistics.messageCount != recovered.messages) {
-    throw mcap::WriteError("cannot write " + out + ": what was written reads differently");
+    throw formats::OutputError(formats::OutputError::Kind::Write,
+                               "cannot write " + out + ": what was written reads differently");
   }
-  result.commit();
   for (const mcap::Problem& problem : recovered.problems.kept()) {
     fmt::print("{}: byte {}: {}\n", file, problem.offset, problem.text);
+  }
+  if (recovered.messages + recovered.metadata + recovered.attachments == 0) {
+    fmt::print(stderr, "gk: {}: nothing can be read of it, so nothing was saved\n", file);
+    return kFailure;
+  }
+  result.file().appear();
+  for (const mcap::Problem& problem : run.kept()) {
+    fmt::print("{}: byte {}: {}\n", out, problem.offset, problem.text);
   }
   fmt::print(
       "{}: {} messages, {} metadata records, {} attachments saved; {} problems left behind\n", out,
       recovered.messages, recovered.metadata, recovered.attachments, recovered.problems.count());
+  if (run.count() > 0) {
+    // Saved as it is, but not what somebody who recovers a run hopes for.
+    fmt::print(stderr,
+               "gk: {}: {} pieces of the run in it cannot be read: it cannot be repeated "
+               "exactly\n",
+               out, run.count());
+    return kFailure;
+  }
   return kSuccess;
 }
 
-int convertRecording(const std::string& file, const std::string& out,
-                     mcap::Compression compression) {
-  expectOther(file, out);
+int convertRecording(const std::string& file, const std::string& out, mcap::Compression compression,
+                     bool isOverwriting) {
   ProgressLine line;
   const auto progress = [&line](double done) { line.show(done); };
+  const formats::OutputFileOptions options{{file}, !isOverwriting};
   if (out.ends_with(".mcap") && file.ends_with(".mcap")) {
-    NewFile result(out);
-    recompress(file, result.sink(), compression, progress);
-    result.commit();
+    mcap::FileSink result(out, options);
+    recompress(file, result, compression, progress);
+    result.file().appear();
   } else if (out.ends_with(".mcap")) {
     const auto recording = formats::openRecording(file, devices::keyTypeOf);
-    NewFile result(out);
+    mcap::FileSink result(out, options);
     mcap::StringMap about{{"version", "gksensors " GK_VERSION},
                           {"source", std::filesystem::path(file).filename()}};
-    formats::convertToMcap(*recording, result.sink(), compression, std::move(about), progress);
-    result.commit();
+    formats::convertToMcap(*recording, result, compression, std::move(about), progress);
+    result.file().appear();
   } else if (out.ends_with(".csv") || out.ends_with(".jsonl")) {
     convertText(file, out, out.ends_with(".csv"), progress);
   } else {
-    throw mcap::WriteError("cannot write " + out +
-                           ": its name does not end in .mcap, .csv or .jsonl");
+    throw formats::OutputError(formats::OutputError::Kind::Name,
+                               "cannot write " + out +
+                                   ": its name does not end in .mcap, .csv or .jsonl");
   }
   return kSuccess;
 }

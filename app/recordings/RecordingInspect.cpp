@@ -1,11 +1,13 @@
 #include "app/options/Command.h"
 #include "app/recordings/RecordingActions.h"
 #include "app/terminal/ProgressLine.h"
+#include "formats/files/OutputError.h"
 #include "formats/json/JsonText.h"
 #include "formats/json/JsonValue.h"
 #include "formats/lines/ScenarioText.h"
 #include "formats/mcap/Reader.h"
 #include "formats/mcap/Verify.h"
+#include "formats/run/RunCheck.h"
 #include "formats/run/RunLog.h"
 #include "formats/text/InputError.h"
 #include "formats/text/WallTime.h"
@@ -13,9 +15,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <map>
 #include <optional>
+#include <system_error>
 
 namespace gk::app {
 
@@ -217,18 +222,25 @@ int showRecording(const std::string& file) {
 int verifyRecording(const std::string& file) {
   mcap::FileSource source(file);
   mcap::Verdict verdict;
+  mcap::Problems run;
   {
+    constexpr double half = 0.5;
     ProgressLine line;
-    verdict = mcap::verify(source, [&line](double progress) { line.show(progress); });
+    verdict = mcap::verify(source, [&line](double progress) { line.show(half * progress); });
+    run =
+        formats::checkRun(source, [&line](double progress) { line.show(half + half * progress); });
   }
-  for (const mcap::Problem& problem : verdict.problems.kept()) {
-    fmt::print("{}: byte {}: {}\n", file, problem.offset, problem.text);
+  for (const mcap::Problems* problems : {&verdict.problems, &run}) {
+    for (const mcap::Problem& problem : problems->kept()) {
+      fmt::print("{}: byte {}: {}\n", file, problem.offset, problem.text);
+    }
   }
+  const std::uint64_t count = verdict.problems.count() + run.count();
   const mcap::Statistics& found = verdict.statistics;
-  fmt::print("{}: {} problem{}, {} chunks, {} messages in {} channels, {:.3f} s\n", file,
-             verdict.problems.count(), verdict.problems.count() == 1 ? "" : "s", found.chunkCount,
-             found.messageCount, found.channelCount, secondsOf(found.endTime - found.startTime));
-  return verdict.problems.count() == 0 ? kSuccess : kFailure;
+  fmt::print("{}: {} problem{}, {} chunks, {} messages in {} channels, {:.3f} s\n", file, count,
+             count == 1 ? "" : "s", found.chunkCount, found.messageCount, found.channelCount,
+             secondsOf(found.endTime - found.startTime));
+  return count == 0 ? kSuccess : kFailure;
 }
 
 int printRecording(const std::string& file, const std::vector<std::string>& topics) {
@@ -251,7 +263,12 @@ int printRecording(const std::string& file, const std::vector<std::string>& topi
     try {
       appendMessageText(line, channel, message->data, keys);
       line += "}\n";
-      std::fwrite(line.data(), 1, line.size(), stdout);
+      if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size()) {
+        std::clearerr(stdout); // told here, and not once more at the end
+        throw formats::OutputError(formats::OutputError::Kind::Write,
+                                   "cannot write standard output: " +
+                                       std::generic_category().message(errno));
+      }
     } catch (const formats::FormatError& error) {
       fmt::print(stderr, "gk: {}: a message of {}: {}\n", file, channel.topic, error.what());
     }

@@ -73,7 +73,8 @@ void addListenOptions(const Command& command, ListenOptions& options) {
       .onceEach();
 }
 
-std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options) {
+std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options,
+                                               gateway::RecordingSource recording) {
   if (options.isOff) {
     return nullptr;
   }
@@ -85,6 +86,7 @@ std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options) {
   gatewayOptions.access.hosts = options.hosts;
   gatewayOptions.access.origins = options.origins;
   gatewayOptions.version = GK_VERSION;
+  gatewayOptions.recording = std::move(recording);
   try {
     return std::make_unique<gateway::Gateway>(std::move(gatewayOptions));
   } catch (const gateway::AccessError& error) {

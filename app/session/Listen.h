@@ -3,6 +3,7 @@
 #include "app/client/HostAddress.h"
 #include "app/options/Command.h"
 #include "gateway/figures/LoopFigures.h"
+#include "gateway/figures/RecordingFigures.h"
 #include "runtime/figures/LoopStatistics.h"
 
 #include <memory>
@@ -29,8 +30,10 @@ struct ListenOptions {
 void addListenOptions(const Command& command, ListenOptions& options);
 
 /// Begins to listen. Null when that is off, or when the default
-/// address is taken by another host: then people are told on their terminal. Raises `AccessError`.
-std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options);
+/// address is taken by another host: then people are told on their terminal. `recording` must stay
+/// valid as long as the gateway. Raises `AccessError`.
+std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options,
+                                               gateway::RecordingSource recording);
 
 /// Says on standard error where clients can connect: to people, and to whoever chose the address.
 void announce(const gateway::Gateway& gateway, const ListenOptions& options);

@@ -68,10 +68,15 @@ std::string checkRecordingName(const std::string& name) {
   return name.ends_with(".mcap") ? std::string() : name + " does not end in .mcap";
 }
 
+Option addOverwriteFlag(const Command& command, bool& isOverwriting) {
+  return command.flag("--overwrite", isOverwriting, "Replace an earlier recording of this name");
+}
+
 void addRecordOptions(const Command& command, RecordOptions& options) {
   const Option file = command.option("--record", options.file, "Record the run to this file")
                           .checked(checkRecordingName)
                           .shows("FILE.mcap");
+  addOverwriteFlag(command, options.isOverwriting).needs(file);
   const Option split =
       command
           .option("--record-split", options.split,
@@ -124,6 +129,8 @@ std::optional<runtime::RecorderOptions> recorderOptions(const RecordOptions& opt
     recorder.around = {options.on, *formats::toMicros(options.last.value_or(defaultBefore)),
                        *formats::toMicros(options.after)};
   }
+  recorder.isOverwriting = options.isOverwriting;
+  recorder.inputs = inputFiles(host);
   recorder.mustKeepAll = host.isVirtual;
   recorder.library = "gksensors " GK_VERSION;
   recorder.about = {{"version", recorder.library},

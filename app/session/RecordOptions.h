@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/options/Command.h"
+#include "app/session/SessionOptions.h"
 #include "gk/GKTurns.h"
 #include "runtime/host/Host.h"
 #include "runtime/recording/Recorder.h"
@@ -14,6 +15,7 @@ namespace gk::app {
 /// The options that say what is recorded and where, as they stand on the command line.
 struct RecordOptions {
   std::string file;
+  bool isOverwriting = false;
   std::string split;
   std::optional<double> last;
   std::string on;
@@ -23,6 +25,9 @@ struct RecordOptions {
 
 /// What is wrong with the name of a recording that is to be written; empty if nothing is.
 std::string checkRecordingName(const std::string& name);
+
+/// "--overwrite".
+Option addOverwriteFlag(const Command& command, bool& isOverwriting);
 
 void addRecordOptions(const Command& command, RecordOptions& options);
 

@@ -6,14 +6,18 @@
 #include <boost/make_shared.hpp>
 #include <fmt/format.h>
 
+#include <exception>
 #include <string>
+#include <utility>
 
 namespace gk::app {
 
 RunRecording::RunRecording(const std::optional<runtime::RecorderOptions>& options,
                            runtime::HostOptions& host) {
   if (options) {
-    fRecorder = boost::make_shared<runtime::Recorder>(*options);
+    runtime::RecorderOptions recorder = *options;
+    recorder.onTrouble = [](const std::string& text) { fmt::print(stderr, "gk: {}\n", text); };
+    fRecorder = boost::make_shared<runtime::Recorder>(std::move(recorder));
     host.recorder = fRecorder->run();
   }
 }
@@ -29,11 +33,33 @@ void RunRecording::attach(const runtime::Host& host) {
   }
 }
 
+void RunRecording::confirm() {
+  if (fRecorder != nullptr) {
+    fRecorder->confirm();
+  }
+}
+
+gateway::RecordingSource RunRecording::source() const {
+  if (fRecorder == nullptr) {
+    return {};
+  }
+  return [recorder = fRecorder.get()] {
+    runtime::RecordingState state = recorder->state();
+    return gateway::RecordingFigures{std::move(state.trouble), state.files, state.bytes,
+                                     state.losses.blocks, state.losses.messages};
+  };
+}
+
 void RunRecording::finish() {
   if (fRecorder == nullptr) {
     return;
   }
-  fRecorder->finish();
+  std::exception_ptr error;
+  try {
+    fRecorder->finish();
+  } catch (const formats::OutputError&) {
+    error = std::current_exception();
+  }
   for (const std::string& name : fRecorder->files()) {
     fmt::print(stderr, "recorded {}\n", name);
   }
@@ -41,7 +67,7 @@ void RunRecording::finish() {
   if (losses.blocks + losses.messages > 0) {
     fmt::print(stderr,
                "gk: the recording lacks {} blocks of the run and {} messages, the disk was too "
-               "slow\n",
+               "slow or full\n",
                losses.blocks, losses.messages);
   }
   if (losses.overlaps > 0) {
@@ -49,6 +75,9 @@ void RunRecording::finish() {
                "gk: a task kept others waiting for too long, {} times: the recording may replay "
                "differently\n",
                losses.overlaps);
+  }
+  if (error != nullptr) {
+    std::rethrow_exception(error);
   }
 }
 

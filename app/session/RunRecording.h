@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gateway/figures/RecordingFigures.h"
 #include "runtime/host/Host.h"
 #include "runtime/recording/Recorder.h"
 
@@ -13,8 +14,7 @@ namespace gk::app {
 /// recording was asked for.
 class RunRecording {
 public:
-  /// Has `host` tell its turns to the recorder. Raises `WriteError` when the file cannot be
-  /// written.
+  /// Has `host` tell its turns to the recorder. Raises `OutputError` when the file cannot be made.
   RunRecording(const std::optional<runtime::RecorderOptions>& options, runtime::HostOptions& host);
   ~RunRecording();
   RunRecording(const RunRecording&) = delete;
@@ -23,8 +23,14 @@ public:
   /// Once the host is there: from now on what happens is recorded as messages as well.
   void attach(const runtime::Host& host);
 
+  /// Once the start has succeeded: the recording is to stay. Raises `OutputError`.
+  void confirm();
+
+  /// How the recording is getting on, for clients; empty without one. Valid as long as this object.
+  gateway::RecordingSource source() const;
+
   /// After the run: completes the files and tells on standard error where they are and what they
-  /// lack. Raises `WriteError`.
+  /// lack. Raises `OutputError`.
   void finish();
 
 private:

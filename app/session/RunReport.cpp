@@ -1,7 +1,6 @@
 #include "app/session/RunReport.h"
 
 #include "gk/GKObserver.h"
-#include "runtime/output/Outlet.h"
 #include "runtime/report/ReportPage.h"
 
 #include <boost/make_shared.hpp>
@@ -24,15 +23,20 @@ std::string factOf(const std::string& file) {
 
 } // namespace
 
-RunReport::RunReport(std::string out, std::vector<std::string> files)
-    : fOut(std::move(out)), fFiles(std::move(files)) {}
+RunReport::RunReport(const std::string& out, std::vector<std::string> files,
+                     const std::vector<std::string>& inputs)
+    : fFiles(std::move(files)) {
+  if (!out.empty()) {
+    fOutlet.emplace(out, formats::OutputFileOptions{inputs});
+  }
+}
 
 RunReport::~RunReport() {
   GK::GKObserverList::instance().remove(fCollector);
 }
 
 void RunReport::attach(const runtime::Host& host) {
-  if (!fOut.empty()) {
+  if (fOutlet) {
     fCollector = boost::make_shared<runtime::ReportCollector>(host.store());
     GK::GKObserverList::instance().add(fCollector);
   }
@@ -59,9 +63,8 @@ void RunReport::finish(const runtime::Host& host, const runtime::RunReplay* repl
     about.warnings = replay->warnings();
   }
   about.facts.emplace_back("report by", "gksensors " GK_VERSION);
-  runtime::FileOutlet outlet(fOut);
-  outlet.write(runtime::reportPage(about, fCollector->take()));
-  outlet.commit();
+  fOutlet->write(runtime::reportPage(about, fCollector->take()));
+  fOutlet->commit();
 }
 
 } // namespace gk::app

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "runtime/host/Host.h"
+#include "runtime/output/Outlet.h"
 #include "runtime/report/ReportCollector.h"
 
 #include <boost/shared_ptr.hpp>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,8 +16,10 @@ namespace gk::app {
 /// to write it to.
 class RunReport {
 public:
-  /// `files`: what is played.
-  RunReport(std::string out, std::vector<std::string> files);
+  /// `files`: what is played; `inputs`: all files that are read. Raises `OutputError` when there
+  /// can be no such page.
+  RunReport(const std::string& out, std::vector<std::string> files,
+            const std::vector<std::string>& inputs);
   ~RunReport();
   RunReport(const RunReport&) = delete;
   RunReport& operator=(const RunReport&) = delete;
@@ -28,7 +32,7 @@ public:
   void finish(const runtime::Host& host, const runtime::RunReplay* replay);
 
 private:
-  const std::string fOut;
+  std::optional<runtime::FileOutlet> fOutlet;
   const std::vector<std::string> fFiles;
   boost::shared_ptr<runtime::ReportCollector> fCollector;
 };

@@ -1,21 +1,27 @@
 #include "app/session/Session.h"
 
 #include "app/options/Command.h"
+#include "app/session/Complaints.h"
 #include "app/session/ProgressBar.h"
 #include "app/session/RunRecording.h"
 #include "app/session/RunReport.h"
 #include "app/terminal/SignalWatch.h"
+#include "formats/files/OutputFile.h"
 #include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
 #include "gateway/Gateway.h"
 #include "runtime/output/Outlet.h"
+#include "runtime/output/PrintedLines.h"
 #include "runtime/output/Reporter.h"
 #include "zu/log.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <unistd.h>
 #include <utility>
 
@@ -25,19 +31,26 @@ namespace {
 
 constexpr const char* kStandardOutput = "-";
 
-void complain(const std::string& text) {
-  fmt::print(stderr, "gk: {}\n", text);
-}
-
 bool isColourTerminal() {
   return isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
+}
+
+/// Does something that ends in an output. Complains where it does not; returns the exit code.
+template <class Work> int guarded(const Work& work) {
+  try {
+    work();
+    return kSuccess;
+  } catch (const formats::OutputError& error) {
+    return complainOf(error);
+  }
 }
 
 /// The outputs of one run.
 class Outputs {
 public:
   /// Raises `OutputError`.
-  Outputs(const SessionOptions& options, const SessionView& view, bool isRealTime)
+  Outputs(const SessionOptions& options, const SessionView& view, bool isRealTime,
+          const std::vector<std::string>& inputs)
       : fIsRealTime(isRealTime) {
     const formats::LineKinds kinds =
         options.only.empty() ? formats::LineKinds::all() : formats::LineKinds::parse(options.only);
@@ -48,9 +61,13 @@ public:
       if (isJsonOnTerminal) {
         outlet = std::make_unique<runtime::StandardOutlet>();
       } else {
-        outlet = std::make_unique<runtime::FileOutlet>(options.out);
+        outlet =
+            std::make_unique<runtime::FileOutlet>(options.out, formats::OutputFileOptions{inputs});
       }
       xAdd(boost::make_shared<runtime::JsonReporter>(xQueue(std::move(outlet)), kinds));
+      if (isJsonOnTerminal) {
+        fPrinted.emplace(fReporters.back());
+      }
     }
     if (!isJson || (view.isAlwaysReadable && !isJsonOnTerminal)) {
       // Unless they are asked for, people are spared the bookkeeping of declarations and keys.
@@ -59,6 +76,7 @@ public:
       xAdd(boost::make_shared<runtime::ReadableReporter>(
           xQueue(std::make_unique<runtime::StandardOutlet>()), shown, options.logLevel,
           isColourTerminal()));
+      fPrinted.emplace(fReporters.back());
     }
   }
 
@@ -68,16 +86,29 @@ public:
     }
   }
 
-  /// Raises `OutputError`.
-  void commit() {
+  /// From now on nobody waits for readers who do not read. Any thread.
+  void hurry() const noexcept {
     for (const auto& reporter : fReporters) {
-      reporter->outlet().commit();
+      reporter->outlet().hurry();
+    }
+  }
+
+  /// One output's trouble is not the others'. Returns the exit code.
+  int commit() {
+    int code = kSuccess;
+    fPrinted.reset();
+    if (fIsRealTime) {
+      hurry();
+    }
+    for (const auto& reporter : fReporters) {
+      code = std::max(code, guarded([&] { reporter->outlet().commit(); }));
     }
     for (const runtime::QueuedOutlet* queue : fQueues) {
       if (queue->dropped() > 0) {
         complain(fmt::format("{} lines were dropped, the output was too slow", queue->dropped()));
       }
     }
+    return code;
   }
 
 private:
@@ -100,6 +131,8 @@ private:
   const bool fIsRealTime;
   std::vector<boost::shared_ptr<runtime::Reporter>> fReporters;
   std::vector<const runtime::QueuedOutlet*> fQueues;
+  /// There is one standard output; without a reporter on it modules print there themselves.
+  std::optional<runtime::PrintedLines> fPrinted;
 };
 
 void sumUp(const runtime::RunStatistics& run, std::chrono::steady_clock::duration wall) {
@@ -144,12 +177,12 @@ private:
   runtime::Host& fHost;
 };
 
-void warnOf(const runtime::HostOptions& options) {
-  if (options.replay != nullptr) {
-    for (const std::string& warning : options.replay->warnings()) {
-      complain(warning);
-    }
+/// Tells what of the input was not there to be played. Returns the exit code.
+int warnOf(const runtime::Host& host) {
+  for (const std::string& problem : host.inputProblems()) {
+    complain(problem);
   }
+  return host.isInputComplete() ? kSuccess : kFailure;
 }
 
 /// One line for each loop of a run in real time.
@@ -172,8 +205,21 @@ void sumUpLoops(const std::vector<runtime::LoopReport>& loops) {
   }
 }
 
+/// Raises `GKError` and `OutputError`, which tell the option.
+void openLog(const std::string& path, const std::vector<std::string>& inputs) {
+  try {
+    formats::expectNoInput(path, inputs);
+    zu::log::setFile(path, zu::log::Debug);
+  } catch (const formats::OutputError& error) {
+    throw formats::OutputError(error.kind(), std::string("--log-file: ") + error.what());
+  } catch (const GK::GKError& error) {
+    throw formats::OutputError(formats::OutputError::Kind::Name,
+                               "--log-file: " + error.getDescription());
+  }
+}
+
 /// Start, run and shutdown. A start that fails has still run: its output stays.
-int play(runtime::Host& host, Service& service) {
+int play(runtime::Host& host, RunRecording& recording, Service& service) {
   try {
     host.start();
   } catch (const runtime::LoadError& error) {
@@ -181,6 +227,7 @@ int play(runtime::Host& host, Service& service) {
     host.shutdown();
     return kFailure;
   }
+  recording.confirm();
   service.open();
   host.run([&service] { service.close(); });
   host.shutdown();
@@ -194,38 +241,52 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
   try {
     if (view.isInterruptible) {
       blockWatchedSignals();
+      // A reader that goes away ends the output, not the host.
+      std::signal(SIGPIPE, SIG_IGN);
     }
     zu::log::setConsoleLevel(0); // the reporters show the log
-    zu::log::setFile(options.logFile, zu::log::Debug);
+    const std::vector<std::string> inputs = inputFiles(hostOptions);
+    openLog(options.logFile, inputs);
     const auto start = std::chrono::steady_clock::now();
     RunRecording recording(view.record, hostOptions);
     // Outlives the host, whose end waits for the calls of clients.
     const std::unique_ptr<gateway::Gateway> gateway =
-        view.listen ? startGateway(*view.listen) : nullptr;
+        view.listen ? startGateway(*view.listen, recording.source()) : nullptr;
     runtime::Host host(hostOptions);
+    for (const std::string& hint : host.inputHints()) {
+      complain(hint);
+    }
     Service service(gateway.get(), view, host);
-    Outputs outputs(options, view, !hostOptions.isVirtual);
+    Outputs outputs(options, view, !hostOptions.isVirtual, inputs);
     outputs.addTo(host);
     recording.attach(host);
-    RunReport report(view.report, options.files);
+    RunReport report(view.report, options.files, inputs);
     report.attach(host);
     std::optional<SignalWatch> watch;
     if (view.isInterruptible) {
-      watch.emplace([&host] { host.requestEnd(); }, view.wallLimit);
+      watch.emplace(
+          [&host, &outputs] {
+            host.requestEnd();
+            outputs.hurry();
+          },
+          view.wallLimit);
     }
     boost::shared_ptr<ProgressBar> bar;
     if (view.hasProgressBar && isatty(STDERR_FILENO) != 0) {
       bar = boost::make_shared<ProgressBar>(host);
       GK::GKObserverList::instance().add(bar);
     }
-    const int code = play(host, service);
+    const int played = play(host, recording, service);
     GK::GKObserverList::instance().remove(bar);
     bar.reset();
-    recording.finish();
-    outputs.commit();
-    report.finish(host, hostOptions.replay.get());
-    warnOf(hostOptions);
-    if (code == kSuccess) {
+    int code = played;
+    if (played == kSuccess) {
+      code = std::max(code, guarded([&] { recording.finish(); }));
+    }
+    code = std::max(code, outputs.commit());
+    code = std::max(code, guarded([&] { report.finish(host, hostOptions.replay.get()); }));
+    code = std::max(code, warnOf(host));
+    if (played == kSuccess) {
       sumUp(host.statistics(), std::chrono::steady_clock::now() - start);
       sumUpLoops(host.loops());
     }
@@ -239,12 +300,8 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
   } catch (const gateway::AccessError& error) {
     complain(error.what());
     return kBadInput;
-  } catch (const runtime::OutputError& error) {
-    complain(error.what());
-    return kBadInput;
-  } catch (const formats::mcap::WriteError& error) {
-    complain(error.what());
-    return kBadInput;
+  } catch (const formats::OutputError& error) {
+    return complainOf(error);
   } catch (const GK::GKError& error) {
     complain(error.getDescription());
     return kBadInput;

@@ -115,6 +115,15 @@ std::vector<std::string> sessionArguments(const SessionOptions& options) {
   return arguments;
 }
 
+std::vector<std::string> inputFiles(const runtime::HostOptions& host) {
+  std::vector<std::string> files = host.files;
+  files.insert(files.end(), host.libraries.begin(), host.libraries.end());
+  if (host.replay != nullptr) {
+    files.insert(files.end(), host.replay->files().begin(), host.replay->files().end());
+  }
+  return files;
+}
+
 runtime::HostOptions hostOptions(const SessionOptions& options) {
   runtime::HostOptions host;
   host.files = options.files;

@@ -32,6 +32,9 @@ std::string tourFile();
 /// The options as they would stand on a command line that asks for the same; files last.
 std::vector<std::string> sessionArguments(const SessionOptions& options);
 
+/// The files that a run reads: what it writes must be others.
+std::vector<std::string> inputFiles(const runtime::HostOptions& host);
+
 /// The host's options; those that only one command has are left at their defaults.
 runtime::HostOptions hostOptions(const SessionOptions& options);
 

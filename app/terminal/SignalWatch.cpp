@@ -21,6 +21,12 @@ sigset_t watchedSignals() {
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGTERM);
+  // Ignored by whoever wants to outlive a terminal. A blocked signal would come nevertheless.
+  struct sigaction hangUp {};
+  sigaction(SIGHUP, nullptr, &hangUp);
+  if (hangUp.sa_handler != SIG_IGN) {
+    sigaddset(&signals, SIGHUP);
+  }
   sigaddset(&signals, kStopWatching);
   return signals;
 }
@@ -39,6 +45,17 @@ std::optional<int> waitForSignal(std::optional<std::chrono::microseconds> limit)
   time.tv_nsec = std::chrono::nanoseconds(*limit - seconds).count();
   const int signal = sigtimedwait(&signals, nullptr, &time);
   return signal > 0 ? std::optional(signal) : std::nullopt;
+}
+
+/// Ends the process by a signal that is blocked, as if it were not.
+[[noreturn]] void endBy(int signal) {
+  sigset_t one;
+  sigemptyset(&one);
+  sigaddset(&one, signal);
+  raise(signal);
+  pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+  constexpr int kSignalled = 128;
+  std::_Exit(kSignalled + signal);
 }
 
 } // namespace
@@ -71,7 +88,7 @@ void SignalWatch::xWatch(std::optional<std::chrono::microseconds> limit) {
     }
   }
   if (const std::optional<int> signal = waitForSignal(std::nullopt); signal != kStopWatching) {
-    std::_Exit(128 + *signal);
+    endBy(*signal);
   }
 }
 

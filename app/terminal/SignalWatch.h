@@ -7,7 +7,8 @@
 
 namespace gk::app {
 
-/// Waits on a thread of its own for SIGINT, SIGTERM or the end of a time. Made before any other
+/// Waits on a thread of its own for SIGINT, SIGTERM, SIGHUP (unless it is ignored) or the end of a
+/// time. Made before any other
 /// thread: signals must be blocked in all of them.
 ///
 /// A second signal ends the process at once.

@@ -13,7 +13,7 @@ constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 constexpr std::size_t kQuotedLimit = 80;
 
 /// Bytes of the character of more than one byte that `text` begins with; 0 when it is not valid.
-std::size_t characterLength(std::string_view text) {
+std::size_t characterLength(std::string_view text) noexcept {
   const auto byteAt = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned lead = byteAt(0);
   std::size_t length = 0;
@@ -91,6 +91,18 @@ void appendJsonString(std::string& out, std::string_view text) {
     }
   }
   out += '"';
+}
+
+bool isUtf8(std::string_view text) noexcept {
+  for (std::size_t i = 0; i < text.size();) {
+    const bool isAscii = static_cast<unsigned char>(text[i]) < 0x80;
+    const std::size_t length = isAscii ? 1 : characterLength(text.substr(i));
+    if (length == 0) {
+      return false;
+    }
+    i += length;
+  }
+  return true;
 }
 
 std::string quotedText(std::string_view text) {

@@ -9,6 +9,8 @@ namespace gk::formats {
 /// belongs to no valid character becomes U+FFFD.
 void appendJsonString(std::string& out, std::string_view text);
 
+bool isUtf8(std::string_view text) noexcept;
+
 /// `text` as a JSON string for an error text, shortened when it is long.
 std::string quotedText(std::string_view text);
 

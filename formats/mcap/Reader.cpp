@@ -38,6 +38,7 @@ const Schema* Reader::schema(std::uint16_t id) const {
 std::optional<Item> Reader::next() {
   while (true) {
     if (std::optional<Item> item = xNextInner()) {
+      fItemOffset = fChunkOffset;
       return item;
     }
     const std::optional<RecordPlace> place = fScanner.next();
@@ -49,6 +50,7 @@ std::optional<Item> Reader::next() {
     }
     try {
       if (std::optional<Item> item = xTake(*place)) {
+        fItemOffset = place->offset;
         return item;
       }
     } catch (const FormatError& error) {

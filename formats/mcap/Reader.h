@@ -29,6 +29,9 @@ public:
   /// Raises only what `source` raises.
   std::optional<Item> next();
 
+  /// Where in the file the item that was given out last lies: its record, or the chunk around it.
+  std::uint64_t itemOffset() const noexcept { return fItemOffset; }
+
   /// The channel of a message given out, with its schema if it has one.
   const Channel& channel(std::uint16_t id) const { return fChannels.at(id); }
   const Schema* schema(std::uint16_t id) const;
@@ -57,6 +60,7 @@ private:
   InnerRecords fInner;
   /// Where the chunk being read begins.
   std::uint64_t fChunkOffset = 0;
+  std::uint64_t fItemOffset = 0;
   std::uint64_t fChunks = 0;
   std::map<std::uint16_t, Schema> fSchemas;
   std::map<std::uint16_t, Channel> fChannels;

@@ -17,7 +17,7 @@ struct Recovered {
 };
 
 /// Writes everything that can be read of a file as a new, whole one. Raises `FormatError` for what
-/// does not begin as an MCAP file does, `WriteError`, and what `source` raises.
+/// does not begin as an MCAP file does, `OutputError`, and what `source` raises.
 Recovered recover(Source& source, Sink& sink, Compression compression,
                   const Progress& progress = nullptr);
 

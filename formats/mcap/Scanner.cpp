@@ -102,6 +102,9 @@ std::optional<Footer> Scanner::footer() {
   }
   std::string tail;
   fSource.read(fSource.size() - kFileTail, kFileTail, tail);
+  if (tail.size() < kFileTail) {
+    return std::nullopt; // the file has been cut meanwhile
+  }
   ByteCursor cursor(tail);
   if (cursor.number<std::uint8_t>() != static_cast<std::uint8_t>(Opcode::Footer) ||
       cursor.number<std::uint64_t>() != kFooterContent || !tail.ends_with(kMagic)) {

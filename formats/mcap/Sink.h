@@ -1,44 +1,40 @@
 #pragma once
 
+#include "formats/files/OutputFile.h"
+
 #include <cstddef>
-#include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace gk::formats::mcap {
-
-/// A file cannot be written; `what()` names it and the reason, on one line.
-class WriteError : public std::runtime_error {
-public:
-  using std::runtime_error::runtime_error;
-};
 
 /// Where a file's bytes go. For one thread.
 class Sink {
 public:
   virtual ~Sink() = default;
 
-  /// Raises `WriteError`.
+  /// Raises `OutputError`.
   virtual void write(std::string_view bytes) = 0;
-  /// What was written so far survives the loss of power. Raises `WriteError`.
+  /// What was written so far survives the loss of power. Raises `OutputError`.
   virtual void sync() = 0;
 };
 
-/// A file on the disk; one that was there before is replaced.
+/// A file on the disk.
 class FileSink final : public Sink {
 public:
-  /// Raises `WriteError`.
-  explicit FileSink(std::string path);
-  ~FileSink() override;
-  FileSink(const FileSink&) = delete;
-  FileSink& operator=(const FileSink&) = delete;
+  /// Raises `OutputError`.
+  explicit FileSink(std::string path, const OutputFileOptions& options = {})
+      : fFile(std::move(path), options) {}
 
-  void write(std::string_view bytes) override;
-  void sync() override;
+  void write(std::string_view bytes) override { fFile.write(bytes); }
+  void sync() override { fFile.sync(); }
+
+  /// Without `appear` nothing is left of it.
+  OutputFile& file() noexcept { return fFile; }
 
 private:
-  std::string fPath;
-  int fFile;
+  OutputFile fFile;
 };
 
 /// Memory.

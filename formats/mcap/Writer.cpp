@@ -34,7 +34,7 @@ public:
     if (fFile == nullptr) {
       fMemory += bytes;
     } else if (std::fwrite(bytes.data(), 1, bytes.size(), fFile) != bytes.size()) {
-      throw WriteError("cannot write a temporary file");
+      throw OutputError(OutputError::Kind::Write, "cannot write a temporary file");
     }
   }
 
@@ -51,7 +51,7 @@ public:
       take(std::string_view(buffer, read));
     }
     if (std::ferror(fFile) != 0) {
-      throw WriteError("cannot read a temporary file");
+      throw OutputError(OutputError::Kind::Write, "cannot read a temporary file");
     }
   }
 

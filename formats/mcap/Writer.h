@@ -19,7 +19,7 @@ namespace gk::formats::mcap {
 /// with indexes and statistics at the end, and all checksums.
 ///
 /// Memory does not grow with the file: the chunks' indexes wait for the end in a temporary file.
-/// All operations raise `WriteError` when the file cannot be written, and `FormatError` for more
+/// All operations raise `OutputError` when the file cannot be written, and `FormatError` for more
 /// than 65535 channels or schemas. For one thread.
 class Writer {
 public:

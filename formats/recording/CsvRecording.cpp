@@ -45,6 +45,9 @@ void CsvRecording::xReadHeader(const KeyTypeOf& keyTypeOf) {
   std::unordered_set<std::string_view> seen{kTimeColumn};
   while (isMore) {
     const std::string_view key = takeCell(rest, isMore);
+    if (!isUtf8(key)) {
+      throw fReader.error("column " + quotedText(key) + " is not UTF-8");
+    }
     if (key.empty()) {
       throw fReader.error("column " + std::to_string(fColumns.size() + 2) + " has no key");
     }

@@ -18,6 +18,8 @@ public:
   void play(RecordingTarget& target) override;
   void skip() override { xReadLine(); }
   double progress() const noexcept override { return fFile.progress(); }
+  std::vector<std::string> problems() const override { return fFile.problems(); }
+  bool isComplete() const noexcept override { return fFile.problemCount() == 0; }
 
 private:
   void xReadPreload();

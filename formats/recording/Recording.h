@@ -26,6 +26,10 @@ public:
   virtual void act(const Action& action) = 0;
 };
 
+/// Times count from the start of a run. One that begins later than this, a hundred days, is likely
+/// to hold times of the wall clock, and nothing happens until then.
+constexpr GK::GKMicros kLatestBeginning = 8'640'000'000'000;
+
 /// An input file being played, line by line.
 ///
 /// One line is read ahead and checked. All operations raise `InputError` for a malformed line; the
@@ -52,6 +56,12 @@ public:
 
   /// How much of the input has been read, 0 to 1.
   virtual double progress() const noexcept = 0;
+
+  /// What had to be left out because it is damaged, as far as has been read: one line each. Only
+  /// files that can be read on behind a damaged place have any.
+  virtual std::vector<std::string> problems() const { return {}; }
+  /// False once something was left out; that a file was cut off at its end does not count.
+  virtual bool isComplete() const noexcept { return true; }
 
 protected:
   Recording() = default;

@@ -15,7 +15,7 @@ namespace gk::formats {
 using ConvertProgress = std::function<void(double)>;
 
 /// Writes a recording of any kind as a run log without turns: what it plays, at the same times.
-/// `about` goes into the metadata. Raises `InputError` and `mcap::WriteError`.
+/// `about` goes into the metadata. Raises `InputError` and `OutputError`.
 void convertToMcap(Recording& recording, mcap::Sink& sink, mcap::Compression compression,
                    mcap::StringMap about, const ConvertProgress& progress);
 

@@ -37,6 +37,7 @@ bool RunFile::xNextBlock() {
         fReader->channel(message->channelId).messageEncoding == kRunEncoding) {
       fBlock = message->data;
       fEntries = RunLogReader(fBlock);
+      fIsNameless = false;
       return true;
     }
   }
@@ -47,20 +48,30 @@ std::optional<RunEntry> RunFile::next() {
   while (true) {
     try {
       if (std::optional<RunEntry> entry = fEntries.next()) {
-        if (const auto* key = std::get_if<RunKey>(&*entry); key != nullptr) {
-          if (key->index >= kMaxKeys) {
-            throw FormatError("too many keys");
-          }
-          fKeys.resize(std::max<std::size_t>(fKeys.size(), key->index + 1));
-          fKeys[key->index] = key->name;
-        }
+        xTake(*entry);
         return entry;
       }
     } catch (const FormatError& error) {
-      fBadBlocks.add(0, std::string("run log: ") + error.what());
+      fBadBlocks.add(fReader->itemOffset(), std::string("run log: ") + error.what());
     }
     if (!xNextBlock()) {
       return std::nullopt;
+    }
+  }
+}
+
+void RunFile::xTake(const RunEntry& entry) {
+  if (const auto* key = std::get_if<RunKey>(&entry)) {
+    if (key->index >= kMaxKeys) {
+      throw FormatError("too many keys");
+    }
+    fKeys.resize(std::max<std::size_t>(fKeys.size(), key->index + 1));
+    fKeys[key->index] = key->name;
+  } else if (const auto* values = std::get_if<RunValues>(&entry); values && !fIsNameless) {
+    const auto isNameless = [this](const auto& value) { return this->key(value.first) == nullptr; };
+    fIsNameless = std::any_of(values->values.begin(), values->values.end(), isNameless);
+    if (fIsNameless) {
+      fBadBlocks.add(fReader->itemOffset(), "run log: values of keys of which the names are lost");
     }
   }
 }
@@ -80,9 +91,13 @@ std::vector<std::string> RunFile::problems() const {
     lines.push_back(fPath + ": byte " + std::to_string(problem.offset) + ": " + problem.text);
   }
   for (const mcap::Problem& problem : fBadBlocks.kept()) {
-    lines.push_back(fPath + ": " + problem.text);
+    lines.push_back(fPath + ": byte " + std::to_string(problem.offset) + ": " + problem.text);
   }
   return lines;
+}
+
+std::uint64_t RunFile::problemCount() const noexcept {
+  return fReader->problems().count() - (fReader->isCut() ? 1 : 0) + fBadBlocks.count();
 }
 
 } // namespace gk::formats

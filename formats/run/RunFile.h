@@ -5,6 +5,7 @@
 #include "formats/run/RunLog.h"
 #include "formats/text/InputError.h"
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -47,10 +48,13 @@ public:
   bool isCut() const noexcept { return fReader->isCut(); }
   /// What is wrong with the file, as far as it has been read: one line each.
   std::vector<std::string> problems() const;
+  /// How many there are, that the file was cut off not counted: what is there is whole then.
+  std::uint64_t problemCount() const noexcept;
   double progress() const noexcept { return fReader->progress(); }
 
 private:
   bool xNextBlock();
+  void xTake(const RunEntry& entry);
 
   std::string fPath;
   mcap::FileSource fSource;
@@ -60,6 +64,8 @@ private:
   RunLogReader fEntries;
   std::vector<std::string> fKeys;
   mcap::Problems fBadBlocks;
+  /// The present block has values of keys of which the names are lost.
+  bool fIsNameless = false;
 };
 
 } // namespace gk::formats

@@ -89,6 +89,10 @@ std::string_view LineReader::xTake(std::size_t length, std::size_t consumed) {
   if (text.ends_with('\r')) {
     text.remove_suffix(1);
   }
+  // A file of which all lines end so is one line to us: its first.
+  if (fLine == 1 && text.find('\r') != std::string_view::npos) {
+    throw error("a carriage return (CR) in the line: lines have to end with LF or CR LF");
+  }
   if (text.size() > kMaxLine) {
     throw error("line is longer than " + std::to_string(kMaxLine) + " bytes");
   }

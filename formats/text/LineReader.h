@@ -15,8 +15,9 @@ namespace gk::formats {
 
 /// Reads a plain or gzipped file line by line, in memory that does not grow with the file.
 ///
-/// A line ends with "\n" or "\r\n", the last one also with the file. A byte order mark at the
-/// file's beginning is dropped. All errors are `InputError`. For one thread.
+/// A line ends with "\n" or "\r\n", the last one also with the file; a first line with "\r" in it
+/// is an error, since all lines of the file may end so. A byte order mark at the file's beginning
+/// is dropped. All errors are `InputError`. For one thread.
 class LineReader {
 public:
   /// Longest line in bytes, its end not counted.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gateway/figures/Counters.h"
+#include "gateway/figures/RecordingFigures.h"
 #include "gateway/http/Access.h"
 #include "gateway/http/Http.h"
 #include "gateway/robot/CallRunner.h"
@@ -20,6 +21,7 @@ struct HostFigures {
   std::string version;
   /// Wall time at which the gateway started, in seconds since 1970.
   double startTime = 0;
+  RecordingSource recording;
 };
 
 struct Route;

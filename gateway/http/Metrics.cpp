@@ -187,10 +187,22 @@ void writeTraffic(MetricsWriter& out, const Counters& counters, std::size_t call
              asDouble(counters.abandonedClients.load()));
 }
 
+void writeRecording(MetricsWriter& out, const RecordingFigures& recording) {
+  out.single("gk_recording_ok", "gauge", "1 while the recording is being written, 0 in trouble.",
+             recording.trouble.empty() ? 1 : 0);
+  out.single("gk_recording_files", "gauge", "Files of the recording.", asDouble(recording.files));
+  out.single("gk_recording_bytes_total", "counter", "Bytes written of the recording.",
+             asDouble(recording.bytes));
+  out.family("gk_recording_lost_total", "counter", "What the recording could not keep.");
+  out.sample({{"kind", "blocks"}}, asDouble(recording.lostBlocks));
+  out.sample({{"kind", "messages"}}, asDouble(recording.lostMessages));
+}
+
 } // namespace
 
 std::string metricsText(const Robot& robot, const Counters& counters, std::size_t callsRunning,
-                        const std::string& version, double startTime) {
+                        const std::string& version, double startTime,
+                        const RecordingSource& recording) {
   MetricsWriter out;
   out.family("gk_build_info", "gauge", "Always 1; the version is the label.");
   out.sample({{"version", version}}, 1);
@@ -200,6 +212,9 @@ std::string metricsText(const Robot& robot, const Counters& counters, std::size_
   writeLoops(out, counters, robot.loops());
   writeMemory(out, robot);
   writeTraffic(out, counters, callsRunning);
+  if (recording) {
+    writeRecording(out, recording());
+  }
   out.family("gk_log_lines_total", "counter", "Log lines by level.");
   const auto lines = counters.logLines();
   for (int level = zu::log::Fatal; level <= zu::log::Debug; ++level) {

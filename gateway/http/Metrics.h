@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gateway/figures/Counters.h"
+#include "gateway/figures/RecordingFigures.h"
 #include "gateway/robot/Robot.h"
 
 #include <cstddef>
@@ -10,8 +11,9 @@ namespace gk::gateway {
 
 /// The figures of the host in Prometheus' text format, version 0.0.4
 /// (https://prometheus.io/docs/instrumenting/exposition_formats/). Base units; labels only of sets
-/// that do not grow with use. Any thread.
+/// that do not grow with use. `recording` may be empty. Any thread.
 std::string metricsText(const Robot& robot, const Counters& counters, std::size_t callsRunning,
-                        const std::string& version, double startTime);
+                        const std::string& version, double startTime,
+                        const RecordingSource& recording);
 
 } // namespace gk::gateway

@@ -184,9 +184,9 @@ void answerOpenApi(const Exchange& exchange) {
 void answerMetrics(const Exchange& exchange) {
   HttpResponse response;
   response.contentType = "text/plain; version=0.0.4; charset=utf-8";
-  response.body =
-      metricsText(*exchange.robot, exchange.parts.counters, exchange.parts.runner.running(),
-                  exchange.parts.figures.version, exchange.parts.figures.startTime);
+  response.body = metricsText(*exchange.robot, exchange.parts.counters,
+                              exchange.parts.runner.running(), exchange.parts.figures.version,
+                              exchange.parts.figures.startTime, exchange.parts.figures.recording);
   exchange.respond(std::move(response));
 }
 
@@ -198,7 +198,8 @@ void answerAlive(const Exchange& exchange) {
 }
 
 void answerReady(const Exchange& exchange) {
-  const Readiness readiness = readinessOf(exchange.robot.get(), exchange.parts.counters);
+  const Readiness readiness =
+      readinessOf(exchange.robot.get(), exchange.parts.counters, exchange.parts.figures.recording);
   HttpResponse response;
   response.contentType = "text/plain; charset=utf-8";
   response.status = readiness.isReady() ? 200 : 503;

@@ -205,7 +205,8 @@ std::string describeHost(const Robot& robot, const HostDescription& host) {
 }
 
 bool Readiness::isReady() const {
-  return std::ranges::all_of(conditions, &Condition::isMet);
+  return std::ranges::all_of(conditions,
+                             [](const Condition& one) { return one.isMet || !one.isVital; });
 }
 
 std::string Readiness::text() const {
@@ -217,7 +218,8 @@ std::string Readiness::text() const {
   return text + (isReady() ? "ok\n" : "not ready\n");
 }
 
-Readiness readinessOf(const Robot* robot, const Counters& counters) {
+Readiness readinessOf(const Robot* robot, const Counters& counters,
+                      const RecordingSource& recording) {
   Readiness readiness;
   readiness.conditions.push_back({"modules are loaded", robot != nullptr});
   const std::vector<NoticeQueue::Loop> loops = counters.loops();
@@ -228,6 +230,13 @@ Readiness readinessOf(const Robot* robot, const Counters& counters) {
       readiness.conditions.push_back(
           {loop.module + " keeps ticking", now - loop.time < Readiness::kLongestTick});
     }
+  }
+  if (recording) {
+    // Clients are served as well without.
+    const std::string trouble = recording().trouble;
+    readiness.conditions.push_back(
+        {"the run is recorded" + (trouble.empty() ? std::string() : ": " + trouble),
+         trouble.empty(), false});
   }
   return readiness;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gateway/figures/Counters.h"
+#include "gateway/figures/RecordingFigures.h"
 #include "gateway/robot/Robot.h"
 
 #include <cstddef>
@@ -46,6 +47,8 @@ struct Readiness {
   struct Condition {
     std::string text;
     bool isMet = false;
+    /// A host that does not meet it is not ready.
+    bool isVital = true;
   };
   std::vector<Condition> conditions;
 
@@ -53,7 +56,8 @@ struct Readiness {
   /// A line for each condition: "[+] modules are loaded".
   std::string text() const;
 };
-/// `robot` is null while there is none.
-Readiness readinessOf(const Robot* robot, const Counters& counters);
+/// `robot` is null while there is none, `recording` empty where nothing is recorded.
+Readiness readinessOf(const Robot* robot, const Counters& counters,
+                      const RecordingSource& recording);
 
 } // namespace gk::gateway

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gateway/figures/RecordingFigures.h"
 #include "gateway/http/Access.h"
 
 #include <chrono>
@@ -36,6 +37,8 @@ struct GatewayOptions {
   AccessOptions access;
   GatewayLimits limits;
   std::string version;
+  /// Must stay valid as long as the gateway.
+  RecordingSource recording;
   /// The clock by which clients are given up.
   std::function<std::chrono::steady_clock::time_point()> now = &std::chrono::steady_clock::now;
 };

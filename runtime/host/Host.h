@@ -123,6 +123,18 @@ public:
     return fOptions.replay != nullptr ? fOptions.replay->progress() : fPlayer.progress();
   }
 
+  /// What is odd about the files although they can be played: one line each. Before `run`.
+  std::vector<std::string> inputHints() const { return fPlayer.hints(); }
+
+  /// After the shutdown: what kept the input from being played, or the run from being repeated, as
+  /// it was recorded, one line each; and whether all of it was nevertheless.
+  std::vector<std::string> inputProblems() const {
+    return fOptions.replay != nullptr ? fOptions.replay->warnings() : fPlayer.problems();
+  }
+  bool isInputComplete() const {
+    return fOptions.replay != nullptr ? fOptions.replay->isComplete() : fPlayer.isComplete();
+  }
+
   /// Does `work`, with which something comes from outside: `action` tells a recording what. For
   /// programs that call or write from threads of their own; any thread, from `start` on.
   void carryOut(const formats::Action& action, const std::function<void()>& work);

@@ -1,6 +1,7 @@
 #include "runtime/host/Player.h"
 
 #include "formats/recording/OpenRecording.h"
+#include "formats/text/Numbers.h"
 
 #include <algorithm>
 #include <utility>
@@ -87,6 +88,10 @@ void Player::xChooseNext() {
   choose();
   if (fCurrent == nullptr && fIsLoop && !fIsStopped) {
     fRoundStart = fLastTime + kLoopGap;
+    if (std::exchange(fIsFirstRound, false)) {
+      fProblems = problems();
+      fIsDamaged = !isComplete();
+    }
     fRecordings.clear();
     xOpenFiles();
     choose();
@@ -100,6 +105,40 @@ double Player::progress() const noexcept {
     progress = std::min(progress, recording->progress());
   }
   return progress;
+}
+
+std::vector<std::string> Player::problems() const {
+  if (!fIsFirstRound) {
+    return fProblems;
+  }
+  std::vector<std::string> all;
+  for (const auto& recording : fRecordings) {
+    for (std::string& problem : recording->problems()) {
+      all.push_back(std::move(problem));
+    }
+  }
+  return all;
+}
+
+std::vector<std::string> Player::hints() const {
+  std::vector<std::string> hints;
+  // The files stand last, behind the lines that were added.
+  const std::size_t first = fRecordings.size() - fFiles.size();
+  for (std::size_t i = 0; i < fFiles.size(); ++i) {
+    const std::optional<GK::GKMicros> time = fRecordings[first + i]->time();
+    if (time && *time > formats::kLatestBeginning) {
+      std::string hint = fFiles[i] + ": its first time is ";
+      formats::appendSeconds(hint, *time);
+      hints.push_back(hint + " s: times count from the start of the run, and nothing happens until "
+                             "then; times of the wall clock have to be made so");
+    }
+  }
+  return hints;
+}
+
+bool Player::isComplete() const noexcept {
+  return !fIsDamaged && std::all_of(fRecordings.begin(), fRecordings.end(),
+                                    [](const auto& recording) { return recording->isComplete(); });
 }
 
 void Player::checkRest() {

@@ -46,6 +46,15 @@ public:
   /// How much of the files has been read, 0 to 1: that of the file that lags behind most.
   double progress() const noexcept;
 
+  /// What the files had to leave out because it is damaged, and whether that is more than an end
+  /// that was cut off.
+  std::vector<std::string> problems() const;
+  bool isComplete() const noexcept;
+
+  /// What is odd about the files although they can be played: one line each. Before the first line
+  /// is played.
+  std::vector<std::string> hints() const;
+
   /// Reads the rest of the files without playing it. Raises `InputError`.
   void checkRest();
 
@@ -63,6 +72,10 @@ private:
   /// Where the present round of a loop began, and when its last line was.
   GK::GKMicros fRoundStart = 0;
   GK::GKMicros fLastTime = 0;
+  /// Of the first round: those of the others are the same.
+  std::vector<std::string> fProblems;
+  bool fIsFirstRound = true;
+  bool fIsDamaged = false;
   bool fIsLoop = false;
   bool fIsStopped = false;
 };

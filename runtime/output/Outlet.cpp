@@ -1,79 +1,59 @@
 #include "runtime/output/Outlet.h"
 
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <iostream>
-#include <unistd.h>
 #include <utility>
 
 namespace gk::runtime {
 
 namespace {
 
-OutputError failure(const std::string& path, int error) {
-  return OutputError("cannot write " + path + ": " + std::strerror(error));
-}
+/// Bytes of lines that are written at once.
+constexpr std::size_t kBufferSize = 64 * 1024;
 
 } // namespace
 
-// Through the stream that modules print to as well, so that no line lands inside another.
-void StandardOutlet::write(std::string_view line) {
-  std::cout.write(line.data(), static_cast<std::streamsize>(line.size()));
-}
+FileOutlet::FileOutlet(std::string path, const formats::OutputFileOptions& options)
+    : fFile(std::move(path), options), fIsTerminal(fFile.isTerminal()) {}
 
-void StandardOutlet::flush() {
-  std::cout.flush();
-}
-
-FileOutlet::FileOutlet(std::string path) : fPath(std::move(path)) {
-  std::error_code ignored;
-  const std::filesystem::file_status status = std::filesystem::status(fPath, ignored);
-  const bool isReplaceable =
-      !std::filesystem::exists(status) || std::filesystem::is_regular_file(status);
-  if (isReplaceable) {
-    // Beside the file itself: only within one file system can it be moved into place in one step.
-    fTemporary = fPath + ".part" + std::to_string(getpid());
-  }
-  fFile = std::fopen((isReplaceable ? fTemporary : fPath).c_str(), "wb");
-  if (fFile == nullptr) {
-    throw failure(fPath, errno);
-  }
-}
+FileOutlet::FileOutlet(formats::OutputFile::Standard standard)
+    : fFile(standard), fIsTerminal(fFile.isTerminal()) {}
 
 FileOutlet::~FileOutlet() {
-  if (fFile != nullptr) {
-    std::fclose(fFile);
-    if (!fTemporary.empty()) {
-      std::remove(fTemporary.c_str());
-    }
+  if (fFile.hasAppeared()) {
+    flush();
   }
 }
 
 void FileOutlet::write(std::string_view line) {
-  fHasFailed = std::fwrite(line.data(), 1, line.size(), fFile) != line.size() || fHasFailed;
+  fBuffer += line;
+  if (fIsTerminal || fBuffer.size() >= kBufferSize) {
+    flush();
+  }
 }
 
 void FileOutlet::flush() {
-  fHasFailed = std::fflush(fFile) != 0 || fHasFailed;
+  if (!fError) {
+    try {
+      fFile.write(fBuffer);
+    } catch (const formats::OutputError& error) {
+      fError = error;
+    }
+  }
+  fBuffer.clear();
 }
 
 void FileOutlet::commit() {
-  errno = 0;
   flush();
-  if (fHasFailed) {
-    throw failure(fPath, errno != 0 ? errno : EIO);
+  if (fError) {
+    throw formats::OutputError(*fError);
   }
-  if (!fTemporary.empty() && std::rename(fTemporary.c_str(), fPath.c_str()) != 0) {
-    throw failure(fPath, errno);
-  }
-  std::fclose(std::exchange(fFile, nullptr));
+  fFile.appear();
 }
 
 QueuedOutlet::QueuedOutlet(std::unique_ptr<Outlet> target, std::size_t capacity)
     : fTarget(std::move(target)), fCapacity(capacity), fThread([this] { xServe(); }) {}
 
 QueuedOutlet::~QueuedOutlet() {
+  fTarget->hurry();
   {
     const std::lock_guard lock(fMutex);
     fIsClosing = true;

@@ -1,23 +1,18 @@
 #pragma once
 
+#include "formats/files/OutputFile.h"
+
 #include <condition_variable>
 #include <cstddef>
-#include <cstdio>
 #include <deque>
 #include <memory>
 #include <mutex>
-#include <stdexcept>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
 
 namespace gk::runtime {
-
-/// Output cannot be written; `what()` names the file and the reason, on one line.
-class OutputError : public std::runtime_error {
-public:
-  using std::runtime_error::runtime_error;
-};
 
 /// Where lines go.
 class Outlet {
@@ -33,13 +28,9 @@ public:
   /// Makes the output final. Raises `OutputError` when some of it could not be written. Without
   /// this call, output that can still be taken back disappears.
   virtual void commit() { flush(); }
-};
 
-/// The standard output.
-class StandardOutlet : public Outlet {
-public:
-  void write(std::string_view line) override;
-  void flush() override;
+  /// From now on nobody waits for a reader who reads nothing. Any thread.
+  virtual void hurry() noexcept {}
 };
 
 /// A file that appears under its name, in place of an earlier one, only with `commit`. What is no
@@ -47,18 +38,32 @@ public:
 class FileOutlet : public Outlet {
 public:
   /// Raises `OutputError` when the file cannot be written.
-  explicit FileOutlet(std::string path);
+  explicit FileOutlet(std::string path, const formats::OutputFileOptions& options = {});
+  /// Puts out what cannot be taken back.
   ~FileOutlet() override;
 
   void write(std::string_view line) override;
   void flush() override;
   void commit() override;
+  void hurry() noexcept override { fFile.hurry(); }
+
+protected:
+  explicit FileOutlet(formats::OutputFile::Standard standard);
 
 private:
-  std::string fPath;
-  std::string fTemporary;
-  std::FILE* fFile = nullptr;
-  bool fHasFailed = false;
+  formats::OutputFile fFile;
+  /// People want to see each line at once.
+  const bool fIsTerminal;
+  std::string fBuffer;
+  /// What went wrong first. From then on nothing is written.
+  std::optional<formats::OutputError> fError;
+};
+
+/// The standard output. A reader who goes away ends the output and nothing else, if the process
+/// does not mind SIGPIPE.
+class StandardOutlet : public FileOutlet {
+public:
+  StandardOutlet() : FileOutlet(formats::OutputFile::Standard()) {}
 };
 
 /// Hands lines to another outlet on a thread of its own, so that nobody ever waits for it: when
@@ -74,6 +79,7 @@ public:
   /// Waits until everything queued is out.
   void flush() override;
   void commit() override;
+  void hurry() noexcept override { fTarget->hurry(); }
 
   std::size_t dropped() const;
 

@@ -54,6 +54,11 @@ void Reporter::sample(GK::GKMicros time, const Sample& values) {
   xWrite(formats::LineKind::Sample, time, values);
 }
 
+void Reporter::print(std::string_view lines) {
+  const std::lock_guard lock(fMutex);
+  fOutlet->write(lines);
+}
+
 void Reporter::mute() {
   const std::lock_guard lock(fMutex);
   fIsMuted = true;

@@ -46,7 +46,10 @@ public:
   void answer(const Answer& answer);
   void sample(GK::GKMicros time, const Sample& values);
 
-  /// From now on nothing is written.
+  /// Writes whole lines that somebody has printed, as they are.
+  void print(std::string_view lines);
+
+  /// From now on nothing is reported.
   void mute();
 
   Outlet& outlet() noexcept { return *fOutlet; }

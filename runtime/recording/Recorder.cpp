@@ -3,13 +3,15 @@
 #include "gk/GKClock.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <fnmatch.h>
 #include <utility>
 
 namespace gk::runtime {
 
 namespace {
+
+using formats::isTaken;
+using formats::partName;
 
 /// While only the last seconds are kept, parts are at least so long.
 constexpr GK::GKMicros kShortestPart = 1'000'000;
@@ -31,15 +33,19 @@ template <class Item> bool isPartStart(const Item& item) {
   return block != nullptr && block->isPartStart;
 }
 
-/// "folder/run.mcap" -> "folder/run-007.mcap"
-std::string numbered(const std::string& path, std::size_t number) {
-  const std::filesystem::path whole(path);
-  std::string digits = std::to_string(number);
-  digits.insert(0, 3 - std::min<std::size_t>(3, digits.size()), '0');
-  std::filesystem::path name = whole.stem();
-  name += "-" + digits;
-  name += whole.extension();
-  return whole.parent_path() / name;
+/// Raises `OutputError` when there are numbered files of this name already.
+void expectNoParts(const std::string& path) {
+  const std::string first = partName(path, 1);
+  if (!isTaken(first)) {
+    return;
+  }
+  std::string next = formats::nextFreeName(path);
+  for (std::uint64_t number = 3; isTaken(partName(next, 1)); ++number) {
+    next = formats::nextFreeName(path, number);
+  }
+  throw formats::OutputError(formats::OutputError::Kind::Exists,
+                             first + " exists already; " + next +
+                                 " is free, --overwrite replaces it");
 }
 
 } // namespace
@@ -48,6 +54,9 @@ Recorder::Recorder(RecorderOptions options)
     : fOptions(std::move(options)),
       fQueueLimit(fOptions.mustKeepAll ? kShortQueueLimit : kQueueLimit),
       fRun(std::make_shared<RunRecorder>(fOptions.mustKeepAll, partTimeOf(fOptions), fQueueLimit)) {
+  if (xIsNumbered() && !fOptions.isOverwriting) {
+    expectNoParts(fOptions.path);
+  }
   if (!fOptions.around) {
     xOpen();
   }
@@ -99,6 +108,32 @@ void Recorder::xQueue(std::vector<RecordedMessage> messages) {
   }
 }
 
+void Recorder::confirm() {
+  {
+    std::unique_lock lock(fMutex);
+    fConfirmation = Confirmation::Asked;
+    fWake.notify_all();
+    fConfirmed.wait(lock, [this] { return fConfirmation == Confirmation::Done; });
+  }
+  if (const std::exception_ptr refusal = std::exchange(fRefusal, nullptr)) {
+    std::rethrow_exception(refusal);
+  }
+}
+
+/// The first file takes its place.
+void Recorder::xConfirm() {
+  try {
+    if (fFile != nullptr) {
+      fFile->appear();
+    }
+  } catch (...) {
+    fRefusal = std::current_exception();
+  }
+  const std::lock_guard lock(fMutex);
+  fConfirmation = Confirmation::Done;
+  fConfirmed.notify_all();
+}
+
 void Recorder::finish() {
   {
     const std::lock_guard lock(fMutex);
@@ -117,28 +152,34 @@ void Recorder::finish() {
 
 RecordingLosses Recorder::losses() const {
   const std::lock_guard lock(fMutex);
-  return {fRun->dropped(), fDropped, fRun->overlaps()};
+  return {fRun->dropped() + fState.losses.blocks, fDropped + fState.losses.messages,
+          fRun->overlaps()};
+}
+
+RecordingState Recorder::state() const {
+  RecordingState state;
+  {
+    const std::lock_guard lock(fMutex);
+    state = fState;
+  }
+  state.losses = losses();
+  return state;
 }
 
 void Recorder::xServe() {
   bool isOver = false;
   while (!isOver) {
+    bool mustConfirm = false;
     {
       std::unique_lock lock(fMutex);
       fWake.wait_for(lock, fOptions.mustKeepAll ? kShortPollTime : kPollTime,
-                     [this] { return fIsClosing; });
+                     [this] { return fIsClosing || fConfirmation == Confirmation::Asked; });
+      mustConfirm = fConfirmation == Confirmation::Asked;
     }
-    try {
-      isOver = xCycle();
-    } catch (...) {
-      // Nothing more can be written, but the run goes on: what waits is taken and thrown away.
-      if (fError == nullptr) {
-        fError = std::current_exception();
-      }
-      fFile.reset();
-      const std::lock_guard lock(fMutex);
-      isOver = fIsClosing;
+    if (mustConfirm) {
+      xConfirm();
     }
+    isOver = xCycle();
   }
 }
 
@@ -152,21 +193,111 @@ bool Recorder::xCycle() {
   }
   const auto now = std::chrono::steady_clock::now();
   const bool isDue = isOver || isFull || now - fFlushed >= kFlushTime;
-  std::vector<Item> items = xTakeAll(isDue, isOver);
-  if (fError != nullptr) {
-    return isOver;
+  for (Item& item : xTakeAll(isDue, isOver)) {
+    if (fIsInTrouble && !fOptions.around) {
+      xLose(item);
+      continue;
+    }
+    const bool isBlock = std::holds_alternative<RunBlock>(item);
+    const bool isMessage = std::holds_alternative<RecordedMessage>(item);
+    try {
+      xWrite(std::move(item));
+    } catch (const formats::OutputError& error) {
+      xFail(error);
+      xCountLost(isBlock ? 1 : 0, isMessage ? 1 : 0);
+    }
   }
-  for (Item& item : items) {
-    xWrite(std::move(item));
+  try {
+    if (isDue && fFile != nullptr) {
+      fFile->flush();
+      fFlushed = now;
+      fOpenBlocks = 0;
+      fOpenMessages = 0;
+    }
+    if (isOver) {
+      xClose();
+    }
+  } catch (const formats::OutputError& error) {
+    xFail(error);
   }
-  if (isDue && fFile != nullptr) {
-    fFile->flush();
-    fFlushed = now;
+  if (fIsInTrouble && !fOptions.around && now - fTried >= kRetryTime) {
+    fTried = now;
+    fRun->beginPart(fLostBlocks);
   }
-  if (isOver) {
-    xClose();
-  }
+  const std::lock_guard lock(fMutex);
+  fState.files = fNames.size();
+  fState.bytes = fSize + (fFile != nullptr ? fFile->size() : 0);
   return isOver;
+}
+
+void Recorder::xFail(const formats::OutputError& error) {
+  if (fError == nullptr) {
+    fError = std::make_exception_ptr(error);
+  }
+  fSize += fFile != nullptr ? fFile->size() : 0;
+  fFile.reset();
+  xCountLost(std::exchange(fOpenBlocks, 0), std::exchange(fOpenMessages, 0));
+  fTried = std::chrono::steady_clock::now();
+  const bool isNew = !std::exchange(fIsInTrouble, true);
+  {
+    const std::lock_guard lock(fMutex);
+    fState.trouble = error.what();
+  }
+  if (isNew && fOptions.onTrouble) {
+    fOptions.onTrouble(std::string(error.what()) +
+                       "; the recording goes on in a new file when there is room");
+  }
+}
+
+void Recorder::xCountLost(std::uint64_t blocks, std::uint64_t messages) {
+  fLostBlocks += blocks;
+  const std::lock_guard lock(fMutex);
+  fState.losses.blocks += blocks;
+  fState.losses.messages += messages;
+}
+
+void Recorder::xLose(const Item& item) {
+  if (!isPartStart(item) || !xGoOn(item)) {
+    xCountLost(std::holds_alternative<RunBlock>(item) ? 1 : 0,
+               std::holds_alternative<RecordedMessage>(item) ? 1 : 0);
+  }
+}
+
+/// True when a new file has been begun with this item, which begins a part, and is on the disk.
+bool Recorder::xGoOn(const Item& item) {
+  const std::size_t files = fNames.size();
+  const std::size_t number = fNumber;
+  try {
+    xOpen();
+    xWriteToFile(item);
+    fFile->flush();
+    fFile->appear();
+  } catch (const formats::OutputError&) {
+    // Nothing is left of a file that has not appeared.
+    fFile.reset();
+    fOpenBlocks = 0;
+    fOpenMessages = 0;
+    fNames.resize(files);
+    fNumber = number;
+    return false;
+  }
+  xRecovered();
+  return true;
+}
+
+void Recorder::xRecovered() {
+  if (!std::exchange(fIsInTrouble, false)) {
+    return;
+  }
+  fLostBlocks = 0;
+  fIsPartAsked = false;
+  {
+    const std::lock_guard lock(fMutex);
+    fState.trouble.clear();
+  }
+  if (fOptions.onTrouble) {
+    fOptions.onTrouble("the recording goes on in " + fNames.back());
+  }
 }
 
 /// Takes what waits, in the order of its times. Messages wait for the block of the run log that
@@ -211,6 +342,7 @@ void Recorder::xWrite(Item item) {
     if (fFile->hasBegun()) {
       xClose();
       xOpen();
+      fFile->appear();
     }
   }
   xWriteToFile(item);
@@ -226,8 +358,10 @@ void Recorder::xWriteToFile(const Item& item) {
   }
   if (const auto* block = std::get_if<RunBlock>(&item)) {
     fFile->write(*block);
+    ++fOpenBlocks;
   } else if (const auto* message = std::get_if<RecordedMessage>(&item)) {
     fFile->write(*message);
+    ++fOpenMessages;
   }
 }
 
@@ -263,16 +397,30 @@ void Recorder::xPull(GK::GKMicros time) {
   fUntil = time + fOptions.around->after;
   if (fFile == nullptr) {
     xOpen();
+    fFile->appear();
     for (const Item& item : fRing) {
       xWriteToFile(item);
     }
+    xRecovered();
   }
 }
 
+bool Recorder::xIsNumbered() const {
+  return fOptions.splitSize || fOptions.splitTime || fOptions.around;
+}
+
+/// Begins the next file. What follows a file that could not be written has a number in any case,
+/// and replaces nothing.
 void Recorder::xOpen() {
-  const bool isNumbered = fOptions.splitSize || fOptions.splitTime || fOptions.around;
-  const std::string name = isNumbered ? numbered(fOptions.path, fNames.size() + 1) : fOptions.path;
-  fFile = std::make_unique<RecordingFile>(name, fOptions.library);
+  const bool isFirst = fNumber == 0;
+  const bool mayReplace = fOptions.isOverwriting && (isFirst || xIsNumbered());
+  std::string name;
+  do {
+    ++fNumber;
+    name = isFirst && !xIsNumbered() ? fOptions.path : partName(fOptions.path, fNumber);
+  } while (!isFirst && !mayReplace && isTaken(name));
+  fFile = std::make_unique<RecordingFile>(
+      name, formats::OutputFileOptions{fOptions.inputs, !mayReplace}, fOptions.library);
   fNames.push_back(name);
 }
 

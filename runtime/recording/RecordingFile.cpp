@@ -13,9 +13,10 @@ constexpr const char* kLossMetadata = "gk.losses";
 
 } // namespace
 
-RecordingFile::RecordingFile(const std::string& path, const std::string& library)
-    : fSink(path), fWriter(fSink, {formats::mcap::Compression::Zstd,
-                                   formats::mcap::Writer::kChunkSize, library}) {}
+RecordingFile::RecordingFile(const std::string& path, const formats::OutputFileOptions& options,
+                             const std::string& library)
+    : fSink(path, options), fWriter(fSink, {formats::mcap::Compression::Zstd,
+                                            formats::mcap::Writer::kChunkSize, library}) {}
 
 void RecordingFile::begin(std::int64_t epoch, const formats::mcap::StringMap& about) {
   fHasBegun = true;

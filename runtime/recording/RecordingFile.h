@@ -18,11 +18,16 @@ struct RecordingLosses {
   std::uint64_t overlaps = 0;
 };
 
-/// One file of a recording. All operations raise `WriteError`. For one thread.
+/// One file of a recording. All operations raise `OutputError`. For one thread.
 class RecordingFile {
 public:
   /// `library`: the program that writes.
-  RecordingFile(const std::string& path, const std::string& library);
+  RecordingFile(const std::string& path, const formats::OutputFileOptions& options,
+                const std::string& library);
+
+  /// Gives the file its name: without that nothing is left of it.
+  void appear() { fSink.file().appear(); }
+  bool hasAppeared() noexcept { return fSink.file().hasAppeared(); }
 
   /// Before everything else. `epoch`: microseconds since 1970 at time 0 of the run; `about`: what
   /// the file says of the run.

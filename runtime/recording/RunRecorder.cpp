@@ -74,9 +74,10 @@ void RunRecorder::stop() {
   fTaken.notify_all();
 }
 
-void RunRecorder::beginPart() {
+void RunRecorder::beginPart(std::uint64_t lost) {
   const std::lock_guard lock(fMutex);
   fIsPartDue = true;
+  fLost = lost;
 }
 
 void RunRecorder::onTurn(const GK::GKTurn& turn) {
@@ -120,6 +121,9 @@ void RunRecorder::xWriteTurn() {
 /// Tells a replay that begins here what it has to know.
 void RunRecorder::xWriteState() {
   fPartStart = fTurn.time;
+  if (const std::uint64_t lost = std::exchange(fLost, 0); lost > 0) {
+    fLog.add(RunLost{lost});
+  }
   fNamedKeys = 0;
   xWriteValues(true);
   fLog.add(RunStart{true, true});

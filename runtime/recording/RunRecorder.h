@@ -63,7 +63,8 @@ public:
   void stop();
 
   /// From the next turn on a new part begins, which can be replayed without those before it.
-  void beginPart();
+  /// `lost`: so many blocks that were taken have not been kept since the last part began.
+  void beginPart(std::uint64_t lost = 0);
 
   /// Everything that is complete; with `isAll` also what is not.
   RunBlocks take(bool isAll);
@@ -116,6 +117,8 @@ private:
   GK::GKMicros fPartStart = 0;
   bool fIsPartDue = false;
   bool fIsPartStart = false;
+  /// Blocks of which the next part says that they are missing.
+  std::uint64_t fLost = 0;
   bool fIsStopped = false;
 
   std::deque<RunBlock> fBlocks;

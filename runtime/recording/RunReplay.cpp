@@ -4,6 +4,8 @@
 #include "formats/text/Numbers.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <iterator>
 #include <sstream>
 #include <utility>
 #include <variant>
@@ -28,21 +30,12 @@ constexpr std::size_t kMaxWarnings = 20;
 
 } // namespace
 
-/// The clock applies input at the turns of the schedule, so that there is nothing to be due.
+/// What comes from outside comes as turns of the schedule begin, whoever has them: there is nothing
+/// left to be due.
 class RunReplay::Input : public GK::GKInput {
 public:
-  explicit Input(RunReplay& replay) : fReplay(replay) {}
-
   std::optional<GK::GKMicros> next() override { return std::nullopt; }
-
-  void apply() override {
-    for (const formats::Action& action : std::exchange(fReplay.fActions, {})) {
-      fReplay.fAct(action);
-    }
-  }
-
-private:
-  RunReplay& fReplay;
+  void apply() override {}
 };
 
 bool RunReplay::isRun(const std::string& file) {
@@ -50,7 +43,7 @@ bool RunReplay::isRun(const std::string& file) {
 }
 
 RunReplay::RunReplay(std::vector<std::string> files)
-    : fFiles(std::move(files)), fInput(std::make_unique<Input>(*this)) {
+    : fFiles(std::move(files)), fInput(std::make_unique<Input>()) {
   xOpenNext();
   xReadPreload();
   fAbout = fFile->about();
@@ -89,7 +82,25 @@ std::vector<std::string> RunReplay::warnings() const {
   for (std::string& problem : fFile->problems()) {
     all.push_back(std::move(problem));
   }
+  const auto count = [&all](std::uint64_t number, const std::string& what) {
+    if (number > 0) {
+      all.push_back(std::to_string(number) + " " + what);
+    }
+  };
+  if (fTurns == 0) {
+    all.emplace_back("nothing of the run can be read: nothing was repeated");
+  }
+  count(fLostBlocks, "blocks of the recorded run are missing");
+  count(fProblems + fFile->problemCount(), "damaged places were left out of the repetition");
+  count(fLostActions, "calls and writes from outside were not repeated");
+  count(fExpected.size(), "tasks of the recorded run did not come up again");
+  count(fNewTasks, "tasks came up that the recorded run did not have");
   return all;
+}
+
+bool RunReplay::isComplete() const {
+  return fTurns > 0 && fProblems + fFile->problemCount() + fLostBlocks + fLostActions == 0 &&
+         (fExpected.empty() || fIsContinued);
 }
 
 void RunReplay::xWarn(const std::string& text) {
@@ -108,6 +119,7 @@ bool RunReplay::xOpenNext() {
     for (std::string& problem : fFile->problems()) {
       fWarnings.push_back(std::move(problem));
     }
+    fProblems += fFile->problemCount();
   }
   fFile = std::make_unique<formats::RunFile>(fFiles[fPosition++]);
   fCells.clear();
@@ -138,6 +150,7 @@ void RunReplay::xReadPreload() {
       fFollowing = *turn;
       break;
     } else if (const auto* start = std::get_if<RunStart>(&*entry); start && start->isContinued) {
+      fIsContinued = true;
       xWarn("the recording begins in the middle of a run: what the modules knew by then is "
             "missing");
     }
@@ -152,6 +165,7 @@ void RunReplay::xReadSegment() {
     return;
   }
   Segment segment;
+  segment.values = std::exchange(fState, {});
   segment.turn = {fFollowing->task, fFollowing->time, fWallOffset};
   fTime = fFollowing->time;
   fFollowing.reset();
@@ -161,17 +175,25 @@ void RunReplay::xReadSegment() {
       break;
     }
     if (std::holds_alternative<RunStart>(*entry)) {
+      if (segment.stateAt) {
+        const auto begin = segment.values.begin() + static_cast<std::ptrdiff_t>(*segment.stateAt);
+        fState.assign(std::make_move_iterator(begin),
+                      std::make_move_iterator(segment.values.end()));
+        segment.values.erase(begin, segment.values.end());
+      }
       xSkipState();
       break;
     }
+    const bool isAction = std::holds_alternative<RunAction>(*entry);
     xTake(*std::move(entry), segment);
+    segment.isBehindAction = isAction;
   }
   segment.turn.wallOffset = fWallOffset;
   fNext = std::move(segment);
 }
 
-/// A new part begins: what it tells a replay that begins with it, as a turn of the main thread, is
-/// known already.
+/// A new part begins: but for the values, what it tells a replay that begins with it, as a turn of
+/// the main thread, is known already.
 void RunReplay::xSkipState() {
   for (int turns = 0; turns < 2;) {
     const std::optional<RunEntry> entry = xNextEntry();
@@ -191,17 +213,30 @@ void RunReplay::xTake(RunEntry entry, Segment& segment) {
   if (auto* values = std::get_if<RunValues>(&entry)) {
     xTakeValues(*values, segment);
   } else if (auto* action = std::get_if<RunAction>(&entry)) {
-    segment.actions.push_back(std::move(action->action));
+    segment.actions.push_back({std::move(action->action), std::nullopt});
   } else if (auto* task = std::get_if<RunTask>(&entry)) {
-    segment.tasks.push_back(std::move(*task));
+    xTakeTask(std::move(*task), segment);
+  } else if (const auto* key = std::get_if<RunKey>(&entry); key != nullptr && key->index == 0) {
+    // Keys are numbered anew where a part begins, and only there.
+    segment.stateAt = segment.values.size();
   } else if (const auto* wall = std::get_if<RunWall>(&entry)) {
     fWallOffset = wall->offset;
   } else if (const auto* lost = std::get_if<RunLost>(&entry)) {
-    xWarn(std::to_string(lost->blocks) + " blocks are missing here: the disk was too slow; events "
-                                         "may differ from here on");
+    fLostBlocks += lost->blocks;
+    xWarn(std::to_string(lost->blocks) + " blocks are missing here: the disk was too slow or full; "
+                                         "events may differ from here on");
   } else if (std::holds_alternative<RunOverlap>(entry)) {
     xWarn("two tasks ran at the same time here: events may differ from here on");
   }
+}
+
+void RunReplay::xTakeTask(RunTask task, Segment& segment) {
+  if (segment.isBehindAction) {
+    segment.actions.back().task = std::move(task);
+  } else if (segment.turn.task != GK::GKTurn::kOutside) {
+    segment.tasks.push_back(std::move(task));
+  }
+  // What is left are tasks that look something up for a client: they are no part of the run.
 }
 
 std::optional<GK::GKTurn> RunReplay::next() {
@@ -215,8 +250,26 @@ void RunReplay::begin() {
   }
   // The log tells what starts during a turn behind the turn, so all of it is known before.
   fExpected.insert(fExpected.end(), segment.tasks.begin(), segment.tasks.end());
-  fActions = std::move(segment.actions);
+  const bool isLoading = fTurns++ == 0;
   xReadSegment();
+  if (isLoading) {
+    // Before the libraries nobody can call: no log of ours tells so.
+    fLostActions += segment.actions.size();
+  } else {
+    xCarryOut(std::move(segment.actions));
+  }
+}
+
+/// Most comes in turns of nobody, but a call of a client may begin where the one before it ends, in
+/// that one's task. To start early does no harm: what is started waits for its turn.
+void RunReplay::xCarryOut(std::vector<OutsideAction> actions) {
+  for (OutsideAction& one : actions) {
+    fStarting = std::move(one.task);
+    fAct(one.action);
+    if (fStarting) {
+      fExpected.push_back(*std::exchange(fStarting, std::nullopt));
+    }
+  }
 }
 
 void RunReplay::xTakeValues(RunValues& values, Segment& segment) {
@@ -237,8 +290,12 @@ std::optional<std::uint64_t> RunReplay::started(const GK::GKTask& task) {
   const auto isIt = [&task](const RunTask& expected) {
     return expected.module == task.module && expected.method == task.method;
   };
+  if (fStarting && isIt(*fStarting)) {
+    return std::exchange(fStarting, std::nullopt)->task;
+  }
   const auto found = std::find_if(fExpected.begin(), fExpected.end(), isIt);
   if (found == fExpected.end()) {
+    ++fNewTasks;
     return std::nullopt;
   }
   const std::uint64_t number = found->task;

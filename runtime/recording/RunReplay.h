@@ -4,6 +4,8 @@
 #include "gk/GKMemoryStore.h"
 #include "gk/GKTurns.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -33,6 +35,8 @@ public:
   /// The services that the run did without.
   std::vector<std::string> without() const;
 
+  const std::vector<std::string>& files() const noexcept { return fFiles; }
+
   /// What the files say about the run.
   const formats::mcap::StringMap& about() const noexcept { return fAbout; }
   /// Microseconds since 1970 at time 0 of the run, from `attach` on.
@@ -49,6 +53,9 @@ public:
 
   /// What kept the replay from being exact, as far as it has come: one line each.
   std::vector<std::string> warnings() const;
+  /// False once some of what the files tell of the run, or should tell, was not repeated. A run of
+  /// which the end is missing, or the beginning, is repeated as far as it is there.
+  bool isComplete() const;
 
   std::optional<GK::GKTurn> next() override;
   void begin() override;
@@ -57,12 +64,24 @@ public:
 private:
   class Input;
 
+  using Values = std::vector<std::pair<GK::GKMemoryCell*, GK::GKValue>>;
+
+  /// What came from outside, and the task that it started.
+  struct OutsideAction {
+    formats::Action action;
+    std::optional<formats::RunTask> task;
+  };
+
   /// One turn and what the log tells of it.
   struct Segment {
     GK::GKTurn turn;
-    std::vector<std::pair<GK::GKMemoryCell*, GK::GKValue>> values;
-    std::vector<formats::Action> actions;
+    Values values;
+    std::vector<OutsideAction> actions;
     std::vector<formats::RunTask> tasks;
+    /// The entry read last is an action.
+    bool isBehindAction = false;
+    /// Where in `values` the state begins with which the next part starts.
+    std::optional<std::size_t> stateAt;
   };
 
   void xReadPreload();
@@ -72,13 +91,25 @@ private:
   std::optional<formats::RunEntry> xNextEntry();
   bool xOpenNext();
   void xTakeValues(formats::RunValues& values, Segment& segment);
+  void xTakeTask(formats::RunTask task, Segment& segment);
   void xSkipState();
+  void xCarryOut(std::vector<OutsideAction> actions);
   void xWarn(const std::string& text);
 
   std::vector<std::string> fFiles;
   std::size_t fPosition = 0;
   std::unique_ptr<formats::RunFile> fFile;
   std::vector<std::string> fWarnings;
+  /// Of the files that have been read to their end: damaged places, those at the very end not
+  /// counted.
+  std::uint64_t fProblems = 0;
+  std::uint64_t fLostBlocks = 0;
+  std::uint64_t fLostActions = 0;
+  std::uint64_t fTurns = 0;
+  /// Tasks that the former run did not have.
+  std::uint64_t fNewTasks = 0;
+  /// The files begin in the middle of a run.
+  bool fIsContinued = false;
 
   std::vector<formats::Action> fPreload;
   std::shared_ptr<GK::GKMemoryStore> fStore;
@@ -93,7 +124,10 @@ private:
   formats::mcap::StringMap fAbout;
   /// Tasks that are told of and have not started yet.
   std::vector<formats::RunTask> fExpected;
-  std::vector<formats::Action> fActions;
+  /// The task that the action being carried out starts.
+  std::optional<formats::RunTask> fStarting;
+  /// Values of a part's beginning, due with its first turn.
+  Values fState;
   /// By number of the key in the present file.
   std::vector<GK::GKMemoryCell*> fCells;
   GK::GKMicros fTime = 0;

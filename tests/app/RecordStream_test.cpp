@@ -97,10 +97,22 @@ TEST_F(RecordStream, TheRecordingIsCompleteWhenTheHostEnds) {
 TEST_F(RecordStream, AnOldRecordingSurvivesAHostThatIsNotThere) {
   writeFile(fFile, "old");
   // Nobody listens at a port of which the number is one.
-  const ProgramResult result = gk({"record", fFile, "--host", "127.0.0.1:1"});
+  const ProgramResult result = gk({"record", fFile, "--overwrite", "--host", "127.0.0.1:1"});
   EXPECT_EQ(result.code, 1);
   EXPECT_THAT(result.err, StartsWith("gk: no host answers at 127.0.0.1:1"));
   EXPECT_EQ(readFile(fFile), "old");
+}
+
+TEST_F(RecordStream, AnOldRecordingIsReplacedOnlyOnRequest) {
+  writeFile(fFile, "old");
+  const RunningHost host;
+  const ProgramResult refused = host.gk({"record", fFile, "--for", "0.2"});
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_EQ(refused.err, "gk: " + fFile + " exists already; " + fFolder.file("night-2.mcap") +
+                             " is free, --overwrite replaces it\n");
+  EXPECT_EQ(readFile(fFile), "old");
+  EXPECT_EQ(host.gk({"record", fFile, "--for", "0.2", "--overwrite"}).code, 0);
+  EXPECT_EQ(gk({"recording", "verify", fFile}).code, 0);
 }
 
 TEST_F(RecordStream, AFileThatCannotBeWrittenIsNamed) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <netinet/in.h>
 #include <sstream>
@@ -65,7 +67,7 @@ protected:
   }
 
   void run(std::vector<std::string> options) {
-    options.insert(options.begin(), {"run", "--no-listen", "--record", fRecording,
+    options.insert(options.begin(), {"run", "--no-listen", "--record", fRecording, "--overwrite",
                                      "--record-patience", "600", "--out", fRunOutput});
     const ProgramResult run = gk(options);
     ASSERT_EQ(run.code, 0) << run.err;
@@ -278,6 +280,66 @@ TEST_F(Record, TheTourInRealTimeIsRepeatedWithTheClientsThatCameAndWent) {
   EXPECT_THAT(readFile(fReplayOutput), HasSubstr(R"("name":"Visit")"));
 }
 
+TEST_F(Record, EachCallOfABatchIsRepeated) {
+  Program program({GK_PROGRAM, "run", "--robot", "none", "--for", "3", "--listen", "127.0.0.1:0",
+                   "--record", fRecording, "--record-patience", "600", "--out", fRunOutput,
+                   "--only", kWithoutAnswers});
+  int port = 0;
+  while ((port = portOf(program.errSoFar())) == 0) {
+    std::this_thread::yield();
+  }
+  // Calls that raise, fail, sleep and write, each in the turn in which the one before it ends.
+  constexpr const char* batch = R"([
+{"jsonrpc":"2.0","id":1,"method":"GKMemory.raiseEvent","params":["Visit",1]},
+{"jsonrpc":"2.0","id":2,"method":"GKMemory.raiseEvent","params":["Visit",2]},
+{"jsonrpc":"2.0","id":3,"method":"GKSonar.unsubscribe","params":["nobody"]},
+{"jsonrpc":"2.0","id":4,"method":"GKMemory.insertData",
+ "params":["Device/SubDeviceList/Head/Touch/Rear/Sensor/Value",1.0]},
+{"jsonrpc":"2.0","method":"GKMemory.raiseMicroEvent","params":["Visit","quiet"]},
+{"jsonrpc":"2.0","id":5,"method":"GKMemory.insertData",
+ "params":["Device/SubDeviceList/Head/Touch/Rear/Sensor/Value",0.0]},
+{"jsonrpc":"2.0","id":6,"method":"GKMemory.raiseEvent","params":["Visit",3]}])";
+  std::vector<std::thread> clients;
+  for (int client = 0; client < 2; ++client) {
+    clients.emplace_back([port] {
+      while (!post(port, batch).empty()) {
+      }
+    });
+  }
+  const ProgramResult run = program.wait();
+  for (std::thread& client : clients) {
+    client.join();
+  }
+  ASSERT_EQ(run.code, 0) << run.err;
+  EXPECT_THAT(readFile(fRunOutput), HasSubstr(R"("name":"Visit","value":3)"));
+  repeat({"--only", kWithoutAnswers});
+}
+
+/// When the last sample of this output was taken.
+double lastSampleIn(const std::string& text) {
+  constexpr std::string_view beginning = R"({"t":)";
+  const std::size_t end = text.rfind(R"(,"kind":"sample")");
+  const std::size_t begin = end == std::string::npos ? end : text.rfind(beginning, end);
+  return begin == std::string::npos ? 0.0 : std::atof(text.c_str() + begin + beginning.size());
+}
+
+TEST_F(Record, ARunThatIsKilledLosesItsLastSecondAtMost) {
+  const std::string key = "Device/SubDeviceList/US/Left/Sensor/Value";
+  Program program({GK_PROGRAM, "run", "--no-listen", "--record", fRecording, "--out", "-", "--only",
+                   "sample", "--sample", key, "--loop", kData + "us_wallrobot.csv"});
+  while (lastSampleIn(program.outSoFar()) < 2.5) {
+    std::this_thread::yield();
+  }
+  kill(program.pid(), SIGKILL);
+  const double end = lastSampleIn(program.wait().out);
+  EXPECT_EQ(gk({"recording", "verify", fRecording}).code, 1); // it has no end
+  const ProgramResult replay =
+      gk({"replay", "--out", "-", "--only", "sample", "--sample", key, fRecording});
+  EXPECT_EQ(replay.code, 0) << replay.err;
+  EXPECT_THAT(replay.err, HasSubstr("cut off"));
+  EXPECT_GE(lastSampleIn(replay.out), end - 1.0);
+}
+
 TEST_F(Record, ACutRecordingGivesTheBeginningOfTheRun) {
   ASSERT_EQ(gk({"run", "--speed", "max", "--until", "200", "--record", fRecording, "--out",
                 fRunOutput, "--subscribe", "GKSonar", kData + "us_wallrobot.csv"})
@@ -332,26 +394,48 @@ TEST_F(Record, OnlyWhatHappenedAroundAnEventIsKept) {
 }
 
 TEST_F(Record, AFlippedByteIsNamedAndTheRestIsSaved) {
-  ASSERT_EQ(gk({"recording", "convert", kData + "us_wallrobot.csv", fRecording}).code, 0);
-  std::string bytes = readFile(fRecording);
-  bytes[bytes.size() / 2] = static_cast<char>(bytes[bytes.size() / 2] ^ 1);
-  writeFile(fRecording, bytes);
-  const ProgramResult verify = gk({"recording", "verify", fRecording});
-  EXPECT_EQ(verify.code, 1);
-  EXPECT_THAT(verify.out, HasSubstr("chunk: "));
+  ASSERT_EQ(
+      gk({"run", "--no-listen", "--speed", "max", "--until", "120", "--record", fRecording}).code,
+      0);
+  const std::string whole = readFile(fRecording);
+  const auto flipAt = [&](std::size_t place) {
+    std::string bytes = whole;
+    bytes[place] = static_cast<char>(bytes[place] ^ 1);
+    writeFile(fRecording, bytes);
+    const ProgramResult verify = gk({"recording", "verify", fRecording});
+    EXPECT_EQ(verify.code, 1);
+    return verify.out.find(": chunk: ") != std::string::npos;
+  };
   const std::string saved = file("saved.mcap");
+  // What is not in a chunk is in the indexes between them.
+  std::size_t place = whole.size() * 3 / 4;
+  while (!flipAt(place)) {
+    constexpr std::size_t step = 10'000;
+    place += step;
+    ASSERT_LT(place, whole.size());
+  }
   EXPECT_EQ(gk({"recording", "recover", fRecording, saved}).code, 0);
   EXPECT_EQ(gk({"recording", "verify", saved}).code, 0);
+  const ProgramResult replay = gk({"replay", "--out", fReplayOutput, fRecording});
+  EXPECT_EQ(replay.code, 1);
+  EXPECT_THAT(replay.err, HasSubstr("gk: 1 damaged places were left out of the repetition\n"));
+
+  // Without its first chunk nobody knows the names of the keys.
+  EXPECT_TRUE(flipAt(1000));
+  EXPECT_EQ(gk({"recording", "recover", "--overwrite", fRecording, saved}).code, 1);
+  EXPECT_EQ(gk({"recording", "verify", saved}).code, 1);
+  EXPECT_EQ(gk({"replay", "--out", fReplayOutput, saved}).code, 1);
 }
 
 TEST_F(Record, ARecordingOfAnyKindBecomesAnyOther) {
   for (const std::string name : {"us_wallrobot", "battery_discharge", "biped_walk"}) {
     const std::string original = kData + name + ".csv";
-    ASSERT_EQ(gk({"recording", "convert", original, file("a.mcap")}).code, 0);
+    ASSERT_EQ(gk({"recording", "convert", "--overwrite", original, file("a.mcap")}).code, 0);
     ASSERT_EQ(gk({"recording", "convert", file("a.mcap"), file("b.jsonl")}).code, 0);
-    ASSERT_EQ(
-        gk({"recording", "convert", "--compression", "lz4", file("b.jsonl"), file("c.mcap")}).code,
-        0);
+    ASSERT_EQ(gk({"recording", "convert", "--overwrite", "--compression", "lz4", file("b.jsonl"),
+                  file("c.mcap")})
+                  .code,
+              0);
     ASSERT_EQ(gk({"recording", "convert", file("c.mcap"), file("d.csv")}).code, 0);
     ASSERT_EQ(gk({"replay", "--out", fRunOutput, original}).code, 0);
     for (const std::string& converted : {file("a.mcap"), file("b.jsonl"), file("d.csv")}) {

@@ -53,6 +53,13 @@ TEST(Gk, WrongOptionsGiveOneLineAndExitCodeTwo) {
       {"replay", "--out", "/no/such/folder/out.jsonl", kData + "feet_stand.csv"},
       {"run", "--speed", "fast"},
       {"run", "--for", "-1"},
+      {"run", "--for", "nan"},
+      {"run", "--seed", "-1"},
+      {"run", "--seed", "18446744073709551616"},
+      {"replay", "--epoch", "99999999999999999999", kData + "feet_stand.csv"},
+      {"replay", "--until", "nan", kData + "feet_stand.csv"},
+      {"replay", "--library", "", kData + "feet_stand.csv"},
+      {"replay", "--log-file", "/proc/nowhere/log", kData + "feet_stand.csv"},
       {"replay", "-j", "0", kData + "feet_stand.csv"},
   };
   for (const auto& arguments : wrong) {
@@ -61,6 +68,18 @@ TEST(Gk, WrongOptionsGiveOneLineAndExitCodeTwo) {
     EXPECT_THAT(result.err, IsOneLine()) << testing::PrintToString(arguments);
     EXPECT_THAT(result.err, StartsWith("gk: "));
   }
+}
+
+TEST(Gk, AWrongValueIsToldWithItsOption) {
+  const std::string file = kData + "feet_stand.csv";
+  EXPECT_THAT(gk({"run", "--for", "nan"}).err, HasSubstr("--for: nan is no number"));
+  EXPECT_THAT(gk({"run", "--seed", "-1"}).err, HasSubstr("--seed: -1 is no whole number from 0"));
+  EXPECT_THAT(gk({"replay", "--epoch", "99999999999999999999", file}).err,
+              HasSubstr("--epoch: 99999999999999999999 is no whole number"));
+  EXPECT_THAT(gk({"replay", "--library", "", file}).err,
+              HasSubstr("--library: the value is empty"));
+  EXPECT_THAT(gk({"replay", "--log-file", "/proc/nowhere/log", file}).err,
+              StartsWith("gk: --log-file: "));
 }
 
 TEST(Gk, MalformedInputLeavesAnEarlierOutputUntouched) {
@@ -207,6 +226,6 @@ TEST_P(GkRunSignal, EndsCleanlyWhenOneWishComesSeveralTimes) {
   EXPECT_THAT(result.err, HasSubstr(" times real time\n"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Both, GkRunSignal, testing::Values(SIGINT, SIGTERM));
+INSTANTIATE_TEST_SUITE_P(Each, GkRunSignal, testing::Values(SIGINT, SIGTERM, SIGHUP));
 
 } // namespace

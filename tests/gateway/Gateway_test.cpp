@@ -252,6 +252,32 @@ TEST(Gateway, MetricsAreInPrometheusTextFormat) {
   EXPECT_EQ(metrics.body.back(), '\n');
 }
 
+TEST(Gateway, ARecordingInTroubleIsToldWhileClientsAreServed) {
+  GatewayOptions options;
+  options.recording = [] { return RecordingFigures{"the disk is full", 2, 1000, 3, 4}; };
+  ServedHost sut(std::move(options));
+  sut.tick();
+  Socket socket(sut.port());
+  socket.upgrade("/ws", sut.name());
+  sut.raise("Later", 1);
+  socket.readText("/event/Later");
+  const Answer ready = ask(sut, "GET", "/readyz?verbose");
+  EXPECT_EQ(ready.status, 200);
+  EXPECT_THAT(ready.body, HasSubstr("[-] the run is recorded: the disk is full\nok\n"));
+  const std::string metrics = ask(sut, "GET", "/metrics").body;
+  EXPECT_THAT(metrics, HasSubstr("\ngk_recording_ok 0\n"));
+  EXPECT_THAT(metrics, HasSubstr("\ngk_recording_files 2\n"));
+  EXPECT_THAT(metrics, HasSubstr("\ngk_recording_bytes_total 1000\n"));
+  EXPECT_THAT(metrics, HasSubstr("\ngk_recording_lost_total{kind=\"blocks\"} 3\n"));
+  EXPECT_THAT(metrics, HasSubstr("\ngk_recording_lost_total{kind=\"messages\"} 4\n"));
+}
+
+TEST(Gateway, WithoutARecordingNothingIsToldOfOne) {
+  ServedHost sut;
+  EXPECT_THAT(ask(sut, "GET", "/metrics").body, Not(HasSubstr("gk_recording")));
+  EXPECT_THAT(ask(sut, "GET", "/readyz?verbose").body, Not(HasSubstr("record")));
+}
+
 TEST(Gateway, TheDescriptionNamesEveryRouteAndMethod) {
   ServedHost sut;
   const boost::json::value api = formats::parseJson(ask(sut, "GET", "/openapi.json").body);

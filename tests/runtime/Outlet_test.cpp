@@ -4,13 +4,14 @@
 #include <latch>
 #include <memory>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 namespace {
 
+using gk::formats::OutputError;
 using gk::runtime::FileOutlet;
 using gk::runtime::Outlet;
-using gk::runtime::OutputError;
 using gk::runtime::QueuedOutlet;
 using gk::test::readFile;
 using gk::test::TemporaryFolder;
@@ -50,10 +51,34 @@ TEST(FileOutlet, AFolderThatIsNotThereIsNamed) {
   }
 }
 
-TEST(FileOutlet, AFullDeviceIsToldAtTheCommit) {
+TEST(FileOutlet, AFullDeviceIsToldAtTheCommitWithItsReasonHoweverMuchFollows) {
   FileOutlet sut("/dev/full");
-  sut.write("a line\n");
-  EXPECT_THROW(sut.commit(), OutputError);
+  for (int i = 0; i < 3; ++i) {
+    sut.write(std::string(100'000, 'x') + "\n");
+    sut.flush();
+  }
+  try {
+    sut.commit();
+    FAIL();
+  } catch (const OutputError& error) {
+    EXPECT_STREQ(error.what(), "cannot write /dev/full: No space left on device");
+  }
+}
+
+TEST(QueuedOutlet, InAHurryItEndsWithoutAReaderThatReads) {
+  const TemporaryFolder folder;
+  const std::string fifo = folder.file("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const int reader = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
+  {
+    QueuedOutlet sut(std::make_unique<FileOutlet>(fifo));
+    for (int i = 0; i < 100; ++i) {
+      sut.write(std::string(10'000, 'x') + "\n");
+    }
+    sut.hurry();
+    EXPECT_THROW(sut.commit(), OutputError);
+  }
+  close(reader);
 }
 
 /// Blocks in its first write until it is let go.

@@ -99,6 +99,29 @@ TEST_F(PlayerTest, PreloadLinesOfAllFilesComeInTheOrderOfTheFiles) {
   EXPECT_EQ(std::get<gk::formats::UnsetAction>(preload[1]).patterns.front(), "b");
 }
 
+TEST_F(PlayerTest, ProgressOfSeveralFilesIsThatOfTheOneThatLagsBehind) {
+  std::string rest;
+  for (int second = 1; second < 30'000; ++second) {
+    rest += get(std::to_string(second), "long");
+  }
+  open({get("0", "first"), get("0", "second") + rest, get("0.5", "third")});
+  for (int line = 0; line < 3; ++line) {
+    sut.apply();
+  }
+  // Two have been read to their end, the other one is read piece by piece.
+  EXPECT_GT(sut.progress(), 0.0);
+  EXPECT_LT(sut.progress(), 0.9);
+  playAll();
+  EXPECT_DOUBLE_EQ(sut.progress(), 1.0);
+}
+
+TEST_F(PlayerTest, TimesOfTheWallClockAreHintedAt) {
+  open({get("8640000", "as late as may be"), get("1700000000.5", "wall")});
+  const std::vector<std::string> hints = sut.hints();
+  ASSERT_EQ(hints.size(), 1U);
+  EXPECT_THAT(hints[0], testing::HasSubstr("1.jsonl: its first time is 1700000000.5 s"));
+}
+
 TEST_F(PlayerTest, ProgressReachesTheEnd) {
   open({get("0", "a0")});
   playAll();

@@ -9,6 +9,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <mutex>
+#include <sys/resource.h>
+#include <thread>
 
 // What becomes of a recording when the disk cannot keep up, and which piece belongs where.
 
@@ -19,6 +24,7 @@ using GK::GKMemoryStore;
 using GK::GKMicros;
 using GK::GKNotice;
 using GK::GKTurn;
+using gk::formats::OutputError;
 using gk::formats::RunEntry;
 using gk::formats::RunKey;
 using gk::formats::RunLogReader;
@@ -150,13 +156,14 @@ private:
       std::make_shared<RecordedChannel>(RecordedChannel{"/flood", "Flood", "{}"});
 };
 
-TEST(RecorderTest, MessagesThatDoNotFitAreDroppedAndCountedInTheFile) {
+TEST(Recorder, MessagesThatDoNotFitAreDroppedAndCountedInTheFile) {
   const TemporaryFolder folder;
   RecorderOptions options;
   options.path = folder.file("run.mcap");
   Recorder sut(options);
   sut.setMaker(std::make_unique<Flood>());
   sut.onNotice({});
+  sut.confirm();
   sut.finish();
 
   constexpr std::size_t kept = Recorder::kQueueLimit / Flood::kSize;
@@ -176,19 +183,285 @@ TEST(RecorderTest, MessagesThatDoNotFitAreDroppedAndCountedInTheFile) {
   EXPECT_EQ(lost, std::to_string(Flood::kMessages - kept));
 }
 
-TEST(RecorderTest, AFileThatCannotBeWrittenStopsNobodyAndIsToldAtTheEnd) {
-  RecorderOptions options;
-  options.path = "/dev/full"; // a disk without room
-  try {
-    Recorder sut(options);
-    sut.setMaker(std::make_unique<Flood>());
-    sut.onNotice({});
-    sut.onNotice({});
-    sut.finish();
-    FAIL() << "nothing was told";
-  } catch (const mcap::WriteError& error) {
-    EXPECT_THAT(error.what(), testing::HasSubstr("/dev/full"));
+/// What a file of a recording holds of the run.
+struct Part {
+  std::vector<GKMicros> turns;
+  std::vector<GKMicros> messages;
+  std::uint64_t lostBlocks = 0;
+};
+
+Part partOf(const std::string& path) {
+  Part part;
+  mcap::FileSource source(path);
+  mcap::Reader reader(source);
+  while (const std::optional<mcap::Item> item = reader.next()) {
+    const auto* message = std::get_if<mcap::Message>(&*item);
+    if (message == nullptr) {
+      continue;
+    }
+    if (reader.channel(message->channelId).messageEncoding != gk::formats::kRunEncoding) {
+      part.messages.push_back(static_cast<GKMicros>(message->logTime / 1000));
+      continue;
+    }
+    RunLogReader entries(message->data);
+    while (const std::optional<RunEntry> entry = entries.next()) {
+      if (const auto* turn = std::get_if<gk::formats::RunTurn>(&*entry)) {
+        part.turns.push_back(turn->time);
+      } else if (const auto* lost = std::get_if<RunLost>(&*entry)) {
+        part.lostBlocks += lost->blocks;
+      }
+    }
   }
+  return part;
+}
+
+/// A message for each notice.
+class Echo : public MessageMaker {
+public:
+  std::vector<RecordedMessage> ofNotice(const GKNotice& notice) override {
+    return {{fChannel, notice.time, "{}"}};
+  }
+  std::vector<RecordedMessage> ofTick(GKMicros, const GK::GKTask&) override { return {}; }
+
+private:
+  std::shared_ptr<const RecordedChannel> fChannel =
+      std::make_shared<RecordedChannel>(RecordedChannel{"/echo", "Echo", "{}"});
+};
+
+/// A recorder whose turns come from the test.
+class RecorderTest : public testing::Test {
+protected:
+  static constexpr GKMicros kSecond = 1'000'000;
+
+  RecorderTest() { fOptions.path = fFolder.file("run.mcap"); }
+
+  void begin() {
+    fSut = std::make_unique<Recorder>(fOptions);
+    fSut->setMaker(std::make_unique<Echo>());
+    fStore->set("changing", GK::GKValue(0.0F));
+    fSut->run()->onTurn({GKTurn::kMain, 0, 0});
+    fSut->run()->start(fStore, {});
+    fSut->confirm();
+  }
+
+  void turn(GKMicros time) {
+    fStore->set("changing", GK::GKValue(static_cast<float>(time)));
+    fSut->run()->onTurn({kLoop, time, 0});
+  }
+
+  void turns(GKMicros from, GKMicros to) {
+    for (GKMicros time = from; time < to; time += kSecond / 10) {
+      turn(time);
+    }
+  }
+
+  void raise(GKNotice::Kind kind, const std::string& name, GKMicros time) {
+    GKNotice notice;
+    notice.kind = kind;
+    notice.name = name;
+    notice.time = time;
+    fSut->onNotice(notice);
+  }
+
+  std::string file(const std::string& name) const { return fFolder.file(name); }
+
+  const TemporaryFolder fFolder;
+  RecorderOptions fOptions;
+  const std::shared_ptr<GKMemoryStore> fStore = std::make_shared<GKMemoryStore>();
+  std::unique_ptr<Recorder> fSut;
+};
+
+template <class Condition> void waitFor(const Condition& condition) {
+  while (!condition()) {
+    std::this_thread::yield();
+  }
+}
+
+TEST_F(RecorderTest, OnlyWhatComesShortlyBeforeAndAfterAnEventIsKept) {
+  fOptions.around = {"Wanted", 4 * kSecond, 2 * kSecond};
+  begin();
+  turns(0, 60 * kSecond);
+  raise(GKNotice::Kind::Event, "Wanted", 60 * kSecond);
+  turns(60 * kSecond, 90 * kSecond);
+  fSut->finish();
+  ASSERT_THAT(fSut->files(), testing::ElementsAre(file("run-001.mcap")));
+  const Part part = partOf(file("run-001.mcap"));
+  // A part is a second long here, and all of one is kept.
+  EXPECT_THAT(part.turns.front(),
+              testing::AllOf(testing::Ge(54 * kSecond), testing::Le(56 * kSecond)));
+  EXPECT_THAT(part.turns.back(),
+              testing::AllOf(testing::Ge(61 * kSecond), testing::Le(63 * kSecond)));
+}
+
+TEST_F(RecorderTest, WhatFollowsLongAfterAnEventDoesNotEndWithTheNextOne) {
+  fOptions.around = {"Wanted", kSecond, 2 * kSecond};
+  begin();
+  turns(0, 10 * kSecond);
+  raise(GKNotice::Kind::Event, "Wanted", 10 * kSecond);
+  turns(10 * kSecond, 80 * kSecond);
+  raise(GKNotice::Kind::MicroEvent, "Wanted", 80 * kSecond);
+  turns(80 * kSecond, 81 * kSecond);
+  fSut->finish();
+  ASSERT_EQ(fSut->files().size(), 2U);
+  EXPECT_LE(partOf(file("run-001.mcap")).turns.back(), 13 * kSecond);
+  EXPECT_GE(partOf(file("run-002.mcap")).turns.front(), 77 * kSecond);
+}
+
+TEST_F(RecorderTest, EventsShortlyAfterEachOtherShareAFile) {
+  fOptions.around = {"Wanted", kSecond, 2 * kSecond};
+  begin();
+  turns(0, 10 * kSecond);
+  raise(GKNotice::Kind::Event, "Wanted", 10 * kSecond);
+  turns(10 * kSecond, 11 * kSecond);
+  raise(GKNotice::Kind::Event, "Wanted", 11 * kSecond);
+  turns(11 * kSecond, 20 * kSecond);
+  fSut->finish();
+  ASSERT_EQ(fSut->files().size(), 1U);
+  EXPECT_GE(partOf(file("run-001.mcap")).turns.back(), 12'500'000);
+}
+
+TEST_F(RecorderTest, OnlyEventsAndMicroEventsOfTheNameBeginAFile) {
+  fOptions.around = {"Wanted*", kSecond, kSecond};
+  begin();
+  using Kind = GKNotice::Kind;
+  for (const Kind kind : {Kind::Declare, Kind::Insert, Kind::Order, Kind::Resource, Kind::Log}) {
+    raise(kind, "WantedSomehow", kSecond);
+  }
+  raise(Kind::Event, "Unwanted", kSecond);
+  turns(0, 3 * kSecond);
+  fSut->finish();
+  EXPECT_THAT(fSut->files(), testing::IsEmpty());
+}
+
+TEST_F(RecorderTest, AMessageWaitsForTheBlockOfItsTimeAlsoWhereTheDiskIsDue) {
+  fOptions.splitTime = 2 * kSecond;
+  begin();
+  turn(kSecond);
+  // Comes before its turn, with which a new part begins.
+  raise(GKNotice::Kind::Event, "Early", 2 * kSecond + 1);
+  waitFor([this] { return partOf(file("run-001.mcap")).turns.size() == 2; });
+  turn(2 * kSecond);
+  turn(3 * kSecond);
+  fSut->finish();
+  EXPECT_THAT(partOf(file("run-001.mcap")).messages, testing::IsEmpty());
+  EXPECT_THAT(partOf(file("run-002.mcap")).messages, testing::ElementsAre(2 * kSecond + 1));
+}
+
+TEST_F(RecorderTest, WhatHasHappenedIsOnTheDiskSoonAlsoWhenNothingFollows) {
+  begin();
+  turn(kSecond / 100); // not enough for a block
+  waitFor([this] { return partOf(fOptions.path).turns.size() == 2; });
+  fSut->finish();
+}
+
+TEST_F(RecorderTest, ARecordingThatIsNotConfirmedLeavesNothingAndTheEarlierOneInPlace) {
+  gk::test::writeFile(fOptions.path, "earlier");
+  fOptions.isOverwriting = true;
+  fSut = std::make_unique<Recorder>(fOptions);
+  fSut.reset();
+  EXPECT_EQ(gk::test::readFile(fOptions.path), "earlier");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(fFolder.path()), {}), 1);
+}
+
+TEST_F(RecorderTest, AnEarlierRecordingIsRefusedWithTheNextFreeName) {
+  gk::test::writeFile(fOptions.path, "earlier");
+  try {
+    Recorder sut(fOptions);
+    FAIL();
+  } catch (const OutputError& error) {
+    EXPECT_EQ(error.kind(), OutputError::Kind::Exists);
+    EXPECT_THAT(error.what(), testing::HasSubstr(file("run-2.mcap") + " is free"));
+  }
+}
+
+TEST_F(RecorderTest, PartsOfAnEarlierRecordingAreRefusedAsWell) {
+  gk::test::writeFile(file("run-001.mcap"), "earlier");
+  gk::test::writeFile(file("run-2-001.mcap"), "earlier");
+  fOptions.splitTime = kSecond;
+  try {
+    Recorder sut(fOptions);
+    FAIL();
+  } catch (const OutputError& error) {
+    EXPECT_THAT(error.what(), testing::AllOf(testing::HasSubstr("run-001.mcap exists already"),
+                                             testing::HasSubstr(file("run-3.mcap") + " is free")));
+  }
+}
+
+TEST_F(RecorderTest, APartNeverReplacesAFileThatIsThere) {
+  gk::test::writeFile(file("run-002.mcap"), "earlier");
+  fOptions.splitTime = kSecond;
+  begin();
+  turns(0, 3 * kSecond / 2);
+  fSut->finish();
+  EXPECT_THAT(fSut->files(), testing::ElementsAre(file("run-001.mcap"), file("run-003.mcap")));
+  EXPECT_EQ(gk::test::readFile(file("run-002.mcap")), "earlier");
+}
+
+/// A recording on a disk that is full once it has begun: no file may grow beyond its first bytes.
+class FullDisk : public RecorderTest {
+protected:
+  FullDisk() {
+    std::signal(SIGXFSZ, SIG_IGN); // as the program does
+    getrlimit(RLIMIT_FSIZE, &fBefore);
+    fOptions.onTrouble = [this](const std::string& text) {
+      const std::lock_guard lock(fMutex);
+      fTold.push_back(text);
+    };
+    begin();
+    rlimit none = fBefore;
+    none.rlim_cur = 100;
+    setrlimit(RLIMIT_FSIZE, &none);
+  }
+  ~FullDisk() override { makeRoom(); }
+
+  void makeRoom() const { setrlimit(RLIMIT_FSIZE, &fBefore); }
+
+  std::vector<std::string> told() {
+    const std::lock_guard lock(fMutex);
+    return fTold;
+  }
+
+  /// Goes on with turns until a condition holds.
+  template <class Condition> void runUntil(const Condition& condition) {
+    while (!condition()) {
+      fTime += kStep;
+      turn(fTime);
+      raise(GKNotice::Kind::Event, "Event", fTime);
+      std::this_thread::yield();
+    }
+  }
+
+  rlimit fBefore{};
+  GKMicros fTime = 0;
+  std::mutex fMutex;
+  std::vector<std::string> fTold;
+};
+
+TEST_F(FullDisk, IsToldAtOnceAndStopsNobody) {
+  runUntil([this] { return !told().empty(); });
+  EXPECT_THAT(told()[0], testing::HasSubstr("run.mcap: File too large"));
+  EXPECT_THAT(fSut->state().trouble, testing::HasSubstr("File too large"));
+  runUntil([this] { return fSut->state().losses.blocks > 20; });
+  EXPECT_EQ(told().size(), 1U);
+  EXPECT_GT(fSut->state().losses.messages, 0U);
+  EXPECT_THROW(fSut->finish(), OutputError);
+}
+
+TEST_F(FullDisk, ThatGetsRoomAgainGetsANewPartWhichTellsWhatIsMissing) {
+  runUntil([this] { return fSut->state().losses.blocks > 0; });
+  makeRoom();
+  runUntil([this] { return told().size() == 2; });
+  EXPECT_EQ(told()[1], "the recording goes on in " + file("run-002.mcap"));
+  EXPECT_EQ(fSut->state().trouble, "");
+  const GKMicros resumed = fTime;
+  runUntil([&] { return fTime > resumed + 10 * kStep; });
+  EXPECT_THROW(fSut->finish(), OutputError); // something is missing, after all
+  const Part part = partOf(file("run-002.mcap"));
+  EXPECT_GT(part.lostBlocks, 0U);
+  EXPECT_EQ(part.turns.back(), fTime);
+  EXPECT_EQ(part.messages.back(), fTime);
+  // Nothing else is left of the tries in between.
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(fFolder.path()), {}), 2);
 }
 
 } // namespace

@@ -1,0 +1,13 @@
+#pragma once
+
+namespace gk::app {
+
+/// What a process has to see to before it does anything else: that descriptors 0, 1 and 2 are what
+/// they should be, and that no signal that ends it leaves half of a file behind.
+void prepareProcess();
+
+/// Puts out what standard output still holds back. Complains when some of it did not get there;
+/// returns `code`, or a failure instead of success.
+int finishStandardOutput(int code);
+
+} // namespace gk::app
