@@ -2,6 +2,7 @@
 
 #include "app/client/HostAddress.h"
 #include "app/options/Command.h"
+#include "devices/ClientLimits.h"
 #include "gateway/figures/LoopFigures.h"
 #include "runtime/figures/LoopStatistics.h"
 
@@ -30,7 +31,8 @@ void addListenOptions(const Command& command, ListenOptions& options);
 
 /// Begins to listen. Null when that is off, or when the default
 /// address is taken by another host: then people are told on their terminal. Raises `AccessError`.
-std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options);
+std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options,
+                                               const devices::ClientLimits& limits);
 
 /// Says on standard error where clients can connect: to people, and to whoever chose the address.
 void announce(const gateway::Gateway& gateway, const ListenOptions& options);

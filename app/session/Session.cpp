@@ -201,7 +201,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     RunRecording recording(view.record, hostOptions);
     // Outlives the host, whose end waits for the calls of clients.
     const std::unique_ptr<gateway::Gateway> gateway =
-        view.listen ? startGateway(*view.listen) : nullptr;
+        view.listen ? startGateway(*view.listen, hostOptions.limits) : nullptr;
     runtime::Host host(hostOptions);
     Service service(gateway.get(), view, host);
     Outputs outputs(options, view, !hostOptions.isVirtual);
