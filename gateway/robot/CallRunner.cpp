@@ -48,6 +48,9 @@ bool CallRunner::start(BoundCall call, Done done) {
 }
 
 bool CallRunner::start(GK::GKTask name, std::function<void()> work) {
+  if (fIsClosed.load(std::memory_order_relaxed)) {
+    return false;
+  }
   if (fRunning.fetch_add(1, std::memory_order_relaxed) >= fLimit) {
     fRunning.fetch_sub(1, std::memory_order_relaxed);
     return false;

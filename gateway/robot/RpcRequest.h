@@ -23,7 +23,8 @@ enum RpcCode : int {
   kInvalidParams = -32602,
   kInternalError = -32603,
   kRaisedError = -32000, ///< the method raised a `GKError`
-  kTooManyCalls = -32001 ///< too many calls are running; later it may work
+  kTooManyCalls = -32001, ///< too many calls are running; later it may work
+  kTooLarge = -32002 ///< the call was carried out, but its result makes the answer too large
 };
 
 /// What is wrong with one request.
