@@ -43,8 +43,8 @@ std::string readLimit(std::string_view text, ClientLimits& limits) {
 std::string limitsText(const ClientLimits& limits) {
   std::string text;
   for (const Named& one : kLimits) {
-    text += (text.empty() ? "" : ",") + std::string(one.name) + "=" +
-            std::to_string(limits.*one.limit);
+    text +=
+        (text.empty() ? "" : ",") + std::string(one.name) + "=" + std::to_string(limits.*one.limit);
   }
   return text;
 }

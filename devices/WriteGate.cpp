@@ -57,7 +57,8 @@ GK::GKWriteGate::Verdict WriteGate::admit(const GKWrite& write) {
   if (write.caller != GK::GKCaller::Module) {
     verdict.refusal = xRefuse(write, verdict);
   }
-  if (fWorld && verdict.refusal.empty() && isStored(write) && write.name.starts_with(kWorldPrefix)) {
+  if (fWorld && verdict.refusal.empty() && isStored(write) &&
+      write.name.starts_with(kWorldPrefix)) {
     verdict.refusal = fWorld(write.name, verdict.value ? *verdict.value : *write.value);
   }
   if (write.isNew && verdict.refusal.empty()) {
@@ -82,8 +83,8 @@ std::string WriteGate::xRefuse(const GKWrite& write, Verdict& verdict) {
     return {};
   }
   if (const std::size_t size = sizeOf(*write.value); size > fLimits.values) {
-    return write.name + ": a value has at most " + std::to_string(fLimits.values) +
-           " bytes, not " + std::to_string(size);
+    return write.name + ": a value has at most " + std::to_string(fLimits.values) + " bytes, not " +
+           std::to_string(size);
   }
   if (isStored(write)) {
     try {

@@ -150,9 +150,9 @@ void answerPutKey(const Exchange& exchange) {
 }
 
 void answerEvents(const Exchange& exchange) {
-  exchange.respond(jsonResponse(describeEvents(
-      *exchange.robot,
-      {std::string(exchange.target.find("after")), exchange.parts.figures.answer})));
+  exchange.respond(
+      jsonResponse(describeEvents(*exchange.robot, {std::string(exchange.target.find("after")),
+                                                    exchange.parts.figures.answer})));
 }
 
 void answerStatus(const Exchange& exchange) {

@@ -51,7 +51,8 @@ HttpResponse optionsOf(bool isKnown) {
 
 Resources::Resources(Access& access, CallRunner& runner, Counters& counters, HostFigures figures)
     : fFigures(std::move(figures)),
-      fRpc(runner, counters, fFigures.answer), fParts{access, runner, counters, fRpc, fFigures, resourceTable()} {}
+      fRpc(runner, counters, fFigures.answer), fParts{access, runner,   counters,
+                                                      fRpc,   fFigures, resourceTable()} {}
 
 std::optional<HttpResponse> Resources::refuse(const HttpRequest& request, const Target& target,
                                               bool isOpen) {

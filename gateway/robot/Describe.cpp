@@ -178,8 +178,7 @@ std::string describeKeys(const Robot& robot, const KeyPage& page) {
       appendKey(json, keys[count], *value);
     }
   }
-  return finished(text, json,
-                  count < keys.size() ? std::optional(keys[count - 1]) : std::nullopt);
+  return finished(text, json, count < keys.size() ? std::optional(keys[count - 1]) : std::nullopt);
 }
 
 std::string describeHost(const Robot& robot, const HostDescription& host) {

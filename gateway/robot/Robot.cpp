@@ -174,8 +174,7 @@ std::variant<BoundCall, RpcError> Robot::resolve(const std::string& module,
   } catch (const formats::FormatError& error) {
     return RpcError{kInvalidParams, error.what(), {}};
   }
-  if (std::string refusal = fSubscribers->admit(module, method, call.arguments);
-      !refusal.empty()) {
+  if (std::string refusal = fSubscribers->admit(module, method, call.arguments); !refusal.empty()) {
     return RpcError{kInvalidParams, std::move(refusal), {}};
   }
   call.hasResult = !overload->result.type.empty();

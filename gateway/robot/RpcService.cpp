@@ -39,11 +39,11 @@ struct RpcService::Progress {
     }
     if (text.size() > most) {
       text.resize(before);
-      appendRpcError(text, call.id,
-                     {kTooLarge,
-                      "with this result the answer is larger than " + std::to_string(most) +
-                          " bytes",
-                      {}});
+      appendRpcError(
+          text, call.id,
+          {kTooLarge,
+           "with this result the answer is larger than " + std::to_string(most) + " bytes",
+           {}});
     }
   }
 };

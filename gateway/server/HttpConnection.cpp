@@ -185,12 +185,12 @@ private:
     if (std::exchange(response.isGuessRefused, false)) {
       // Whoever guesses learns slowly; nobody else waits.
       fPause.expires_after(fParts.options.limits.guessTime);
-      fPause.async_wait([self = shared_from_this(),
-                         response = std::move(response)](error_code error) mutable {
-        if (!error) {
-          self->xRespond(std::move(response));
-        }
-      });
+      fPause.async_wait(
+          [self = shared_from_this(), response = std::move(response)](error_code error) mutable {
+            if (!error) {
+              self->xRespond(std::move(response));
+            }
+          });
       return;
     }
     if (response.body.size() > kLargeAnswer &&

@@ -112,8 +112,8 @@ HttpRequest requestHead(const http::request_header<>& header) {
 std::optional<HttpResponse> refuseFraming(const http::request_header<>& header) {
   for (const http::field name : kSingle) {
     if (header.count(name) > 1) {
-      return errorResponse(400, "there are several " + std::string(http::to_string(name)) +
-                                    " fields");
+      return errorResponse(400,
+                           "there are several " + std::string(http::to_string(name)) + " fields");
     }
   }
   if (header.version() >= kOneDotOne && header.find(http::field::host) == header.end()) {

@@ -16,7 +16,6 @@ HttpRequest requestHead(const boost::beast::http::request_header<>& header);
 /// Looks at what tells where a request ends and whom it is meant for, by RFC 9112. Everything that
 /// others on the way could read differently is refused, and the connection is to be ended with the
 /// refusal; nothing when the body can be read.
-std::optional<HttpResponse>
-refuseFraming(const boost::beast::http::request_header<>& header);
+std::optional<HttpResponse> refuseFraming(const boost::beast::http::request_header<>& header);
 
 } // namespace gk::gateway

@@ -151,8 +151,9 @@ std::optional<Frame> StreamSession::xNextChanges() {
     changed.push_back(parameterOf(watched.key->name(), watched.key->value()));
     bytes += changed.back().name.size() + changed.back().value.size();
   }
-  return changed.empty() ? std::nullopt
-                         : std::optional(Frame{false, parameterValuesMessage(changed, {}), nullptr});
+  return changed.empty()
+             ? std::nullopt
+             : std::optional(Frame{false, parameterValuesMessage(changed, {}), nullptr});
 }
 
 void StreamSession::xAnswer(std::string text, bool isBinary) {
@@ -312,8 +313,7 @@ void StreamSession::xHandle(const WatchParametersMessage& message) {
       message.names.empty() ? configurationKeys() : message.names;
   if (!message.isOn) {
     std::erase_if(fWatched, [&](const Watched& watched) {
-      return message.names.empty() ||
-             std::ranges::find(names, watched.key->name()) != names.end();
+      return message.names.empty() || std::ranges::find(names, watched.key->name()) != names.end();
     });
     return;
   }

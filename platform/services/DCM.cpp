@@ -66,9 +66,8 @@ void DCM::set(const GKValue& order, GKCaller caller) {
   const std::string key = kActuatorPrefix + order[0].toString();
   const bool isNew = fGate != nullptr && caller != GKCaller::Module && fStore->find(key) == nullptr;
   GKValue room;
-  fStore->set(key,
-              GKWriteGate::ask(fGate, kName, "set",
-                               {GKWrite::Kind::Order, caller, key, &value, {}, isNew}, room));
+  fStore->set(key, GKWriteGate::ask(fGate, kName, "set",
+                                    {GKWrite::Kind::Order, caller, key, &value, {}, isNew}, room));
   GKObserverList::instance().show(GKNotice::Kind::Order, [&](GKNotice& notice) {
     notice.caller = caller;
     notice.value = order;

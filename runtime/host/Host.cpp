@@ -1,8 +1,8 @@
 #include "runtime/host/Host.h"
 
 #include "devices/DeviceKeys.h"
-#include "devices/WriteGate.h"
 #include "devices/sim/Simulation.h"
+#include "devices/WriteGate.h"
 #include "formats/text/FormatError.h"
 #include "gk/DCM.h"
 #include "gk/GKMemory.h"

@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <thread>
 #include <sys/stat.h>
+#include <thread>
 
 // The commands that ask a running host, against one.
 
@@ -81,7 +81,8 @@ TEST(GkClient, AnEmptyTokenFileAndAPortThatIsNoneAreErrors) {
   for (const char* host : {"127.0.0.1:99999", "127.0.0.1:65536", "127.0.0.1:0", "127.0.0.1:"}) {
     const ProgramResult result = gk({"keys", "--host", host});
     EXPECT_EQ(result.code, 1);
-    EXPECT_EQ(result.err, std::string("gk: ") + host + " is no host; 127.0.0.1:8090 would be one\n");
+    EXPECT_EQ(result.err,
+              std::string("gk: ") + host + " is no host; 127.0.0.1:8090 would be one\n");
   }
 }
 

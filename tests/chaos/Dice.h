@@ -2,9 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <random>
 #include <string>
-#include <iterator>
 #include <string_view>
 
 namespace gk::chaos {

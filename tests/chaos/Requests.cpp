@@ -6,22 +6,21 @@ namespace gk::chaos {
 
 namespace {
 
-constexpr std::string_view kKeys[] = {
-    "Device/SubDeviceList/Head/Touch/Front/Sensor/Value",
-    "Device/SubDeviceList/US/Left/Sensor/Value",
-    "Device/SubDeviceList/Battery/Charge/Sensor/Value",
-    "Motion/IsStand",
-    "Simulation/Posture",
-    "Simulation/Push/X",
-    "Simulation/Touch/Head/Touch/Rear",
-    "Simulation/None",
-    "RobotConfig/Body/Version",
-    "Chaos/A",
-    "Chaos/B",
-    "Chaos/C",
-    "Chaos/\xE2\x80\xAE\x1b[2J",
-    "nothing of the kind",
-    ""};
+constexpr std::string_view kKeys[] = {"Device/SubDeviceList/Head/Touch/Front/Sensor/Value",
+                                      "Device/SubDeviceList/US/Left/Sensor/Value",
+                                      "Device/SubDeviceList/Battery/Charge/Sensor/Value",
+                                      "Motion/IsStand",
+                                      "Simulation/Posture",
+                                      "Simulation/Push/X",
+                                      "Simulation/Touch/Head/Touch/Rear",
+                                      "Simulation/None",
+                                      "RobotConfig/Body/Version",
+                                      "Chaos/A",
+                                      "Chaos/B",
+                                      "Chaos/C",
+                                      "Chaos/\xE2\x80\xAE\x1b[2J",
+                                      "nothing of the kind",
+                                      ""};
 
 constexpr std::string_view kEvents[] = {"ChaosRaised", "robotPoseChanged", "FrontTactilTouched",
                                         "Chaos/A",     "Chaos\nForged",    "SonarLeftDetected"};
@@ -174,8 +173,8 @@ std::string request(std::string_view method, std::string_view target, const Aske
   std::string text = std::string(method) + " " + std::string(target) +
                      " HTTP/1.1\r\nHost: " + asked.host + "\r\n" + std::string(fields);
   if (!body.empty()) {
-    text += "Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
-            "\r\n";
+    text +=
+        "Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) + "\r\n";
   }
   return text + "\r\n" + std::string(body);
 }

@@ -50,10 +50,9 @@ void Storm::step() {
   std::vector<pollfd> polled;
   for (const Client& client : fClients) {
     const bool isReader = client.reading != Reading::None;
-    polled.push_back({client.socket,
-                      static_cast<short>((isReader ? POLLIN : 0) |
-                                         (client.unsent.empty() ? 0 : POLLOUT)),
-                      0});
+    polled.push_back(
+        {client.socket,
+         static_cast<short>((isReader ? POLLIN : 0) | (client.unsent.empty() ? 0 : POLLOUT)), 0});
   }
   poll(polled.data(), polled.size(), kPause);
   for (std::size_t i = 0; i < fClients.size(); ++i) {
@@ -76,8 +75,7 @@ void Storm::step() {
     }
     if (client.messages > 0) {
       --client.messages;
-      client.unsent =
-          client.isWebSocket ? webSocketMessage(fDice) : httpRequest(fDice, fAsked);
+      client.unsent = client.isWebSocket ? webSocketMessage(fDice) : httpRequest(fDice, fAsked);
       if (fDice.oneIn(20)) {
         client.unsent.resize(fDice.below(client.unsent.size() + 1));
         client.messages = 0;
@@ -149,8 +147,8 @@ void Storm::xLeave(Client& client) {
 }
 
 void Storm::xWrite(Client& client) {
-  const ssize_t count = send(client.socket, client.unsent.data(), client.unsent.size(),
-                             MSG_NOSIGNAL | MSG_DONTWAIT);
+  const ssize_t count =
+      send(client.socket, client.unsent.data(), client.unsent.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
   if (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
     xLeave(client);
   } else if (count > 0) {

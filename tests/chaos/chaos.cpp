@@ -86,8 +86,8 @@ public:
     to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     std::string text;
     if (connect(made, reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0) {
-      const std::string asked = "GET " + target + " HTTP/1.1\r\nHost: " + address() +
-                                "\r\nConnection: close\r\n\r\n";
+      const std::string asked =
+          "GET " + target + " HTTP/1.1\r\nHost: " + address() + "\r\nConnection: close\r\n\r\n";
       send(made, asked.data(), asked.size(), MSG_NOSIGNAL);
       char bytes[65536];
       for (ssize_t count = 0; (count = recv(made, bytes, sizeof bytes, 0)) > 0;) {
@@ -223,9 +223,8 @@ int play(const Options& options) {
   expect(ended.err.find("dropped") == std::string::npos &&
              ended.err.find("lacks") == std::string::npos,
          "nothing is missing in its outputs");
-  const ProgramResult replayed =
-      runProgram({options.gk, "replay", folder.file("run.mcap"), "--out",
-                  folder.file("again.jsonl"), "--only", "event,micro"});
+  const ProgramResult replayed = runProgram({options.gk, "replay", folder.file("run.mcap"), "--out",
+                                             folder.file("again.jsonl"), "--only", "event,micro"});
   expect(replayed.code == 0, "the recording is replayed, with code " +
                                  std::to_string(replayed.code) + " " + replayed.err);
   const std::string difference =

@@ -115,7 +115,8 @@ TEST_F(WriteGateTest, KeysAndEventsOfClientsAreCountedOnce) {
 
 TEST_F(WriteGateTest, EventsAreHandedToModulesOnly) {
   const auto subscribe = [this](const char* module) {
-    return sut.admit({Kind::Subscription, GKCaller::Client, "Event", nullptr, module, true}).refusal;
+    return sut.admit({Kind::Subscription, GKCaller::Client, "Event", nullptr, module, true})
+        .refusal;
   };
   for (const char* service : {"GKMemory", "DCM", "GKResourceManager"}) {
     EXPECT_THAT(subscribe(service), HasSubstr("is a service of the host"));

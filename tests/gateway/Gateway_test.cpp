@@ -178,8 +178,7 @@ TEST(Gateway, ValuesThatDoNotFitLeaveTheKeyAlone) {
 
 TEST(Gateway, AWriteThatTheGateRefusesIsABadRequestWithItsReason) {
   ServedHost sut;
-  const Answer refusal =
-      ask(sut, "PUT", "/api/v1/memory/" + std::string(257, 'k'), "1");
+  const Answer refusal = ask(sut, "PUT", "/api/v1/memory/" + std::string(257, 'k'), "1");
   EXPECT_EQ(refusal.status, 400);
   EXPECT_THAT(refusal.body, HasSubstr("a name has 1 to 256 bytes, not 257"));
   EXPECT_FALSE(sut.store->get(std::string(257, 'k')).has_value());
@@ -264,7 +263,8 @@ TEST(Gateway, AnAnswerThatWouldBeTooLargeIsCutIntoPagesOrRefused) {
   for (std::string after = "P/"; !after.empty(); ++pages) {
     const std::string page = ask(sut, "GET", "/api/v1/memory?prefix=P/&after=" + after).body;
     EXPECT_LT(page.size(), 1500U);
-    for (std::size_t place = 0; (place = page.find("\"key\":", place)) != std::string::npos; ++place) {
+    for (std::size_t place = 0; (place = page.find("\"key\":", place)) != std::string::npos;
+         ++place) {
       ++keys;
     }
     const std::size_t next = page.find("\"next\":\"");
@@ -273,7 +273,8 @@ TEST(Gateway, AnAnswerThatWouldBeTooLargeIsCutIntoPagesOrRefused) {
   EXPECT_EQ(keys, 5U);
   EXPECT_EQ(pages, 2U);
   const std::string events = ask(sut, "GET", "/api/v1/events?after=P/").body;
-  EXPECT_THAT(events, AllOf(HasSubstr("P/a"), Not(HasSubstr("P/e")), HasSubstr(R"("next":"P/c"})")));
+  EXPECT_THAT(events,
+              AllOf(HasSubstr("P/a"), Not(HasSubstr("P/e")), HasSubstr(R"("next":"P/c"})")));
   EXPECT_THAT(ask(sut, "GET", "/api/v1/events?after=P/c").body,
               AllOf(HasSubstr("P/e"), HasSubstr(R"("next":null})")));
   EXPECT_THAT(call(sut, "Probe.echo", "[\"" + std::string(2000, 'x') + "\"]"),

@@ -176,10 +176,10 @@ TEST(Security, NestingOfJsonIsLimited) {
 
 TEST(Security, WhatIsNoRequestEndsTheConnection) {
   ServedHost sut;
-  for (const char* bytes : {"nonsense\r\n\r\n", "GET\r\n\r\n",
-                            "\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03\r\n\r\n",
-                            "GET / HTTP/1.1\r\nContent-Length: -1\r\n\r\n",
-                            "POST / HTTP/1.1\r\nContent-Length: 5\r\nContent-Length: 6\r\n\r\n"}) {
+  for (const char* bytes :
+       {"nonsense\r\n\r\n", "GET\r\n\r\n", "\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03\r\n\r\n",
+        "GET / HTTP/1.1\r\nContent-Length: -1\r\n\r\n",
+        "POST / HTTP/1.1\r\nContent-Length: 5\r\nContent-Length: 6\r\n\r\n"}) {
     Socket socket(sut.port());
     socket.send(bytes);
     EXPECT_EQ(socket.readAnswer().status, 400) << bytes;
@@ -199,8 +199,8 @@ TEST(Security, WhatTheEndOfARequestCannotBeFoundByIsRefused) {
   ServedHost sut;
   const std::string hidden = "GET /livez HTTP/1.1\r\nHost: " + sut.name() + "\r\n\r\n";
   const auto post = [&](const std::string& fields) {
-    return "POST /rpc HTTP/1.1\r\nHost: " + sut.name() +
-           "\r\nContent-Type: application/json\r\n" + fields + "\r\n" + hidden;
+    return "POST /rpc HTTP/1.1\r\nHost: " + sut.name() + "\r\nContent-Type: application/json\r\n" +
+           fields + "\r\n" + hidden;
   };
   for (const auto& [fields, status] : std::initializer_list<std::pair<std::string, int>>{
            {"Transfer-Encoding: gzip\r\n", 400},
@@ -280,17 +280,16 @@ TEST(Security, WhoeverGuessesWaitsAndNobodyElseDoes) {
                         401);
             }),
             std::chrono::milliseconds(50));
-  EXPECT_GE(timeOf([&] {
-              EXPECT_EQ(ask(sut, "POST", "/login", R"({"token":"wrong"})").status, 401);
-            }),
-            std::chrono::milliseconds(50));
+  EXPECT_GE(
+      timeOf([&] { EXPECT_EQ(ask(sut, "POST", "/login", R"({"token":"wrong"})").status, 401); }),
+      std::chrono::milliseconds(50));
   EXPECT_GE(timeOf([&] {
               Socket socket(sut.port());
               EXPECT_EQ(socket.upgrade("/ws?ticket=wrong", sut.name()).status, 401);
             }),
             std::chrono::milliseconds(50));
-  EXPECT_EQ(
-      ask(sut, "GET", "/metrics", "", "Authorization: Bearer " + kToken + "\r\n").status, 200);
+  EXPECT_EQ(ask(sut, "GET", "/metrics", "", "Authorization: Bearer " + kToken + "\r\n").status,
+            200);
 }
 
 TEST(Security, AStatusPageRunsNothing) {

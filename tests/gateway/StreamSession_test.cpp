@@ -359,7 +359,8 @@ TEST_F(StreamSessionTest, ManyLargeChangesComeInPieces) {
   std::size_t told = 0;
   for (const std::string& frame : received()) {
     EXPECT_LT(frame.size(), 200'000U);
-    for (std::size_t place = 0; (place = frame.find("\"Large", place)) != std::string::npos; ++place) {
+    for (std::size_t place = 0; (place = frame.find("\"Large", place)) != std::string::npos;
+         ++place) {
       ++told;
     }
   }
