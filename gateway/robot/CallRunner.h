@@ -48,6 +48,11 @@ public:
   std::size_t running() const noexcept { return fRunning.load(std::memory_order_relaxed); }
 
 private:
+  /// Takes one of the places, if one is free.
+  bool xReserve();
+  /// Runs work in a task, and gives its place back.
+  void xPost(GK::GKTask name, std::function<void()> work);
+
   const std::size_t fLimit;
   CarryOut fCarryOut;
   std::atomic<std::size_t> fRunning{0};
