@@ -15,7 +15,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMostMessages = 12;
-constexpr std::size_t kMostPatience = 60;
+/// How long a client stays after its last message at most, ms from its first one.
+constexpr std::size_t kLongestStay = 400;
 /// Between two looks at clients of which none can go on, ms.
 constexpr int kPause = 5;
 
@@ -49,7 +50,8 @@ void Storm::run(Clock::duration time, std::uint64_t most) {
 void Storm::step() {
   std::vector<pollfd> polled;
   for (const Client& client : fClients) {
-    const bool isReader = client.reading != Reading::None;
+    // Even who never reads has to see the answer to its request for a WebSocket.
+    const bool isReader = client.reading != Reading::None || !client.isOpen;
     polled.push_back(
         {client.socket,
          static_cast<short>((isReader ? POLLIN : 0) | (client.unsent.empty() ? 0 : POLLOUT)), 0});
@@ -73,14 +75,17 @@ void Storm::step() {
     if (client.socket < 0 || !client.unsent.empty()) {
       continue;
     }
-    if (client.messages > 0) {
+    if (!client.isOpen && Clock::now() < client.end) {
+      continue;
+    }
+    if (client.messages > 0 && client.isOpen) {
       --client.messages;
       client.unsent = client.isWebSocket ? webSocketMessage(fDice) : httpRequest(fDice, fAsked);
       if (fDice.oneIn(20)) {
         client.unsent.resize(fDice.below(client.unsent.size() + 1));
         client.messages = 0;
       }
-    } else if (client.patience-- == 0) {
+    } else if (Clock::now() >= client.end) {
       xLeave(client);
     }
   }
@@ -112,12 +117,13 @@ void Storm::xCome(Client& client) {
   ++fCount;
   client.socket = made;
   client.isWebSocket = fDice.oneIn(2);
+  client.isOpen = !client.isWebSocket;
   constexpr Reading readings[] = {Reading::All, Reading::All, Reading::Some, Reading::None};
   constexpr Leaving leavings[] = {Leaving::InOrder, Leaving::Reset, Leaving::Vanish};
   client.reading = fDice.pick(readings);
   client.leaving = fDice.pick(leavings);
   client.messages = fDice.below(kMostMessages);
-  client.patience = fDice.below(kMostPatience);
+  client.end = Clock::now() + std::chrono::milliseconds(fDice.below(kLongestStay));
   if (client.isWebSocket) {
     client.unsent = upgradeRequest(fAsked);
   }
@@ -126,7 +132,8 @@ void Storm::xCome(Client& client) {
     for (; client.messages > 0; --client.messages) {
       client.unsent += client.isWebSocket ? webSocketMessage(fDice) : httpRequest(fDice, fAsked);
     }
-    client.patience = 0;
+    client.end = {};
+    client.isOpen = true;
   }
 }
 
@@ -162,6 +169,7 @@ void Storm::xRead(Client& client) {
   const ssize_t count = recv(client.socket, bytes, wanted, MSG_DONTWAIT);
   if (count > 0) {
     fRead += static_cast<std::uint64_t>(count);
+    client.isOpen = true;
   } else if (count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
     xLeave(client);
   }

@@ -37,13 +37,15 @@ private:
   struct Client {
     int socket = -1;
     bool isWebSocket = false;
+    /// Messages can be sent: an answer to the request for a WebSocket has come.
+    bool isOpen = false;
     Reading reading = Reading::All;
     Leaving leaving = Leaving::InOrder;
     /// What is still to be sent, and messages to come.
     std::string unsent;
     std::size_t messages = 0;
-    /// Looks at this client that do nothing, before it leaves.
-    std::size_t patience = 0;
+    /// When it leaves, if it has sent everything by then.
+    std::chrono::steady_clock::time_point end;
   };
 
   void xCome(Client& client);
