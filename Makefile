@@ -6,9 +6,10 @@ RUN ?=
 OTHER_RELEASE ?= build/other-release
 FUZZ_SECONDS ?= 60
 SOAK_HOURS ?= 100
+CHAOS_SECONDS ?= 600
 LINT_FOLDERS ?= platform|modules|formats|devices|runtime
 
-.PHONY: help run test test-all other-release check lint coverage fuzz soak bench bench-check load web-tests dependencies check-dependencies build clean
+.PHONY: help run test test-all other-release check lint coverage fuzz soak bench bench-check load chaos web-tests dependencies check-dependencies build clean
 
 help:
 	@echo "make run       install what is missing, build, and watch a simulated robot in real time"
@@ -22,6 +23,7 @@ help:
 	@echo "make bench     run the benchmarks"
 	@echo "make bench-check  count a tick's instructions and hold them against the record"
 	@echo "make load      put load on a host for a minute: 200 viewers, 2000 requests a second"
+	@echo "make chaos     let clients do whatever they like with a host for CHAOS_SECONDS=$(CHAOS_SECONDS)"
 	@echo "make web-tests install the clients from npm and the browser that make test then uses as well"
 	@echo "make clean     remove what was built"
 
@@ -80,6 +82,11 @@ load: dependencies
 	cmake --preset release
 	cmake --build --preset release --target gk gateway_load
 	./tests/load/load.sh build/release/bin/gk build/release/bin/gateway_load data/us_wallrobot.csv
+
+chaos: dependencies
+	cmake --preset release
+	cmake --build --preset release --target gk gateway_chaos
+	./build/release/bin/gateway_chaos build/release/bin/gk $(CHAOS_SECONDS) 300
 
 web-tests:
 	@command -v npm >/dev/null || ./packaging/install-dependencies.sh packaging/debian-packages-web.txt

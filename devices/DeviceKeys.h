@@ -88,6 +88,9 @@ std::string boardErrorKey(std::string_view board);
 /// Somebody touches a sensor of the simulated robot.
 std::string touchKey(std::string_view sensor);
 
+/// What the keys of the world around the simulated robot begin with.
+inline constexpr const char* kWorldPrefix = "Simulation/";
+
 inline constexpr const char* kIsStandKey = "Motion/IsStand";
 inline constexpr const char* kEmitterKey = "Device/SubDeviceList/US/Actuator/Value";
 inline constexpr const char* kHoistHoldKey = "Simulation/Hoist/Hold";

@@ -40,6 +40,9 @@ constexpr std::chrono::milliseconds kFarewell{100};
 /// Before the next try where no connection could be accepted, for want of descriptors.
 constexpr std::chrono::milliseconds kAcceptPause{100};
 
+/// Notices that are passed on at a time: in between, connections have their turn, and the end.
+constexpr std::size_t kSlice = 256;
+
 /// How much this thread gives way to others: a loop of a module goes first.
 constexpr int kNiceness = 5;
 
@@ -76,7 +79,7 @@ HostFigures figuresOf(const GatewayOptions& options) {
   return {options.version,
           static_cast<double>(wall.seconds) +
               static_cast<double>(wall.microseconds) / kMicrosPerSecond,
-          options.recording};
+          options.limits.answer, options.recording};
 }
 
 } // namespace
@@ -90,7 +93,7 @@ public:
         fResources(fAccess, fRunner, fCounters, figuresOf(fOptions)),
         fHub(fRunner, fCounters, fOptions.version,
              [this](std::function<void()> work) { asio::post(fContext, std::move(work)); }),
-        fParts{fHub, fResources, fCounters, fOptions, {}}, fAcceptor(fContext),
+        fParts{fHub, fResources, fCounters, fOptions, {}, 0}, fAcceptor(fContext),
         fWatch(fContext, dup(fBell.descriptor())), fRefresh(fContext), fPause(fContext) {
     xListen();
     xAccept();
@@ -118,6 +121,7 @@ public:
       return;
     }
     GK::GKObserverList::instance().remove(fNotices);
+    fRunner.close();
     xDo([this] {
       error_code ignored;
       fAcceptor.close(ignored);
@@ -188,7 +192,11 @@ private:
     fWatch.async_wait(asio::posix::stream_descriptor::wait_read, [this](error_code error) {
       if (!error) {
         fBell.silence();
-        fHub.process(fNotices->take());
+        const NoticeQueue::Batch batch = fNotices->take(kSlice);
+        fHub.process(batch);
+        if (batch.isMore) {
+          fBell.ring();
+        }
         xWaitForBell();
       }
     });

@@ -1,5 +1,6 @@
 #include "app/ask/AskCommands.h"
 #include "app/client/HostClient.h"
+#include "formats/text/Printable.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -69,8 +70,8 @@ std::string bashScript(const CommandLine& line) {
 
 void printMembers(HostClient& client, const std::string& target, const char* list,
                   const char* name) {
-  for (const json::value& one : listMember(client.getJson(target), list)) {
-    fmt::print("{}\n", textMember(one, name));
+  for (const json::value& one : client.getList(target, list)) {
+    fmt::print("{}\n", formats::printable(textMember(one, name)));
   }
 }
 
@@ -83,7 +84,7 @@ int printNames(const ClientOptions& options, const std::string& kind) {
   } else if (kind == "events") {
     printMembers(client, "/api/v1/events", "events", "name");
   } else {
-    for (const json::value& module : listMember(client.getJson("/api/v1/modules"), "modules")) {
+    for (const json::value& module : client.getList("/api/v1/modules", "modules")) {
       const std::string name = textMember(module, "name");
       const json::value described = client.getJson("/api/v1/modules/" + escapedPath(name));
       for (const json::value& method : listMember(described, "methods")) {

@@ -132,7 +132,7 @@ private:
   }
 
   void xModules() {
-    for (const json::value& module : listMember(fClient.getJson("/api/v1/modules"), "modules")) {
+    for (const json::value& module : fClient.getList("/api/v1/modules", "modules")) {
       const std::string name = textMember(module, "name");
       try {
         fClient.get("/api/v1/modules/" + escapedPath(name));

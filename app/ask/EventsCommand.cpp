@@ -4,6 +4,7 @@
 #include "app/terminal/Table.h"
 #include "formats/json/Json.h"
 #include "formats/json/JsonText.h"
+#include "formats/text/Printable.h"
 
 #include <fmt/format.h>
 
@@ -57,8 +58,8 @@ int showEvents(const LiveOptions& options) {
       fmt::print("{}\n", payload);
     } else {
       fmt::print("{:10.3f}  {:<7}  {:<34} {}\n", numberMember(event, "t_s"),
-                 printable(textMember(event, "kind")), printable(name),
-                 valueText(member(event, "value")));
+                 formats::printable(textMember(event, "kind")), formats::printable(name),
+                 formats::printable(valueText(member(event, "value"))));
     }
     std::fflush(stdout);
     return ++shown != options.count;
@@ -93,7 +94,7 @@ private:
         formats::appendJsonString(text, name);
         fmt::print("{{{}:{}}}\n", text, fValues.at(name));
       } else {
-        fmt::print("{}  {}\n", printable(name), fValues.at(name));
+        fmt::print("{}  {}\n", formats::printable(name), formats::printable(fValues.at(name)));
       }
     }
   }

@@ -78,7 +78,7 @@ int listKeys(const ClientOptions& options, const std::string& pattern) {
     const json::value page = client.getJson(
         fmt::format("{}?limit=1000&contains={}&after={}", kMemory,
                     isGlob ? std::string() : escapedPath(pattern), escapedPath(after)));
-    for (json::value& entry : listMember(page, "keys")) {
+    for (json::value& entry : client.listOf(page, "keys")) {
       if (!isGlob || fnmatch(pattern.c_str(), textMember(entry, "key").c_str(), 0) == 0) {
         entries.push_back(std::move(entry));
       }

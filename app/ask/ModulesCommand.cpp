@@ -1,6 +1,7 @@
 #include "app/ask/AskCommands.h"
 #include "app/client/HostClient.h"
 #include "app/terminal/Table.h"
+#include "formats/text/Printable.h"
 
 #include <fmt/format.h>
 
@@ -28,7 +29,7 @@ int showModules(const ClientOptions& options) {
     return kSuccess;
   }
   std::vector<std::vector<std::string>> rows{{"MODULE", "METHODS", "DESCRIPTION"}};
-  for (const json::value& module : listMember(client.getJson("/api/v1/modules"), "modules")) {
+  for (const json::value& module : client.getList("/api/v1/modules", "modules")) {
     rows.push_back({textMember(module, "name"),
                     fmt::format("{:.0f}", numberMember(module, "methods")),
                     firstLine(textMember(module, "description"))});
@@ -67,7 +68,8 @@ int describeModule(const ClientOptions& options, const std::string& name) {
   const std::vector<json::value> events = listMember(module, "events");
   fmt::print("{}", events.empty() ? "" : "\nEvents:\n");
   for (const json::value& event : events) {
-    fmt::print("  {}\n", std::string_view(event.get_string().data(), event.get_string().size()));
+    const std::string_view text(event.get_string().data(), event.get_string().size());
+    fmt::print("  {}\n", formats::printable(text));
   }
   return kSuccess;
 }

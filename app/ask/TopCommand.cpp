@@ -45,7 +45,7 @@ struct Look {
 Look lookAt(HostClient& client) {
   Look look;
   look.host = client.getJson("/api/v1/host");
-  look.modules = listMember(client.getJson("/api/v1/modules"), "modules");
+  look.modules = client.getList("/api/v1/modules", "modules");
   for (const json::value& module : look.modules) {
     std::string count;
     const json::value& isExtractor = member(module, "isExtractor");

@@ -1,13 +1,19 @@
 #include "app/client/HostAddress.h"
 
-#include <algorithm>
-#include <cctype>
+#include <charconv>
+#include <cstdint>
 
 namespace gk::app {
 
 namespace {
 
 constexpr const char* kDefaultPort = "8090";
+
+bool isPort(std::string_view text) {
+  std::uint16_t port = 0;
+  const auto [end, error] = std::from_chars(text.begin(), text.end(), port);
+  return error == std::errc() && end == text.end() && port > 0;
+}
 
 } // namespace
 
@@ -32,10 +38,7 @@ HostAddress parseHost(std::string_view text) {
   if (address.name.starts_with('[') && address.name.ends_with(']')) {
     address.name = address.name.substr(1, address.name.size() - 2);
   }
-  const bool isPort =
-      !address.port.empty() &&
-      std::ranges::all_of(address.port, [](unsigned char c) { return std::isdigit(c) != 0; });
-  if (address.name.empty() || !isPort) {
+  if (address.name.empty() || !isPort(address.port)) {
     throw ClientError(std::string(text) + " is no host; 127.0.0.1:8090 would be one");
   }
   return address;

@@ -4,6 +4,7 @@
 #include "formats/json/Json.h"
 #include "formats/json/JsonValue.h"
 #include "formats/text/FormatError.h"
+#include "formats/text/Printable.h"
 #include "gateway/http/Access.h"
 #include "gateway/net/ByteStream.h"
 
@@ -41,6 +42,7 @@ void addClientOptions(const Command& command, ClientOptions& options) {
       .showsDefault();
   command.option("--token-file", options.tokenFile, "Where the host's token is (mode 0600)")
       .orFrom("GK_TOKEN_FILE")
+      .notEmpty()
       .shows("FILE");
   command.flag("--json", options.isJson, "Answer in JSON");
 }
@@ -157,11 +159,27 @@ json::value HostClient::getJson(const std::string& target) {
   }
 }
 
+std::vector<json::value> HostClient::getList(const std::string& target, std::string_view list) {
+  return listOf(getJson(target), list);
+}
+
+std::vector<json::value> HostClient::listOf(const json::value& answer,
+                                            std::string_view list) const {
+  if (!member(answer, list).is_array()) {
+    throw ClientError(fmt::format("{} answers something else than a host: there are no {}",
+                                  fAddress.text(), list));
+  }
+  return listMember(answer, list);
+}
+
 json::value HostClient::call(const std::string& method, const std::string& params) {
   std::string request = R"({"jsonrpc":"2.0","id":1,"method":)";
   formats::appendJsonString(request, method);
   request += R"(,"params":)" + params + "}";
   const json::value answer = formats::parseJson(post("/rpc", std::move(request)));
+  if (member(answer, "jsonrpc").is_null()) {
+    throw ClientError(fAddress.text() + " answers something else than a host");
+  }
   if (const json::value& error = member(answer, "error"); !error.is_null()) {
     throw ClientError(textMember(error, "message"), 200);
   }
@@ -222,7 +240,7 @@ int runClient(const std::function<int()>& work) {
   try {
     return work();
   } catch (const ClientError& error) {
-    fmt::print(stderr, "gk: {}\n", error.what());
+    fmt::print(stderr, "gk: {}\n", formats::printable(error.what()));
   } catch (const gateway::AccessError& error) {
     fmt::print(stderr, "gk: {}\n", error.what());
     return kBadInput;

@@ -43,6 +43,11 @@ public:
   std::string post(const std::string& target, std::string body);
 
   boost::json::value getJson(const std::string& target);
+  /// The elements of a list in an answer. Raises `ClientError` where there is none: then it is no
+  /// host that answers.
+  std::vector<boost::json::value> getList(const std::string& target, std::string_view list);
+  std::vector<boost::json::value> listOf(const boost::json::value& answer,
+                                         std::string_view list) const;
 
   /// Calls a bound method; `params` is JSON. Returns the result. Raises `ClientError` with the
   /// method's error.

@@ -2,6 +2,7 @@
 
 #include "formats/json/Json.h"
 #include "formats/json/JsonText.h"
+#include "formats/text/Printable.h"
 #include "gateway/net/ByteStream.h"
 
 #include <boost/asio/io_context.hpp>
@@ -67,6 +68,12 @@ struct HostStream::Link {
   explicit Link(HostClient& asked) : client(asked) {}
 
   [[noreturn]] void fail(const error_code& error) const {
+    if (const websocket::close_reason& said = stream.reason();
+        error == websocket::error::closed && said.code != websocket::close_code::going_away &&
+        !said.reason.empty()) {
+      throw ClientError(fmt::format("{} has ended the connection: {}", client.address().text(),
+                                    std::string_view(said.reason.data(), said.reason.size())));
+    }
     const bool isEnd = error == websocket::error::closed || error == asio::error::eof ||
                        error == asio::error::connection_reset;
     throw ClientError(
@@ -195,7 +202,7 @@ struct HostStream::Link {
       if (handlers.status) {
         handlers.status(said);
       } else {
-        fmt::print(stderr, "gk: {}\n", said);
+        fmt::print(stderr, "gk: {}\n", formats::printable(said));
       }
     }
     return true;

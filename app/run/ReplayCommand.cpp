@@ -28,6 +28,16 @@ bool isRun(const ReplayOptions& options) {
   return !options.isAsInput && std::all_of(files.begin(), files.end(), runtime::RunReplay::isRun);
 }
 
+/// What clients were refused in the recorded run they are refused again.
+void refuseAsBefore(runtime::HostOptions& host) {
+  const auto told = [&](const char* name) {
+    const auto found = host.replay->about().find(name);
+    return found != host.replay->about().end() ? found->second : std::string();
+  };
+  host.hadSimulation = told("robot").starts_with("sim");
+  host.limits = devices::limitsOf(told("limits"));
+}
+
 int replay(const ReplayOptions& options) {
   runtime::HostOptions host = hostOptions(options.session);
   host.isVirtual = true;
@@ -44,6 +54,7 @@ int replay(const ReplayOptions& options) {
       }
       host.replay = std::make_shared<runtime::RunReplay>(host.files);
       host.without = host.replay->without();
+      refuseAsBefore(host);
       host.files.clear();
     }
   } catch (const formats::InputError& error) {

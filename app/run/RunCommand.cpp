@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace gk::app {
 
@@ -30,6 +31,7 @@ struct RunOptions {
   bool isWithoutNoise = false;
   bool isWithoutTour = false;
   bool isKeysAsked = false;
+  std::vector<std::string> limits;
 };
 
 constexpr const char* kSimulated = "sim";
@@ -54,6 +56,12 @@ void addRobotOptions(const Command& command, RunOptions& options) {
   command.flag("--keys", options.isKeysAsked, "List the keys that the robot serves, and end");
 }
 
+/// What is wrong with a --limit; empty for nothing.
+std::string checkLimit(const std::string& text) {
+  devices::ClientLimits ignored;
+  return devices::readLimit(text, ignored);
+}
+
 int run(const RunOptions& options) {
   const bool isRobot = isSimulated(options);
   if (options.isKeysAsked) {
@@ -67,6 +75,9 @@ int run(const RunOptions& options) {
     return kBadInput;
   }
   host.isLoop = options.isLoop;
+  for (const std::string& limit : options.limits) {
+    devices::readLimit(limit, host.limits);
+  }
   if (options.isRealtime && !host.isVirtual) {
     host.loopPriority = prepareForRealtime();
   }
@@ -109,6 +120,13 @@ void addRunCommand(const Command& program) {
       .shows("real|max")
       .showsDefault();
   addListenOptions(command, options->listen);
+  command
+      .option("--limit", options->limits,
+              "What clients may leave behind and ask for: names, values, answer (bytes), keys, "
+              "events (how many)")
+      .checked(checkLimit)
+      .shows("NAME=N")
+      .onceEach();
   command.flag("--realtime", options->isRealtime,
                "Run the loops with real-time priority and locked memory, where permitted");
   command.does([options] { return run(*options); });

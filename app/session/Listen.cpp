@@ -60,6 +60,7 @@ void addListenOptions(const Command& command, ListenOptions& options) {
       .option("--token-file", options.tokenFile,
               "Clients must know the token in this file (mode 0600); needed for addresses that "
               "others can reach")
+      .notEmpty()
       .shows("FILE");
   command
       .option("--allow-host", options.hosts,
@@ -74,6 +75,7 @@ void addListenOptions(const Command& command, ListenOptions& options) {
 }
 
 std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options,
+                                               const devices::ClientLimits& limits,
                                                gateway::RecordingSource recording) {
   if (options.isOff) {
     return nullptr;
@@ -87,6 +89,8 @@ std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options,
   gatewayOptions.access.origins = options.origins;
   gatewayOptions.version = GK_VERSION;
   gatewayOptions.recording = std::move(recording);
+  gatewayOptions.limits.name = limits.names;
+  gatewayOptions.limits.answer = limits.answer;
   try {
     return std::make_unique<gateway::Gateway>(std::move(gatewayOptions));
   } catch (const gateway::AccessError& error) {

@@ -2,6 +2,7 @@
 
 #include "app/client/HostAddress.h"
 #include "app/options/Command.h"
+#include "devices/ClientLimits.h"
 #include "gateway/figures/LoopFigures.h"
 #include "gateway/figures/RecordingFigures.h"
 #include "runtime/figures/LoopStatistics.h"
@@ -33,6 +34,7 @@ void addListenOptions(const Command& command, ListenOptions& options);
 /// address is taken by another host: then people are told on their terminal. `recording` must stay
 /// valid as long as the gateway. Raises `AccessError`.
 std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options,
+                                               const devices::ClientLimits& limits,
                                                gateway::RecordingSource recording);
 
 /// Says on standard error where clients can connect: to people, and to whoever chose the address.

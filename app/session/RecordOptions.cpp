@@ -138,6 +138,7 @@ std::optional<runtime::RecorderOptions> recorderOptions(const RecordOptions& opt
                     {formats::kWithoutMember, fmt::format("{}", fmt::join(host.without, ","))},
                     {"speed", host.isVirtual ? "max" : "real"},
                     {"robot", robotText(host.simulation)},
+                    {"limits", devices::limitsText(host.limits)},
                     {"loop", host.isLoop ? "true" : "false"},
                     {"realtime_priority", std::to_string(host.loopPriority)},
                     {"files", namesOf(host.files)},

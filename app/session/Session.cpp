@@ -251,7 +251,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     RunRecording recording(view.record, hostOptions);
     // Outlives the host, whose end waits for the calls of clients.
     const std::unique_ptr<gateway::Gateway> gateway =
-        view.listen ? startGateway(*view.listen, recording.source()) : nullptr;
+        view.listen ? startGateway(*view.listen, hostOptions.limits, recording.source()) : nullptr;
     runtime::Host host(hostOptions);
     for (const std::string& hint : host.inputHints()) {
       complain(hint);

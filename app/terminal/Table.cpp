@@ -1,7 +1,8 @@
 #include "app/terminal/Table.h"
 
+#include "formats/text/Printable.h"
+
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <unistd.h>
 
@@ -9,8 +10,9 @@ namespace gk::app {
 
 namespace {
 
-/// Characters of a text in UTF-8.
-std::size_t width(const std::string& text) {
+/// Characters of a text in UTF-8, as they are shown.
+std::size_t width(const std::string& cell) {
+  const std::string text = formats::printable(cell);
   return static_cast<std::size_t>(std::ranges::count_if(
       text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
 }
@@ -19,12 +21,6 @@ std::size_t width(const std::string& text) {
 
 bool isTerminal() {
   return isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
-}
-
-std::string printable(std::string text) {
-  std::ranges::replace_if(
-      text, [](unsigned char c) { return std::iscntrl(c) != 0; }, '?');
-  return text;
 }
 
 std::string tableText(const std::vector<std::vector<std::string>>& rows) {
@@ -41,7 +37,7 @@ std::string tableText(const std::vector<std::vector<std::string>>& rows) {
     std::string line;
     for (std::size_t i = 0; i < rows[number].size(); ++i) {
       const std::string& cell = rows[number][i];
-      line += printable(cell);
+      line += formats::printable(cell);
       line.append(widths[i] - width(cell) + gap, ' ');
     }
     line.erase(line.find_last_not_of(' ') + 1);

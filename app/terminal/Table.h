@@ -8,9 +8,6 @@ namespace gk::app {
 /// Whether standard output is a terminal that shows colours and can be redrawn.
 bool isTerminal();
 
-/// `text` for a terminal: control characters, which could do things to it, become "?".
-std::string printable(std::string text);
-
 /// Rows of text in columns as wide as their widest cell; the first row is the heading. Lines
 /// end with their last text; cells are made printable. On a terminal the heading is bold.
 std::string tableText(const std::vector<std::vector<std::string>>& rows);

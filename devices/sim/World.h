@@ -1,5 +1,6 @@
 #pragma once
 
+#include "devices/DeviceKeys.h"
 #include "devices/sim/Physics.h"
 #include "devices/sim/Postures.h"
 #include "gk/GKMemoryStore.h"
@@ -16,7 +17,7 @@ namespace gk::devices {
 /// What people around the robot do, as the keys below "Simulation/" say it.
 class World {
 public:
-  static constexpr const char* kPrefix = "Simulation/";
+  static constexpr const char* kPrefix = kWorldPrefix;
 
   explicit World(std::shared_ptr<GK::GKMemoryStore> store);
 

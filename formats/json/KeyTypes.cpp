@@ -1,5 +1,6 @@
 #include "formats/json/KeyTypes.h"
 
+#include "formats/json/JsonText.h"
 #include "formats/json/JsonValue.h"
 #include "formats/text/Numbers.h"
 
@@ -56,6 +57,40 @@ GK::GKValue intFromJson(const boost::json::value& json) {
   throw FormatError("takes an int of 32 bits, not " + describe(json));
 }
 
+std::string describe(const GK::GKValue& value) {
+  using Type = GK::GKValue::Type;
+  if (value.type() == Type::Array) {
+    return "an array";
+  }
+  if (value.type() == Type::String) {
+    return quotedText(value.toString());
+  }
+  std::string text;
+  appendJson(text, value);
+  return text;
+}
+
+GK::GKValue floatFromValue(const GK::GKValue& value) {
+  using Type = GK::GKValue::Type;
+  if (value.type() == Type::Float || value.type() == Type::Int) {
+    return value.toFloat();
+  }
+  throw FormatError("takes a float, not " + describe(value));
+}
+
+GK::GKValue intFromValue(const GK::GKValue& value) {
+  using Type = GK::GKValue::Type;
+  if (value.type() == Type::Int) {
+    return value;
+  }
+  if (value.type() == Type::Float) {
+    if (const auto whole = toInt(static_cast<double>(value.toFloat()))) {
+      return *whole;
+    }
+  }
+  throw FormatError("takes an int of 32 bits, not " + describe(value));
+}
+
 } // namespace
 
 GK::GKValue valueForKey(KeyType type, const boost::json::value& json) {
@@ -78,6 +113,29 @@ GK::GKValue valueForKey(KeyType type, const boost::json::value& json) {
     break;
   }
   return valueFromJson(json);
+}
+
+GK::GKValue valueForKey(KeyType type, const GK::GKValue& value) {
+  using Type = GK::GKValue::Type;
+  switch (type) {
+  case KeyType::Float:
+    return floatFromValue(value);
+  case KeyType::Int:
+    return intFromValue(value);
+  case KeyType::Bool:
+    if (value.type() != Type::Bool) {
+      throw FormatError("takes a bool, not " + describe(value));
+    }
+    break;
+  case KeyType::Text:
+    if (value.type() != Type::String) {
+      throw FormatError("takes a string, not " + describe(value));
+    }
+    break;
+  case KeyType::Any:
+    break;
+  }
+  return value;
 }
 
 } // namespace gk::formats

@@ -20,5 +20,7 @@ using KeyTypeOf = std::function<KeyType(std::string_view key)>;
 /// The value of a key of the given type. The type wins over the way in which a number is written:
 /// 3 is 3.0 for a float key, 34.0 is 34 for an int key. Raises `FormatError` for what does not fit.
 GK::GKValue valueForKey(KeyType type, const boost::json::value& json);
+/// The same for what is a value already.
+GK::GKValue valueForKey(KeyType type, const GK::GKValue& value);
 
 } // namespace gk::formats

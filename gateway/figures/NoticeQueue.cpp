@@ -52,12 +52,13 @@ void NoticeQueue::onTick(GK::GKMicros time, const GK::GKTask& task) {
   fWake();
 }
 
-NoticeQueue::Batch NoticeQueue::take() {
+NoticeQueue::Batch NoticeQueue::take(std::size_t most) {
   Batch batch;
   const std::lock_guard lock(fMutex);
-  batch.notices.assign(std::make_move_iterator(fNotices.begin()),
-                       std::make_move_iterator(fNotices.end()));
-  fNotices.clear();
+  const auto end = fNotices.begin() + static_cast<std::ptrdiff_t>(std::min(most, fNotices.size()));
+  batch.notices.assign(std::make_move_iterator(fNotices.begin()), std::make_move_iterator(end));
+  fNotices.erase(fNotices.begin(), end);
+  batch.isMore = !fNotices.empty();
   batch.loops = fLoops;
   fIsAwake = false;
   return batch;

@@ -29,6 +29,8 @@ public:
   };
   struct Batch {
     std::vector<GK::GKNotice> notices;
+    /// More is waiting than was taken.
+    bool isMore = false;
     /// All loops so far, in the order of their first ticks.
     std::vector<Loop> loops;
   };
@@ -39,8 +41,9 @@ public:
   void onNotice(const GK::GKNotice& notice) override;
   void onTick(GK::GKMicros time, const GK::GKTask& task) override;
 
-  /// All that waits. Allows the next wake.
-  Batch take();
+  /// What waits, in the order in which it happened, and no more than `most` notices of it. Allows
+  /// the next wake; where there is more, it is for the caller to come back.
+  Batch take(std::size_t most = kCapacity);
 
   /// Notices that were dropped so far.
   std::uint64_t dropped() const noexcept { return fDropped.load(std::memory_order_relaxed); }

@@ -8,6 +8,7 @@
 #include "gateway/robot/Robot.h"
 #include "gateway/robot/RpcService.h"
 
+#include <cstddef>
 #include <memory>
 #include <span>
 #include <string>
@@ -21,6 +22,8 @@ struct HostFigures {
   std::string version;
   /// Wall time at which the gateway started, in seconds since 1970.
   double startTime = 0;
+  /// Most bytes of an answer.
+  std::size_t answer = 16U << 20U;
   RecordingSource recording;
 };
 

@@ -36,6 +36,8 @@ struct HttpResponse {
   std::string contentType = "application/json";
   std::string body;
   std::vector<std::pair<std::string, std::string>> headers;
+  /// Somebody has tried a token or a ticket that is none: the answer takes its time.
+  bool isGuessRefused = false;
 };
 
 /// Takes the response; called once, on any thread.

@@ -114,6 +114,7 @@ void answerKeys(const Exchange& exchange) {
   page.contains = exchange.target.find("contains");
   page.after = exchange.target.find("after");
   page.limit = *limit;
+  page.bytes = exchange.parts.figures.answer;
   // In a task: there may be a million keys to sort.
   respondInTask(exchange, {GK::GKMemory::kName, "getDataList"}, [robot = exchange.robot, page] {
     return jsonResponse(describeKeys(*robot, page));
@@ -149,7 +150,9 @@ void answerPutKey(const Exchange& exchange) {
 }
 
 void answerEvents(const Exchange& exchange) {
-  exchange.respond(jsonResponse(describeEvents(*exchange.robot)));
+  exchange.respond(
+      jsonResponse(describeEvents(*exchange.robot, {std::string(exchange.target.find("after")),
+                                                    exchange.parts.figures.answer})));
 }
 
 void answerStatus(const Exchange& exchange) {
@@ -224,7 +227,9 @@ void answerLogin(const Exchange& exchange) {
   }
   if (exchange.parts.access.needsToken() && !exchange.parts.access.isToken(token)) {
     exchange.parts.counters.refusals.fetch_add(1, std::memory_order_relaxed);
-    exchange.respond(errorResponse(401, "this is not the token"));
+    HttpResponse refusal = errorResponse(401, "this is not the token");
+    refusal.isGuessRefused = true;
+    exchange.respond(std::move(refusal));
     return;
   }
   HttpResponse response = jsonResponse("{}");

@@ -11,6 +11,8 @@ constexpr std::pair<std::string_view, std::string_view> kKeyQuery[] = {
     {"contains", "only keys that contain this"},
     {"limit", "at most so many, 1 to 10000; 100 when absent"},
     {"after", "only keys that come after this one: the \"next\" of the page before"}};
+constexpr std::pair<std::string_view, std::string_view> kEventQuery[] = {
+    {"after", "only events that come after this one: the \"next\" of the page before"}};
 constexpr std::pair<std::string_view, std::string_view> kReadyQuery[] = {
     {"verbose", "any value: tell each condition"}};
 
@@ -26,7 +28,8 @@ std::span<const Route> resourceTable() {
        kKeyQuery},
       {"GET", "/api/v1/memory/{key}", "A memory key's value", &answerGetKey},
       {"PUT", "/api/v1/memory/{key}", "Writes a memory key; the body is the value", &answerPutKey},
-      {"GET", "/api/v1/events", "All events: owner, count, last value and time", &answerEvents},
+      {"GET", "/api/v1/events", "All events: owner, count, last value and time", &answerEvents,
+       false, kEventQuery},
       {"POST", "/api/v1/tickets", "A ticket for one WebSocket connection: /ws?ticket=...",
        &answerTicket},
       {"POST", "/login", "Opens a session for a browser: {\"token\": TOKEN}", &answerLogin, true},

@@ -36,11 +36,23 @@ std::optional<std::string> match(std::string_view pattern, std::string_view path
                                                       : std::nullopt;
 }
 
+/// About the host as a whole (RFC 9110, section 9.3.7).
+HttpResponse optionsOf(bool isKnown) {
+  if (!isKnown) {
+    return errorResponse(403, "this host is not known by the name that the request gives it");
+  }
+  HttpResponse response;
+  response.status = 204;
+  response.headers.emplace_back("Allow", "GET, HEAD, POST, PUT, OPTIONS");
+  return response;
+}
+
 } // namespace
 
 Resources::Resources(Access& access, CallRunner& runner, Counters& counters, HostFigures figures)
     : fFigures(std::move(figures)),
-      fRpc(runner, counters), fParts{access, runner, counters, fRpc, fFigures, resourceTable()} {}
+      fRpc(runner, counters, fFigures.answer), fParts{access, runner,   counters,
+                                                      fRpc,   fFigures, resourceTable()} {}
 
 std::optional<HttpResponse> Resources::refuse(const HttpRequest& request, const Target& target,
                                               bool isOpen) {
@@ -54,6 +66,8 @@ std::optional<HttpResponse> Resources::refuse(const HttpRequest& request, const 
                                           request.cookie, target.find("ticket")})) {
     refusal = errorResponse(401, "a token is needed");
     refusal->headers.emplace_back("WWW-Authenticate", "Bearer");
+    // A page that has not logged in yet asks without any.
+    refusal->isGuessRefused = !request.authorization.empty() || !target.find("ticket").empty();
   }
   if (refusal) {
     fParts.counters.refusals.fetch_add(1, std::memory_order_relaxed);
@@ -62,6 +76,10 @@ std::optional<HttpResponse> Resources::refuse(const HttpRequest& request, const 
 }
 
 void Resources::handle(std::shared_ptr<const Robot> robot, HttpRequest request, Respond respond) {
+  if (request.target == "*" && request.method == "OPTIONS") {
+    respond(optionsOf(fParts.access.isHostAllowed(request.host)));
+    return;
+  }
   const std::optional<Target> target = parseTarget(request.target);
   if (!target) {
     respond(errorResponse(400, "the request's target cannot be read"));

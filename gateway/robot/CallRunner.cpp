@@ -31,27 +31,45 @@ CallOutcome outcomeOf(const BoundCall& call) {
 } // namespace
 
 bool CallRunner::start(BoundCall call, Done done) {
+  // Before anybody is told: what is not carried out must not be repeated either.
+  if (!xReserve()) {
+    return false;
+  }
   GK::GKTask task{call.module->getName(), call.method};
   const formats::CallAction action{task.module, task.method, call.arguments,
                                    task.module + "." + task.method};
-  bool isStarted = false;
   const auto begin = [&] {
-    isStarted = start(std::move(task),
-                      [call = std::move(call), done = std::move(done)] { done(outcomeOf(call)); });
+    xPost(std::move(task),
+          [call = std::move(call), done = std::move(done)] { done(outcomeOf(call)); });
   };
   if (fCarryOut) {
     fCarryOut(action, begin);
   } else {
     begin();
   }
-  return isStarted;
+  return true;
 }
 
 bool CallRunner::start(GK::GKTask name, std::function<void()> work) {
+  if (!xReserve()) {
+    return false;
+  }
+  xPost(std::move(name), std::move(work));
+  return true;
+}
+
+bool CallRunner::xReserve() {
+  if (fIsClosed.load(std::memory_order_relaxed)) {
+    return false;
+  }
   if (fRunning.fetch_add(1, std::memory_order_relaxed) >= fLimit) {
     fRunning.fetch_sub(1, std::memory_order_relaxed);
     return false;
   }
+  return true;
+}
+
+void CallRunner::xPost(GK::GKTask name, std::function<void()> work) {
   GK::GKClock::instance().post(std::move(name), [this, work = std::move(work)] {
     try {
       work();
@@ -59,7 +77,6 @@ bool CallRunner::start(GK::GKTask name, std::function<void()> work) {
     }
     fRunning.fetch_sub(1, std::memory_order_relaxed);
   });
-  return true;
 }
 
 } // namespace gk::gateway

@@ -36,6 +36,9 @@ public:
   /// How calls are started from here on. Before the first one.
   void setCarryOut(CarryOut carryOut) { fCarryOut = std::move(carryOut); }
 
+  /// From here on no call is started: what is left of batches ends without having been run.
+  void close() noexcept { fIsClosed.store(true, std::memory_order_relaxed); }
+
   /// Calls `done` in the task of the call, or returns false when too many calls are running.
   [[nodiscard]] bool start(BoundCall call, Done done);
 
@@ -45,9 +48,15 @@ public:
   std::size_t running() const noexcept { return fRunning.load(std::memory_order_relaxed); }
 
 private:
+  /// Takes one of the places, if one is free.
+  bool xReserve();
+  /// Runs work in a task, and gives its place back.
+  void xPost(GK::GKTask name, std::function<void()> work);
+
   const std::size_t fLimit;
   CarryOut fCarryOut;
   std::atomic<std::size_t> fRunning{0};
+  std::atomic<bool> fIsClosed{false};
 };
 
 } // namespace gk::gateway

@@ -73,6 +73,19 @@ void appendLoops(formats::JsonWriter& json, const Robot& robot, const HostDescri
   json.endArray();
 }
 
+/// Ends a list, with what goes into "after" for the next page, if there is one.
+std::string finished(std::string& text, formats::JsonWriter& json,
+                     const std::optional<std::string>& next) {
+  json.endArray().key("next");
+  if (next) {
+    json.text(*next);
+  } else {
+    json.null();
+  }
+  json.endObject();
+  return std::move(text);
+}
+
 } // namespace
 
 std::string describeModules(const Robot& robot) {
@@ -112,13 +125,21 @@ std::string describeModule(const Robot& robot, GK::GKModuleCore& module) {
   return text;
 }
 
-std::string describeEvents(const Robot& robot) {
+std::string describeEvents(const Robot& robot, const EventPage& page) {
   std::string text;
   formats::JsonWriter json(text);
   json.beginObject().key("events").beginArray();
   const auto events =
       robot.memory() != nullptr ? robot.memory()->getEvents() : std::vector<GK::GKEventInfo>();
+  const GK::GKEventInfo* last = nullptr;
   for (const GK::GKEventInfo& event : events) {
+    if (event.name <= page.after) {
+      continue;
+    }
+    if (text.size() > page.bytes) {
+      return finished(text, json, last->name);
+    }
+    last = &event;
     json.beginObject().key("name").text(event.name).key("owner").text(event.owner);
     json.key("count").unsignedInteger(event.count).key("value").value(event.value).key("t_s");
     if (event.count > 0) {
@@ -128,8 +149,7 @@ std::string describeEvents(const Robot& robot) {
     }
     json.endObject();
   }
-  json.endArray().endObject();
-  return text;
+  return finished(text, json, std::nullopt);
 }
 
 std::string describeKey(const std::string& key, const GK::GKValue& value) {
@@ -146,23 +166,19 @@ std::string describeKeys(const Robot& robot, const KeyPage& page) {
     return !key.starts_with(page.prefix) || (!page.after.empty() && key <= page.after) ||
            key.find(page.contains) == std::string::npos;
   });
-  const std::size_t count = std::min(keys.size(), page.limit);
+  std::size_t count = 0;
   std::string text;
   formats::JsonWriter json(text);
   json.beginObject().key("keys").beginArray();
-  for (std::size_t i = 0; i < count; ++i) {
-    if (const std::optional<GK::GKValue> value = store->get(keys[i])) {
-      appendKey(json, keys[i], *value);
+  for (; count < std::min(keys.size(), page.limit); ++count) {
+    if (count > 0 && text.size() > page.bytes) {
+      break;
+    }
+    if (const std::optional<GK::GKValue> value = store->get(keys[count])) {
+      appendKey(json, keys[count], *value);
     }
   }
-  json.endArray().key("next");
-  if (count < keys.size()) {
-    json.text(keys[count - 1]);
-  } else {
-    json.null();
-  }
-  json.endObject();
-  return text;
+  return finished(text, json, count < keys.size() ? std::optional(keys[count - 1]) : std::nullopt);
 }
 
 std::string describeHost(const Robot& robot, const HostDescription& host) {

@@ -16,7 +16,13 @@ std::string describeModules(const Robot& robot);
 /// Calls the module's `version`.
 std::string describeModule(const Robot& robot, GK::GKModuleCore& module);
 
-std::string describeEvents(const Robot& robot);
+/// Which events to show, sorted by name.
+struct EventPage {
+  std::string after;
+  /// The text ends behind the event that goes beyond so many bytes, and tells where to go on.
+  std::size_t bytes = 0;
+};
+std::string describeEvents(const Robot& robot, const EventPage& page);
 
 std::string describeKey(const std::string& key, const GK::GKValue& value);
 
@@ -26,6 +32,8 @@ struct KeyPage {
   std::string contains;
   std::string after;
   std::size_t limit = 0;
+  /// As for events.
+  std::size_t bytes = 0;
 };
 std::string describeKeys(const Robot& robot, const KeyPage& page);
 

@@ -84,8 +84,20 @@ RpcError misfit(const GK::GKModuleCore& module, const std::string& method) {
   return noSuch("method", method, names);
 }
 
-bool isInsertion(const std::string& module, const std::string& method) {
-  return module == GK::GKMemory::kName && method == "insertData";
+/// The methods whose second argument is stored under the name that is their first one.
+constexpr std::string_view kWrites[] = {"insertData", "raiseEvent", "raiseMicroEvent"};
+
+bool isWrite(const std::string& module, const std::string& method) {
+  return module == GK::GKMemory::kName && std::ranges::find(kWrites, method) != std::end(kWrites);
+}
+
+/// A number as the key's type has it: whatever is wrong with it is an error of the request.
+GK::GKValue writtenValue(const std::string& key, const json::value& value) {
+  try {
+    return formats::valueForKey(devices::keyTypeOf(key), value);
+  } catch (const formats::FormatError& error) {
+    throw formats::FormatError(key + ": " + error.what());
+  }
 }
 
 /// The arguments in the method's order. Raises `FormatError`.
@@ -153,15 +165,17 @@ std::variant<BoundCall, RpcError> Robot::resolve(const std::string& module,
   }
   try {
     call.arguments = argumentsOf(*overload, params);
-    if (isInsertion(module, method) && call.arguments[0].type() == GK::GKValue::Type::String) {
+    if (isWrite(module, method) && call.arguments[0].type() == GK::GKValue::Type::String) {
       const json::value& value = params.is_array()
                                      ? params.get_array()[1]
                                      : params.get_object().at(overload->params[1].name);
-      call.arguments[1] =
-          formats::valueForKey(devices::keyTypeOf(call.arguments[0].toString()), value);
+      call.arguments[1] = writtenValue(call.arguments[0].toString(), value);
     }
   } catch (const formats::FormatError& error) {
     return RpcError{kInvalidParams, error.what(), {}};
+  }
+  if (std::string refusal = fSubscribers->admit(module, method, call.arguments); !refusal.empty()) {
+    return RpcError{kInvalidParams, std::move(refusal), {}};
   }
   call.hasResult = !overload->result.type.empty();
   return call;

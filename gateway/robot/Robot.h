@@ -3,6 +3,7 @@
 #include "gateway/figures/LoopFigures.h"
 #include "gateway/robot/CarryOut.h"
 #include "gateway/robot/RpcRequest.h"
+#include "gateway/robot/SubscriberLimit.h"
 #include "gk/GKBroker.h"
 #include "gk/GKMemory.h"
 #include "gk/GKModuleCore.h"
@@ -66,6 +67,7 @@ private:
   boost::shared_ptr<GK::GKMemory> fMemory;
   LoopSource fLoops;
   CarryOut fCarryOut;
+  std::unique_ptr<SubscriberLimit> fSubscribers = std::make_unique<SubscriberLimit>();
 };
 
 /// A JSON Schema of the values of a type as `GKConvert::text` names it, as JSON text.

@@ -8,6 +8,7 @@
 #include <boost/json/object.hpp>
 #include <boost/json/string.hpp>
 
+#include <cmath>
 #include <utility>
 
 namespace gk::gateway {
@@ -34,7 +35,7 @@ std::optional<std::string> idOf(const json::value& id) {
     writer.text({id.get_string().data(), id.get_string().size()});
   } else if (id.is_int64()) {
     writer.integer(id.get_int64());
-  } else if (id.is_double()) {
+  } else if (id.is_double() && std::isfinite(id.get_double())) {
     writer.real(id.get_double());
   } else if (id.is_null()) {
     writer.null();
@@ -53,7 +54,7 @@ RpcCall callOf(const json::value& entry) {
   if (const json::value* id = object.if_contains("id")) {
     std::optional<std::string> text = idOf(*id);
     if (!text) {
-      return broken(kInvalidRequest, "id must be a string, a number or null");
+      return broken(kInvalidRequest, "id must be a string, a number that fits in 64 bits or null");
     }
     call.id = *std::move(text);
   }

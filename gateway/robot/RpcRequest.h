@@ -22,8 +22,9 @@ enum RpcCode : int {
   kNoSuchMethod = -32601,
   kInvalidParams = -32602,
   kInternalError = -32603,
-  kRaisedError = -32000, ///< the method raised a `GKError`
-  kTooManyCalls = -32001 ///< too many calls are running; later it may work
+  kRaisedError = -32000,  ///< the method raised a `GKError`
+  kTooManyCalls = -32001, ///< too many calls are running; later it may work
+  kTooLarge = -32002      ///< the call was carried out, but its result makes the answer too large
 };
 
 /// What is wrong with one request.

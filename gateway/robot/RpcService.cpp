@@ -19,6 +19,8 @@ struct RpcService::Progress {
   RpcRequest request;
   Reply reply;
   std::size_t next = 0;
+  /// Most bytes of the reply.
+  std::size_t most = 0;
   /// The replies so far, with commas between them.
   std::string text;
 
@@ -29,10 +31,19 @@ struct RpcService::Progress {
     if (!text.empty()) {
       text += ',';
     }
+    const std::size_t before = text.size();
     if (outcome.error) {
       appendRpcError(text, call.id, *outcome.error);
     } else {
       appendRpcResult(text, call.id, outcome.result ? &*outcome.result : nullptr);
+    }
+    if (text.size() > most) {
+      text.resize(before);
+      appendRpcError(
+          text, call.id,
+          {kTooLarge,
+           "with this result the answer is larger than " + std::to_string(most) + " bytes",
+           {}});
     }
   }
 };
@@ -42,6 +53,7 @@ void RpcService::handle(std::shared_ptr<const Robot> robot, const std::string& b
   progress->robot = std::move(robot);
   progress->request = parseRpcRequest(body);
   progress->reply = std::move(reply);
+  progress->most = fAnswer;
   xNext(progress);
 }
 

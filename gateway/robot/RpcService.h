@@ -20,7 +20,9 @@ public:
   using Reply = std::function<void(std::string)>;
 
   /// Both must outlive the calls' tasks, as must the service itself.
-  RpcService(CallRunner& runner, Counters& counters) : fRunner(runner), fCounters(counters) {}
+  /// `answer`: most bytes of a reply.
+  RpcService(CallRunner& runner, Counters& counters, std::size_t answer)
+      : fRunner(runner), fCounters(counters), fAnswer(answer) {}
 
   void handle(std::shared_ptr<const Robot> robot, const std::string& body, Reply reply);
 
@@ -32,6 +34,7 @@ private:
 
   CallRunner& fRunner;
   Counters& fCounters;
+  const std::size_t fAnswer;
 };
 
 } // namespace gk::gateway

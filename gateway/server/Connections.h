@@ -22,6 +22,8 @@ struct ServerParts {
   Counters& counters;
   const GatewayOptions& options;
   std::set<Connection*> connections;
+  /// Bytes of large answers that clients have not taken yet.
+  std::size_t largeAnswers = 0;
 };
 
 /// One client's connection, which owns itself while something is going on.

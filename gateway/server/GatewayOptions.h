@@ -17,11 +17,16 @@ struct GatewayLimits {
   std::uint32_t header = 8192;
   std::size_t body = 1U << 20U;
   std::size_t message = 1U << 20U;
+  /// Bytes of all large answers that are being taken.
+  std::size_t largeAnswers = 64U << 20U;
   std::size_t connections = 512;
   std::size_t webSocketClients = 256;
   /// Calls of all clients that have not returned, and those of one WebSocket client.
   std::size_t calls = 128;
   std::size_t callsPerClient = 32;
+  /// Bytes of a name that a client watches, and of an answer to one request.
+  std::size_t name = 256;
+  std::size_t answer = 16U << 20U;
   /// Bytes and events that wait for one WebSocket client.
   std::size_t clientBytes = 4U << 20U;
   std::size_t clientEvents = 4096;
@@ -29,6 +34,8 @@ struct GatewayLimits {
   std::chrono::milliseconds headerTime{15'000};
   /// Until the body is there, and until a response has been taken.
   std::chrono::milliseconds bodyTime{30'000};
+  /// Before somebody is told that this is not the token.
+  std::chrono::milliseconds guessTime{1'000};
   /// A WebSocket client that takes nothing for so long is given up.
   std::chrono::milliseconds stallTime{10'000};
 };

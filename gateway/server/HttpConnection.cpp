@@ -1,9 +1,11 @@
 #include "gateway/http/Http.h"
 #include "gateway/server/Connections.h"
+#include "gateway/server/RequestRules.h"
 #include "gateway/server/WebSocketConnection.h"
 #include "gateway/stream/ServerMessage.h"
 
 #include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
@@ -30,34 +32,21 @@ constexpr std::string_view kContentPolicy =
     "font-src 'self'; connect-src 'self'; frame-src 'self'; base-uri 'none'; form-action 'none'; "
     "frame-ancestors 'none'";
 
-HttpRequest plainRequest(const http::request<http::string_body>& request) {
-  const auto field = [&request](http::field name) {
-    const auto found = request.find(name);
-    return found != request.end() ? std::optional(std::string(found->value())) : std::nullopt;
-  };
-  HttpRequest plain;
-  plain.method = std::string(request.method_string());
-  plain.target = std::string(request.target());
-  plain.contentType = field(http::field::content_type).value_or("");
-  plain.host = field(http::field::host).value_or("");
-  plain.origin = field(http::field::origin);
-  plain.authorization = field(http::field::authorization).value_or("");
-  plain.cookie = field(http::field::cookie).value_or("");
-  plain.takesGzip =
-      field(http::field::accept_encoding).value_or("").find("gzip") != std::string::npos;
-  plain.ifNoneMatch = field(http::field::if_none_match).value_or("");
-  plain.body = request.body();
-  return plain;
-}
+/// Answers of more bytes than this are large.
+constexpr std::size_t kLargeAnswer = 64U << 10U;
 
 /// One HTTP client: reads a request, waits for its answer, writes it, and so on.
 class HttpConnection final : public Connection,
                              public std::enable_shared_from_this<HttpConnection> {
 public:
   HttpConnection(ServerParts& parts, asio::ip::tcp::socket socket)
-      : Connection(parts), fStream(std::move(socket)) {}
+      : Connection(parts), fStream(std::move(socket)), fPause(fStream.get_executor()) {}
+  ~HttpConnection() override { xCountAnswer(0); }
 
-  void goAway() override { fStream.close(); }
+  void goAway() override {
+    fPause.cancel();
+    fStream.close();
+  }
 
   void readHeader() {
     fParser.emplace();
@@ -82,13 +71,24 @@ public:
 
 private:
   void xReadBody() {
+    const auto& header = fParser->get();
+    fHead = requestHead(header);
+    fVersion = header.version();
+    if (std::optional<HttpResponse> refusal = refuseFraming(header)) {
+      fIsLast = true;
+      fIsHead = header.method() == http::verb::head;
+      xRespond(*std::move(refusal));
+      return;
+    }
     fStream.expiresAfter(fParts.options.limits.bodyTime);
-    const auto& expect = fParser->get()[http::field::expect];
-    if (beast::iequals(expect, "100-continue") && !fParser->is_done()) {
+    const bool isAwaited = fVersion > kOneDotZero && header.count(http::field::expect) > 0;
+    if (isAwaited && !fParser->is_done()) {
       static constexpr std::string_view go = "HTTP/1.1 100 Continue\r\n\r\n";
       asio::async_write(fStream, asio::buffer(go.data(), go.size()),
                         [self = shared_from_this()](error_code error, std::size_t) {
-                          if (!error) {
+                          if (error) {
+                            self->xEnd();
+                          } else {
                             self->xReadRest();
                           }
                         });
@@ -115,6 +115,8 @@ private:
       xRespond(errorResponse(431, "the headers are too long"));
     } else if (error == http::error::body_limit) {
       xRespond(errorResponse(413, "the body is too long"));
+    } else if (error == http::error::bad_version) {
+      xRespond(errorResponse(505, "only HTTP/1.0 and HTTP/1.1 are spoken here"));
     } else if (error == beast::error::timeout) {
       xEnd();
     } else if (error.category() == http::make_error_code(http::error::bad_method).category() &&
@@ -131,21 +133,28 @@ private:
     fRequest = fParser->release();
     fIsLast = !fRequest.keep_alive();
     fIsHead = fRequest.method() == http::verb::head;
-    fVersion = fRequest.version();
-    HttpRequest plain = plainRequest(fRequest);
     if (beast::websocket::is_upgrade(fRequest)) {
-      xUpgrade(plain);
+      xUpgrade(fHead);
       return;
     }
-    fParts.resources.handle(
-        fParts.hub.offer().robot(), std::move(plain),
-        [self = shared_from_this()](HttpResponse response) mutable {
-          // Let go of here: the connection ends on its own thread.
-          const auto executor = self->fStream.get_executor();
-          asio::post(executor, [self = std::move(self), response = std::move(response)]() mutable {
-            self->xRespond(std::move(response));
-          });
-        });
+    HttpRequest plain = std::move(fHead);
+    plain.body = std::move(fRequest.body());
+    fParts.resources.handle(fParts.hub.offer().robot(), std::move(plain),
+                            [self = xHold()](HttpResponse response) {
+                              asio::post(self->fStream.get_executor(),
+                                         [self, response = std::move(response)]() mutable {
+                                           self->xRespond(std::move(response));
+                                         });
+                            });
+  }
+
+  /// This connection for whoever answers on another thread. However that ends, answered or not, the
+  /// connection is let go of on its own thread.
+  std::shared_ptr<HttpConnection> xHold() {
+    return {this, [self = shared_from_this()](HttpConnection*) mutable {
+              const auto executor = self->fStream.get_executor();
+              asio::post(executor, [self = std::move(self)] {});
+            }};
   }
 
   void xUpgrade(const HttpRequest& request) {
@@ -173,6 +182,22 @@ private:
   }
 
   void xRespond(HttpResponse response) {
+    if (std::exchange(response.isGuessRefused, false)) {
+      // Whoever guesses learns slowly; nobody else waits.
+      fPause.expires_after(fParts.options.limits.guessTime);
+      fPause.async_wait(
+          [self = shared_from_this(), response = std::move(response)](error_code error) mutable {
+            if (!error) {
+              self->xRespond(std::move(response));
+            }
+          });
+      return;
+    }
+    if (response.body.size() > kLargeAnswer &&
+        fParts.largeAnswers + response.body.size() > fParts.options.limits.largeAnswers) {
+      response = errorResponse(503, "too many large answers have not been taken yet");
+    }
+    xCountAnswer(response.body.size() > kLargeAnswer ? response.body.size() : 0);
     fParts.counters.addResponse(response.status);
     fResponse.emplace(static_cast<http::status>(response.status), fVersion);
     const bool hasOwnPolicy = std::ranges::any_of(response.headers, [](const auto& header) {
@@ -202,12 +227,20 @@ private:
     fStream.expiresAfter(fParts.options.limits.bodyTime);
     http::async_write(fStream, *fResponse,
                       [self = shared_from_this()](error_code error, std::size_t) {
+                        self->xCountAnswer(0);
+                        self->fResponse.reset();
                         if (error || self->fIsLast) {
                           self->xEnd();
                         } else {
                           self->readHeader();
                         }
                       });
+  }
+
+  /// The answer that is being written has so many large bytes.
+  void xCountAnswer(std::size_t bytes) {
+    fParts.largeAnswers += bytes;
+    fParts.largeAnswers -= std::exchange(fLargeBytes, bytes);
   }
 
   /// Takes what the client still sends, for a moment: closing on unread bytes would take the answer
@@ -237,16 +270,21 @@ private:
 
   static constexpr std::chrono::seconds kLingering{1};
   static constexpr std::size_t kDiscarded = 16 * 1024;
+  static constexpr unsigned kOneDotZero = 10;
 
   ByteStream fStream;
+  asio::steady_timer fPause;
   beast::flat_buffer fBuffer;
   std::optional<http::request_parser<http::string_body>> fParser;
+  /// What the request's header says.
+  HttpRequest fHead;
   http::request<http::string_body> fRequest;
   std::optional<http::response<http::string_body>> fResponse;
   unsigned fVersion = 11;
   bool fIsLast = false;
   bool fIsHead = false;
   bool fIsTooMany = false;
+  std::size_t fLargeBytes = 0;
 };
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/websocket.hpp>
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <optional>
@@ -49,14 +50,30 @@ void appendFrame(std::string& out, const Frame& frame) {
   }
 }
 
+StreamSession::Limits sessionLimits(const GatewayLimits& limits) {
+  StreamSession::Limits session;
+  session.queue.bytes = limits.clientBytes;
+  session.queue.events = limits.clientEvents;
+  session.calls = limits.callsPerClient;
+  session.name = limits.name;
+  session.answer = std::min(limits.answer, limits.clientBytes / 2);
+  return session;
+}
+
 /// One client of the WebSocket protocol: reads one message at a time, and writes what waits, as
 /// many frames at once as there are, when what was written before has been taken. A system call
 /// costs more than a copy of what fits into it.
+///
+/// The one owner of everything that belongs to the client, from the request for a WebSocket on.
+/// Whatever is under way holds the connection, and the connection holds all of its parts until it
+/// goes itself: there is no moment at which a handler could find one of them missing. The client
+/// may vanish at any time; what comes of that is that the operations under way end with an error.
 class WebSocketConnection final : public Connection,
                                   public std::enable_shared_from_this<WebSocketConnection> {
 public:
   WebSocketConnection(ServerParts& parts, ByteStream stream)
-      : Connection(parts), fStream(std::move(stream), parts.options.now) {
+      : Connection(parts), fStream(std::move(stream), parts.options.now),
+        fSession(parts.hub.join(sessionLimits(parts.options.limits), [this] { xWake(); })) {
     fParts.counters.webSocketClients.fetch_add(1, std::memory_order_relaxed);
   }
   ~WebSocketConnection() override {
@@ -78,8 +95,9 @@ public:
         asio::socket_base::send_buffer_size(kSendBuffer), ignored);
     fStream.next_layer().next_layer().socket().set_option(asio::ip::tcp::no_delay(true), ignored);
     fStream.async_accept(request, [self = shared_from_this()](error_code error) {
-      if (!error) {
-        self->xOpen();
+      if (!error && !self->fIsClosing) {
+        self->xRead();
+        self->xWrite();
       }
     });
   }
@@ -100,19 +118,13 @@ private:
   /// A batch that has so many bytes gets no further frame.
   static constexpr std::size_t kBatch = 64 * 1024;
 
-  void xOpen() {
-    StreamSession::Limits limits;
-    limits.queue.bytes = fParts.options.limits.clientBytes;
-    limits.queue.events = fParts.options.limits.clientEvents;
-    limits.calls = fParts.options.limits.callsPerClient;
-    fSession = fParts.hub.join(limits, [this] { xWake(); });
-    xRead();
-  }
-
   void xRead() {
     fStream.async_read(fBuffer, [self = shared_from_this()](error_code error, std::size_t) {
       if (error) {
         self->xEnd();
+        return;
+      }
+      if (self->fIsClosing) {
         return;
       }
       const auto data = self->fBuffer.cdata();
@@ -129,10 +141,12 @@ private:
     });
   }
 
-  /// Writes when everything of this moment is there: a tick makes several messages.
+  /// Writes when everything of this moment is there: a tick makes several messages. Called by the
+  /// session, also while the connection is being made or is going: then there is nobody to hold.
   void xWake() {
-    if (!fIsWriting && !std::exchange(fIsWoken, true)) {
-      asio::post(fStream.get_executor(), [self = shared_from_this()] {
+    const std::shared_ptr<WebSocketConnection> owner = weak_from_this().lock();
+    if (owner != nullptr && !fIsWriting && !fIsClosing && !std::exchange(fIsWoken, true)) {
+      asio::post(fStream.get_executor(), [self = owner] {
         self->fIsWoken = false;
         self->xWrite();
       });
@@ -193,15 +207,16 @@ private:
     fStream.async_close(reason, [self = shared_from_this()](error_code) { self->xEnd(); });
   }
 
+  /// Ends all that is under way, and with it the connection.
   void xEnd() {
     fIsClosing = true;
-    fSession.reset();
     fStream.next_layer().next_layer().close();
   }
 
   websocket::stream<FrameStream> fStream;
   beast::flat_buffer fBuffer;
-  std::shared_ptr<StreamSession> fSession;
+  /// Never null, and nobody else's.
+  const std::shared_ptr<StreamSession> fSession;
   /// The frames that are being written.
   std::string fBatch;
   bool fIsWoken = false;

@@ -13,9 +13,9 @@ Hub::Hub(CallRunner& runner, Counters& counters, std::string version, Offer::Pos
 
 void Hub::open(std::shared_ptr<const Robot> robot) {
   fOffer.open(std::move(robot));
-  fAdvertised = fOffer.channels()->all().size();
+  fAnnounced = fOffer.channels()->all().size();
   for (StreamSession* session : fSessions) {
-    session->greet();
+    session->announce();
   }
 }
 
@@ -32,7 +32,7 @@ std::shared_ptr<StreamSession> Hub::join(const StreamSession::Limits& limits,
                                                });
   fSessions.insert(session.get());
   if (fOffer.robot() != nullptr) {
-    session->greet();
+    session->announce();
   }
   return session;
 }
@@ -50,7 +50,7 @@ void Hub::process(const NoticeQueue::Batch& batch) {
   }
   for (const GK::GKNotice& notice : batch.notices) {
     const std::vector<ChannelMessage> messages = channels->ofNotice(notice);
-    xAdvertiseNew();
+    xAnnounceNew();
     xDeliver(messages);
   }
   const auto isWanted = [this](std::uint32_t channel) { return fOffer.hasSubscriber(channel); };
@@ -63,9 +63,7 @@ void Hub::process(const NoticeQueue::Batch& batch) {
     }
   }
   if (hasTicked) {
-    for (StreamSession* session : fSessions) {
-      session->checkWatched();
-    }
+    xCheckWatched();
   }
 }
 
@@ -82,17 +80,21 @@ void Hub::xDeliver(const std::vector<ChannelMessage>& messages) {
   }
 }
 
-void Hub::xAdvertiseNew() {
+void Hub::xAnnounceNew() {
   const std::deque<Channel>& all = fOffer.channels()->all();
-  if (fAdvertised == all.size()) {
+  if (fAnnounced == all.size()) {
     return;
   }
-  std::vector<const Channel*> added;
-  for (; fAdvertised < all.size(); ++fAdvertised) {
-    added.push_back(&all[fAdvertised]);
-  }
+  fAnnounced = all.size();
   for (StreamSession* session : fSessions) {
-    session->advertise(added);
+    session->announce();
+  }
+}
+
+void Hub::xCheckWatched() {
+  fOffer.watches().refresh();
+  for (StreamSession* session : fSessions) {
+    session->checkWatched();
   }
 }
 
@@ -101,11 +103,11 @@ void Hub::refresh() {
     return;
   }
   xCheckDevices();
+  xCheckWatched();
   const auto frame = std::make_shared<const std::string>(
       timeMessage(fOffer.channels()->nanoseconds(GK::GKClock::instance().elapsed())));
   for (StreamSession* session : fSessions) {
     session->tellTime(frame);
-    session->checkWatched();
     session->checkDrops();
   }
 }

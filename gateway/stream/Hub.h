@@ -27,8 +27,8 @@ public:
 
   const Offer& offer() const noexcept { return fOffer; }
 
-  /// A new client, which is greeted as soon as there is a robot, and forgotten when it is let go
-  /// of. The hub must outlive it. `wake` is called when there may be something to send.
+  /// A new client, which is told what is offered as soon as there is a robot, and forgotten when it
+  /// is let go of. The hub must outlive it. `wake` is called when there may be something to send.
   std::shared_ptr<StreamSession> join(const StreamSession::Limits& limits,
                                       std::function<void()> wake);
 
@@ -41,12 +41,13 @@ public:
 private:
   void xDeliver(const std::vector<ChannelMessage>& messages);
   /// Tells all clients of channels that have appeared since this was last called.
-  void xAdvertiseNew();
+  void xAnnounceNew();
+  void xCheckWatched();
   void xCheckDevices();
 
   Offer fOffer;
   std::set<StreamSession*> fSessions;
-  std::size_t fAdvertised = 0;
+  std::size_t fAnnounced = 0;
   /// Ticks of each loop that have been passed on.
   std::map<std::string, std::uint64_t> fTicks;
   /// Values of all device keys when they were last looked at.

@@ -41,6 +41,7 @@ void Offer::open(std::shared_ptr<const Robot> robot) {
   fChannels = std::make_unique<Channels>(fRobot->store(), wall, clock.elapsed());
   fSessionId = std::to_string(wall.seconds) + "." + std::to_string(wall.microseconds);
   fServices = servicesOf(*fRobot);
+  fWatches.open(fRobot->store());
   if (fRobot->memory() != nullptr) {
     for (const GK::GKEventInfo& event : fRobot->memory()->getEvents()) {
       fChannels->addEvent(event.name);
@@ -49,6 +50,7 @@ void Offer::open(std::shared_ptr<const Robot> robot) {
 }
 
 void Offer::close() {
+  fWatches.open(nullptr);
   fChannels.reset();
   fServices.clear();
   fRobot.reset();

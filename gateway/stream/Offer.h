@@ -5,6 +5,7 @@
 #include "gateway/robot/Robot.h"
 #include "gateway/stream/Channels.h"
 #include "gateway/stream/ServerMessage.h"
+#include "gateway/stream/WatchedKeys.h"
 
 #include <cstdint>
 #include <functional>
@@ -32,6 +33,7 @@ public:
   /// Null without a robot.
   Channels* channels() const noexcept { return fChannels.get(); }
   const std::vector<Service>& services() const noexcept { return fServices; }
+  WatchedKeys& watches() noexcept { return fWatches; }
   std::string serverInfo() const;
   Counters& counters() const noexcept { return fCounters; }
   CallRunner& runner() const noexcept { return fRunner; }
@@ -52,6 +54,7 @@ private:
   std::unique_ptr<Channels> fChannels;
   std::string fSessionId;
   std::vector<Service> fServices;
+  WatchedKeys fWatches;
   /// Subscriptions by channel id.
   std::vector<std::uint32_t> fSubscribers;
 };

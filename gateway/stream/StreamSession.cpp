@@ -15,8 +15,9 @@ namespace gk::gateway {
 
 namespace {
 
-/// Channels that are announced in one message.
-constexpr std::size_t kAdvertiseBatch = 100;
+/// Channels or services that are announced in one message, and the bytes at which it ends.
+constexpr std::size_t kMostAnnounced = 100;
+constexpr std::size_t kPieceBytes = 128U << 10U;
 
 /// No channel: the slot of the clock among the samples.
 constexpr std::uint32_t kTimeSlot = 0;
@@ -58,20 +59,8 @@ StreamSession::~StreamSession() {
   }
 }
 
-void StreamSession::greet() {
-  xAnswer(fOffer.serverInfo());
-  std::vector<const Channel*> channels;
-  for (const Channel& channel : fOffer.channels()->all()) {
-    channels.push_back(&channel);
-  }
-  advertise(channels);
-  xAnswer(advertiseServicesMessage(fOffer.services()));
-}
-
-void StreamSession::advertise(std::span<const Channel* const> channels) {
-  for (std::size_t i = 0; i < channels.size(); i += kAdvertiseBatch) {
-    xAnswer(advertiseMessage(channels.subspan(i, std::min(kAdvertiseBatch, channels.size() - i))));
-  }
+void StreamSession::announce() {
+  fWake();
 }
 
 template <class Parse> void StreamSession::xRead(const Parse& parse) {
@@ -95,25 +84,76 @@ void StreamSession::onBinary(std::string_view bytes) {
 }
 
 std::optional<Frame> StreamSession::next() {
+  if (std::optional<Frame> news = xNextAnnouncement()) {
+    return news;
+  }
   if (!fQueue.hasAnswers()) {
     if (std::exchange(fHasLossToTell, false)) {
       fIsLossTold = true;
       fLastLoss = Clock::now();
       return Frame{false, statusMessage(StatusLevel::Warning, xLossText(), kLossId), nullptr};
     }
-    if (!fQueue.hasEvents() && std::exchange(fHasChanges, false)) {
-      std::vector<ParameterText> changed;
-      for (Watched& watched : fWatched) {
-        if (std::exchange(watched.isChanged, false)) {
-          changed.push_back(parameterOf(watched.name, watched.value));
-        }
-      }
-      if (!changed.empty()) {
-        return Frame{false, parameterValuesMessage(changed, {}), nullptr};
+    if (!fQueue.hasEvents() && fHasChanges) {
+      if (std::optional<Frame> changes = xNextChanges()) {
+        return changes;
       }
     }
   }
   return fQueue.take();
+}
+
+std::optional<Frame> StreamSession::xNextAnnouncement() {
+  if (fOffer.robot() == nullptr) {
+    return std::nullopt;
+  }
+  if (!std::exchange(fIsGreeted, true)) {
+    return Frame{false, fOffer.serverInfo(), nullptr};
+  }
+  std::size_t bytes = 0;
+  const std::deque<Channel>& channels = fOffer.channels()->all();
+  std::vector<const Channel*> piece;
+  while (fChannelsTold < channels.size() && piece.size() < kMostAnnounced && bytes < kPieceBytes) {
+    const Channel& channel = channels[fChannelsTold++];
+    piece.push_back(&channel);
+    bytes += channel.topic.size() + channel.schema.size();
+  }
+  if (!piece.empty()) {
+    return Frame{false, advertiseMessage(piece), nullptr};
+  }
+  const std::vector<Service>& services = fOffer.services();
+  const std::size_t first = fServicesTold;
+  while (fServicesTold < services.size() && fServicesTold - first < kMostAnnounced &&
+         bytes < kPieceBytes) {
+    const Service& service = services[fServicesTold++];
+    bytes += service.name.size() + service.requestSchema.size() + service.responseSchema.size();
+  }
+  if (fServicesTold == first) {
+    return std::nullopt;
+  }
+  return Frame{false,
+               advertiseServicesMessage(std::span(services).subspan(first, fServicesTold - first)),
+               nullptr};
+}
+
+std::optional<Frame> StreamSession::xNextChanges() {
+  std::vector<ParameterText> changed;
+  std::size_t bytes = 0;
+  fHasChanges = false;
+  for (Watched& watched : fWatched) {
+    if (watched.told == watched.key->version()) {
+      continue;
+    }
+    if (bytes >= kPieceBytes) {
+      fHasChanges = true;
+      break;
+    }
+    watched.told = watched.key->version();
+    changed.push_back(parameterOf(watched.key->name(), watched.key->value()));
+    bytes += changed.back().name.size() + changed.back().value.size();
+  }
+  return changed.empty()
+             ? std::nullopt
+             : std::optional(Frame{false, parameterValuesMessage(changed, {}), nullptr});
 }
 
 void StreamSession::xAnswer(std::string text, bool isBinary) {
@@ -144,23 +184,10 @@ void StreamSession::tellTime(const std::shared_ptr<const std::string>& frame) {
 }
 
 void StreamSession::checkWatched() {
-  const std::shared_ptr<GK::GKMemoryStore> store =
-      fWatched.empty() ? nullptr : fOffer.robot()->store();
-  if (store == nullptr) {
-    return;
-  }
-  for (Watched& watched : fWatched) {
-    if (watched.cell == nullptr) {
-      watched.cell = store->find(watched.name);
-    }
-    GK::GKValue value = watched.cell != nullptr ? watched.cell->load() : GK::GKValue();
-    if (!formats::isSameValue(value, watched.value)) {
-      watched.value = std::move(value);
-      watched.isChanged = true;
-      fHasChanges = true;
-    }
-  }
-  if (fHasChanges) {
+  if (std::ranges::any_of(fWatched, [](const Watched& watched) {
+        return watched.told != watched.key->version();
+      })) {
+    fHasChanges = true;
     fWake();
   }
 }
@@ -241,8 +268,18 @@ ParameterText StreamSession::xParameter(const std::string& name) const {
 
 void StreamSession::xHandle(const GetParametersMessage& message) {
   std::vector<ParameterText> parameters;
+  std::size_t bytes = 0;
   for (const std::string& name : message.names.empty() ? configurationKeys() : message.names) {
     parameters.push_back(xParameter(name));
+    bytes += parameters.back().name.size() + parameters.back().value.size();
+    if (bytes > fLimits.answer) {
+      parameters.pop_back();
+      xComplain(StatusLevel::Error, "the answer has only " + std::to_string(parameters.size()) +
+                                        " of the parameters, with the others it would be larger "
+                                        "than " +
+                                        std::to_string(fLimits.answer) + " bytes");
+      break;
+    }
   }
   xAnswer(parameterValuesMessage(parameters, message.id.value_or("")));
 }
@@ -276,7 +313,7 @@ void StreamSession::xHandle(const WatchParametersMessage& message) {
       message.names.empty() ? configurationKeys() : message.names;
   if (!message.isOn) {
     std::erase_if(fWatched, [&](const Watched& watched) {
-      return message.names.empty() || std::ranges::find(names, watched.name) != names.end();
+      return message.names.empty() || std::ranges::find(names, watched.key->name()) != names.end();
     });
     return;
   }
@@ -287,7 +324,13 @@ void StreamSession::xHandle(const WatchParametersMessage& message) {
 }
 
 void StreamSession::xWatch(const std::string& name) {
-  if (std::ranges::find(fWatched, name, &Watched::name) != fWatched.end()) {
+  if (std::ranges::any_of(fWatched,
+                          [&](const Watched& watched) { return watched.key->name() == name; })) {
+    return;
+  }
+  if (name.size() > fLimits.name) {
+    xComplain(StatusLevel::Error, "a name has at most " + std::to_string(fLimits.name) +
+                                      " bytes: " + formats::quotedText(name) + " is not watched");
     return;
   }
   if (fWatched.size() >= fLimits.watched) {
@@ -295,7 +338,7 @@ void StreamSession::xWatch(const std::string& name) {
                                       " parameters can be watched: " + name + " is not");
     return;
   }
-  fWatched.push_back({name, nullptr, GK::GKValue(), false});
+  fWatched.push_back({fOffer.watches().watch(name), 0});
 }
 
 void StreamSession::xHandle(const ServiceCallMessage& message) {
@@ -363,6 +406,12 @@ void StreamSession::xFinish(const ServiceCallMessage& call, const CallOutcome& o
     json.key("result").value(*outcome.result);
   }
   json.endObject();
+  if (payload.size() > fLimits.answer) {
+    xAnswer(serviceFailureMessage(call.service, call.call,
+                                  "the result is larger than " + std::to_string(fLimits.answer) +
+                                      " bytes"));
+    return;
+  }
   xAnswer(serviceResponseMessage(call.service, call.call, payload), true);
 }
 

@@ -26,6 +26,9 @@ public:
     std::size_t watched = 1024;
     /// Calls of one client that have not returned.
     std::size_t calls = 32;
+    /// Bytes of a name that is watched, and of one answer.
+    std::size_t name = 256;
+    std::size_t answer = 2U << 20U;
   };
 
   /// `wake` is called when there may be something to send.
@@ -43,9 +46,8 @@ public:
 
   // For the hub.
 
-  /// Greets the client. Before everything else, once there is a robot.
-  void greet();
-  void advertise(std::span<const Channel* const> channels);
+  /// There is a robot now, or there are more channels than before: the client is told as it reads.
+  void announce();
   void deliver(const Channel& channel, std::uint64_t time,
                const std::shared_ptr<const std::string>& payload);
   void tellTime(const std::shared_ptr<const std::string>& frame);
@@ -58,10 +60,9 @@ private:
   using Clock = std::chrono::steady_clock;
 
   struct Watched {
-    std::string name;
-    const GK::GKMemoryCell* cell = nullptr;
-    GK::GKValue value;
-    bool isChanged = false;
+    std::shared_ptr<const WatchedKey> key;
+    /// The key's version that was told to the client last.
+    std::uint64_t told = 0;
   };
 
   void xHandle(const SubscribeMessage& message);
@@ -72,6 +73,10 @@ private:
   void xHandle(const ServiceCallMessage& message);
 
   template <class Parse> void xRead(const Parse& parse);
+  /// The next piece of what the host offers that the client has not been told of.
+  std::optional<Frame> xNextAnnouncement();
+  /// Watched parameters that have changed, as many as make one message.
+  std::optional<Frame> xNextChanges();
   void xSubscribe(std::uint32_t subscription, std::uint64_t channel);
   void xWatch(const std::string& name);
   void xAnswer(std::string text, bool isBinary = false);
@@ -85,6 +90,11 @@ private:
   const std::function<void()> fWake;
   ClientQueue fQueue;
   bool fIsOverrun = false;
+  /// How much of the offer the client has been told of. What is offered is not kept waiting in the
+  /// queue: each piece is made when the client has taken the one before.
+  bool fIsGreeted = false;
+  std::size_t fChannelsTold = 0;
+  std::size_t fServicesTold = 0;
   /// Subscription of each channel, and the other way round.
   std::map<std::uint32_t, std::uint32_t> fByChannel;
   std::map<std::uint32_t, std::uint32_t> fBySubscription;

@@ -62,8 +62,12 @@ void DCM::set(const GKValue& order, GKCaller caller) {
   if (caller == GKCaller::Module) {
     GKOperationHook::check(GKOperation::DcmSet, {});
   }
-  const float value = latestValue(order);
-  fStore->set(kActuatorPrefix + order[0].toString(), value);
+  const GKValue value = latestValue(order);
+  const std::string key = kActuatorPrefix + order[0].toString();
+  const bool isNew = fGate != nullptr && caller != GKCaller::Module && fStore->find(key) == nullptr;
+  GKValue room;
+  fStore->set(key, GKWriteGate::ask(fGate, kName, "set",
+                                    {GKWrite::Kind::Order, caller, key, &value, {}, isNew}, room));
   GKObserverList::instance().show(GKNotice::Kind::Order, [&](GKNotice& notice) {
     notice.caller = caller;
     notice.value = order;

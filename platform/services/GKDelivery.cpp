@@ -1,5 +1,6 @@
 #include "platform/services/GKDelivery.h"
 
+#include "gk/GKBroker.h"
 #include "gk/GKCaller.h"
 #include "gk/GKClock.h"
 #include "zu/log.h"
@@ -47,10 +48,16 @@ void GKDelivery::deliver(Callback& callback, const GKValue& value) {
 void GKDelivery::xDrain() {
   const GKCallerScope scope(GKCaller::Platform);
   for (; xTake(); xWaitForMore()) {
-    if (const boost::shared_ptr<GKModuleCore> module = fModule.lock()) {
-      for (Item& item : fTaken) {
-        xCall(*module, item);
+    const boost::shared_ptr<GKModuleCore> module = fModule.lock();
+    const boost::shared_ptr<GKBroker> broker =
+        module != nullptr ? module->getParentBroker() : nullptr;
+    for (Item& item : fTaken) {
+      // Once the shutdown has begun nothing is handed over: a callback that raises what it is
+      // called for would keep it waiting for ever.
+      if (module == nullptr || (broker != nullptr && broker->isExiting())) {
+        break;
       }
+      xCall(*module, item);
     }
   }
 }

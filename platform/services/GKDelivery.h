@@ -15,7 +15,8 @@
 namespace GK {
 
 /// The events on their way to one module: handed over in order, by one task at a time, so that a
-/// slow module delays nobody else. Held by shared pointers; any thread.
+/// slow module delays nobody else. What has not been handed over when the broker's shutdown begins
+/// is dropped. Held by shared pointers; any thread.
 class GKDelivery : public std::enable_shared_from_this<GKDelivery> {
 public:
   /// An event callback of the module, made once for each subscription.

@@ -62,6 +62,11 @@ struct GKMemory::State {
         .first->second;
   }
 
+  /// Any thread.
+  bool isEvent(const std::string& name) const {
+    return events.find(std::string_view(name)) != events.end();
+  }
+
   NameMap<Event> events;
 
   /// Guards what follows. Never held while an event's mutex is being waited for by its holder.
@@ -151,20 +156,26 @@ void* GKMemory::getDataPtr(const std::string& key, GKCaller caller) const {
 
 void GKMemory::insertData(const std::string& key, const GKValue& value, GKCaller caller) {
   check(caller, GKOperation::InsertData, key);
-  xAdmit("insertData", key, value);
-  fStore->set(key, value);
+  GKValue room;
+  const GKValue& stored = xAdmit("insertData", {GKWrite::Kind::Data, caller, key, &value}, room);
+  fStore->set(key, stored);
   GKObserverList::instance().show(GKNotice::Kind::Insert, [&](GKNotice& notice) {
     notice.caller = caller;
     notice.name = key;
-    notice.value = value;
+    notice.value = stored;
   });
 }
 
 void GKMemory::declareEvent(const std::string& event, const std::string& owner, GKCaller caller) {
   check(caller, GKOperation::DeclareEvent, event);
+  GKValue none;
+  xAdmit("declareEvent", {GKWrite::Kind::Declaration, caller, event, nullptr, owner}, none);
   Event& entry = fState->event(*fStore, event);
   {
     const std::scoped_lock lock(fState->mutex, entry.mutex);
+    if (caller != GKCaller::Module && !entry.owner.empty() && entry.owner != owner) {
+      throw GKError(kName, "declareEvent", event + " is declared by " + entry.owner);
+    }
     if (entry.owner != owner) {
       std::vector<std::string>& former = fState->declared[entry.owner];
       former.erase(std::remove(former.begin(), former.end(), event), former.end());
@@ -181,27 +192,25 @@ void GKMemory::declareEvent(const std::string& event, const std::string& owner, 
 
 void GKMemory::raiseEvent(const std::string& event, const GKValue& value, GKCaller caller) {
   check(caller, GKOperation::RaiseEvent, event);
-  xAdmit("raiseEvent", event, value);
-  xRaise(GKNotice::Kind::Event, event, value);
+  GKValue room;
+  xRaise(GKNotice::Kind::Event, event,
+         xAdmit("raiseEvent", {GKWrite::Kind::Event, caller, event, &value}, room));
 }
 
 void GKMemory::raiseMicroEvent(const std::string& event, const GKValue& value, GKCaller caller) {
   check(caller, GKOperation::RaiseMicroEvent, event);
-  xAdmit("raiseMicroEvent", event, value);
-  xRaise(GKNotice::Kind::MicroEvent, event, value);
+  GKValue room;
+  xRaise(GKNotice::Kind::MicroEvent, event,
+         xAdmit("raiseMicroEvent", {GKWrite::Kind::Event, caller, event, &value}, room));
 }
 
-void GKMemory::guardKeys(std::string prefix, WriteCheck check) {
-  fGuardedPrefix = std::move(prefix);
-  fWriteCheck = std::move(check);
-}
-
-void GKMemory::xAdmit(const char* method, const std::string& key, const GKValue& value) const {
-  if (fWriteCheck && key.starts_with(fGuardedPrefix)) {
-    if (const std::string refusal = fWriteCheck(key, value); !refusal.empty()) {
-      throw GKError(kName, method, refusal);
-    }
+const GKValue& GKMemory::xAdmit(const char* method, GKWrite write, GKValue& room) const {
+  // What modules do pays for no look-up.
+  if (fGate != nullptr && write.caller != GKCaller::Module) {
+    write.isNew = write.kind == GKWrite::Kind::Data ? fStore->find(write.name) == nullptr
+                                                    : !fState->isEvent(write.name);
   }
+  return GKWriteGate::ask(fGate, kName, method, write, room);
 }
 
 void GKMemory::xRaise(GKNotice::Kind kind, const std::string& event, const GKValue& value) {
@@ -259,6 +268,9 @@ void GKMemory::subscribeToEvent(const std::string& event, const std::string& mod
     throw GKError(kName, "subscribeToEvent",
                   module + " has no method " + method + " that takes an event's name and value");
   }
+  GKValue none;
+  xAdmit("subscribeToEvent",
+         {GKWrite::Kind::Subscription, GKCallerScope::current(), event, nullptr, module}, none);
   Event& entry = fState->event(*fStore, event);
   bool isFirst = false;
   std::string owner;

@@ -1,5 +1,7 @@
 #include "gk/GKMemoryProxy.h"
 
+#include "gk/GKCaller.h"
+
 namespace GK {
 
 GKMemoryProxy::GKMemoryProxy(const boost::shared_ptr<GKProxy>& proxy)
@@ -35,10 +37,12 @@ void GKMemoryProxy::raiseMicroEvent(const std::string& event, const GKValue& val
 
 void GKMemoryProxy::subscribeToEvent(const std::string& event, const std::string& module,
                                      const std::string& method) {
+  const GKCallerScope scope(GKCaller::Module);
   fMemory->subscribeToEvent(event, module, method);
 }
 
 void GKMemoryProxy::unsubscribeToEvent(const std::string& event, const std::string& module) {
+  const GKCallerScope scope(GKCaller::Module);
   fMemory->unsubscribeToEvent(event, module);
 }
 

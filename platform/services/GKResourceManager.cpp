@@ -32,17 +32,27 @@ void GKResourceManager::enableStateResource(const std::string& name, const bool&
   if (GKCallerScope::current() == GKCaller::Module) {
     GKOperationHook::check(GKOperation::EnableStateResource, {});
   }
+  const std::string key = kStatePrefix + name;
+  xAdmit(key, enabled);
   const std::lock_guard lock(fMutex);
   if (enabled) {
     fEnabled.insert(name);
   } else {
     fEnabled.erase(name);
   }
-  fStore->set(kStatePrefix + name, enabled);
+  fStore->set(key, enabled);
   GKObserverList::instance().show(GKNotice::Kind::Resource, [&](GKNotice& notice) {
     notice.name = name;
     notice.value = enabled;
   });
+}
+
+void GKResourceManager::xAdmit(const std::string& key, const GKValue& value) const {
+  const GKCaller caller = GKCallerScope::current();
+  const bool isNew = fGate != nullptr && caller != GKCaller::Module && fStore->find(key) == nullptr;
+  GKValue room;
+  GKWriteGate::ask(fGate, kName, "enableStateResource",
+                   {GKWrite::Kind::Resource, caller, key, &value, {}, isNew}, room);
 }
 
 std::vector<std::string> GKResourceManager::getEnabledStateResources() const {

@@ -2,6 +2,7 @@
 
 #include "devices/DeviceKeys.h"
 #include "devices/sim/Simulation.h"
+#include "devices/WriteGate.h"
 #include "formats/text/FormatError.h"
 #include "gk/DCM.h"
 #include "gk/GKMemory.h"
@@ -181,21 +182,31 @@ void Host::xStartServices() {
   fBroker = boost::make_shared<GK::GKBroker>("gk", fManager);
   fManager->addBroker(fBroker);
   fCalls = std::make_unique<Calls>(fBroker, [this](Answer answer) { xReport(std::move(answer)); });
-  const auto add = [this](auto service) {
+  const std::shared_ptr<GK::GKWriteGate> gate = xMakeGate();
+  const auto add = [this, &gate](auto service) {
+    service->setGate(gate);
     if (xHasService(service->getName().c_str())) {
       service->initModule();
     }
   };
-  const auto memory = boost::make_shared<GK::GKMemory>(fBroker, fStore);
-  if (fSimulation != nullptr) {
-    memory->guardKeys(devices::World::kPrefix,
-                      [this](const std::string& key, const GK::GKValue& value) {
-                        return fSimulation->admit(key, value);
-                      });
-  }
-  add(memory);
+  add(boost::make_shared<GK::GKMemory>(fBroker, fStore));
   add(boost::make_shared<GK::DCM>(fBroker, fStore));
   add(boost::make_shared<GK::GKResourceManager>(fBroker, fStore));
+}
+
+std::shared_ptr<GK::GKWriteGate> Host::xMakeGate() {
+  devices::WriteGate::World world;
+  if (fSimulation != nullptr) {
+    world = [this](const std::string& key, const GK::GKValue& value) {
+      return fSimulation->admit(key, value);
+    };
+  } else if (fOptions.hadSimulation) {
+    fFormerWorld = std::make_unique<devices::World>(fStore);
+    world = [this](const std::string& key, const GK::GKValue& value) {
+      return fFormerWorld->admit(key, value);
+    };
+  }
+  return std::make_shared<devices::WriteGate>(fOptions.limits, std::move(world));
 }
 
 bool Host::xHasService(const char* name) const {

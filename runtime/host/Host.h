@@ -1,5 +1,6 @@
 #pragma once
 
+#include "devices/ClientLimits.h"
 #include "devices/DeviceLayer.h"
 #include "devices/sim/SimulationOptions.h"
 #include "formats/lines/OutputLine.h"
@@ -10,6 +11,7 @@
 #include "gk/GKMemoryStore.h"
 #include "gk/GKObserver.h"
 #include "gk/GKTurns.h"
+#include "gk/GKWriteGate.h"
 #include "runtime/figures/LoopStatistics.h"
 #include "runtime/host/Calls.h"
 #include "runtime/host/FaultPlan.h"
@@ -32,6 +34,7 @@
 
 namespace gk::devices {
 class Simulation;
+class World;
 } // namespace gk::devices
 
 namespace gk::runtime {
@@ -53,6 +56,10 @@ struct HostOptions {
 
   /// The simulated robot, if there is to be one.
   std::optional<devices::SimulationOptions> simulation;
+  /// With `replay`: the run that is repeated had the simulated robot, and thus rules for its world.
+  bool hadSimulation = false;
+  /// What clients and scenarios may leave behind.
+  devices::ClientLimits limits;
 
   bool isVirtual = false;
   /// Real time only: priority of the loops' threads under SCHED_FIFO, 1 to 99; 0 for none.
@@ -156,6 +163,7 @@ private:
   std::shared_ptr<GK::GKClock> xMakeClock();
   GK::GKInput& xInput();
   void xStartServices();
+  std::shared_ptr<GK::GKWriteGate> xMakeGate();
   void xEnd();
   bool xHasService(const char* name) const;
   void xReport(Answer answer);
@@ -171,6 +179,8 @@ private:
   std::shared_ptr<FaultPlan> fFaults = std::make_shared<FaultPlan>();
   devices::DeviceLayer fDevices;
   std::unique_ptr<devices::Simulation> fSimulation;
+  /// Where there was a simulated robot: what its world refused is refused again.
+  std::unique_ptr<devices::World> fFormerWorld;
   std::unique_ptr<Target> fTarget;
   Player fPlayer;
   std::unique_ptr<Input> fInput;

@@ -1,8 +1,11 @@
 #include "formats/json/JsonValue.h"
+#include "formats/text/Printable.h"
 #include "runtime/output/Reporter.h"
 #include "zu/log.h"
 
 #include <fmt/format.h>
+
+#include <algorithm>
 
 namespace gk::runtime {
 
@@ -37,14 +40,26 @@ std::string_view colourOf(const GK::GKNotice& notice) {
 std::string text(const GK::GKValue& value) {
   std::string json;
   formats::appendJson(json, value);
-  return json;
+  return formats::printable(json);
+}
+
+/// A text of several lines.
+std::string printableLines(std::string_view text) {
+  std::string clean;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    clean += formats::printable(text.substr(0, end));
+    clean += end < text.size() ? "\n" : "";
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return clean;
 }
 
 /// "   12.340  kind     name                              value"
 void appendRow(std::string& out, bool isColoured, std::string_view colour, GK::GKMicros time,
                std::string_view kind, std::string_view name, std::string_view value) {
   constexpr double microsPerSecond = 1e6;
-  std::string row = fmt::format("{:<8} {:<34} {}", kind, name, value);
+  std::string row = fmt::format("{:<8} {:<34} {}", kind, formats::printable(name), value);
   row.erase(row.find_last_not_of(' ') + 1);
   const std::string stamp = fmt::format("{:10.3f}  ", static_cast<double>(time) / microsPerSecond);
   if (isColoured) {
@@ -71,14 +86,15 @@ void ReadableReporter::xAppend(std::string& out, const GK::GKNotice& notice) {
   switch (notice.kind) {
   case GK::GKNotice::Kind::Log:
     if (notice.level <= fLogLevel) {
-      row(fmt::format("{} {}", zu::log::levelName(notice.level), notice.name), notice.text);
+      row(fmt::format("{} {}", zu::log::levelName(notice.level), notice.name),
+          formats::printable(notice.text));
     }
     break;
   case GK::GKNotice::Kind::Order:
     row("DCM", text(notice.value));
     break;
   case GK::GKNotice::Kind::Declare:
-    row(notice.name, notice.owner);
+    row(notice.name, formats::printable(notice.owner));
     break;
   default:
     row(notice.name, text(notice.value));
@@ -96,16 +112,16 @@ void ReadableReporter::xAppend(std::string& out, const Answer& answer) {
     row("result", answer.hasValue ? text(answer.value) : "done");
     break;
   case Answer::Kind::Error:
-    row("error", answer.error->what());
+    row("error", formats::printable(answer.error->what()));
     break;
   case Answer::Kind::OtherError:
-    row("error", answer.text);
+    row("error", formats::printable(answer.text));
     break;
   case Answer::Kind::Value:
     row("value", answer.hasValue ? text(answer.value) : "unknown key");
     break;
   case Answer::Kind::Page:
-    row("page", answer.text);
+    row("page", printableLines(answer.text));
     break;
   }
 }

@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <sys/stat.h>
+#include <thread>
 
 // The commands that ask a running host, against one.
 
@@ -68,6 +69,45 @@ TEST(GkClient, KeysAreReadWrittenAndFound) {
   const ProgramResult all = host.gk({"keys"});
   EXPECT_THAT(all.out, AllOf(HasSubstr("Motion/IsStand"), HasSubstr(kTouch)));
   EXPECT_EQ(host.gk({"set", kTouch, "much"}).code, 1);
+}
+
+TEST(GkClient, AnEmptyTokenFileAndAPortThatIsNoneAreErrors) {
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{"run", "--token-file", ""}, {"keys", "--token-file", ""}}) {
+    const ProgramResult result = gk(command);
+    EXPECT_EQ(result.code, 2);
+    EXPECT_THAT(result.err, AllOf(HasSubstr("--token-file"), HasSubstr("must not be empty")));
+  }
+  for (const char* host : {"127.0.0.1:99999", "127.0.0.1:65536", "127.0.0.1:0", "127.0.0.1:"}) {
+    const ProgramResult result = gk({"keys", "--host", host});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.err,
+              std::string("gk: ") + host + " is no host; 127.0.0.1:8090 would be one\n");
+  }
+}
+
+TEST(GkClient, WhatOthersNameReachesTheTerminalClean) {
+  RunningHost host;
+  EXPECT_EQ(host.gk({"call", "GKMemory.raiseEvent", "Evil\x1b[2J\nForged", "x\xC2\x9Bm"}).code, 0);
+  const std::string clean = "Evil?[2J?Forged";
+  while (host.program().outSoFar().find("Forged") == std::string::npos) {
+    std::this_thread::yield();
+  }
+  EXPECT_THAT(host.program().outSoFar(), AllOf(HasSubstr(clean), HasSubstr("\"x?m\"")));
+  EXPECT_THAT(host.gk({"keys", "Evil"}).out, HasSubstr(clean));
+}
+
+TEST(GkClient, LimitsAreThoseOfTheCommandLine) {
+  const RunningHost host({"--robot", "none", "--limit", "keys=1", "--limit", "values=10"});
+  EXPECT_EQ(host.gk({"set", "Mine", "1"}).code, 0);
+  const ProgramResult refused = host.gk({"set", "Another", "1"});
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_EQ(refused.err,
+            "gk: Another: clients have made 1 keys, and may make no more (--limit keys=N)\n");
+  EXPECT_THAT(host.gk({"set", "Mine", "abcdefghijk"}).err, HasSubstr("at most 10 bytes, not 11"));
+  const ProgramResult unknown = gk({"run", "--limit", "kyes=1"});
+  EXPECT_EQ(unknown.code, 2);
+  EXPECT_THAT(unknown.err, HasSubstr("kyes=1: there is no such limit"));
 }
 
 TEST(GkClient, EventsAreShownAsTheyAreRaised) {

@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 namespace gk::gateway {
 namespace {
 
@@ -174,16 +176,109 @@ TEST(Gateway, ValuesThatDoNotFitLeaveTheKeyAlone) {
   EXPECT_EQ(sut.store->get(kTouchKey), GK::GKValue(0.0F));
 }
 
-TEST(Gateway, AWriteThatTheKeysGuardRefusesIsABadRequestWithItsReason) {
+TEST(Gateway, AWriteThatTheGateRefusesIsABadRequestWithItsReason) {
   ServedHost sut;
-  sut.memory->guardKeys("World/", [](const std::string& key, const GK::GKValue&) {
-    return key == "World/Known" ? std::string() : "there is no key " + key;
-  });
-  EXPECT_EQ(ask(sut, "PUT", "/api/v1/memory/World/Known", "1").status, 200);
-  const Answer refusal = ask(sut, "PUT", "/api/v1/memory/World/Unknown", "1");
+  const Answer refusal = ask(sut, "PUT", "/api/v1/memory/" + std::string(257, 'k'), "1");
   EXPECT_EQ(refusal.status, 400);
-  EXPECT_EQ(refusal.body, R"({"error":{"message":"there is no key World/Unknown"}})");
-  EXPECT_FALSE(sut.store->get("World/Unknown").has_value());
+  EXPECT_THAT(refusal.body, HasSubstr("a name has 1 to 256 bytes, not 257"));
+  EXPECT_FALSE(sut.store->get(std::string(257, 'k')).has_value());
+  EXPECT_EQ(ask(sut, "PUT", "/api/v1/memory/" + std::string(256, 'k'), "1").status, 200);
+}
+
+TEST(Gateway, DeviceKeysKeepTheirTypeByWhateverWayTheyAreWritten) {
+  ServedHost sut;
+  for (const char* method : {"insertData", "raiseEvent", "raiseMicroEvent"}) {
+    const std::string name = std::string("GKMemory.") + method;
+    EXPECT_THAT(call(sut, name, "[\"" + kTouchKey + "\",1]"), HasSubstr("result"));
+    EXPECT_EQ(sut.store->get(kTouchKey), GK::GKValue(1.0F)) << method;
+    EXPECT_THAT(call(sut, name, "[\"" + kTouchKey + "\",\"text\"]"),
+                AllOf(HasSubstr("-32602"), HasSubstr(kTouchKey + ": takes a float, not")));
+    sut.store->set(kTouchKey, 0.0F);
+  }
+  EXPECT_THAT(call(sut, "DCM.set", R"([["RobotConfig","Merge",[["x",0]]]])"), HasSubstr("error"));
+}
+
+TEST(Gateway, ServicesAreNoTargetsOfClientsSubscriptions) {
+  ServedHost sut;
+  for (const char* service : {"GKMemory", "DCM", "GKResourceManager"}) {
+    const std::string method = service == std::string("GKMemory") ? "raiseEvent" : "set";
+    EXPECT_THAT(call(sut, "GKMemory.subscribeToEvent",
+                     std::string(R"(["L",")") + service + "\",\"" + method + "\"]"),
+                HasSubstr("error"))
+        << service;
+  }
+  EXPECT_THAT(call(sut, "GKMemory.subscribeToEvent", R"(["L","GKMemory","raiseEvent"])"),
+              HasSubstr("GKMemory is a service of the host"));
+  EXPECT_THAT(call(sut, "GKMemory.subscribeToEvent", R"(["L","Probe","join"])"),
+              HasSubstr(R"("result":null)"));
+}
+
+TEST(Gateway, ADeliveryThatFeedsItselfEndsWithTheHost) {
+  const auto begin = [] { return std::chrono::steady_clock::now(); };
+  std::chrono::steady_clock::time_point asked;
+  {
+    ServedHost sut;
+    // What only a module can ask for.
+    sut.memory->subscribeToEvent("L", GK::GKMemory::kName, "raiseEvent");
+    sut.raise("L", 1.0F);
+    asked = begin();
+  }
+  EXPECT_LT(begin() - asked, std::chrono::seconds(1));
+}
+
+TEST(Gateway, WhatClientsMakeIsLimited) {
+  devices::ClientLimits limits;
+  limits.keys = 3;
+  limits.events = 2;
+  limits.values = 100;
+  ServedHost sut({}, limits);
+  for (const char* key : {"a", "b", "c", "a"}) {
+    EXPECT_EQ(ask(sut, "PUT", std::string("/api/v1/memory/") + key, "1").status, 200) << key;
+  }
+  const Answer refusal = ask(sut, "PUT", "/api/v1/memory/d", "1");
+  EXPECT_EQ(refusal.status, 400);
+  EXPECT_THAT(refusal.body, HasSubstr("d: clients have made 3 keys"));
+  for (const char* event : {"E1", "E2", "ProbeEvent"}) {
+    EXPECT_THAT(call(sut, "GKMemory.raiseEvent", "[\"" + std::string(event) + "\",1]"),
+                HasSubstr("result"))
+        << event;
+  }
+  EXPECT_THAT(call(sut, "GKMemory.raiseEvent", R"(["E3",1])"),
+              HasSubstr("E3: clients have made 2 events"));
+  EXPECT_EQ(ask(sut, "PUT", "/api/v1/memory/a", "\"" + std::string(101, 'v') + "\"").status, 400);
+  EXPECT_EQ(ask(sut, "PUT", "/api/v1/memory/a", "\"" + std::string(100, 'v') + "\"").status, 200);
+}
+
+TEST(Gateway, AnAnswerThatWouldBeTooLargeIsCutIntoPagesOrRefused) {
+  GatewayOptions options;
+  options.limits.answer = 1000;
+  ServedHost sut(std::move(options));
+  const std::string value(300, 'v');
+  for (const char* key : {"P/a", "P/b", "P/c", "P/d", "P/e"}) {
+    sut.store->set(key, value);
+    sut.raise(key, value);
+  }
+  std::size_t pages = 0;
+  std::size_t keys = 0;
+  for (std::string after = "P/"; !after.empty(); ++pages) {
+    const std::string page = ask(sut, "GET", "/api/v1/memory?prefix=P/&after=" + after).body;
+    EXPECT_LT(page.size(), 1500U);
+    for (std::size_t place = 0; (place = page.find("\"key\":", place)) != std::string::npos;
+         ++place) {
+      ++keys;
+    }
+    const std::size_t next = page.find("\"next\":\"");
+    after = next == std::string::npos ? "" : page.substr(next + 8, 3);
+  }
+  EXPECT_EQ(keys, 5U);
+  EXPECT_EQ(pages, 2U);
+  const std::string events = ask(sut, "GET", "/api/v1/events?after=P/").body;
+  EXPECT_THAT(events,
+              AllOf(HasSubstr("P/a"), Not(HasSubstr("P/e")), HasSubstr(R"("next":"P/c"})")));
+  EXPECT_THAT(ask(sut, "GET", "/api/v1/events?after=P/c").body,
+              AllOf(HasSubstr("P/e"), HasSubstr(R"("next":null})")));
+  EXPECT_THAT(call(sut, "Probe.echo", "[\"" + std::string(2000, 'x') + "\"]"),
+              AllOf(HasSubstr("-32002"), HasSubstr("larger than 1000 bytes")));
 }
 
 TEST(Gateway, KeysComeInPages) {

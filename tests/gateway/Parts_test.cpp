@@ -1,6 +1,7 @@
 #include "gateway/figures/Counters.h"
 #include "gateway/figures/NoticeQueue.h"
 #include "gateway/http/StaticFiles.h"
+#include "gateway/robot/SubscriberLimit.h"
 #include "gateway/stream/ServerMessage.h"
 #include "gk/GKClock.h"
 
@@ -15,6 +16,7 @@ namespace gk::gateway {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
 
@@ -47,6 +49,19 @@ TEST(NoticeQueue, WhenFullTheOldestGoAndAreCounted) {
   EXPECT_EQ(sut.dropped(), 1U);
 }
 
+TEST(NoticeQueue, WhatIsNotTakenAtOnceWaitsInItsOrder) {
+  NoticeQueue sut([] {});
+  for (const char* name : {"a", "b", "c"}) {
+    sut.onNotice(event(name));
+  }
+  const NoticeQueue::Batch first = sut.take(2);
+  EXPECT_EQ(first.notices.back().name, "b");
+  EXPECT_TRUE(first.isMore);
+  const NoticeQueue::Batch rest = sut.take(2);
+  EXPECT_EQ(rest.notices.front().name, "c");
+  EXPECT_FALSE(rest.isMore);
+}
+
 TEST(NoticeQueue, LoopsAreCountedByModule) {
   NoticeQueue sut([] {});
   sut.onTick(1, {"A", "run"});
@@ -66,6 +81,18 @@ TEST(NoticeQueue, InsertionsDoNotWait) {
   notice.kind = GK::GKNotice::Kind::Insert;
   sut.onNotice(notice);
   EXPECT_THAT(sut.take().notices, IsEmpty());
+}
+
+TEST(SubscriberLimit, NamesAreLimitedInLengthAndNumber) {
+  SubscriberLimit sut(5, 2);
+  EXPECT_THAT(sut.admit("A", "subscribe", {"12345"}), IsEmpty());
+  EXPECT_THAT(sut.admit("A", "subscribe", {"123456"}), HasSubstr("at most 5 bytes, not 6"));
+  EXPECT_THAT(sut.admit("B", "subscribe", {"x", 30, 0.5F}), IsEmpty());
+  EXPECT_THAT(sut.admit("B", "subscribe", {"x"}), IsEmpty());
+  EXPECT_THAT(sut.admit("B", "subscribe", {"y"}), HasSubstr("under 2 names"));
+  EXPECT_THAT(sut.admit("A", "unsubscribe", {"12345"}), IsEmpty());
+  EXPECT_THAT(sut.admit("B", "subscribe", {"y"}), IsEmpty());
+  EXPECT_THAT(sut.admit("B", "other", {std::string(1000, 'x')}), IsEmpty());
 }
 
 TEST(Histogram, BucketsCountWhatIsUpToTheirLimit) {

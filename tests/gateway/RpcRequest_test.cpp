@@ -63,6 +63,15 @@ TEST(RpcRequest, WhatIsNoRequestIsInvalid) {
   }
 }
 
+TEST(RpcRequest, AnIdThatCannotBeSentBackAsItIsIsRefused) {
+  EXPECT_EQ(onlyError(R"({"jsonrpc":"2.0","id":1e400,"method":"M.m"})").code, kInvalidRequest);
+  EXPECT_EQ(onlyError(R"({"jsonrpc":"2.0","id":99999999999999999999,"method":"M.m"})").code,
+            kParseError);
+  EXPECT_EQ(
+      parseRpcRequest(R"({"jsonrpc":"2.0","id":9223372036854775807,"method":"M.m"})").calls[0].id,
+      "9223372036854775807");
+}
+
 TEST(RpcRequest, InvalidRequestsAreAnsweredEvenWithoutAnId) {
   EXPECT_EQ(parseRpcRequest(R"({"method":"M.m"})").calls[0].id, "null");
   EXPECT_EQ(parseRpcRequest(R"({"id":3,"method":"M.m"})").calls[0].id, "3");

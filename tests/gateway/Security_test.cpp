@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <utility>
 #include <vector>
 
 // What keeps others away from the robot, rule by rule.
@@ -15,6 +17,7 @@ using test::ask;
 using test::call;
 using test::ServedHost;
 using test::Socket;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -43,7 +46,7 @@ TEST(Security, ForeignNamesForOurAddressAreRefused) {
   }
   Socket nameless(sut.port());
   nameless.send("GET /livez HTTP/1.1\r\n\r\n");
-  EXPECT_EQ(nameless.readAnswer().status, 403);
+  EXPECT_EQ(nameless.readAnswer().status, 400);
   Socket upgrade(sut.port());
   EXPECT_EQ(upgrade.upgrade("/ws", "evil.example:" + std::to_string(sut.port())).status, 403);
 }
@@ -173,16 +176,130 @@ TEST(Security, NestingOfJsonIsLimited) {
 
 TEST(Security, WhatIsNoRequestEndsTheConnection) {
   ServedHost sut;
-  for (const char* bytes : {"nonsense\r\n\r\n", "GET\r\n\r\n", "GET / HTTP/9.9\r\n\r\n",
-                            "\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03\r\n\r\n",
-                            "GET / HTTP/1.1\r\nContent-Length: -1\r\n\r\n",
-                            "POST / HTTP/1.1\r\nContent-Length: 5\r\nContent-Length: 6\r\n\r\n"}) {
+  for (const char* bytes :
+       {"nonsense\r\n\r\n", "GET\r\n\r\n", "\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03\r\n\r\n",
+        "GET / HTTP/1.1\r\nContent-Length: -1\r\n\r\n",
+        "POST / HTTP/1.1\r\nContent-Length: 5\r\nContent-Length: 6\r\n\r\n"}) {
     Socket socket(sut.port());
     socket.send(bytes);
     EXPECT_EQ(socket.readAnswer().status, 400) << bytes;
     EXPECT_TRUE(socket.isEnded()) << bytes;
   }
   EXPECT_EQ(ask(sut, "GET", "/livez").status, 200);
+}
+
+/// The answer to what is sent as it is, on a connection of its own.
+Answer answerTo(const ServedHost& host, const std::string& bytes) {
+  Socket socket(host.port());
+  socket.send(bytes);
+  return socket.readAnswer();
+}
+
+TEST(Security, WhatTheEndOfARequestCannotBeFoundByIsRefused) {
+  ServedHost sut;
+  const std::string hidden = "GET /livez HTTP/1.1\r\nHost: " + sut.name() + "\r\n\r\n";
+  const auto post = [&](const std::string& fields) {
+    return "POST /rpc HTTP/1.1\r\nHost: " + sut.name() + "\r\nContent-Type: application/json\r\n" +
+           fields + "\r\n" + hidden;
+  };
+  for (const auto& [fields, status] : std::initializer_list<std::pair<std::string, int>>{
+           {"Transfer-Encoding: gzip\r\n", 400},
+           {"Transfer-Encoding: identity\r\n", 400},
+           {"Transfer-Encoding: chunked, gzip\r\n", 400},
+           {"Transfer-Encoding: gzip, chunked\r\n", 501},
+           {"Transfer-Encoding: gzip\r\nTransfer-Encoding: chunked\r\n", 501},
+           {"Transfer-Encoding: chunked\r\nContent-Length: 3\r\n", 400}}) {
+    Socket socket(sut.port());
+    socket.send(post(fields));
+    EXPECT_EQ(socket.readAnswer().status, status) << fields;
+    // What follows is no request.
+    EXPECT_TRUE(socket.isEnded()) << fields;
+  }
+  EXPECT_EQ(answerTo(sut, "POST /rpc HTTP/1.0\r\nHost: " + sut.name() +
+                              "\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n")
+                .status,
+            400);
+}
+
+TEST(Security, FieldsThatAreThereOnceAreNotThereTwice) {
+  ServedHost sut;
+  const std::string own = "Host: " + sut.name() + "\r\n";
+  for (const std::string& fields :
+       {own + own, own + "Host: evil.example\r\n",
+        own + "Origin: http://" + sut.name() + "\r\nOrigin: http://evil.example\r\n",
+        own + "Content-Type: text/plain\r\nContent-Type: application/json\r\n",
+        own + "Authorization: Bearer a\r\nAuthorization: Bearer b\r\n"}) {
+    EXPECT_EQ(answerTo(sut, "GET /livez HTTP/1.1\r\n" + fields + "\r\n").status, 400) << fields;
+  }
+}
+
+TEST(Security, ATargetInAbsoluteFormSaysWhichHostIsMeant) {
+  ServedHost sut;
+  const auto get = [&](const std::string& target, const std::string& host) {
+    return answerTo(sut, "GET " + target + " HTTP/1.1\r\nHost: " + host + "\r\n\r\n").status;
+  };
+  EXPECT_EQ(get("http://" + sut.name() + "/livez", sut.name()), 200);
+  EXPECT_EQ(get("HTTP://" + sut.name() + "/livez", sut.name()), 200);
+  // The target counts, whatever the field says (RFC 9112, section 3.2.2).
+  EXPECT_EQ(get("http://" + sut.name() + "/livez", "evil.example"), 200);
+  EXPECT_EQ(get("http://evil.example/livez", sut.name()), 403);
+  EXPECT_EQ(get("http://user@" + sut.name() + "/livez", sut.name()), 400);
+  EXPECT_EQ(get("http:///livez", sut.name()), 400);
+  EXPECT_EQ(get("https://" + sut.name() + "/livez", sut.name()), 421);
+  EXPECT_EQ(answerTo(sut, "OPTIONS * HTTP/1.1\r\nHost: " + sut.name() + "\r\n\r\n").status, 204);
+  EXPECT_EQ(answerTo(sut, "OPTIONS * HTTP/1.1\r\nHost: evil.example\r\n\r\n").status, 403);
+}
+
+TEST(Security, TrailersChangeNothingOfWhatTheHeaderSays) {
+  ServedHost sut;
+  EXPECT_EQ(answerTo(sut, "PUT /api/v1/memory/Mine HTTP/1.1\r\nHost: " + sut.name() +
+                              "\r\nContent-Type: text/plain\r\nTransfer-Encoding: chunked\r\n"
+                              "Trailer: Content-Type\r\n\r\n1\r\n1\r\n0\r\n"
+                              "Content-Type: application/json\r\n\r\n")
+                .status,
+            415);
+}
+
+TEST(Security, OtherVersionsAndExpectationsAreTurnedAway) {
+  ServedHost sut;
+  EXPECT_EQ(answerTo(sut, "GET / HTTP/9.9\r\nHost: " + sut.name() + "\r\n\r\n").status, 505);
+  EXPECT_EQ(ask(sut, "GET", "/livez", "", "Expect: a miracle\r\n").status, 417);
+}
+
+TEST(Security, WhoeverGuessesWaitsAndNobodyElseDoes) {
+  GatewayOptions options = withToken();
+  options.limits.guessTime = std::chrono::milliseconds(50);
+  ServedHost sut(std::move(options));
+  const auto timeOf = [](const auto& work) {
+    const auto begin = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::steady_clock::now() - begin;
+  };
+  EXPECT_GE(timeOf([&] {
+              EXPECT_EQ(ask(sut, "GET", "/metrics", "", "Authorization: Bearer wrong\r\n").status,
+                        401);
+            }),
+            std::chrono::milliseconds(50));
+  EXPECT_GE(
+      timeOf([&] { EXPECT_EQ(ask(sut, "POST", "/login", R"({"token":"wrong"})").status, 401); }),
+      std::chrono::milliseconds(50));
+  EXPECT_GE(timeOf([&] {
+              Socket socket(sut.port());
+              EXPECT_EQ(socket.upgrade("/ws?ticket=wrong", sut.name()).status, 401);
+            }),
+            std::chrono::milliseconds(50));
+  EXPECT_EQ(ask(sut, "GET", "/metrics", "", "Authorization: Bearer " + kToken + "\r\n").status,
+            200);
+}
+
+TEST(Security, AStatusPageRunsNothing) {
+  ServedHost sut;
+  const Answer page = ask(sut, "GET", "/status/Probe");
+  EXPECT_THAT(page.headers.at("content-type"), HasSubstr("text/html"));
+  EXPECT_THAT(page.headers.at("content-security-policy"),
+              AllOf(HasSubstr("default-src 'none'"), HasSubstr("sandbox"),
+                    Not(HasSubstr("allow-scripts"))));
+  EXPECT_EQ(page.headers.at("x-content-type-options"), "nosniff");
 }
 
 TEST(Security, SlowHeadersEndTheConnection) {

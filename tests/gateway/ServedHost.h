@@ -1,6 +1,7 @@
 #pragma once
 
 #include "devices/DeviceKeys.h"
+#include "devices/WriteGate.h"
 #include "gateway/Gateway.h"
 #include "gk/DCM.h"
 #include "gk/GKBroker.h"
@@ -31,7 +32,7 @@ namespace gk::gateway::test {
 /// port of this machine.
 class ServedHost {
 public:
-  explicit ServedHost(GatewayOptions options = {}) {
+  explicit ServedHost(GatewayOptions options = {}, const devices::ClientLimits& limits = {}) {
     zu::log::setConsoleLevel(0);
     GK::GKClock::install(GK::makeRealClock());
     options.access.address = {"127.0.0.1", 0};
@@ -44,9 +45,14 @@ public:
     broker = boost::make_shared<GK::GKBroker>("test", manager);
     manager->addBroker(broker);
     memory = boost::make_shared<GK::GKMemory>(broker, store);
-    memory->initModule();
-    boost::make_shared<GK::DCM>(broker, store)->initModule();
-    boost::make_shared<GK::GKResourceManager>(broker, store)->initModule();
+    const auto gate = std::make_shared<devices::WriteGate>(limits);
+    const auto add = [&gate](const auto& service) {
+      service->setGate(gate);
+      service->initModule();
+    };
+    add(memory);
+    add(boost::make_shared<GK::DCM>(broker, store));
+    add(boost::make_shared<GK::GKResourceManager>(broker, store));
     probe = boost::make_shared<Probe>(broker);
     probe->initModule();
     memory->declareEvent("ProbeEvent", "Probe", GK::GKCaller::Module);

@@ -323,6 +323,50 @@ TEST_F(StreamSessionTest, WatchedParametersAreLimited) {
   EXPECT_THAT(received(), ElementsAre(HasSubstr("no more than 1")));
 }
 
+TEST_F(StreamSessionTest, LongNamesAreNotWatched) {
+  connectAndForget();
+  const auto watch = [this](std::size_t length) {
+    sut->onText(R"({"op":"subscribeParameterUpdates","parameterNames":[")" +
+                std::string(length, 'n') + "\"]}");
+  };
+  watch(256);
+  EXPECT_THAT(received(), IsEmpty());
+  watch(257);
+  EXPECT_THAT(received(), ElementsAre(HasSubstr("a name has at most 256 bytes")));
+}
+
+TEST_F(StreamSessionTest, AnAnswerThatWouldBeTooLargeIsCutAndSaysSo) {
+  StreamSession::Limits limits;
+  limits.answer = 1000;
+  connectAndForget(limits);
+  platform.insert("Large", std::string(600, 'x'));
+  sut->onText(R"({"op":"getParameters","parameterNames":["Large","Large"],"id":"q"})");
+  EXPECT_THAT(received(),
+              ElementsAre(HasSubstr("the answer has only 1 of the parameters"), HasSubstr("xxx")));
+  callService("Probe.echo", "{\"value\":\"" + std::string(1000, 'x') + "\"}");
+  runTasks();
+  EXPECT_THAT(received(), ElementsAre(HasSubstr("the result is larger than 1000 bytes")));
+}
+
+TEST_F(StreamSessionTest, ManyLargeChangesComeInPieces) {
+  connectAndForget();
+  std::string names;
+  for (int i = 0; i < 10; ++i) {
+    platform.insert("Large" + std::to_string(i), std::string(60'000, 'x'));
+    names += (i == 0 ? "\"Large" : ",\"Large") + std::to_string(i) + "\"";
+  }
+  sut->onText(R"({"op":"subscribeParameterUpdates","parameterNames":[)" + names + "]}");
+  std::size_t told = 0;
+  for (const std::string& frame : received()) {
+    EXPECT_LT(frame.size(), 200'000U);
+    for (std::size_t place = 0; (place = frame.find("\"Large", place)) != std::string::npos;
+         ++place) {
+      ++told;
+    }
+  }
+  EXPECT_EQ(told, 10U);
+}
+
 TEST_F(StreamSessionTest, WhoReadsSlowlyIsToldWhatWasLost) {
   StreamSession::Limits limits;
   limits.queue.events = 2;

@@ -69,6 +69,41 @@ TEST(WebSocket, BothNamesOfTheProtocolAreSpoken) {
   }
 }
 
+TEST(WebSocket, ClientsThatGoWithoutReadingTheirAnswersLeaveTheHostAsItWas) {
+  ServedHost sut;
+  for (int i = 0; i < 200; ++i) {
+    Socket socket(sut.port(), 4096);
+    socket.upgrade("/ws", sut.name());
+    for (int asked = 0; asked < 5; ++asked) {
+      socket.sendText(R"({"op":"getParameters","parameterNames":[]})");
+    }
+    if (i % 2 == 0) {
+      socket.sendText(R"({"op":"getParam)");
+    }
+    // Closed with unread bytes: the connection is reset.
+  }
+  std::string metrics;
+  do {
+    metrics = ask(sut, "GET", "/metrics").body;
+    ASSERT_FALSE(metrics.empty());
+  } while (metrics.find("gk_ws_clients 0\n") == std::string::npos);
+}
+
+TEST(WebSocket, TheGreetingFitsHoweverMuchThereIsToTell) {
+  GatewayOptions options;
+  options.limits.clientBytes = 100'000;
+  ServedHost sut(std::move(options));
+  // As only modules can name their events.
+  for (int i = 0; i < 20; ++i) {
+    sut.memory->declareEvent(std::string(50'000, 'e') + std::to_string(i), "Probe",
+                             GK::GKCaller::Module);
+  }
+  Socket socket(sut.port());
+  socket.upgrade("/ws", sut.name());
+  EXPECT_THAT(socket.readText("eee19\""), HasSubstr(R"("op":"advertise")"));
+  EXPECT_THAT(socket.readText("advertiseServices"), HasSubstr("Probe.echo"));
+}
+
 TEST(WebSocket, OtherProtocolsAndPathsAreRefused) {
   ServedHost sut;
   for (const char* offered : {"", "other", "foxglove", "foxglove.sdk.v10"}) {

@@ -44,11 +44,28 @@ TEST_F(MemoryTest, InsertCreatesAndReplaces) {
   EXPECT_EQ(sut.getData("key", kModule), GKValue("text"));
 }
 
-TEST_F(MemoryTest, AGuardRefusesValuesOfItsKeysAndNothingHappens) {
+/// Takes a float only for "World/Wind", makes a float of what clients write to "Float", and keeps
+/// what it was asked.
+class Gate : public GKWriteGate {
+public:
+  Verdict admit(const GKWrite& write) override {
+    asked.push_back(write.name + (write.other.empty() ? "" : " ") + std::string(write.other) +
+                    (write.isNew ? " is new" : ""));
+    if (write.name == "World/Wind" && write.value->type() != GKValue::Type::Float) {
+      return {write.name + " takes a float", std::nullopt};
+    }
+    if (write.name == "Float" && write.caller == GKCaller::Client) {
+      return {{}, GKValue(write.value->toFloat())};
+    }
+    return {};
+  }
+
+  std::vector<std::string> asked;
+};
+
+TEST_F(MemoryTest, WhatTheGateRefusesDoesNotHappen) {
   sut.insertData("World/Wind", 1.0F, kModule);
-  sut.guardKeys("World/", [](const std::string& key, const GKValue& value) {
-    return value.type() == GKValue::Type::Float ? std::string() : key + " takes a float";
-  });
+  sut.setGate(std::make_shared<Gate>());
   platform.recorder->clear();
   const auto refuses = [](const char* method) {
     return IsError("GKMemory", method, "World/Wind takes a float");
@@ -68,6 +85,41 @@ TEST_F(MemoryTest, AGuardRefusesValuesOfItsKeysAndNothingHappens) {
   sut.insertData("World/Wind", 2.0F, kModule);
   sut.insertData("Other/Key", "anything", kModule);
   EXPECT_EQ(sut.getData("World/Wind", kModule), GKValue(2.0F));
+}
+
+TEST_F(MemoryTest, WhatTheGateMakesOfAValueIsStoredRaisedAndShown) {
+  sut.setGate(std::make_shared<Gate>());
+  callAs(GKCaller::Client, "insertData", {"Float", 1});
+  EXPECT_EQ(sut.getData("Float", kModule), GKValue(1.0F));
+  callAs(GKCaller::Client, "raiseEvent", {"Float", 2});
+  EXPECT_EQ(sut.getData("Float", kModule), GKValue(2.0F));
+  EXPECT_EQ(sut.getEvents()[0].value, GKValue(2.0F));
+  sut.insertData("Float", 3, kModule);
+  EXPECT_EQ(sut.getData("Float", kModule), GKValue(3));
+}
+
+TEST_F(MemoryTest, TheGateIsToldOfWhatIsNewToClients) {
+  const auto gate = std::make_shared<Gate>();
+  sut.setGate(gate);
+  sut.insertData("Key", 1, kModule);
+  callAs(GKCaller::Client, "insertData", {"Key", 1});
+  callAs(GKCaller::Client, "insertData", {"Fresh", 1});
+  // A key is no event, and the other way round it takes a value.
+  callAs(GKCaller::Client, "raiseEvent", {"Key", 1});
+  callAs(GKCaller::Client, "raiseEvent", {"Key", 1});
+  callAs(GKCaller::Client, "declareEvent", {"Declared", "Owner"});
+  EXPECT_THAT(gate->asked, ElementsAre("Key", "Key", "Fresh is new", "Key is new", "Key",
+                                       "Declared Owner is new"));
+}
+
+TEST_F(MemoryTest, ClientsCannotTakeAnEventFromItsOwner) {
+  sut.declareEvent("Touched", "Owner", kModule);
+  EXPECT_THAT(errorOf([this] {
+                callAs(GKCaller::Client, "declareEvent", {"Touched", "Thief"});
+              }),
+              IsError("GKMemory", "declareEvent", "Touched is declared by Owner"));
+  callAs(GKCaller::Client, "declareEvent", {"Touched", "Owner"});
+  EXPECT_THAT(sut.getExtractorEvent("Owner"), ElementsAre("Touched"));
 }
 
 TEST_F(MemoryTest, UnknownKeyIsAnErrorThatNamesIt) {

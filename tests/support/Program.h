@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -7,6 +8,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -62,6 +64,8 @@ public:
                    const std::filesystem::path& folder = std::filesystem::current_path()) {
     fPid = fork();
     if (fPid == 0) {
+      // A test that is killed leaves no program behind.
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
       redirect("out", STDOUT_FILENO);
       redirect("err", STDERR_FILENO);
       std::filesystem::current_path(folder);

@@ -3,8 +3,10 @@
 #include "gk/GKMemoryStore.h"
 #include "gk/GKModule.h"
 #include "gk/GKObserver.h"
+#include "gk/GKWriteGate.h"
 
 #include <memory>
+#include <utility>
 
 namespace GK {
 
@@ -29,10 +31,14 @@ public:
   /// then nothing is written.
   void set(const GKValue& order, GKCaller caller);
 
+  /// As `GKMemory::setGate`.
+  void setGate(std::shared_ptr<GKWriteGate> gate) { fGate = std::move(gate); }
+
 private:
   void xSet(const GKValue& order);
 
   std::shared_ptr<GKMemoryStore> fStore;
+  std::shared_ptr<GKWriteGate> fGate;
 };
 
 } // namespace GK

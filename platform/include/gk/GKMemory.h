@@ -3,12 +3,14 @@
 #include "gk/GKMemoryStore.h"
 #include "gk/GKModule.h"
 #include "gk/GKObserver.h"
+#include "gk/GKWriteGate.h"
 
 #include <boost/shared_ptr.hpp>
 
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace GK {
@@ -47,7 +49,8 @@ public:
   void* getDataPtr(const std::string& key, GKCaller caller) const;
   void insertData(const std::string& key, const GKValue& value, GKCaller caller);
 
-  /// Lists `event` under `owner`; a second declaration of an event changes nothing but its owner.
+  /// Lists `event` under `owner`; a second declaration of an event changes nothing but its owner,
+  /// and only modules may do that: others get a `GKError`.
   void declareEvent(const std::string& event, const std::string& owner, GKCaller caller);
 
   /// Stores `value` under the event's name and hands it to the event's subscribers and observers.
@@ -55,13 +58,9 @@ public:
   /// The same for observers that tell the lightweight form apart.
   void raiseMicroEvent(const std::string& event, const GKValue& value, GKCaller caller);
 
-  /// Tells why a value must not be written to a key; nothing when it may.
-  using WriteCheck = std::function<std::string(const std::string& key, const GKValue& value)>;
-
-  /// From now on `check` is asked before a value is written, by insertion or raise, to a key that
-  /// begins with `prefix`. A refused writer gets a `GKError` with the reason, and nothing is stored
-  /// or sent. One check at a time, called from any thread; to be set while no module runs.
-  void guardKeys(std::string prefix, WriteCheck check);
+  /// From now on `gate` is asked before anything is stored or sent; null for nobody. Who is refused
+  /// gets a `GKError` with the reason, and nothing else happens. To be set while no module runs.
+  void setGate(std::shared_ptr<GKWriteGate> gate) { fGate = std::move(gate); }
 
   /// Names of the events declared by `owner`, in the order of declaration.
   std::vector<std::string> getExtractorEvent(const std::string& owner) const;
@@ -93,14 +92,14 @@ private:
   std::vector<std::string> xGetEventList() const;
 
   void xRaise(GKNotice::Kind kind, const std::string& event, const GKValue& value);
-  void xAdmit(const char* method, const std::string& key, const GKValue& value) const;
+  /// Asks the gate. Returns the value to be stored, which `room` has a place for.
+  const GKValue& xAdmit(const char* method, GKWrite write, GKValue& room) const;
   /// Drops a subscription. Returns the event's owner when it was the module's last one to it.
   std::string xForget(const std::string& event, const std::string& module);
 
   std::shared_ptr<GKMemoryStore> fStore;
   std::unique_ptr<State> fState;
-  std::string fGuardedPrefix;
-  WriteCheck fWriteCheck;
+  std::shared_ptr<GKWriteGate> fGate;
 };
 
 } // namespace GK

@@ -2,11 +2,13 @@
 
 #include "gk/GKMemoryStore.h"
 #include "gk/GKModule.h"
+#include "gk/GKWriteGate.h"
 
 #include <memory>
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace GK {
@@ -27,8 +29,14 @@ public:
   /// Names of the enabled states, sorted.
   std::vector<std::string> getEnabledStateResources() const;
 
+  /// As `GKMemory::setGate`.
+  void setGate(std::shared_ptr<GKWriteGate> gate) { fGate = std::move(gate); }
+
 private:
+  void xAdmit(const std::string& key, const GKValue& value) const;
+
   std::shared_ptr<GKMemoryStore> fStore;
+  std::shared_ptr<GKWriteGate> fGate;
   mutable std::mutex fMutex;
   std::set<std::string> fEnabled;
 };
