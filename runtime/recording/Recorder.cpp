@@ -84,7 +84,7 @@ void Recorder::xQueue(std::vector<RecordedMessage> messages) {
   if (messages.empty()) {
     return;
   }
-  std::unique_lock lock(fMutex);
+  std::unique_lock<std::mutex> lock(fMutex);
   if (fOptions.mustKeepAll) {
     fTaken.wait(lock, [this] { return fWaiting < fQueueLimit || fIsClosing; });
   }
@@ -124,7 +124,7 @@ void Recorder::xServe() {
   bool isOver = false;
   while (!isOver) {
     {
-      std::unique_lock lock(fMutex);
+      std::unique_lock<std::mutex> lock(fMutex);
       fWake.wait_for(lock, fOptions.mustKeepAll ? kShortPollTime : kPollTime,
                      [this] { return fIsClosing; });
     }
