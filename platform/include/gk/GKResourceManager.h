@@ -2,9 +2,9 @@
 
 #include "gk/GKMemoryStore.h"
 #include "gk/GKModule.h"
+#include "gk/GKPriorityMutex.h"
 
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
@@ -17,7 +17,8 @@ namespace GK {
 /// Bound methods: `enableStateResource`, `getEnabledStateResources`. May be called from any thread.
 class GK_API GKResourceManager : public GKModule {
 public:
-  GKResourceManager(boost::shared_ptr<GKBroker> broker, std::shared_ptr<GKMemoryStore> store);
+  GKResourceManager(const boost::shared_ptr<GKBroker>& broker,
+                    std::shared_ptr<GKMemoryStore> store);
 
   static constexpr const char* kName = "GKResourceManager";
 
@@ -29,7 +30,7 @@ public:
 
 private:
   std::shared_ptr<GKMemoryStore> fStore;
-  mutable std::mutex fMutex;
+  mutable GKPriorityMutex fMutex;
   std::set<std::string> fEnabled;
 };
 
