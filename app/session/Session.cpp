@@ -46,7 +46,7 @@ public:
     if (isJson) {
       std::unique_ptr<runtime::Outlet> outlet;
       if (isJsonOnTerminal) {
-        outlet = std::make_unique<runtime::StandardOutlet>();
+        outlet = std::make_unique<runtime::ExclusiveStandardOutlet>();
       } else {
         outlet = std::make_unique<runtime::FileOutlet>(options.out);
       }

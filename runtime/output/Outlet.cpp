@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <iostream>
 #include <unistd.h>
@@ -24,6 +25,47 @@ void StandardOutlet::write(std::string_view line) {
 
 void StandardOutlet::flush() {
   std::cout.flush();
+}
+
+namespace {
+
+/// Makes `to` another name of the open file `from`, once what was printed is out.
+void redirect(int from, int to) {
+  std::cout.flush();
+  std::fflush(stdout);
+  dup2(from, to);
+}
+
+} // namespace
+
+ExclusiveStandardOutlet::ExclusiveStandardOutlet() {
+  const int descriptor = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  fFile = descriptor < 0 ? nullptr : fdopen(descriptor, "wb");
+  if (fFile == nullptr) {
+    throw failure("standard output", errno);
+  }
+  redirect(STDERR_FILENO, STDOUT_FILENO);
+}
+
+ExclusiveStandardOutlet::~ExclusiveStandardOutlet() {
+  redirect(fileno(fFile), STDOUT_FILENO);
+  std::fclose(fFile);
+}
+
+void ExclusiveStandardOutlet::write(std::string_view line) {
+  fHasFailed = std::fwrite(line.data(), 1, line.size(), fFile) != line.size() || fHasFailed;
+}
+
+void ExclusiveStandardOutlet::flush() {
+  fHasFailed = std::fflush(fFile) != 0 || fHasFailed;
+}
+
+void ExclusiveStandardOutlet::commit() {
+  errno = 0;
+  flush();
+  if (fHasFailed) {
+    throw failure("standard output", errno != 0 ? errno : EIO);
+  }
 }
 
 FileOutlet::FileOutlet(std::string path) : fPath(std::move(path)) {
@@ -95,7 +137,7 @@ void QueuedOutlet::write(std::string_view line) {
 }
 
 void QueuedOutlet::flush() {
-  std::unique_lock lock(fMutex);
+  std::unique_lock<std::mutex> lock(fMutex);
   fEmptied.wait(lock, [this] { return fLines.empty() && !fIsWriting; });
 }
 
@@ -110,7 +152,7 @@ std::size_t QueuedOutlet::dropped() const {
 }
 
 void QueuedOutlet::xServe() {
-  std::unique_lock lock(fMutex);
+  std::unique_lock<std::mutex> lock(fMutex);
   while (true) {
     fWake.wait(lock, [this] { return fIsClosing || !fLines.empty(); });
     if (fLines.empty()) {

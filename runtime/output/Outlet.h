@@ -1,11 +1,12 @@
 #pragma once
 
+#include "gk/GKPriorityMutex.h"
+
 #include <condition_variable>
 #include <cstddef>
 #include <cstdio>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -40,6 +41,23 @@ class StandardOutlet : public Outlet {
 public:
   void write(std::string_view line) override;
   void flush() override;
+};
+
+/// The standard output with these lines alone: while this exists, whatever else is printed there,
+/// by modules for instance, goes to standard error. One at a time in a process.
+class ExclusiveStandardOutlet : public Outlet {
+public:
+  /// Raises `OutputError` when there is no standard output.
+  ExclusiveStandardOutlet();
+  ~ExclusiveStandardOutlet() override;
+
+  void write(std::string_view line) override;
+  void flush() override;
+  void commit() override;
+
+private:
+  std::FILE* fFile = nullptr;
+  bool fHasFailed = false;
 };
 
 /// A file that appears under its name, in place of an earlier one, only with `commit`. What is no
@@ -82,7 +100,7 @@ private:
 
   std::unique_ptr<Outlet> fTarget;
   const std::size_t fCapacity;
-  mutable std::mutex fMutex;
+  mutable GK::GKPriorityMutex fMutex;
   std::condition_variable fWake;
   std::condition_variable fEmptied;
   std::deque<std::string> fLines;
