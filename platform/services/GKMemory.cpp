@@ -15,11 +15,11 @@
 
 namespace GK {
 
-GKMemory::State::State() {
+GKMemoryState::GKMemoryState() {
   events.max_load_factor(kNamesPerBucket);
 }
 
-GKMemory::State::Event& GKMemory::State::event(GKMemoryStore& store, const std::string& name) {
+GKMemoryState::Event& GKMemoryState::event(GKMemoryStore& store, const std::string& name) {
   const auto found = events.find(std::string_view(name));
   if (found != events.end()) {
     return found->second;
@@ -31,7 +31,7 @@ GKMemory::State::Event& GKMemory::State::event(GKMemoryStore& store, const std::
 }
 
 GKMemory::GKMemory(const boost::shared_ptr<GKBroker>& broker, std::shared_ptr<GKMemoryStore> store)
-    : GKModule(broker, kName), fStore(std::move(store)), fState(std::make_unique<State>()) {
+    : GKModule(broker, kName), fStore(std::move(store)), fState(std::make_unique<GKMemoryState>()) {
   setModuleDescription("Named values and named events of the robot.");
 
   functionName("getData", kName, "Gets the value of a memory key.");
@@ -153,11 +153,11 @@ void GKMemory::xAdmit(const char* method, const std::string& key, const GKValue&
 }
 
 void GKMemory::xRaise(GKNotice::Kind kind, const std::string& event, const GKValue& value) {
-  State::Event& entry = fState->event(*fStore, event);
+  GKMemoryState::Event& entry = fState->event(*fStore, event);
   // Deliveries that stand still. On a clock with turns a task can be started with the turn only:
   // whoever has it must not wait for this event meanwhile.
   constexpr std::size_t kUsualStarts = 4;
-  boost::container::small_vector<State::Subscription, kUsualStarts> starts;
+  boost::container::small_vector<GKMemoryState::Subscription, kUsualStarts> starts;
   {
     const std::lock_guard lock(entry.mutex);
     entry.cell.store(value);
@@ -169,13 +169,13 @@ void GKMemory::xRaise(GKNotice::Kind kind, const std::string& event, const GKVal
         });
     // Reading the precise clock would be half of what a raise costs.
     entry.time = seen ? *seen : GKClock::instance().elapsedRoughly();
-    for (const State::Subscription& subscription : entry.subscriptions) {
+    for (const GKMemoryState::Subscription& subscription : entry.subscriptions) {
       if (subscription.delivery->add(*subscription.callback, value)) {
         starts.push_back(subscription);
       }
     }
   }
-  for (const State::Subscription& subscription : starts) {
+  for (const GKMemoryState::Subscription& subscription : starts) {
     subscription.delivery->start(*subscription.callback);
   }
 }

@@ -1,7 +1,8 @@
 #pragma once
 
-#include "gk/GKMemory.h"
+#include "gk/GKMemoryStore.h"
 #include "gk/GKPriorityMutex.h"
+#include "gk/GKTime.h"
 #include "platform/services/GKDelivery.h"
 #include "platform/values/GKNameHash.h"
 
@@ -16,7 +17,7 @@
 namespace GK {
 
 /// The events of the memory service, and who wants them.
-struct GKMemory::State {
+struct GKMemoryState {
   struct Subscription {
     std::string module;
     std::shared_ptr<GKDelivery> delivery;
@@ -43,7 +44,7 @@ struct GKMemory::State {
     bool isSubscribed = false;
   };
 
-  State();
+  GKMemoryState();
 
   /// The event of this name, made when there is none.
   Event& event(GKMemoryStore& store, const std::string& name);

@@ -54,7 +54,7 @@ void postToExtractor(const boost::shared_ptr<GKModuleCore>& extractor, const cha
 
 void GKMemory::declareEvent(const std::string& event, const std::string& owner, GKCaller caller) {
   xCheck(caller, GKOperation::DeclareEvent, event);
-  State::Event& entry = fState->event(*fStore, event);
+  GKMemoryState::Event& entry = fState->event(*fStore, event);
   std::vector<std::string> waiting;
   std::vector<std::string> abandoning;
   std::string formerOwner;
@@ -68,11 +68,11 @@ void GKMemory::declareEvent(const std::string& event, const std::string& owner, 
       fState->declared[owner].push_back(event);
       entry.owner = owner;
     }
-    for (const State::Subscription& subscription : entry.subscriptions) {
+    for (const GKMemoryState::Subscription& subscription : entry.subscriptions) {
       if (formerOwner != owner && xEndUse(formerOwner, subscription.module, event)) {
         abandoning.push_back(subscription.module);
       }
-      State::Use& use = fState->uses[{owner, subscription.module}];
+      GKMemoryState::Use& use = fState->uses[{owner, subscription.module}];
       use.events.insert(event);
       if (!use.isSubscribed) {
         waiting.push_back(subscription.module);
@@ -146,7 +146,7 @@ void GKMemory::subscribeToEvent(const std::string& event, const std::string& mod
     throw GKError(kName, "subscribeToEvent",
                   module + " has no method " + method + " that takes an event's name and value");
   }
-  State::Event& entry = fState->event(*fStore, event);
+  GKMemoryState::Event& entry = fState->event(*fStore, event);
   bool isNew = false;
   std::string owner;
   {
@@ -156,9 +156,9 @@ void GKMemory::subscribeToEvent(const std::string& event, const std::string& mod
       delivery = std::make_shared<GKDelivery>(target);
     }
     GKDelivery::Callback& callback = delivery->callback(event, method);
-    const auto known =
-        std::find_if(entry.subscriptions.begin(), entry.subscriptions.end(),
-                     [&module](const State::Subscription& one) { return one.module == module; });
+    const auto known = std::find_if(
+        entry.subscriptions.begin(), entry.subscriptions.end(),
+        [&module](const GKMemoryState::Subscription& one) { return one.module == module; });
     isNew = known == entry.subscriptions.end();
     if (isNew) {
       entry.subscriptions.push_back({module, delivery, &callback});
@@ -190,15 +190,15 @@ void GKMemory::subscribeToEvent(const std::string& event, const std::string& mod
 }
 
 void GKMemory::unsubscribeToEvent(const std::string& event, const std::string& module) {
-  State::Subscription ended;
+  GKMemoryState::Subscription ended;
   std::string abandoned;
   const auto entry = fState->events.find(std::string_view(event));
   if (entry != fState->events.end()) {
-    State::Event& known = entry->second;
+    GKMemoryState::Event& known = entry->second;
     const std::scoped_lock lock(fState->mutex, known.mutex);
-    const auto found =
-        std::find_if(known.subscriptions.begin(), known.subscriptions.end(),
-                     [&module](const State::Subscription& one) { return one.module == module; });
+    const auto found = std::find_if(
+        known.subscriptions.begin(), known.subscriptions.end(),
+        [&module](const GKMemoryState::Subscription& one) { return one.module == module; });
     if (found != known.subscriptions.end()) {
       ended = *found;
       known.subscriptions.erase(found);

@@ -15,6 +15,8 @@
 
 namespace GK {
 
+struct GKMemoryState;
+
 /// What is known of an event.
 struct GKEventInfo {
   std::string name;
@@ -91,8 +93,6 @@ public:
   std::vector<GKEventInfo> getEvents() const;
 
 private:
-  struct State;
-
   // The bound forms: on behalf of whoever calls.
   GKValue xGetData(const std::string& key);
   void xInsertData(const std::string& key, const GKValue& value);
@@ -113,7 +113,7 @@ private:
   bool xEndUse(const std::string& owner, const std::string& module, const std::string& event);
 
   std::shared_ptr<GKMemoryStore> fStore;
-  std::unique_ptr<State> fState;
+  std::unique_ptr<GKMemoryState> fState;
   std::string fGuardedPrefix;
   WriteCheck fWriteCheck;
 };
