@@ -15,7 +15,7 @@ includes=$(find $houses -name '*.h' -o -name '*.cpp' | xargs grep -HE '^#include
 # headers of the platform belong to the folder with their source, or to the one that is named here.
 plain=$(echo "$includes" | awk '
   BEGIN {
-    home["GKApi"] = home["GKConvert"] = home["GKTime"] = "platform/values"
+    home["GKApi"] = home["GKConvert"] = home["GKMemoryPlace"] = home["GKTime"] = "platform/values"
     home["GKTurns"] = "platform/time"
     while (("find platform -name \"*.cpp\"" | getline file) > 0) {
       name = file; sub(/.*\//, "", name); sub(/\.cpp$/, "", name); sub(/\/[^\/]*$/, "", file)

@@ -49,6 +49,13 @@ std::string signature(const json::value& method) {
   return text + (result.empty() ? ")" : ") -> " + result);
 }
 
+/// Who declares a method, where that is not the module itself but what it is made of.
+std::string origin(const json::value& method, const json::value& module) {
+  const std::string declarer = textMember(method, "module");
+  const bool isOwn = declarer.empty() || declarer == textMember(module, "name");
+  return isOwn ? std::string() : "  (of " + declarer + ")";
+}
+
 int describeModule(const ClientOptions& options, const std::string& name) {
   HostClient client(options);
   const std::string target = "/api/v1/modules/" + escapedPath(name);
@@ -60,7 +67,8 @@ int describeModule(const ClientOptions& options, const std::string& name) {
   fmt::print("{} {}\n{}\n\nMethods:\n", textMember(module, "name"), textMember(module, "version"),
              textMember(module, "description"));
   for (const json::value& method : listMember(module, "methods")) {
-    fmt::print("  {}\n      {}\n", signature(method), firstLine(textMember(method, "description")));
+    fmt::print("  {}{}\n      {}\n", signature(method), origin(method, module),
+               firstLine(textMember(method, "description")));
     for (const json::value& param : listMember(method, "params")) {
       fmt::print("      {}: {}\n", textMember(param, "name"), textMember(param, "description"));
     }

@@ -66,7 +66,7 @@ public:
       }
       xAdd(boost::make_shared<runtime::JsonReporter>(xQueue(std::move(outlet)), kinds));
       if (isJsonOnTerminal) {
-        fPrinted.emplace(fReporters.back());
+        fPrinted.emplace(nullptr); // Lines of a program for programs.
       }
     }
     if (!isJson || (view.isAlwaysReadable && !isJsonOnTerminal)) {
@@ -131,7 +131,7 @@ private:
   const bool fIsRealTime;
   std::vector<boost::shared_ptr<runtime::Reporter>> fReporters;
   std::vector<const runtime::QueuedOutlet*> fQueues;
-  /// There is one standard output; without a reporter on it modules print there themselves.
+  /// There is one standard output. Where all goes to a file, modules print there themselves.
   std::optional<runtime::PrintedLines> fPrinted;
 };
 

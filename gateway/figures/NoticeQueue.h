@@ -1,13 +1,13 @@
 #pragma once
 
 #include "gk/GKObserver.h"
+#include "gk/GKPriorityMutex.h"
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -53,7 +53,7 @@ private:
 
   const std::function<void()> fWake;
   const std::size_t fCapacity;
-  std::mutex fMutex;
+  GK::GKPriorityMutex fMutex;
   std::deque<GK::GKNotice> fNotices;
   std::vector<Loop> fLoops;
   bool fIsAwake = false;

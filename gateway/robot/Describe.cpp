@@ -21,7 +21,8 @@ formats::JsonWriter& seconds(formats::JsonWriter& json, GK::GKMicros time) {
 }
 
 void appendMethod(formats::JsonWriter& json, const GK::GKMethodDescription& method) {
-  json.beginObject().key("name").text(method.name).key("description").text(method.description);
+  json.beginObject().key("name").text(method.name).key("module").text(method.module);
+  json.key("description").text(method.description);
   json.key("params").beginArray();
   for (const GK::GKParamDescription& param : method.params) {
     json.beginObject().key("name").text(param.name).key("type").text(param.type);

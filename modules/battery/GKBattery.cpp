@@ -2,18 +2,15 @@
 
 #include "gk/GKBroker.h"
 #include "gk/GKError.h"
-#include "modules/extractor/Truncate.h"
-#include "modules/extractor/WindowSum.h"
+#include "modules/shared/Truncate.h"
+#include "modules/shared/WindowSum.h"
 #include "zu/log.h"
 
 #include <boost/make_shared.hpp>
 
 #include <array>
-#include <atomic>
-#include <bit>
 #include <cstdlib>
 #include <limits>
-#include <utility>
 
 namespace GK {
 
@@ -60,18 +57,6 @@ constexpr float kUnpluggedScore = 1.0F;
 
 constexpr float kPercent = 100.0F;
 
-/// The value of a memory key, which other threads may write at any time.
-std::uint32_t bitsAt(void* address) {
-  return std::atomic_ref<std::uint32_t>(*static_cast<std::uint32_t*>(address))
-      .load(std::memory_order_relaxed);
-}
-float floatAt(void* address) {
-  return std::bit_cast<float>(bitsAt(address));
-}
-std::int32_t intAt(void* address) {
-  return std::bit_cast<std::int32_t>(bitsAt(address));
-}
-
 /// Replaces the oldest sample. The first one ever stands for all that came before it.
 void push(boost::circular_buffer<float>& window, float sample) {
   if (window.empty()) {
@@ -90,8 +75,8 @@ const std::string GKBattery::fEventFullCharged = "BatteryFullChargedFlagChanged"
 const std::string GKBattery::fEventDisCharging = "BatteryDisChargingFlagChanged";
 const std::string GKBattery::fEventBatteryLevel = "BatteryLevelChanged";
 
-GKBattery::GKBattery(boost::shared_ptr<GKBroker> broker)
-    : GKModule(std::move(broker), "GKBattery"), fMotorWindow(kWindow), fBatteryWindow(kWindow),
+GKBattery::GKBattery(const boost::shared_ptr<GKBroker>& broker)
+    : GKModule(broker, "GKBattery"), fMotorWindow(kWindow), fBatteryWindow(kWindow),
       fCurrentAccess(boost::make_shared<GKMemoryFastAccess>()) {
   setModuleDescription(
       "Deals with Battery informations.\nA event name " + fEventChargeCellVoltageMin +
@@ -106,15 +91,14 @@ GKBattery::GKBattery(boost::shared_ptr<GKBroker> broker)
   xBindMethods();
 
   try {
-    fMemoryProxy = boost::make_shared<GKMemoryProxy>(getParentBroker()->getProxy("GKMemory", 0));
+    fMemoryProxy = getParentBroker()->getSpecialisedProxy<GKMemoryProxy>(GKMemory::kName);
   } catch (const GKError&) {
     zu::log::warning(kLogCategory, "GKBattery")
         << "No GKMemory. GKBattery Module will not create event ";
     fActive = false;
   }
-  if (fMemoryProxy) {
-    xConnectToMemory();
-  }
+  // Without a proxy as well: it connects as far as it gets, and complains a second time.
+  xConnectToMemory();
 }
 
 void GKBattery::xBindMethods() {
@@ -138,17 +122,23 @@ void GKBattery::xConnectToMemory() {
                             "/ElectricCurrent/Sensor/Value");
     }
     fCurrentAccess->ConnectToVariables(getParentBroker(), currentKeys, false);
-    fChargeValue = GKMemoryFastAccess::getDataPtr(getParentBroker(), kChargeKey, true);
-    fStatusValue = GKMemoryFastAccess::getDataPtr(getParentBroker(), kStatusKey, true);
-    fCellVoltageValue = GKMemoryFastAccess::getDataPtr(getParentBroker(), kCellVoltageKey, true);
-    fBatteryCurrentValue = GKMemoryFastAccess::getDataPtr(getParentBroker(), kCurrentKey, true);
+    const auto placeOf = [broker = getParentBroker()](const char* key) {
+      return GKMemoryFastAccess::getDataPtr(broker, key, true);
+    };
+    fChargeValue = GKMemoryPlace<float>(placeOf(kChargeKey));
+    fStatusValue = GKMemoryPlace<std::int32_t>(placeOf(kStatusKey));
+    fCellVoltageValue = GKMemoryPlace<std::int32_t>(placeOf(kCellVoltageKey));
+    fBatteryCurrentValue = GKMemoryPlace<float>(placeOf(kCurrentKey));
 
-    const std::int32_t status = intAt(fStatusValue);
+    const std::int32_t status = fStatusValue.load();
     fDisCharging = (status & kDisChargingBit) != 0;
     fFullCharged = (status & kFullChargedBit) != 0;
     fCharging = (status & kChargingBit) != 0;
-    fCellVoltageMin = intAt(fCellVoltageValue);
+    fCellVoltageMin = fCellVoltageValue.load();
 
+    if (!fMemoryProxy) {
+      throw GKError(getName(), "xConnectToMemory", "there is no memory service");
+    }
     for (const std::string& event :
          {fEventCharging, fEventFullCharged, fEventDisCharging, fEventChargeCellVoltageMin,
           fEventPowerPlugged, fEventBatteryLevel}) {
@@ -168,7 +158,7 @@ void GKBattery::xConnectToMemory() {
 }
 
 int GKBattery::getBatteryCharge() {
-  return fActive ? truncate(kPercent * floatAt(fChargeValue)) : 0;
+  return fActive ? truncate(kPercent * fChargeValue.load()) : 0;
 }
 
 void GKBattery::_setResistanceValue(const float& positive, const float& negative) {
@@ -191,7 +181,7 @@ void GKBattery::updatePowerPlugged() {
 }
 
 void GKBattery::xUpdateCharge() {
-  const std::int32_t percent = truncate(kPercent * floatAt(fChargeValue));
+  const std::int32_t percent = truncate(kPercent * fChargeValue.load());
   if (percent != fChargePercent) {
     fChargePercent = percent;
     fMemoryProxy->raiseEvent(fCharge, percent);
@@ -199,7 +189,7 @@ void GKBattery::xUpdateCharge() {
 }
 
 void GKBattery::xUpdateFlags() {
-  const std::int32_t status = intAt(fStatusValue);
+  const std::int32_t status = fStatusValue.load();
   xUpdateFlag(fCharging, (status & kChargingBit) != 0, fEventCharging);
   xUpdateFlag(fFullCharged, (status & kFullChargedBit) != 0, fEventFullCharged);
   xUpdateFlag(fDisCharging, (status & kDisChargingBit) != 0, fEventDisCharging);
@@ -213,7 +203,7 @@ void GKBattery::xUpdateFlag(bool& flag, bool present, const std::string& event) 
 }
 
 void GKBattery::xUpdateCellVoltage() {
-  const std::int32_t voltage = intAt(fCellVoltageValue);
+  const std::int32_t voltage = fCellVoltageValue.load();
   if (std::abs(std::int64_t{voltage} - std::int64_t{fCellVoltageMin}) >= kCellVoltageStep) {
     fCellVoltageMin = voltage;
     fMemoryProxy->raiseEvent(fEventChargeCellVoltageMin, voltage);
@@ -222,7 +212,7 @@ void GKBattery::xUpdateCellVoltage() {
 
 float GKBattery::xUpdateScore() {
   push(fMotorWindow, xReadMotorSample());
-  push(fBatteryWindow, floatAt(fBatteryCurrentValue));
+  push(fBatteryWindow, fBatteryCurrentValue.load());
   // The former mean is part of the sum: a mean carries a small share of its own history.
   const auto [motor, battery] = sumsOf(fMotorWindow, fBatteryWindow, {fMotorMean, fBatteryMean});
   fMotorMean = motor / static_cast<float>(kWindow);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gk/GKMemoryPlace.h"
 #include "gk/GKMemoryProxy.h"
 #include "gk/GKModule.h"
 #include "modules/extractor/GKMemoryFastAccess.h"
@@ -32,7 +33,7 @@ public:
   /// Raised once with -1 when the module connects, and never again (int).
   static const std::string fEventBatteryLevel;
 
-  explicit GKBattery(boost::shared_ptr<GKBroker> broker);
+  explicit GKBattery(const boost::shared_ptr<GKBroker>& broker);
 
   /// Charge of this moment in percent, cut to an int; 0 when the module does nothing. Any thread.
   int getBatteryCharge();
@@ -80,11 +81,11 @@ private:
   bool fActive = true;
   /// True once the first plug decision is taken.
   bool fPlugDecided = false;
-  /// Where memory keeps the values; null until connected.
-  void* fChargeValue = nullptr;
-  void* fStatusValue = nullptr;
-  void* fCellVoltageValue = nullptr;
-  void* fBatteryCurrentValue = nullptr;
+  /// Where memory keeps the values; nowhere until connected.
+  GKMemoryPlace<float> fChargeValue;
+  GKMemoryPlace<std::int32_t> fStatusValue;
+  GKMemoryPlace<std::int32_t> fCellVoltageValue;
+  GKMemoryPlace<float> fBatteryCurrentValue;
   /// Empty without memory service.
   boost::shared_ptr<GKMemoryProxy> fMemoryProxy;
   boost::shared_ptr<GKMemoryFastAccess> fCurrentAccess;

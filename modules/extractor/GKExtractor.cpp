@@ -1,6 +1,7 @@
 #include "modules/extractor/GKExtractor.h"
 
 #include "gk/GKBroker.h"
+#include "gk/GKMemory.h"
 #include "gk/GKMutex.h"
 #include "gk/GKProxy.h"
 #include "modules/extractor/GKExtractorParameters.h"
@@ -21,13 +22,13 @@ constexpr const char* kLogCategory = "core.extractor";
 
 /// What the current values are while nobody is subscribed.
 constexpr int kNoPeriod = -1;
-constexpr float kNoPrecision = -1.0f;
+constexpr float kNoPrecision = -1.0F;
 
 /// Smallest period that `subscribe` takes, in milliseconds.
 constexpr int kMinimumPeriod = 1;
 
 constexpr int kDefaultPeriod = 30; // ms
-constexpr float kDefaultPrecision = 0.0f;
+constexpr float kDefaultPrecision = 0.0F;
 
 using Table = std::map<std::string, GKExtractorParameters>;
 
@@ -71,8 +72,8 @@ struct GKExtractor::Record {
   }
 };
 
-GKExtractor::GKExtractor(boost::shared_ptr<GKBroker> broker, const std::string& name)
-    : GKModule(std::move(broker), name), fRecord(std::make_unique<Record>()) {
+GKExtractor::GKExtractor(const boost::shared_ptr<GKBroker>& broker, const std::string& name)
+    : GKModule(broker, name), fRecord(std::make_unique<Record>()) {
   xBindSubscription();
   xBindQueries();
 }
@@ -210,7 +211,7 @@ GKValue GKExtractor::getSubscribersInfo() {
 
 std::vector<std::string> GKExtractor::getOutputNames() {
   return getParentBroker()
-      ->getProxy("GKMemory", 0)
+      ->getProxy(GKMemory::kName, 0)
       ->call<std::vector<std::string>>("getExtractorEvent", getName());
 }
 

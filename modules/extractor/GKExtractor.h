@@ -21,7 +21,7 @@ namespace GK {
 class GKExtractor : public GKModule {
 public:
   /// Binds the operations below for remote callers. `name`: the module's name.
-  GKExtractor(boost::shared_ptr<GKBroker> broker, const std::string& name);
+  GKExtractor(const boost::shared_ptr<GKBroker>& broker, const std::string& name);
   ~GKExtractor() override;
 
   /// The status page: subscribers with their parameters, and the declared events. Never waits for
@@ -96,7 +96,8 @@ private:
   void xBindSubscription();
   void xBindQueries();
 
-  /// Works out the current period and precision over all subscribers and calls the hook with them,
+  /// Not the hook of the same name, which it calls: works out the current period and precision over
+  /// all subscribers and calls the hook with them,
   /// whether or not they changed. Needs the lock. Raises `GKError` when nobody is subscribed.
   void xUpdateParameters();
 

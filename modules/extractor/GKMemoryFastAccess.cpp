@@ -12,10 +12,9 @@ namespace GK {
 namespace {
 
 constexpr const char* kFastAccess = "GKMemoryFastAccess";
-constexpr const char* kMemoryName = "GKMemory";
 
 boost::shared_ptr<GKMemoryProxy> memoryOf(const boost::shared_ptr<GKBroker>& broker) {
-  return broker->getSpecialisedProxy<GKMemoryProxy>(kMemoryName);
+  return broker->getSpecialisedProxy<GKMemoryProxy>(GKMemory::kName);
 }
 
 boost::shared_ptr<GKBroker> anyBroker() {
@@ -33,13 +32,15 @@ void GKMemoryFastAccess::ConnectToVariables(const boost::shared_ptr<GKBroker>& b
     return;
   }
   if (!fMemoryProxy && broker) {
-    fMemoryProxy = anyBroker()->getProxy(kMemoryName, 0);
+    // Of any broker, as is everything here that is given none; the keys below come from the
+    // caller's. Intended: both have the process's one memory service.
+    fMemoryProxy = anyBroker()->getProxy(GKMemory::kName, 0);
   }
   fIsLocal = fMemoryProxy->isLocal();
-  fPointers.clear();
-  fPointers.reserve(keys.size());
+  fPlaces.clear();
+  fPlaces.reserve(keys.size());
   for (const std::string& key : keys) {
-    fPointers.push_back(static_cast<float*>(memoryOf(broker)->getDataPtr(key)));
+    fPlaces.emplace_back(memoryOf(broker)->getDataPtr(key));
   }
 }
 
@@ -47,18 +48,18 @@ void GKMemoryFastAccess::ConnectToVariables(const boost::shared_ptr<GKBroker>& b
 // compiler takes an atomic access for one that may have changed all memory, so what is looked at in
 // each round is kept in locals.
 void GKMemoryFastAccess::GetValues(std::vector<float>& values) const {
-  values.resize(fPointers.size());
+  values.resize(fPlaces.size());
   float* value = values.data();
-  for (float* const place : std::span(fPointers)) {
-    *value++ = std::atomic_ref<float>(*place).load(std::memory_order_relaxed);
+  for (const GKMemoryPlace<float> place : std::span(fPlaces)) {
+    *value++ = place.load();
   }
 }
 
 // On the path of every tick.
 void GKMemoryFastAccess::SetValues(const std::vector<float>& values) {
   const float* value = values.data();
-  for (float* const place : std::span(fPointers)) {
-    std::atomic_ref<float>(*place).store(*value++, std::memory_order_relaxed);
+  for (const GKMemoryPlace<float> place : std::span(fPlaces)) {
+    place.store(*value++);
   }
 }
 
@@ -105,22 +106,22 @@ bool GKMemoryFastAccess::InnerTest(const boost::shared_ptr<GKBroker>& broker) {
   if (values.size() != 3) {
     return false;
   }
-  values[0] += 1.0f;
-  values[1] += 2.0f;
-  values[2] += 3.0f;
+  values[0] += 1.0F;
+  values[1] += 2.0F;
+  values[2] += 3.0F;
   access.SetValues(values);
   access.GetValues(values);
 
   // The first value is held against all three numbers, so the answer is false for every memory that
   // can be reached. Callers know this test by that answer.
   const float first = values[0];
-  for (const float expected : {2.0f, 4.0f, 6.0f}) {
+  for (const float expected : {2.0F, 4.0F, 6.0F}) {
     if (first != expected) {
       return false;
     }
   }
-  return memory->getData("riri").toFloat() == 2.0f && memory->getData("fifi").toFloat() == 4.0f &&
-         memory->getData("loulou").toFloat() == 6.0f;
+  return memory->getData("riri").toFloat() == 2.0F && memory->getData("fifi").toFloat() == 4.0F &&
+         memory->getData("loulou").toFloat() == 6.0F;
 }
 
 } // namespace GK

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gk/GKMemoryPlace.h"
 #include "gk/GKProxy.h"
 #include "gk/GKValue.h"
 
@@ -69,9 +70,9 @@ private:
   static std::atomic<bool> static_bStopAllAccess;
 
   boost::shared_ptr<GKProxy> fMemoryProxy;
-  /// What the proxy said at the last connection.
+  /// What the proxy said at the last connection. For whoever owns the object: nothing here asks.
   bool fIsLocal = false;
-  std::vector<float*> fPointers;
+  std::vector<GKMemoryPlace<float>> fPlaces;
 };
 
 } // namespace GK

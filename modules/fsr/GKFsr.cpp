@@ -2,12 +2,11 @@
 
 #include "gk/GKBroker.h"
 #include "gk/GKError.h"
-#include "modules/extractor/WindowSum.h"
+#include "modules/shared/LegsVersion.h"
+#include "modules/shared/WindowSum.h"
 #include "zu/log.h"
 
 #include <boost/make_shared.hpp>
-
-#include <utility>
 
 namespace GK {
 
@@ -18,11 +17,9 @@ constexpr const char* kLogCategory = "motion.gkfsr";
 constexpr const char* kLeftWeightKey = "Device/SubDeviceList/LFoot/FSR/TotalWeight/Sensor/Value";
 constexpr const char* kRightWeightKey = "Device/SubDeviceList/RFoot/FSR/TotalWeight/Sensor/Value";
 
-constexpr const char* kLegsVersionKey = "RobotConfig/Body/Device/Legs/Version";
 constexpr const char* kLeftFootVersionKey = "RobotConfig/Body/Device/Foot/Left/Version";
 constexpr const char* kRightFootVersionKey = "RobotConfig/Body/Device/Foot/Right/Version";
-/// What the configuration says of a robot without legs, and of a foot without force sensors.
-constexpr int kNoLegs = -1;
+/// What the configuration says of a foot without force sensors.
 constexpr int kNoFsr = 0;
 
 constexpr std::size_t kInputs = 2;
@@ -40,9 +37,9 @@ const std::string GKFsr::fFastAcessKeyNameRightContact = "rightFootContact";
 const std::string GKFsr::fFastAcessKeyNameLeftWeight = "leftFootTotalWeight";
 const std::string GKFsr::fFastAcessKeyNameRightWeight = "rightFootTotalWeight";
 
-GKFsr::GKFsr(boost::shared_ptr<GKBroker> broker)
-    : GKModule(std::move(broker), "GKFsr"), fValues(kInputs, 0.0F),
-      fLeftWeights(fWeightsBufferSize, 0.0F), fRightWeights(fWeightsBufferSize, 0.0F),
+GKFsr::GKFsr(const boost::shared_ptr<GKBroker>& broker)
+    : GKModule(broker, "GKFsr"), fValues(kInputs, 0.0F), fLeftWeights(fWeightsBufferSize, 0.0F),
+      fRightWeights(fWeightsBufferSize, 0.0F),
       fMemoryFastAccessIn(boost::make_shared<GKMemoryFastAccess>()),
       fMemoryFastAccessOut(boost::make_shared<GKMemoryFastAccess>()),
       fOutputValues(kOutputs, 0.0F) {
@@ -59,7 +56,7 @@ GKFsr::GKFsr(boost::shared_ptr<GKBroker> broker)
       fFastAcessKeyNameRightWeight + " (the average weight on the right foot in Kg)\n");
 
   try {
-    fMemoryProxy = boost::make_shared<GKMemoryProxy>(getParentBroker()->getProxy("GKMemory", 0));
+    fMemoryProxy = getParentBroker()->getSpecialisedProxy<GKMemoryProxy>(GKMemory::kName);
   } catch (const GKError&) {
     zu::log::warning(kLogCategory, "GKFsr")
         << getName() << " No GKMemory. FootContact is set to true.";

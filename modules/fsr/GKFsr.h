@@ -33,7 +33,7 @@ public:
 
   /// Reads the robot's configuration, publishes the initial outputs and connects to memory. Raises
   /// `GKError` when the memory service is there and refuses an output.
-  explicit GKFsr(boost::shared_ptr<GKBroker> broker);
+  explicit GKFsr(const boost::shared_ptr<GKBroker>& broker);
   /// Stops fast access for all modules of the library.
   ~GKFsr() override;
 
@@ -47,7 +47,7 @@ private:
   void xDeconnectToMemory();
 
   /// Weight above which a foot, or the pair, touches the ground, kg.
-  const float fContactThreshold = 0.4F;
+  static constexpr float fContactThreshold = 0.4F;
   /// Latest readings [left, right], kg.
   std::vector<float> fValues;
   /// Last readings, oldest first, kg.

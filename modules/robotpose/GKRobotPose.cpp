@@ -2,13 +2,13 @@
 
 #include "gk/GKBroker.h"
 #include "gk/GKError.h"
+#include "modules/shared/LegsVersion.h"
 #include "zu/log.h"
 
 #include <boost/make_shared.hpp>
 
 #include <iostream>
 #include <limits>
-#include <utility>
 
 namespace GK {
 
@@ -16,10 +16,6 @@ namespace {
 
 constexpr const char* kLogCategory = "motion.sensors.robotpose";
 constexpr const char* kDeprecationCategory = "GKRobotPose";
-
-constexpr const char* kLegsVersionKey = "RobotConfig/Body/Device/Legs/Version";
-/// What the configuration says of a robot without legs.
-constexpr int kNoLegs = -1;
 
 /// A pose is announced when it has lasted longer than this, ticks.
 constexpr std::int32_t kTemporisation = 25;
@@ -34,8 +30,8 @@ const std::string GKRobotPose::fExtractorKeyNamePoseChanged = "robotPoseChanged"
 const std::string GKRobotPose::fFastAcessKeyNamePose = "robotPose";
 const std::string GKRobotPose::fFastAcessKeyNameTime = "robotPoseSince";
 
-GKRobotPose::GKRobotPose(boost::shared_ptr<GKBroker> broker)
-    : GKModule(std::move(broker), "GKRobotPose"), fInputValues(kInitialInputs, 0.0F),
+GKRobotPose::GKRobotPose(const boost::shared_ptr<GKBroker>& broker)
+    : GKModule(broker, "GKRobotPose"), fInputValues(kInitialInputs, 0.0F),
       fOutputValues(kOutputs, 0.0F), fPoseNames(xOfficialNames()),
       fMemoryFastAccessIn(boost::make_shared<GKMemoryFastAccess>()),
       fMemoryFastAccessOut(boost::make_shared<GKMemoryFastAccess>()) {
@@ -54,7 +50,7 @@ GKRobotPose::GKRobotPose(boost::shared_ptr<GKBroker> broker)
   xBindMethods();
 
   try {
-    fMemoryProxy = getParentBroker()->getSpecialisedProxy<GKMemoryProxy>("GKMemory");
+    fMemoryProxy = getParentBroker()->getSpecialisedProxy<GKMemoryProxy>(GKMemory::kName);
   } catch (const GKError&) {
     zu::log::error(kLogCategory, "GKRobotPose")
         << getName() << "No GKMemory. robotPose set to \"Unknown\".";

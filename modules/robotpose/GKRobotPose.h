@@ -38,7 +38,7 @@ public:
 
   /// Publishes the initial outputs and connects to memory. Raises `GKError` when the memory service
   /// is there and does not give the version of the legs or refuses an output.
-  explicit GKRobotPose(boost::shared_ptr<GKBroker> broker);
+  explicit GKRobotPose(const boost::shared_ptr<GKBroker>& broker);
 
   /// Stops fast access for all modules of the library.
   void exit() override;
@@ -56,7 +56,7 @@ public:
 private:
   friend class GKRobotPosePeer;
 
-  /// The official poses by their codes.
+  /// The official poses by their codes; their names stand in the same order (`xOfficialNames`).
   enum class Pose : std::uint32_t {
     Unknown,
     Stand,
@@ -70,6 +70,7 @@ private:
     Right,
     HeadBack
   };
+  static constexpr std::size_t kPoseCount = static_cast<std::size_t>(Pose::HeadBack) + 1;
 
   /// What the classification looks at; slots in `GKRobotPoseClassification.cpp`.
   static constexpr std::size_t kSampleSize = 11;
@@ -107,12 +108,15 @@ private:
   static Pose xFindNearest(const LegPosture& measured,
                            std::span<const ReferencePose* const> candidates) noexcept;
   /// The official name of the candidate nearest to `posture`, or "Unknown". Names that are not in
-  /// the reference table match nothing. Raises `std::out_of_range` for a posture that is too short.
+  /// the reference table match nothing. The rule by names, for any posture and any candidates; a
+  /// tick applies it without names. Raises `std::out_of_range` for a posture that is too short.
   std::string xCompareWithReferencePose(std::vector<float> posture,
                                         std::vector<std::string> candidates) const;
   static void xConvertRefPoseToOfficialPose(std::string& name);
   /// Position of an official name; the number of names for any other name.
   unsigned int xConvertPoseToInt(std::string name) const;
+  /// The pose of an official name; `Pose::Unknown` for any other name.
+  Pose xPoseOf(const std::string& name) const;
 
   std::vector<float> fInputValues;
   /// [code of the current pose, seconds since it began].

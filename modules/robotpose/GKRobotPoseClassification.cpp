@@ -1,6 +1,7 @@
 #include "modules/robotpose/GKRobotPose.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
 
@@ -62,8 +63,10 @@ float distanceBetween(const std::array<float, N>& measured, const std::array<flo
 } // namespace
 
 std::vector<std::string> GKRobotPose::xOfficialNames() {
-  return {kUnknown, "Stand", "Sit",  "Crouch", "Knee",    "Frog",
-          "Back",   "Belly", "Left", "Right",  "HeadBack"};
+  constexpr std::array names = {kUnknown, "Stand", "Sit",  "Crouch", "Knee",    "Frog",
+                                "Back",   "Belly", "Left", "Right",  "HeadBack"};
+  static_assert(names.size() == kPoseCount);
+  return {names.begin(), names.end()};
 }
 
 void GKRobotPose::xCreateMapOfPose() {
@@ -72,7 +75,7 @@ void GKRobotPose::xCreateMapOfPose() {
     std::string official = name;
     xConvertRefPoseToOfficialPose(official);
     const LegPosture posture = {radians(hip), radians(knee), radians(ankle), radians(inclination)};
-    fReferencePoses.insert({name, {posture, static_cast<Pose>(xConvertPoseToInt(official))}});
+    fReferencePoses.insert({name, {posture, xPoseOf(official)}});
   };
   // Degrees: hip, knee and ankle pitch, inclination about Y.
   insert("Sit1", -100, 0, 0, -20);
@@ -151,7 +154,8 @@ GKRobotPose::xFindNearest(const LegPosture& measured,
   return best > kMatchDistance ? Pose::Unknown : nearest;
 }
 
-// NOLINTBEGIN(performance-unnecessary-value-param): by value, as in the past
+// By value: the interface is described so, and the tick does not come here.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 std::string GKRobotPose::xCompareWithReferencePose(std::vector<float> posture,
                                                    std::vector<std::string> candidates) const {
   // NOLINTEND(performance-unnecessary-value-param)
@@ -186,10 +190,15 @@ void GKRobotPose::xConvertRefPoseToOfficialPose(std::string& name) {
   }
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): by value like the above
+// NOLINTNEXTLINE(performance-unnecessary-value-param): takes a copy like the above
 unsigned int GKRobotPose::xConvertPoseToInt(std::string name) const {
   const auto found = std::find(fPoseNames.begin(), fPoseNames.end(), name);
   return static_cast<unsigned int>(found - fPoseNames.begin());
+}
+
+GKRobotPose::Pose GKRobotPose::xPoseOf(const std::string& name) const {
+  const unsigned int code = xConvertPoseToInt(name);
+  return code < kPoseCount ? static_cast<Pose>(code) : Pose::Unknown;
 }
 
 } // namespace GK

@@ -16,25 +16,17 @@ namespace {
 
 constexpr const char* kModuleName = "GKSensors";
 
-constexpr int kMinimumPeriod = 20; // ms
-
 /// The module's subscription to itself.
 constexpr const char* kOwnSubscriber = "sensors";
 constexpr int kOwnPeriod = 20; // ms
-constexpr float kOwnPrecision = 0.0f;
+constexpr float kOwnPrecision = 0.0F;
 
 /// A last value that no sensor delivers, so that the first tick publishes every sensor.
-constexpr float kNeverPublished = -5.0f;
-
-constexpr int kStiffnessUnknown = -1;
+constexpr float kNeverPublished = -5.0F;
 
 } // namespace
 
-GKSensors::GKSensors(boost::shared_ptr<GKBroker> broker)
-    : GKExtractor(std::move(broker), kModuleName), fMutex(GKMutex::createGKMutex()),
-      fPeriod(kMinimumPeriod), fDetectionOn(false), fLoopRunning(false),
-      fStiffnessState(kStiffnessUnknown), fTemperatureTicks(0), fHotTicks(0), fHotReported(false),
-      fHotError(0) {
+GKSensors::GKSensors(const boost::shared_ptr<GKBroker>& broker) : GKExtractor(broker, kModuleName) {
   setModuleDescription("Deals with bumpers and chest button. \n Activate the events : \"" +
                        szKeyNameRightBumper + "\", \"" + szKeyNameLeftBumper + "\", \"" +
                        szKeyNameChestButton + "\".");
@@ -50,7 +42,7 @@ GKSensors::~GKSensors() {
 }
 
 void GKSensors::init() {
-  fMemoryProxy = getParentBroker()->getSpecialisedProxy<GKMemoryProxy>("GKMemory");
+  fMemoryProxy = getParentBroker()->getSpecialisedProxy<GKMemoryProxy>(GKMemory::kName);
 
   // The stiffness event is not declared: it is only ever raised in the lightweight form.
   for (const std::string* event :
@@ -67,7 +59,7 @@ void GKSensors::init() {
   fMemoryProxy->insertData(szKeyNameLeftBumper, 0);
 
   fFastAccess = std::make_unique<GKMemoryFastAccess>();
-  fValues.assign(kSensorCount, 0.0f);
+  fValues.assign(kSensorCount, 0.0F);
   fLastValues.assign(kSensorCount, kNeverPublished);
 
   fStiffnessState = kStiffnessUnknown;
@@ -79,7 +71,7 @@ void GKSensors::init() {
 
 void GKSensors::exit() {
   fDetectionOn = false;
-  // Waits for a tick that is running.
+  // Waits for a tick that is running, whose lock this is.
   const GKCriticalSection tick(fMutex);
 }
 
@@ -91,7 +83,7 @@ void GKSensors::xStartDetection(int period, float precision) {
 
 void GKSensors::xUpdateParameters(int period, float) {
   if (period < kMinimumPeriod) {
-    zu::log::warning(kSensorsCategory, "xUpdateParameters")
+    zu::log::warning(kSensorsLogCategory, "xUpdateParameters")
         << getName() << " the period of GKSensors extractor can't be less than 20 ms";
     period = kMinimumPeriod;
   }

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "gk/GKMemoryPlace.h"
 #include "gk/GKMutex.h"
 #include "gk/GKTime.h"
 #include "modules/extractor/GKExtractor.h"
 #include "modules/extractor/GKMemoryFastAccess.h"
+#include "modules/sensors/SensorKeys.h"
 
 #include <boost/container/flat_map.hpp>
 #include <boost/shared_ptr.hpp>
@@ -31,7 +33,7 @@ class GKSonar;
 /// The module subscribes to itself, so the loop runs whether or not anybody else does.
 class GKSensors : public GKExtractor {
 public:
-  explicit GKSensors(boost::shared_ptr<GKBroker> broker);
+  explicit GKSensors(const boost::shared_ptr<GKBroker>& broker);
 
   /// Stops fast access for all modules of the library.
   ~GKSensors() override;
@@ -52,8 +54,10 @@ public:
   void run();
 
 private:
-  /// Ticks without the loop, for benchmarks.
+  /// Single steps of the loop, for tests and benchmarks.
   friend class GKSensorsPeer;
+
+  static constexpr int kMinimumPeriod = 20; // ms
 
   /// Starts the loop in a task of the platform.
   void xStartDetection(int period, float precision) override;
@@ -62,6 +66,13 @@ private:
   void xStopDetection() override;
 
   // The loop.
+  /// Makes the caller the one loop. False when there is one, or when detection is off.
+  bool xEnterLoop();
+  /// Ticks for as long as the loop may run.
+  void xTickOn();
+  /// Ends the loop. True when it is to go on: somebody has switched detection on since it looked
+  /// last, and has found it running still.
+  bool xLeaveLoop();
   void xFindSiblings();
   template <class T> void xFindSibling(const char* name, boost::shared_ptr<T>& sibling);
   void xBindStiffness();
@@ -85,21 +96,23 @@ private:
   void xExtractStiffness();
   int xBodyStiffness() const;
 
-  // One sibling's update each. The tick makes the same four calls by itself.
+  // One sibling's update each, for whoever wants a single one. Intended: the tick makes the same
+  // four calls by itself.
   void xExtractSonar();
   void xExtractFSR();
   void xExtractRobotPose();
   void xExtractBattery();
 
   /// The tick lock: held for the whole of each tick. Also guards the sibling pointers.
-  boost::shared_ptr<GKMutex> fMutex;
+  boost::shared_ptr<GKMutex> fMutex = GKMutex::createGKMutex();
 
+  /// Intended: nothing counts with this one.
   RTCount fCounter;
   /// Confirms presses. Both feet share it: a press on one confirms the other.
   RTCount fBumperCounter;
 
   /// Error key of a motor board -> its error word.
-  boost::container::flat_map<std::string, int*> fBoardErrorPtrs;
+  boost::container::flat_map<std::string, GKMemoryPlace<int>> fBoardErrorPtrs;
   /// Error key of a motor board -> temperature keys of its joints; the second one may be empty.
   std::map<std::string, std::pair<std::string, std::string>> fBoardTemperatureKeys;
 
@@ -111,11 +124,13 @@ private:
   boost::shared_ptr<GKMemoryProxy> fMemoryProxy;
 
   /// Pause between ticks in milliseconds, at least 20.
-  std::atomic<int> fPeriod;
+  std::atomic<int> fPeriod = kMinimumPeriod;
   /// The loop may run.
-  std::atomic<bool> fDetectionOn;
+  std::atomic<bool> fDetectionOn = false;
   /// A loop is inside `run`. Hands what the loop owns from one loop's thread to the next one's.
-  std::atomic<bool> fLoopRunning;
+  /// Written before the other one is read by a loop that leaves, and after it by who starts one: in
+  /// the one order that all threads agree on, one of the two sees the other.
+  std::atomic<bool> fLoopRunning = false;
 
   boost::shared_ptr<GKSonar> fSonar;
   boost::shared_ptr<GKFsr> fFsr;
@@ -123,18 +138,18 @@ private:
   boost::shared_ptr<GKBattery> fBattery;
 
   /// Per joint, in the same order: the largest stiffness and the present one.
-  std::vector<float*> fHardnessMaxPtrs;
-  std::vector<float*> fHardnessValuePtrs;
-  /// Body stiffness published last: -1 unknown, 0 all joints off, 1 mixed, 2 all joints stiff.
-  int fStiffnessState;
+  std::vector<GKMemoryPlace<float>> fHardnessMaxPtrs;
+  std::vector<GKMemoryPlace<float>> fHardnessValuePtrs;
+  /// Body stiffness published last, a `BodyStiffness`.
+  int fStiffnessState = kStiffnessUnknown;
 
   /// Ticks of the present temperature interval, and those of them that saw heat.
-  std::uint64_t fTemperatureTicks;
-  std::uint64_t fHotTicks;
+  std::uint64_t fTemperatureTicks = 0;
+  std::uint64_t fHotTicks = 0;
   /// A heat alarm has been raised and the heat has not ended since.
-  bool fHotReported;
+  bool fHotReported = false;
   /// Error code and error key of the hot board seen last.
-  int fHotError;
+  int fHotError = 0;
   std::string fHotBoard;
 };
 

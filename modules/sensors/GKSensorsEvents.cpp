@@ -12,7 +12,7 @@ constexpr GKTime kPressConfirmation = {0, 0, 0, 0, 50}; // 50 ms
 constexpr int kCountOfConfirmedPress = 2;
 
 /// A bumper value above this one is a touch.
-constexpr float kBumperReleased = 0.0f;
+constexpr float kBumperReleased = 0.0F;
 
 struct FootBumper {
   SensorIndex right;
@@ -57,7 +57,7 @@ void GKSensors::xExtractBumper() {
     if (isTouched && fBumperCounter.tic(kPressConfirmation) < kCountOfConfirmedPress) {
       continue;
     }
-    xPublishIfChanged(foot.state, isTouched ? 1.0f : 0.0f, *foot.event);
+    xPublishIfChanged(foot.state, isTouched ? 1.0F : 0.0F, *foot.event);
   }
 }
 

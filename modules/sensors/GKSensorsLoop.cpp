@@ -14,25 +14,35 @@
 
 namespace GK {
 
-namespace {} // namespace
-
 void GKSensors::run() {
   xFindSiblings();
-  if (!fDetectionOn || fLoopRunning.exchange(true, std::memory_order_acquire)) {
+  if (!xEnterLoop()) {
     return;
   }
+  do {
+    xBindStiffness();
+    // An error of this one leaves the module marked as running: without its boards it stays off.
+    xBindBoards();
+    xConnectToMemory();
+    xTickOn();
+  } while (xLeaveLoop());
+}
 
-  xBindStiffness();
-  // An error of this one leaves the module marked as running: without its boards it stays off.
-  xBindBoards();
-  xConnectToMemory();
+bool GKSensors::xEnterLoop() {
+  return fDetectionOn && !fLoopRunning.exchange(true);
+}
 
+void GKSensors::xTickOn() {
   const boost::shared_ptr<GKBroker> broker = getParentBroker();
-  while (!broker->isExiting() && fDetectionOn.load(std::memory_order_relaxed)) {
+  while (!broker->isExiting() && fDetectionOn) {
     xTick();
-    zu::os::msleep(static_cast<unsigned int>(fPeriod.load(std::memory_order_relaxed)));
+    zu::os::msleep(static_cast<unsigned int>(fPeriod));
   }
-  fLoopRunning.store(false, std::memory_order_release);
+}
+
+bool GKSensors::xLeaveLoop() {
+  fLoopRunning = false;
+  return !getParentBroker()->isExiting() && xEnterLoop();
 }
 
 void GKSensors::xFindSiblings() {
@@ -56,16 +66,16 @@ void GKSensors::xBindStiffness() {
   const boost::shared_ptr<GKBroker> broker = getParentBroker();
   for (const char* joint : kStiffnessJoints) {
     const std::string prefix = hardnessPrefix(joint);
-    float* max = nullptr;
-    float* value = nullptr;
+    void* max = nullptr;
+    void* value = nullptr;
     try {
-      max = static_cast<float*>(GKMemoryFastAccess::getDataPtr(broker, prefix + "Max", true));
-      value = static_cast<float*>(GKMemoryFastAccess::getDataPtr(broker, prefix + "Value", true));
+      max = GKMemoryFastAccess::getDataPtr(broker, prefix + "Max", true);
+      value = GKMemoryFastAccess::getDataPtr(broker, prefix + "Value", true);
     } catch (...) {
       continue; // Not every robot has all joints.
     }
-    fHardnessMaxPtrs.push_back(max);
-    fHardnessValuePtrs.push_back(value);
+    fHardnessMaxPtrs.emplace_back(max);
+    fHardnessValuePtrs.emplace_back(value);
   }
 }
 
@@ -74,7 +84,7 @@ void GKSensors::xBindBoards() {
   for (const MotorBoard& board : kMotorBoards) {
     const std::string key = boardErrorKey(board.name);
     fBoardErrorPtrs.emplace(key,
-                            static_cast<int*>(GKMemoryFastAccess::getDataPtr(broker, key, true)));
+                            GKMemoryPlace<int>(GKMemoryFastAccess::getDataPtr(broker, key, true)));
     fBoardTemperatureKeys[key] = {temperatureKey(board.firstJoint),
                                   temperatureKey(board.secondJoint)};
   }
@@ -85,7 +95,7 @@ void GKSensors::xConnectToMemory() {
   try {
     fFastAccess->ConnectToVariables(getParentBroker(), keys, false);
   } catch (...) {
-    zu::log::error(kSensorsCategory, "run")
+    zu::log::error(kSensorsLogCategory, "run")
         << getName() << " Connection to GKMemory failed. Please check that DCM is running";
   }
 }
@@ -95,7 +105,7 @@ void GKSensors::xTick() {
   try {
     xExtractEvents();
   } catch (...) {
-    zu::log::error(kSensorsCategory, "run") << getName() << " Connection to GKMemory failed.";
+    zu::log::error(kSensorsLogCategory, "run") << getName() << " Connection to GKMemory failed.";
   }
 }
 
@@ -104,7 +114,7 @@ void GKSensors::xTick() {
 void GKSensors::xExtractEvents() {
   fFastAccess->GetValues(fValues);
   // What could not be connected reads as 0.
-  fValues.resize(kSensorCount, 0.0f);
+  fValues.resize(kSensorCount, 0.0F);
 
   xExtractBumper();
   xExtractChest();

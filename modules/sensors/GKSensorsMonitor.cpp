@@ -1,11 +1,11 @@
 #include "gk/GKBroker.h"
 #include "gk/GKMemoryProxy.h"
-#include "modules/extractor/Truncate.h"
 #include "modules/sensors/GKSensors.h"
 #include "modules/sensors/SensorKeys.h"
+#include "modules/shared/Truncate.h"
 #include "zu/log.h"
 
-#include <atomic>
+#include <cstdint>
 #include <span>
 
 // Part of every tick: allocates only when something is published.
@@ -23,22 +23,15 @@ constexpr int kTemperatureInterval = 20000; // ms
 constexpr std::uint64_t kToleratedHotTicks = 100;
 
 /// Shares of a joint's largest stiffness: stiff above the one, off below the other.
-constexpr float kStiffShare = 0.95f;
-constexpr float kOffShare = 0.05f;
-
-enum Stiffness : int { kUnknown = -1, kOff = 0, kIntermediate = 1, kStiff = 2 };
-
-/// Fast pointers lead to values that others write meanwhile.
-template <class T> T readShared(T* place) {
-  return std::atomic_ref<T>(*place).load(std::memory_order_relaxed);
-}
+constexpr float kStiffShare = 0.95F;
+constexpr float kOffShare = 0.05F;
 
 /// Not a number makes a joint intermediate.
-Stiffness jointStiffness(float max, float value) {
+BodyStiffness jointStiffness(float max, float value) {
   if (value > kStiffShare * max) {
-    return kStiff;
+    return kStiffnessFull;
   }
-  return value < kOffShare * max ? kOff : kIntermediate;
+  return value < kOffShare * max ? kStiffnessOff : kStiffnessIntermediate;
 }
 
 } // namespace
@@ -49,7 +42,7 @@ void GKSensors::xExtractTemperature() {
   if (isHot) {
     ++fHotTicks;
   }
-  const int intervalTicks = kTemperatureInterval / fPeriod.load(std::memory_order_relaxed);
+  const int intervalTicks = kTemperatureInterval / fPeriod;
   if (fTemperatureTicks <= static_cast<std::uint64_t>(intervalTicks)) {
     return;
   }
@@ -60,7 +53,8 @@ void GKSensors::xExtractTemperature() {
     xReportHeat();
   } else if (fHotReported && fHotTicks == 0) {
     fHotReported = false;
-    zu::log::info(kSensorsCategory, "xExtractTemperature") << getName() << "No more heat for 20s";
+    zu::log::info(kSensorsLogCategory, "xExtractTemperature")
+        << getName() << "No more heat for 20s";
   }
   fTemperatureTicks = 0;
   fHotTicks = 0;
@@ -70,7 +64,7 @@ void GKSensors::xExtractTemperature() {
 bool GKSensors::xFindHotBoard() {
   bool isHot = false;
   for (const auto& [board, place] : fBoardErrorPtrs) {
-    const int error = readShared(place);
+    const int error = place.load();
     if (error >= kFirstHeatError && error <= kLastHeatError) {
       fHotError = error;
       fHotBoard = board;
@@ -83,9 +77,9 @@ bool GKSensors::xFindHotBoard() {
 void GKSensors::xReportHeat() {
   // Kept first: an alarm that fails on its way is not raised twice.
   fHotReported = true;
-  const auto memory = getParentBroker()->getSpecialisedProxy<GKMemoryProxy>("GKMemory");
+  const auto memory = getParentBroker()->getSpecialisedProxy<GKMemoryProxy>(GKMemory::kName);
   memory->raiseEvent(strHeatEvent, fHotBoard);
-  zu::log::info(kSensorsCategory, "xExtractTemperature")
+  zu::log::info(kSensorsLogCategory, "xExtractTemperature")
       << getName() << "Motor board " << fHotBoard << " return several high temperature "
       << fHotError;
 
@@ -98,7 +92,7 @@ void GKSensors::xReportHeat() {
 
 void GKSensors::xLogTemperature(GKMemoryProxy& memory, const std::string& key) const {
   const int temperature = truncate(memory.getData(key).toFloat());
-  zu::log::info(kSensorsCategory, "xExtractTemperature")
+  zu::log::info(kSensorsLogCategory, "xExtractTemperature")
       << getName() << "Temperature of : " << key << " is: " << temperature;
 }
 
@@ -119,17 +113,17 @@ int GKSensors::xBodyStiffness() const {
   std::size_t off = 0;
   // Counts instead of branches: this is the longest row of the tick.
   for (std::size_t i = 0; i < maxima.size(); ++i) {
-    const Stiffness joint = jointStiffness(readShared(maxima[i]), readShared(values[i]));
-    stiff += joint == kStiff ? 1 : 0;
-    off += joint == kOff ? 1 : 0;
+    const BodyStiffness joint = jointStiffness(maxima[i].load(), values[i].load());
+    stiff += joint == kStiffnessFull ? 1 : 0;
+    off += joint == kStiffnessOff ? 1 : 0;
   }
   if (maxima.empty()) {
-    return kUnknown;
+    return kStiffnessUnknown;
   }
   if (stiff == maxima.size()) {
-    return kStiff;
+    return kStiffnessFull;
   }
-  return off == maxima.size() ? kOff : kIntermediate;
+  return off == maxima.size() ? kStiffnessOff : kStiffnessIntermediate;
 }
 
 } // namespace GK

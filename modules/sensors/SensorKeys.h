@@ -26,6 +26,17 @@ inline const std::string szKeyNameTactilHandLeftRight = "HandLeftRightTouched";
 inline const std::string strHeatEvent = "HotJoinDetected";
 inline const std::string szKeyNameEventStiffnessChanged = "BodyStiffnessChanged";
 
+/// Category of all log lines of the sensor monitor.
+inline constexpr const char* kSensorsLogCategory = "motion.sensors";
+
+/// Values of `szKeyNameEventStiffnessChanged`: what all joints agree on.
+enum BodyStiffness : int {
+  kStiffnessUnknown = -1, ///< there are no joints
+  kStiffnessOff = 0,
+  kStiffnessIntermediate = 1, ///< they do not agree, or are in between
+  kStiffnessFull = 2
+};
+
 /// Places of the event keys in the values of a tick.
 enum SensorIndex : std::size_t {
   kLeftFootRightBumper,

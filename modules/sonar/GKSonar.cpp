@@ -37,7 +37,7 @@ std::int32_t secondsBetween(std::int64_t a, std::int64_t b) {
 
 } // namespace
 
-GKSonar::GKSonar(boost::shared_ptr<GKBroker> broker) : GKExtractor(std::move(broker), "GKSonar") {
+GKSonar::GKSonar(const boost::shared_ptr<GKBroker>& broker) : GKExtractor(broker, "GKSonar") {
   setModuleDescription("Deals with ultrasonic sensors.\n");
 
   functionName("_getFilteredValues", getName(),
@@ -49,14 +49,14 @@ GKSonar::GKSonar(boost::shared_ptr<GKBroker> broker) : GKExtractor(std::move(bro
 }
 
 void GKSonar::init() {
-  fMemoryProxy = boost::make_shared<GKMemoryProxy>(getParentBroker()->getProxy("GKMemory", 0));
+  fMemoryProxy = getParentBroker()->getSpecialisedProxy<GKMemoryProxy>(GKMemory::kName);
   for (const char* event :
        {szKeyNameLeft, szKeyNameRight, szKeyNameFrontLeft, szKeyNameFrontRight,
         szKeyNameNothingDetected, szKeyNameMiddle, szKeyNameNothingLeft, szKeyNameNothingRight}) {
     fMemoryProxy->declareEvent(event, getName());
   }
 
-  if (!getParentBroker()->isModulePresent("DCM")) {
+  if (!getParentBroker()->isModulePresent(DCM::kName)) {
     zu::log::verbose(kLogCategory, "init") << getName() << " No DCM. Working in simulation mode.";
     return;
   }
@@ -99,8 +99,8 @@ void GKSonar::xActivateReception() {
   if (!fDCM) {
     return;
   }
-  // The emitters are left off for the length of the pause, without an order of its own: only the
-  // switch-on below is sent.
+  // This command is never sent: the one below replaces it. The emitters stay as they are for the
+  // length of the pause. Intended: one order, after the pause.
   xSetCommand(kReceptionOff);
   zu::os::msleep(kActivationPause);
   xSetCommand(kReceptionOn);

@@ -34,7 +34,7 @@ inline constexpr const char* szKeyNameNothingRight = "SonarRightNothingDetected"
 /// subscribed. Without DCM it works in simulation mode: events are raised, emitters are not driven.
 class GKSonar : public GKExtractor {
 public:
-  explicit GKSonar(boost::shared_ptr<GKBroker> broker);
+  explicit GKSonar(const boost::shared_ptr<GKBroker>& broker);
 
   /// Declares the events and, where there is a DCM, prepares the emitters' order. Raises `GKError`
   /// when there is no memory service or a declaration fails.
@@ -92,7 +92,7 @@ private:
   GKValue DCMOrderValue;
 
   /// Readings kept per side.
-  const std::uint32_t fBufferSize = 1;
+  static constexpr std::uint32_t fBufferSize = 1;
   /// Latest readings in metres, oldest first. Room for one more than is kept: a reading is added
   /// before the oldest one goes.
   boost::circular_buffer<float> fRightBuffer{fBufferSize + 1};
@@ -109,11 +109,11 @@ private:
   /// Zero at first: without DCM the first reading raises events at once.
   zu::os::timeval fLastEventTime;
   /// A side detects what is nearer than this, metres.
-  const float fDetectionRange = 0.7F;
+  static constexpr float fDetectionRange = 0.7F;
   /// Two distances closer to each other than this belong to one obstacle, metres.
-  const float fMiddleTolerance = 0.08F;
+  static constexpr float fMiddleTolerance = 0.08F;
   /// A side has to move by more than this to count, metres.
-  const float fUpdateThreshold = 0.01F;
+  static constexpr float fUpdateThreshold = 0.01F;
   ObstacleState fObstacleState = ObstacleState::Nothing;
   ObstacleState fPreviousObstacleState = ObstacleState::Nothing;
 

@@ -19,6 +19,41 @@ void GKModuleCore::initModule() {
   broker->registerModule(shared_from_this());
 }
 
+bool GKModuleCore::isInitialising() const {
+  const std::lock_guard lock(fInitMutex);
+  return fIsInitialising;
+}
+
+void GKModuleCore::whenInitialised(std::function<void()> work) {
+  {
+    const std::lock_guard lock(fInitMutex);
+    if (fIsInitialising) {
+      fWaitForInit.push_back(std::move(work));
+      return;
+    }
+  }
+  work();
+}
+
+void GKModuleCore::xBeginInit() {
+  const std::lock_guard lock(fInitMutex);
+  fIsInitialising = true;
+}
+
+void GKModuleCore::xEndInit(bool succeeded) {
+  std::vector<std::function<void()>> waiting;
+  {
+    const std::lock_guard lock(fInitMutex);
+    fIsInitialising = false;
+    waiting.swap(fWaitForInit);
+  }
+  if (succeeded) {
+    for (const std::function<void()>& work : waiting) {
+      work();
+    }
+  }
+}
+
 std::vector<GKMethodDescription> GKModuleCore::getMethods() const {
   std::vector<GKMethodDescription> descriptions;
   descriptions.reserve(fMethods.size());

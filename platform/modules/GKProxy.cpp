@@ -3,6 +3,7 @@
 #include "gk/GKClock.h"
 #include "zu/log.h"
 
+#include <atomic>
 #include <exception>
 
 namespace GK {
@@ -13,12 +14,18 @@ boost::shared_ptr<GKModule> GKProxy::getModule() const {
   return boost::dynamic_pointer_cast<GKModule>(fModule);
 }
 
+void GKProxy::stop(const int& task) {
+  if (const boost::shared_ptr<GKModule> module = getModule()) {
+    module->stop(task);
+  }
+}
+
 GKValue GKProxy::xCall(const std::string& method, const std::vector<GKValue>& arguments) {
   const GKCallerScope scope(GKCaller::Module);
   return fModule->callMethod(method, arguments);
 }
 
-void GKProxy::xPost(const std::string& method, std::vector<GKValue> arguments) {
+int GKProxy::xPost(const std::string& method, std::vector<GKValue> arguments) {
   const auto work = [module = fModule, method, arguments = std::move(arguments)] {
     const auto complain = [&](const char* why) {
       zu::log::error("platform.proxy", "postCall")
@@ -33,7 +40,10 @@ void GKProxy::xPost(const std::string& method, std::vector<GKValue> arguments) {
       complain("unknown exception");
     }
   };
-  GKClock::instance().post({fModule->getName(), method}, work);
+  static std::atomic<int> latest{0};
+  const int number = latest.fetch_add(1, std::memory_order_relaxed) + 1;
+  GKClock::instance().post({fModule->getName(), method, number}, work);
+  return number;
 }
 
 } // namespace GK

@@ -39,8 +39,8 @@ float latestValue(const GKValue& order) {
 
 } // namespace
 
-DCM::DCM(boost::shared_ptr<GKBroker> broker, std::shared_ptr<GKMemoryStore> store)
-    : GKModule(std::move(broker), kName), fStore(std::move(store)) {
+DCM::DCM(const boost::shared_ptr<GKBroker>& broker, std::shared_ptr<GKMemoryStore> store)
+    : GKModule(broker, kName), fStore(std::move(store)) {
   setModuleDescription("Takes orders for the robot's actuators.");
 
   functionName("getTime", kName, "Gets the time of orders.");

@@ -7,7 +7,10 @@
 namespace GK {
 
 DCMProxy::DCMProxy(const boost::shared_ptr<GKBroker>& broker)
-    : fDCM(boost::dynamic_pointer_cast<DCM>(broker->getProxy(DCM::kName, 0)->getModule())) {
+    : DCMProxy(broker->getProxy(DCM::kName, 0)) {}
+
+DCMProxy::DCMProxy(const boost::shared_ptr<GKProxy>& proxy)
+    : fDCM(boost::dynamic_pointer_cast<DCM>(proxy->getModule())) {
   if (fDCM == nullptr) {
     throw GKError("DCMProxy", "DCMProxy", "the module is not the device communication manager");
   }

@@ -6,6 +6,7 @@
 #include "zu/log.h"
 
 #include <exception>
+#include <mutex>
 #include <thread>
 #include <utility>
 
@@ -18,6 +19,9 @@ namespace {
 /// costs ten times as much as a delivery.
 constexpr int kLooksForMore = 50;
 
+/// The calling thread is inside an event callback.
+thread_local bool tIsInCallback = false;
+
 } // namespace
 
 GKDelivery::Callback& GKDelivery::callback(const std::string& event, const std::string& method) {
@@ -27,19 +31,18 @@ GKDelivery::Callback& GKDelivery::callback(const std::string& event, const std::
       return known;
     }
   }
-  return fCallbacks.emplace_back(Callback{method, {event, GKValue()}});
+  return fCallbacks.emplace_back(method, event);
 }
 
 // Hot path, as is `xDrain`: numbers travel without an allocation.
-void GKDelivery::deliver(Callback& callback, const GKValue& value) {
-  {
-    const std::lock_guard lock(fMutex);
-    fItems.push_back({&callback, value});
-    fIsEmpty.store(false, std::memory_order_relaxed);
-    if (std::exchange(fIsDraining, true)) {
-      return;
-    }
-  }
+bool GKDelivery::add(Callback& callback, const GKValue& value) {
+  const std::lock_guard lock(fMutex);
+  fItems.push_back({&callback, callback.ended.load(std::memory_order_relaxed), value});
+  fIsEmpty.store(false, std::memory_order_relaxed);
+  return !std::exchange(fIsDraining, true);
+}
+
+void GKDelivery::start(const Callback& callback) {
   const boost::shared_ptr<GKModuleCore> module = fModule.lock();
   GKClock::instance().post({module != nullptr ? module->getName() : std::string(), callback.method},
                            [self = shared_from_this()] { self->xDrain(); });
@@ -57,7 +60,7 @@ void GKDelivery::xDrain() {
       if (module == nullptr || (broker != nullptr && broker->isExiting())) {
         break;
       }
-      xCall(*module, item);
+      xHandOver(*module, item);
     }
   }
 }
@@ -83,14 +86,41 @@ bool GKDelivery::xTake() {
   return fIsDraining;
 }
 
-void GKDelivery::xCall(GKModuleCore& module, Item& item) {
+void GKDelivery::cancel(const std::string& event) {
+  {
+    const std::lock_guard lock(fMutex);
+    // All of them: a repeated subscription may have changed the method.
+    for (Callback& known : fCallbacks) {
+      if (known.arguments.front().toString() == event) {
+        known.ended.fetch_add(1, std::memory_order_relaxed);
+      }
+    }
+  }
+  // Callbacks that wait for each other would never end.
+  if (!tIsInCallback) {
+    const std::lock_guard call(fCalling);
+  }
+}
+
+void GKDelivery::xHandOver(GKModuleCore& module, Item& item) {
   Callback& callback = *item.callback;
+  const std::lock_guard call(fCalling);
+  // Looked at with the lock: whoever ends the subscription afterwards waits for the call.
+  if (callback.ended.load(std::memory_order_relaxed) != item.subscription) {
+    return;
+  }
+  callback.arguments.back() = std::move(item.value);
+  tIsInCallback = true;
+  xCall(module, callback);
+  tIsInCallback = false;
+}
+
+void GKDelivery::xCall(GKModuleCore& module, Callback& callback) {
   const auto complain = [&](const char* why) {
     zu::log::error("platform.proxy", "deliver")
         << module.getName() << "." << callback.method << " for "
         << callback.arguments.front().toString() << ": " << why;
   };
-  callback.arguments.back() = std::move(item.value);
   try {
     module.callMethod(callback.method, callback.arguments);
   } catch (const std::exception& error) {

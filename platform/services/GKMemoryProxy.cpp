@@ -11,6 +11,10 @@ GKMemoryProxy::GKMemoryProxy(const boost::shared_ptr<GKProxy>& proxy)
   }
 }
 
+bool GKMemoryProxy::hasKey(const std::string& key) const {
+  return fMemory->hasKey(key);
+}
+
 GKValue GKMemoryProxy::getData(const std::string& key) const {
   return fMemory->getData(key, GKCaller::Module);
 }
@@ -44,6 +48,14 @@ void GKMemoryProxy::subscribeToEvent(const std::string& event, const std::string
 void GKMemoryProxy::unsubscribeToEvent(const std::string& event, const std::string& module) {
   const GKCallerScope scope(GKCaller::Module);
   fMemory->unsubscribeToEvent(event, module);
+}
+
+std::vector<std::string> GKMemoryProxy::getExtractorEvent(const std::string& owner) const {
+  return fMemory->getExtractorEvent(owner);
+}
+
+std::vector<std::string> GKMemoryProxy::getDataList(const std::string& pattern) const {
+  return fMemory->getDataList(pattern);
 }
 
 } // namespace GK

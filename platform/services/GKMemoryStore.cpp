@@ -1,23 +1,29 @@
 #include "gk/GKMemoryStore.h"
 
+#include "gk/GKPriorityMutex.h"
 #include "platform/values/GKNameHash.h"
 
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <functional>
-#include <thread>
+#include <mutex>
 #include <tuple>
 #include <utility>
 
 namespace GK {
 
+// The bits at a cell's address are the lower half of its word, and both are accessed as a whole.
+static_assert(std::endian::native == std::endian::little &&
+              std::atomic_ref<std::uint64_t>::is_always_lock_free &&
+              alignof(GKMemoryCell) >= std::atomic_ref<std::uint64_t>::required_alignment);
+
 namespace {
 
 /// Strings and arrays are rare among memory values: a few locks serve them all.
-std::mutex& lockOf(const void* cell) {
+GKPriorityMutex& lockOf(const void* cell) {
   constexpr std::size_t kLocks = 64;
-  static std::array<std::mutex, kLocks> locks;
+  static std::array<GKPriorityMutex, kLocks> locks;
   return locks[std::hash<const void*>()(cell) / sizeof(GKMemoryCell) % kLocks];
 }
 
@@ -27,15 +33,9 @@ GKMemoryCell::~GKMemoryCell() = default;
 
 GKValue GKMemoryCell::load() const {
   while (true) {
-    const std::uint32_t before = fState.load(std::memory_order_acquire);
-    const std::uint32_t bits =
-        std::atomic_ref<std::uint32_t>(fBits).load(std::memory_order_acquire);
-    const std::uint32_t after = fState.load(std::memory_order_relaxed);
-    // A write of the same type may go on: the bits before and after it are both good.
-    if (((before ^ after) & ~kWriting) != 0 || (before & kChanging) != 0) {
-      continue;
-    }
-    switch (static_cast<GKValue::Type>(before & kTypeMask)) {
+    const std::uint64_t word = xWord();
+    const auto bits = static_cast<std::uint32_t>(word);
+    switch (typeOf(word)) {
     case GKValue::Type::Bool:
       return bits != 0;
     case GKValue::Type::Int:
@@ -55,7 +55,7 @@ GKValue GKMemoryCell::load() const {
 void GKMemoryCell::store(const GKValue& value) {
   switch (value.type()) {
   case GKValue::Type::Bool:
-    xStoreBits(GKValue::Type::Bool, value.toBool() ? 1 : 0);
+    xStoreScalar(wordOf(GKValue::Type::Bool, value.toBool() ? 1 : 0));
     break;
   case GKValue::Type::Int:
     storeInt(value.toInt());
@@ -64,56 +64,39 @@ void GKMemoryCell::store(const GKValue& value) {
     storeFloat(value.toFloat());
     break;
   case GKValue::Type::Invalid:
-    xReplace(xBeginWrite(), GKValue::Type::Invalid, 0, nullptr);
+    xStoreScalar(wordOf(GKValue::Type::Invalid, 0));
     break;
-  default: {
-    auto large = std::make_unique<const GKValue>(value);
-    xReplace(xBeginWrite(), value.type(), 0, std::move(large));
-  }
+  default:
+    xReplace(wordOf(value.type(), 0), std::make_unique<const GKValue>(value));
   }
 }
 
 void GKMemoryCell::storeFloat(float value) {
-  xStoreBits(GKValue::Type::Float, std::bit_cast<std::uint32_t>(value));
+  xStoreScalar(wordOf(GKValue::Type::Float, std::bit_cast<std::uint32_t>(value)));
 }
 
 void GKMemoryCell::storeInt(std::int32_t value) {
-  xStoreBits(GKValue::Type::Int, static_cast<std::uint32_t>(value));
+  xStoreScalar(wordOf(GKValue::Type::Int, static_cast<std::uint32_t>(value)));
 }
 
-void GKMemoryCell::xStoreBits(GKValue::Type type, std::uint32_t bits) {
-  const std::uint32_t state = xBeginWrite();
-  if ((state & (kTypeMask | kExists)) == (static_cast<std::uint32_t>(type) | kExists)) {
-    // Releases the state that was found: who sees the new bits sees that their type has come.
-    std::atomic_ref<std::uint32_t>(fBits).store(bits, std::memory_order_release);
-    fState.store(state, std::memory_order_release);
-  } else {
-    xReplace(state, type, bits, nullptr);
-  }
-}
-
-std::uint32_t GKMemoryCell::xBeginWrite() noexcept {
-  while (true) {
-    std::uint32_t state = fState.load(std::memory_order_relaxed) & ~kWriting;
-    // Without this, bits of one type could land behind a type that another writer has just set.
-    if (fState.compare_exchange_weak(state, state | kWriting, std::memory_order_acquire,
-                                     std::memory_order_relaxed)) {
-      return state;
+void GKMemoryCell::xStoreScalar(std::uint64_t word) {
+  const std::atomic_ref<std::uint64_t> place(fWord);
+  std::uint64_t found = place.load(std::memory_order_relaxed);
+  while (!isLarge(found)) {
+    if (place.compare_exchange_weak(found, word, std::memory_order_release,
+                                    std::memory_order_relaxed)) {
+      return;
     }
-    std::this_thread::yield();
   }
+  xReplace(word, nullptr);
 }
 
-void GKMemoryCell::xReplace(std::uint32_t state, GKValue::Type type, std::uint32_t bits,
-                            std::unique_ptr<const GKValue> large) {
-  // The former large value is freed outside of the lock.
+void GKMemoryCell::xReplace(std::uint64_t word, std::unique_ptr<const GKValue> large) {
+  // The former large value is freed outside of the lock. A scalar that comes without the lock finds
+  // either a scalar, or a large value that it has to wait for.
   const std::lock_guard lock(lockOf(this));
-  const std::uint32_t version = (state & ~(kVersion - 1)) + kVersion;
-  fState.store(version | kWriting | kChanging | (state & kExists), std::memory_order_relaxed);
-  // Releases the mark above: who sees the new bits sees that the type is changing, or has changed.
-  std::atomic_ref<std::uint32_t>(fBits).store(bits, std::memory_order_release);
   fLarge.swap(large);
-  fState.store(version | kExists | static_cast<std::uint32_t>(type), std::memory_order_release);
+  std::atomic_ref<std::uint64_t>(fWord).store(word, std::memory_order_release);
 }
 
 std::optional<GKValue> GKMemoryCell::xLoadLarge() const {
@@ -163,7 +146,9 @@ std::vector<std::string> GKMemoryStore::keys() const {
 }
 
 std::size_t GKMemoryStore::size() const noexcept {
-  return fTable->cells.size();
+  const auto exists = [](const auto& entry) { return entry.second.exists(); };
+  return static_cast<std::size_t>(
+      std::count_if(fTable->cells.begin(), fTable->cells.end(), exists));
 }
 
 } // namespace GK

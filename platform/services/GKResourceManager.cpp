@@ -12,9 +12,9 @@ constexpr const char* kStatePrefix = "ResourceManager/State/";
 
 } // namespace
 
-GKResourceManager::GKResourceManager(boost::shared_ptr<GKBroker> broker,
+GKResourceManager::GKResourceManager(const boost::shared_ptr<GKBroker>& broker,
                                      std::shared_ptr<GKMemoryStore> store)
-    : GKModule(std::move(broker), kName), fStore(std::move(store)) {
+    : GKModule(broker, kName), fStore(std::move(store)) {
   setModuleDescription("Keeps which states the robot is in.");
 
   functionName("enableStateResource", kName, "Says whether the robot is in a state.");

@@ -57,7 +57,7 @@ public:
   bool isVirtual() const noexcept override { return false; }
 
 protected:
-  void waitFor(GKMutex& mutex) override { mutex.fMutex.lock(); }
+  void waitFor(GKMutex& mutex) override { mutex.lockOutright(); }
   void freed(GKMutex&) noexcept override {}
 
 private:

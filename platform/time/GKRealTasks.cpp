@@ -2,6 +2,9 @@
 
 #include "platform/time/GKPriorityScope.h"
 
+#include <cerrno>
+#include <ctime>
+#include <mutex>
 #include <utility>
 
 namespace GK {
@@ -14,6 +17,20 @@ template <class Duration> GKMicros microsOf(Duration duration) {
 
 } // namespace
 
+void GKGate::waitUntil(std::chrono::steady_clock::time_point deadline) {
+  const auto time = deadline.time_since_epoch();
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+  const timespec until{seconds.count(), std::chrono::nanoseconds(time - seconds).count()};
+  // The steady clock is the system's monotonic one.
+  int failed = 0;
+  do {
+    failed = sem_clockwait(&fPasses, CLOCK_MONOTONIC, &until);
+  } while (failed != 0 && errno == EINTR);
+  if (failed == 0) {
+    open(); // for the next one
+  }
+}
+
 GKMicros GKRealTasks::elapsed() const noexcept {
   return microsOf(Steady::now() - fStart);
 }
@@ -23,9 +40,7 @@ GKMicros GKRealTasks::systemWall() noexcept {
 }
 
 void GKRealTasks::sleep(GKMicros duration) {
-  const Steady::time_point deadline = Steady::now() + std::chrono::microseconds(duration);
-  std::unique_lock lock(fMutex);
-  fJoining.wait_until(lock, deadline, [this] { return fIsJoining; });
+  fJoining.waitUntil(Steady::now() + std::chrono::microseconds(duration));
 }
 
 void GKRealTasks::run(bool isLoop, std::function<void()> work) {
@@ -68,14 +83,13 @@ void GKRealTasks::requestEnd() noexcept {
 }
 
 void GKRealTasks::join() {
-  std::unique_lock lock(fMutex);
-  fIsJoining = true;
-  fJoining.notify_all();
+  fJoining.open();
+  std::unique_lock<std::mutex> lock(fMutex);
   fAllEnded.wait(lock, [this] { return fTasks == 0; });
 }
 
 bool GKRealTasks::xWaitForEnd(std::optional<GKMicros> due) {
-  std::unique_lock lock(fMutex);
+  std::unique_lock<std::mutex> lock(fMutex);
   const auto isEnd = [this] { return fIsEndRequested; };
   if (!due) {
     fEnd.wait(lock, isEnd);

@@ -1,16 +1,33 @@
 #pragma once
 
 #include "gk/GKClock.h"
+#include "gk/GKPriorityMutex.h"
 #include "platform/time/GKTaskPool.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
-#include <mutex>
 #include <optional>
+#include <semaphore.h>
 
 namespace GK {
+
+/// Closed until it is opened once and for all. Whoever waits at it takes no lock.
+class GKGate {
+public:
+  GKGate() { sem_init(&fPasses, 0, 0); }
+  ~GKGate() { sem_destroy(&fPasses); }
+  GKGate(const GKGate&) = delete;
+  GKGate& operator=(const GKGate&) = delete;
+
+  void open() { sem_post(&fPasses); }
+  /// Returns when the gate is open, at `deadline` at the latest.
+  void waitUntil(std::chrono::steady_clock::time_point deadline);
+
+private:
+  sem_t fPasses{};
+};
 
 /// What all clocks of real time need: the time since they were made, their tasks, and how both come
 /// to their end. Any thread.
@@ -26,7 +43,7 @@ public:
   /// Microseconds since 1970, by the computer's wall clock.
   static GKMicros systemWall() noexcept;
 
-  /// Cut short by `join`.
+  /// Cut short by `join`. Takes no lock: a loop must not wait for other sleepers on its way out.
   void sleep(GKMicros duration);
 
   /// Runs `work` on a thread of its own. What it holds goes before the task counts as ended:
@@ -47,12 +64,11 @@ private:
 
   const Steady::time_point fStart = Steady::now();
   const int fLoopPriority;
-  std::mutex fMutex;
+  GKGate fJoining;
+  GKPriorityMutex fMutex;
   std::condition_variable fEnd;
-  std::condition_variable fJoining;
   std::condition_variable fAllEnded;
   bool fIsEndRequested = false;
-  bool fIsJoining = false;
   std::size_t fTasks = 0;
   /// Last, so that its threads are gone before the rest.
   GKTaskPool fPool;

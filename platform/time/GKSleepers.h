@@ -87,33 +87,37 @@ public:
     if (sleeper != fPlaces.end()) {
       return take(&*sleeper);
     }
-    const auto waiter = std::find_if(fLockWaiters.begin(), fLockWaiters.end(),
-                                     [&](const LockWaiter& one) { return isIt(one.place); });
+    const auto waiter =
+        std::find_if(fLockWaiters.begin(), fLockWaiters.end(),
+                     [task](const LockWaiter& one) { return one.baton->task == task; });
     if (waiter == fLockWaiters.end()) {
       return nullptr;
     }
-    GKBaton* next = waiter->place.baton;
+    GKBaton* next = waiter->baton;
     fLockWaiters.erase(waiter);
     return next;
   }
 
-  void addLockWaiter(const GKPlace& place, const GKMutex& mutex) {
-    fLockWaiters.push_back({place, &mutex});
+  /// `order`: when the waiter fell asleep, as in `GKPlace`.
+  void addLockWaiter(std::uint64_t order, GKBaton* baton, const GKMutex& mutex) {
+    fLockWaiters.push_back({order, baton, &mutex});
   }
 
-  /// Whoever waits for the lock takes the place that it had.
-  void freed(const GKMutex& mutex) {
+  /// Whoever waits for the lock is due now, among all that are due now by when it fell asleep:
+  /// behind a sleeper that had lain down before it began to wait.
+  void freed(const GKMutex& mutex, GKMicros now) {
     const auto stillWaits = [&mutex](const LockWaiter& waiter) { return waiter.mutex != &mutex; };
     const auto freed = std::partition(fLockWaiters.begin(), fLockWaiters.end(), stillWaits);
     for (auto waiter = freed; waiter != fLockWaiters.end(); ++waiter) {
-      add(waiter->place);
+      add({now, waiter->order, waiter->baton});
     }
     fLockWaiters.erase(freed, fLockWaiters.end());
   }
 
 private:
   struct LockWaiter {
-    GKPlace place;
+    std::uint64_t order;
+    GKBaton* baton;
     const GKMutex* mutex;
   };
 

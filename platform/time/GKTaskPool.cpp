@@ -47,7 +47,7 @@ void GKTaskPool::run(std::function<void()> work) {
 }
 
 void GKTaskPool::xServe() {
-  std::unique_lock lock(fMutex);
+  std::unique_lock<std::mutex> lock(fMutex);
   while (true) {
     ++fIdle;
     fWake.wait(lock, [this] { return fClosing || !fQueue.empty(); });

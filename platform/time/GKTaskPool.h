@@ -1,12 +1,12 @@
 #pragma once
 
 #include "gk/GKClock.h"
+#include "gk/GKPriorityMutex.h"
 
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -27,7 +27,7 @@ public:
 private:
   void xServe();
 
-  std::mutex fMutex;
+  GKPriorityMutex fMutex;
   std::condition_variable fWake;
   std::deque<std::function<void()>> fQueue;
   std::size_t fIdle = 0;

@@ -1,4 +1,5 @@
 #include "gk/GKMutex.h"
+#include "gk/GKPriorityMutex.h"
 #include "gk/GKTurns.h"
 #include "platform/time/GKRealTasks.h"
 #include "platform/time/GKTaskPool.h"
@@ -123,17 +124,16 @@ protected:
   // The lock itself is taken with the turn only, so that who gets it follows from the turns.
   void waitFor(GKMutex& mutex) override {
     if (!xHasTurn()) {
-      mutex.fMutex.lock();
+      mutex.lockOutright();
       return;
     }
-    mutex.fWaiting.fetch_add(1, std::memory_order_relaxed);
+    const GKMutex::Waiter waiter(mutex);
     for (std::uint64_t freed = xFreed(); !mutex.tryLock(); freed = xFreed()) {
       xAway([&] {
-        std::unique_lock lock(fMutex);
+        std::unique_lock<std::mutex> lock(fMutex);
         fLockFreed.wait_for(lock, kLockPoll, [&] { return fFreed != freed; });
       });
     }
-    mutex.fWaiting.fetch_sub(1, std::memory_order_relaxed);
   }
 
   void freed(GKMutex&) noexcept override {
@@ -147,7 +147,7 @@ private:
 
   /// Waits for the turn. Turns that nobody is told of leave no trace in a repetition.
   void xTake(std::uint64_t task, bool isTold = true) {
-    std::unique_lock lock(fMutex);
+    std::unique_lock<std::mutex> lock(fMutex);
     const auto isFree = [this] { return fHolder == 0; };
     if (fIsPatient) {
       fTurnFree.wait(lock, isFree);
@@ -201,7 +201,7 @@ private:
   std::atomic<std::uint64_t> fNextTask{GKTurn::kFirstTask};
 
   /// Guards what follows.
-  std::mutex fMutex;
+  GKPriorityMutex fMutex;
   std::condition_variable fTurnFree;
   /// The serial of the turn that is had; 0 while there is none.
   std::uint64_t fHolder = 0;

@@ -18,7 +18,7 @@ namespace GK {
 namespace {
 
 /// The baton of the task that the calling thread runs; null for threads outside of the clock.
-thread_local GKBaton* tGKBaton = nullptr;
+thread_local GKBaton* tBaton = nullptr;
 
 } // namespace
 
@@ -28,12 +28,12 @@ class GKVirtualClock final : public GKClock {
 public:
   explicit GKVirtualClock(std::int64_t epochSeconds, std::shared_ptr<GKTurnObserver> observer = {})
       : fEpochSeconds(epochSeconds), fObserver(std::move(observer)) {
-    tGKBaton = &fMain;
+    tBaton = &fMain;
     xTell(GKTurn::kMain);
   }
   explicit GKVirtualClock(std::shared_ptr<GKSchedule> schedule)
       : fEpochSeconds(0), fSchedule(std::move(schedule)) {
-    tGKBaton = &fMain;
+    tBaton = &fMain;
     // The main thread's turn, in which libraries are loaded.
     if (const std::optional<GKTurn> turn = fSchedule->next()) {
       xBegin(*turn);
@@ -41,8 +41,8 @@ public:
   }
   ~GKVirtualClock() override {
     // The next clock may have been made, by this thread, before this one goes.
-    if (tGKBaton == &fMain) {
-      tGKBaton = nullptr;
+    if (tBaton == &fMain) {
+      tBaton = nullptr;
     }
   }
 
@@ -63,11 +63,11 @@ public:
   }
 
   void sleep(GKMicros duration) override {
-    if (tGKBaton == nullptr) {
+    if (tBaton == nullptr) {
       return;
     }
-    fSleepers.add({elapsed() + duration, fOrder++, tGKBaton});
-    xPassOn(tGKBaton);
+    fSleepers.add({elapsed() + duration, fOrder++, tBaton});
+    xPassOn(tBaton);
   }
 
   void post(GKTask task, std::function<void()> work) override {
@@ -82,10 +82,10 @@ public:
     }
     GKBaton& baton = xLaunch(std::move(task), std::move(work));
     // The input goes on as soon as the call has ended or fallen asleep, before anything else.
-    fInputHost = tGKBaton;
+    fInputHost = tBaton;
     xTell(baton.task);
     baton.release();
-    tGKBaton->acquire();
+    tBaton->acquire();
   }
 
   End run(GKInput* input, std::optional<GKMicros> until) override {
@@ -115,21 +115,20 @@ public:
 
 protected:
   void waitFor(GKMutex& mutex) override {
-    if (tGKBaton == nullptr) {
-      mutex.fMutex.lock();
+    if (tBaton == nullptr) {
+      mutex.lockOutright();
       return;
     }
-    // The waiter keeps the place that it has now, however often somebody else gets the lock first.
-    const GKPlace place{elapsed(), fOrder++, tGKBaton};
-    mutex.fWaiting.fetch_add(1, std::memory_order_relaxed);
+    // It fell asleep here, however often somebody else gets the lock first.
+    const std::uint64_t order = fOrder++;
+    const GKMutex::Waiter waiter(mutex);
     while (!mutex.tryLock()) {
-      fSleepers.addLockWaiter(place, mutex);
-      xPassOn(tGKBaton);
+      fSleepers.addLockWaiter(order, tBaton, mutex);
+      xPassOn(tBaton);
     }
-    mutex.fWaiting.fetch_sub(1, std::memory_order_relaxed);
   }
 
-  void freed(GKMutex& mutex) noexcept override { fSleepers.freed(mutex); }
+  void freed(GKMutex& mutex) noexcept override { fSleepers.freed(mutex, elapsed()); }
 
 private:
   [[noreturn]] static void xDeadlock() {
@@ -162,7 +161,7 @@ private:
     auto baton = std::make_shared<GKBaton>(xNumber(task));
     fPool.run([this, baton, task = std::move(task), work = std::move(work)]() mutable {
       baton->acquire();
-      tGKBaton = baton.get();
+      tBaton = baton.get();
       {
         const GKTaskScope scope(task);
         work();
@@ -170,7 +169,7 @@ private:
       // What the work holds goes before the task counts as ended: libraries are closed after that.
       work = nullptr;
       xChoose()->release();
-      tGKBaton = nullptr;
+      tBaton = nullptr;
     });
     return *baton;
   }

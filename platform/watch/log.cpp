@@ -2,6 +2,7 @@
 
 #include "gk/GKError.h"
 #include "gk/GKObserver.h"
+#include "gk/GKPriorityMutex.h"
 
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/basic_file_sink.h>
@@ -9,6 +10,7 @@
 #include <spdlog/spdlog.h>
 
 #include <array>
+#include <locale>
 #include <memory>
 #include <mutex>
 #include <string_view>
@@ -48,7 +50,8 @@ std::unique_ptr<spdlog::formatter> makeFormatter(const char* pattern) {
   return formatter;
 }
 
-/// Console and file behind one logger; each has a level of its own.
+/// Console and file, each with a level of its own. One lock for both, since the loop writes too:
+/// the back end needs none of its own.
 class Backend {
 public:
   static Backend& instance() {
@@ -77,7 +80,7 @@ public:
     }
     try {
       fFile = std::make_shared<spdlog::logger>(
-          "file", std::make_shared<spdlog::sinks::basic_file_sink_mt>(path));
+          "file", std::make_shared<spdlog::sinks::basic_file_sink_st>(path));
     } catch (const spdlog::spdlog_ex& error) {
       throw GK::GKError("log", "setFile", error.what());
     }
@@ -89,12 +92,12 @@ public:
 private:
   Backend()
       : fConsole(std::make_shared<spdlog::logger>(
-            "console", std::make_shared<spdlog::sinks::stderr_color_sink_mt>())) {
+            "console", std::make_shared<spdlog::sinks::stderr_color_sink_st>())) {
     fConsole->set_formatter(makeFormatter("%^%*%$ %v"));
     fConsole->set_level(toSpdlog(Info));
   }
 
-  std::mutex fMutex;
+  GK::GKPriorityMutex fMutex;
   std::shared_ptr<spdlog::logger> fConsole;
   std::shared_ptr<spdlog::logger> fFile;
 };
@@ -110,7 +113,9 @@ const char* levelName(int level) noexcept {
 LogStream::LogStream(int level, std::string category, std::string function, std::string file,
                      int line)
     : fLevel(level), fCategory(std::move(category)), fFunction(std::move(function)),
-      fFile(std::move(file)), fLine(line) {}
+      fFile(std::move(file)), fLine(line) {
+  fText.imbue(std::locale::classic());
+}
 
 LogStream::~LogStream() {
   try {

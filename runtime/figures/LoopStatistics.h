@@ -1,11 +1,11 @@
 #pragma once
 
 #include "gk/GKObserver.h"
+#include "gk/GKPriorityMutex.h"
 #include "runtime/figures/Histogram.h"
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -36,7 +36,7 @@ public:
 private:
   LoopReport& xReport(const GK::GKTask& task);
 
-  mutable std::mutex fMutex;
+  mutable GK::GKPriorityMutex fMutex;
   std::map<std::string, LoopReport> fReports;
 };
 

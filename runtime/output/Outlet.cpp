@@ -75,7 +75,7 @@ void QueuedOutlet::write(std::string_view line) {
 }
 
 void QueuedOutlet::flush() {
-  std::unique_lock lock(fMutex);
+  std::unique_lock<std::mutex> lock(fMutex);
   fEmptied.wait(lock, [this] { return fLines.empty() && !fIsWriting; });
 }
 
@@ -90,7 +90,7 @@ std::size_t QueuedOutlet::dropped() const {
 }
 
 void QueuedOutlet::xServe() {
-  std::unique_lock lock(fMutex);
+  std::unique_lock<std::mutex> lock(fMutex);
   while (true) {
     fWake.wait(lock, [this] { return fIsClosing || !fLines.empty(); });
     if (fLines.empty()) {

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "formats/files/OutputFile.h"
+#include "gk/GKPriorityMutex.h"
 
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -88,7 +88,7 @@ private:
 
   std::unique_ptr<Outlet> fTarget;
   const std::size_t fCapacity;
-  mutable std::mutex fMutex;
+  mutable GK::GKPriorityMutex fMutex;
   std::condition_variable fWake;
   std::condition_variable fEmptied;
   std::deque<std::string> fLines;

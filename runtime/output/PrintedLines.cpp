@@ -1,7 +1,6 @@
 #include "runtime/output/PrintedLines.h"
 
 #include <iostream>
-#include <string_view>
 #include <utility>
 
 namespace gk::runtime {
@@ -12,7 +11,15 @@ PrintedLines::PrintedLines(boost::shared_ptr<Reporter> reporter)
 PrintedLines::~PrintedLines() {
   std::cout.rdbuf(fBefore);
   if (!fLine.empty()) {
-    fReporter->print(fLine + "\n");
+    xPut(fLine + "\n");
+  }
+}
+
+void PrintedLines::xPut(std::string_view lines) const {
+  if (fReporter != nullptr) {
+    fReporter->print(lines);
+  } else {
+    std::cerr << lines;
   }
 }
 
@@ -20,7 +27,7 @@ std::streamsize PrintedLines::xsputn(const char* text, std::streamsize count) {
   const std::lock_guard lock(fMutex);
   fLine.append(text, static_cast<std::size_t>(count));
   if (const std::size_t end = fLine.rfind('\n'); end != std::string::npos) {
-    fReporter->print(std::string_view(fLine).substr(0, end + 1));
+    xPut(std::string_view(fLine).substr(0, end + 1));
     fLine.erase(0, end + 1);
   }
   return count;

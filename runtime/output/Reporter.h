@@ -3,12 +3,12 @@
 #include "formats/lines/OutputLine.h"
 #include "gk/GKError.h"
 #include "gk/GKObserver.h"
+#include "gk/GKPriorityMutex.h"
 #include "gk/GKTime.h"
 #include "gk/GKValue.h"
 #include "runtime/output/Outlet.h"
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -65,7 +65,7 @@ private:
 
   std::unique_ptr<Outlet> fOutlet;
   const formats::LineKinds fKinds;
-  std::mutex fMutex;
+  GK::GKPriorityMutex fMutex;
   bool fIsMuted = false;
   std::string fLine;
 };

@@ -93,7 +93,7 @@ void Recorder::xQueue(std::vector<RecordedMessage> messages) {
   if (messages.empty()) {
     return;
   }
-  std::unique_lock lock(fMutex);
+  std::unique_lock<std::mutex> lock(fMutex);
   if (fOptions.mustKeepAll) {
     fTaken.wait(lock, [this] { return fWaiting < fQueueLimit || fIsClosing; });
   }
@@ -110,7 +110,7 @@ void Recorder::xQueue(std::vector<RecordedMessage> messages) {
 
 void Recorder::confirm() {
   {
-    std::unique_lock lock(fMutex);
+    std::unique_lock<std::mutex> lock(fMutex);
     fConfirmation = Confirmation::Asked;
     fWake.notify_all();
     fConfirmed.wait(lock, [this] { return fConfirmation == Confirmation::Done; });
@@ -171,7 +171,7 @@ void Recorder::xServe() {
   while (!isOver) {
     bool mustConfirm = false;
     {
-      std::unique_lock lock(fMutex);
+      std::unique_lock<std::mutex> lock(fMutex);
       fWake.wait_for(lock, fOptions.mustKeepAll ? kShortPollTime : kPollTime,
                      [this] { return fIsClosing || fConfirmation == Confirmation::Asked; });
       mustConfirm = fConfirmation == Confirmation::Asked;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gk/GKObserver.h"
+#include "gk/GKPriorityMutex.h"
 #include "runtime/recording/RecordedMessages.h"
 #include "runtime/recording/RecordingFile.h"
 #include "runtime/recording/RunRecorder.h"
@@ -13,7 +14,6 @@
 #include <exception>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -147,7 +147,7 @@ private:
   const std::shared_ptr<RunRecorder> fRun;
   std::unique_ptr<MessageMaker> fMaker;
 
-  mutable std::mutex fMutex;
+  mutable GK::GKPriorityMutex fMutex;
   std::condition_variable fWake;
   std::condition_variable fTaken;
   std::deque<RecordedMessage> fMessages;

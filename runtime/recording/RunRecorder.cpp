@@ -81,7 +81,7 @@ void RunRecorder::beginPart(std::uint64_t lost) {
 }
 
 void RunRecorder::onTurn(const GK::GKTurn& turn) {
-  std::unique_lock lock(fMutex);
+  std::unique_lock<std::mutex> lock(fMutex);
   fIsLoading = fIsLoading && turn.task == GK::GKTurn::kMain;
   fTurn = turn;
   fEpoch = fEpoch.value_or(turn.wallOffset);

@@ -2,13 +2,13 @@
 
 #include "formats/run/RunLog.h"
 #include "gk/GKMemoryStore.h"
+#include "gk/GKPriorityMutex.h"
 #include "gk/GKTurns.h"
 
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -100,7 +100,7 @@ private:
   const std::optional<GK::GKMicros> fPartTime;
   const std::size_t fLimit;
 
-  mutable std::mutex fMutex;
+  mutable GK::GKPriorityMutex fMutex;
   std::condition_variable fTaken;
   std::shared_ptr<GK::GKMemoryStore> fStore;
   std::vector<Watched> fWatched;

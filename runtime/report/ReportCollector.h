@@ -2,12 +2,12 @@
 
 #include "gk/GKMemoryStore.h"
 #include "gk/GKObserver.h"
+#include "gk/GKPriorityMutex.h"
 #include "runtime/report/Trace.h"
 
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -77,7 +77,7 @@ private:
                 const std::vector<std::pair<std::string, std::string>>& namesAndKeys);
 
   std::shared_ptr<const GK::GKMemoryStore> fStore;
-  std::mutex fMutex;
+  GK::GKPriorityMutex fMutex;
   ReportData fData;
   std::vector<Source> fSources;
 };

@@ -43,6 +43,11 @@ TEST(GkClient, ModulesAreListedAndDescribed) {
   const ProgramResult battery = host.gk({"describe", "GKBattery"});
   EXPECT_THAT(battery.out, AllOf(HasSubstr("getBatteryCharge() -> int"),
                                  HasSubstr("\n  BatteryChargingFlagChanged\n")));
+  // Methods that a module has from its base say so.
+  EXPECT_THAT(battery.out, testing::Not(HasSubstr("(of ")));
+  EXPECT_THAT(host.gk({"describe", "GKSonar"}).out,
+              AllOf(HasSubstr("\n  unsubscribe(string name)  (of GKExtractor)\n"),
+                    HasSubstr("\n  _getFilteredValues() -> vector of float\n")));
 }
 
 TEST(GkClient, MethodsAreCalledWithWords) {

@@ -1,6 +1,7 @@
 #include "support/Program.h"
 
 #include <csignal>
+#include <sstream>
 #include <thread>
 
 // The program as its users meet it: real time, signals, exit codes, one-line complaints.
@@ -37,6 +38,21 @@ TEST(Gk, HelpNamesEveryCommandAndHelpOfOneItsOptions) {
   EXPECT_EQ(gk({"--help"}).code, 0);
   EXPECT_THAT(gk({"help", "replay"}).out, HasSubstr("--sample"));
   EXPECT_THAT(gk({"--version"}).out, StartsWith("gk "));
+}
+
+TEST(Gk, StandardOutputHoldsTheLinesOfARunAloneWhatModulesPrintGoesToStandardError) {
+  const std::string scenario =
+      GK_SOURCE_DIR "/tests/scenarios/pose/refused_first_resource_call_skips_the_second.jsonl";
+  const ProgramResult result = gk({"replay", "--out", "-", scenario});
+
+  EXPECT_EQ(result.code, 0);
+  std::istringstream lines(result.out);
+  int count = 0;
+  for (std::string line; std::getline(lines, line); ++count) {
+    EXPECT_THAT(line, testing::AllOf(StartsWith("{"), EndsWith("}")));
+  }
+  EXPECT_GT(count, 10);
+  EXPECT_THAT(result.err, HasSubstr("GKResourceManager::enableStateResource: injected fault\n"));
 }
 
 TEST(Gk, WrongOptionsGiveOneLineAndExitCodeTwo) {

@@ -134,12 +134,15 @@ TEST(Gateway, ModulesAreListedAndDescribed) {
   EXPECT_THAT(modules, HasSubstr(R"({"name":"Probe","description":"Answers tests.","methods":7,)"
                                  R"("isExtractor":false})"));
   const std::string probe = ask(sut, "GET", "/api/v1/modules/Probe").body;
-  EXPECT_THAT(probe, HasSubstr(R"({"name":"echo","description":"Gives back what it gets.",)"
-                               R"("params":[{"name":"value","type":"value",)"
-                               R"("description":"Anything."}],"result":{"name":"value",)"
-                               R"("type":"value","description":"The same."}})"));
-  EXPECT_THAT(probe, HasSubstr(R"({"name":"nothing","description":"Returns nothing.",)"
-                               R"("params":[],"result":null})"));
+  EXPECT_THAT(
+      probe,
+      HasSubstr(R"({"name":"echo","module":"Probe","description":"Gives back what it gets.",)"
+                R"("params":[{"name":"value","type":"value",)"
+                R"("description":"Anything."}],"result":{"name":"value",)"
+                R"("type":"value","description":"The same."}})"));
+  EXPECT_THAT(probe,
+              HasSubstr(R"({"name":"nothing","module":"Probe","description":"Returns nothing.",)"
+                        R"("params":[],"result":null})"));
   EXPECT_THAT(probe, HasSubstr(R"("events":["ProbeEvent"])"));
   EXPECT_EQ(ask(sut, "GET", "/api/v1/modules/None").status, 404);
 }

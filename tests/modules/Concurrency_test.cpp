@@ -61,6 +61,7 @@ protected:
       start([this, name](int i) {
         sensors->subscribe(name, 20 + i % 7, 0.5F);
         sensors->updatePeriod(name, 10 + i % 30);
+        sensors->updatePrecision(name, 0.1F * static_cast<float>(i % 3));
         sensors->getMyPrecision("curious");
         sensors->unsubscribe(i % 5 == 0 ? "curious" : name);
       });
@@ -101,6 +102,13 @@ protected:
         platform.broker->getProxy(module, 0)->call<GKValue>(method);
       }
     });
+    start([this](int) {
+      sensors->getCurrentPeriod();
+      sensors->getCurrentPrecision();
+      sonar->getCurrentPrecision();
+      sonar->getMyPeriod("nobody");
+      sonar->unsubscribe("nobody");
+    });
     // Stops and starts the loop.
     start([this](int) {
       sensors->unsubscribe("sensors");
@@ -128,6 +136,26 @@ TEST_F(ConcurrencyTest, ManyClientsWhileTheLoopRuns) {
   startAllClients();
   joinAll();
   EXPECT_EQ(sonar->getCurrentPeriod(), -1);
+}
+
+TEST_F(ConcurrencyTest, ExitBesideRunningTicks) {
+  start([this](int i) {
+    platform.insert("Device/SubDeviceList/Head/Touch/Front/Sensor/Value",
+                    static_cast<float>(i % 2));
+    sensors->exit();
+    sensors->unsubscribe("sensors");
+    sensors->subscribe("sensors", 20, 0.0F);
+    platform.broker->getProxy("GKSensors", 0)->callVoid("getCurrentPeriod");
+  });
+  // Looks the siblings up anew while a tick may use them.
+  start([this](int) {
+    if (sensors->getCurrentPeriod() < 0) {
+      return;
+    }
+    platform.broker->getProxy("GKSensors", 0)->postCall("run");
+  });
+  joinAll();
+  sensors->exit();
 }
 
 TEST_F(ConcurrencyTest, ShutdownInTheMiddleOfManyClients) {

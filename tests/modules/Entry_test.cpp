@@ -49,6 +49,37 @@ TEST(Entry, BrokerWhoseManagerIsGoneStillGetsItsModules) {
   EXPECT_THAT(platform.recorder->ticks(), ElementsAre(0, 20000, 40000));
 }
 
+/// A module that was loaded before the library.
+class SonarListener : public GKModule {
+public:
+  explicit SonarListener(const boost::shared_ptr<GKBroker>& broker) : GKModule(broker, "Listener") {
+    functionName("onEvent", "Listener", "");
+    addParam("event", "");
+    addParam("value", "");
+    bindMethod(&SonarListener::onEvent, this);
+  }
+  void onEvent(const std::string& event, const GKValue&) { events.push_back(event); }
+
+  std::vector<std::string> events;
+};
+
+TEST(Entry, WhoSubscribedToASonarEventBeforeTheLibraryCameSwitchesTheSonarOn) {
+  test::TestModules platform;
+  const auto listener = GKModule::createModule<SonarListener>(platform.broker);
+  platform.memory().subscribeToEvent("SonarNothingDetected", "Listener", "onEvent");
+  _createModule(platform.broker);
+  platform.sleep(2100);
+
+  const auto orders = platform.recorder->ofKind(GKNotice::Kind::Order);
+  ASSERT_EQ(orders.size(), 1U);
+  EXPECT_EQ(orders[0].value[2][0][0], GKValue(68.0F));
+  EXPECT_EQ(orders[0].time, 1000000);
+  EXPECT_THAT(listener->events, ElementsAre("SonarNothingDetected"));
+
+  platform.memory().unsubscribeToEvent("SonarNothingDetected", "Listener");
+  EXPECT_EQ(platform.recorder->ofKind(GKNotice::Kind::Order).size(), 2U);
+}
+
 TEST(Entry, FailedModuleLeavesThoseBeforeItAndNoneAfterIt) {
   test::TestModules platform;
   // The pose module reads this key in its constructor; the foot contact module did so before.

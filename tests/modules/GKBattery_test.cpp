@@ -94,7 +94,23 @@ TEST(GKBattery, WithoutMemoryServiceDoesNothing) {
   GKBattery sut(platform.broker);
   EXPECT_THAT(takeLines(platform),
               ElementsAre("warning motion.gkbattery GKBattery: No GKMemory. GKBattery Module will "
-                          "not create event "));
+                          "not create event ",
+                          kNotConnectedLine));
+  platform.insert(kCharge, 0.5F);
+  EXPECT_THAT(tick(platform, sut, 60), IsEmpty());
+  EXPECT_EQ(sut.getBatteryCharge(), 0);
+}
+
+TEST(GKBattery, WithoutAProxyAloneItConnectsAndComplainsAboutBoth) {
+  BatteryPlatform platform;
+  platform.faults->fail(GKOperation::GetProxy, "GKMemory");
+  GKBattery sut(platform.broker);
+  EXPECT_THAT(takeLines(platform),
+              ElementsAre("warning motion.gkbattery GKBattery: No GKMemory. GKBattery Module will "
+                          "not create event ",
+                          kNotConnectedLine));
+  EXPECT_EQ(platform.faults->uses(GKOperation::GetDataPtr, kCurrent), 1);
+  EXPECT_EQ(platform.faults->uses(GKOperation::DeclareEvent, "BatteryLevelChanged"), 0);
   platform.insert(kCharge, 0.5F);
   EXPECT_THAT(tick(platform, sut, 60), IsEmpty());
   EXPECT_EQ(sut.getBatteryCharge(), 0);

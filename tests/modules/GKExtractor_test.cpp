@@ -333,6 +333,26 @@ TEST_F(GKExtractorTest, BindsItsMethodsInOrderUnderItsOwnClassName) {
                           "getMyPeriod", "getMyPrecision", "getSubscribersInfo", "getOutputNames"));
 }
 
+TEST_F(GKExtractorTest, ResultsHaveTheirNamesAndTexts) {
+  std::vector<std::string> results;
+  for (const GKMethodDescription& method : sut->getMethods()) {
+    if (!method.result.name.empty()) {
+      results.push_back(method.name + ": " + method.result.type + " " + method.result.name + ", " +
+                        method.result.description);
+    }
+  }
+  EXPECT_THAT(
+      results,
+      ElementsAre("getCurrentPeriod: int period, Refresh period (in milliseconds).",
+                  "getCurrentPrecision: float precision, Precision of the extractor.",
+                  "getMyPeriod: int period, Refresh period (in milliseconds).",
+                  "getMyPrecision: float precision, precision of the extractor",
+                  "getSubscribersInfo: value subscribersInfo, Array of names and parameters of all "
+                  "subscribers.",
+                  "getOutputNames: vector of string outputNames, Array of values updated by this "
+                  "extractor in GKMemory"));
+}
+
 TEST_F(GKExtractorTest, TextsOfMyPrecisionAreLowerCase) {
   const GKMethodDescription method = sut->getMethods()[8];
   ASSERT_EQ(method.params.size(), 1u);

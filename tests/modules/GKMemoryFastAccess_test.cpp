@@ -4,6 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <string>
+#include <utility>
+#include <vector>
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -129,8 +134,17 @@ TEST_F(GKMemoryFastAccessTest, BufferIsAnIndependentCopy) {
 TEST_F(GKMemoryFastAccessTest, InnerTestIsFalseWithAWorkingService) {
   EXPECT_FALSE(GKMemoryFastAccess::InnerTest(platform.broker));
   // It wrote its three ints, then added to their bits as floats; all of them stayed ints.
-  EXPECT_EQ(platform.value("riri").type(), GKValue::Type::Int);
-  EXPECT_EQ(platform.faults->uses(GKOperation::InsertData, "loulou"), 1);
+  std::vector<std::pair<std::string, GKValue>> inserted;
+  for (const GKNotice& notice : platform.recorder->ofKind(GKNotice::Kind::Insert)) {
+    inserted.emplace_back(notice.name, notice.value);
+  }
+  EXPECT_THAT(inserted, testing::ElementsAre(testing::Pair("riri", GKValue(1)),
+                                             testing::Pair("fifi", GKValue(2)),
+                                             testing::Pair("loulou", GKValue(3))));
+  // The ints' bits are tiny floats, to which 1, 2 and 3 were added.
+  EXPECT_EQ(platform.value("riri"), GKValue(std::bit_cast<std::int32_t>(1.0F)));
+  EXPECT_EQ(platform.value("fifi"), GKValue(std::bit_cast<std::int32_t>(2.0F)));
+  EXPECT_EQ(platform.value("loulou"), GKValue(std::bit_cast<std::int32_t>(3.0F)));
 }
 
 TEST_F(GKMemoryFastAccessTest, InnerTestNeedsABroker) {

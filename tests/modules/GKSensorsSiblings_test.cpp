@@ -6,13 +6,15 @@
 
 namespace GK {
 
-/// Drives the siblings one by one, as the tick does all at once.
+/// Single steps of the loop, and the siblings one by one.
 class GKSensorsPeer {
 public:
   static void extractSonar(GKSensors& sensors) { sensors.xExtractSonar(); }
   static void extractFeet(GKSensors& sensors) { sensors.xExtractFSR(); }
   static void extractPose(GKSensors& sensors) { sensors.xExtractRobotPose(); }
   static void extractBattery(GKSensors& sensors) { sensors.xExtractBattery(); }
+  static bool enterLoop(GKSensors& sensors) { return sensors.xEnterLoop(); }
+  static bool leaveLoop(GKSensors& sensors) { return sensors.xLeaveLoop(); }
 };
 
 namespace {
@@ -56,6 +58,34 @@ TEST_F(GKSensorsSiblingsTest, TheBatteryTellsAChangedCharge) {
   platform.insert("Device/SubDeviceList/Battery/Charge/Sensor/Value", 0.25f);
   GKSensorsPeer::extractBattery(sut);
   EXPECT_THAT(raised("BatteryChargeChanged"), testing::ElementsAre(GKValue(25)));
+}
+
+// The loop's end
+
+TEST_F(GKSensorsSiblingsTest, ARestartWhileTheLoopIsLeavingKeepsItGoing) {
+  GKSensors& sut = loaded();
+  sut.unsubscribe("sensors");
+  tick();
+  ASSERT_TRUE(platform.recorder->ticks().empty());
+  // Here stands a loop that has seen detection off, and has not yet said that it is gone.
+  sut.subscribe("client", 20, 0.0F);
+  ASSERT_TRUE(GKSensorsPeer::enterLoop(sut));
+  platform.sleep(10);
+  ASSERT_TRUE(platform.recorder->ticks().empty()) << "the restart's own loop has found it running";
+
+  EXPECT_TRUE(GKSensorsPeer::leaveLoop(sut));
+  EXPECT_FALSE(GKSensorsPeer::enterLoop(sut)) << "it is the one loop again";
+}
+
+TEST_F(GKSensorsSiblingsTest, ALoopThatIsToEndLeavesForTheNextOne) {
+  GKSensors& sut = loaded();
+  sut.unsubscribe("sensors");
+  tick();
+
+  EXPECT_FALSE(GKSensorsPeer::leaveLoop(sut));
+  sut.subscribe("client", 20, 0.0F);
+  platform.sleep(10);
+  EXPECT_EQ(platform.recorder->ticks().size(), 1U);
 }
 
 } // namespace

@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <string_view>
+
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -242,6 +245,42 @@ TEST_F(GKSensorsTest, PoseSeesTheFootContactOfTheSameTick) {
   platform.sleep(10);
   EXPECT_EQ(platform.value("leftFootContact"), GKValue(0.0f));
   EXPECT_TRUE(platform.value("robotPose").isValid());
+}
+
+/// Makes the tick that raises "FrontTactilTouched" take its time.
+class SlowRaise : public GKOperationHook {
+public:
+  static constexpr unsigned int kDuration = 7; // ms
+
+  void before(GKOperation operation, std::string_view key) override {
+    if (operation == GKOperation::RaiseEvent && key == "FrontTactilTouched") {
+      zu::os::msleep(kDuration);
+    }
+  }
+};
+
+/// Stands 2 ms after the beginning of a tick that takes 7 ms.
+struct GKSensorsInATick : GKSensorsTest {
+  GKSensorsInATick() {
+    loadAndTick();
+    GKOperationHook::install(std::make_shared<SlowRaise>());
+    platform.insert("Device/SubDeviceList/Head/Touch/Front/Sensor/Value", 1.0F);
+    platform.sleep(12);
+  }
+
+  static constexpr GKMicros kTicksEnd = 27000;
+};
+
+TEST_F(GKSensorsInATick, ExitReturnsWhenTheTickHasEnded) {
+  ASSERT_LT(GKClock::instance().elapsed(), kTicksEnd);
+  sensors()->exit();
+  EXPECT_EQ(GKClock::instance().elapsed(), kTicksEnd);
+}
+
+TEST_F(GKSensorsInATick, SiblingsAreNotReplacedUnderTheTick) {
+  ASSERT_LT(GKClock::instance().elapsed(), kTicksEnd);
+  platform.broker->getProxy("GKSensors", 0)->callVoid("run");
+  EXPECT_EQ(GKClock::instance().elapsed(), kTicksEnd);
 }
 
 } // namespace

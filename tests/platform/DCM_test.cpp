@@ -137,6 +137,12 @@ TEST_F(DCMTest, ProxyDoesTheSame) {
   EXPECT_EQ(platform.value(kKey), GKValue(4.0f));
 }
 
+TEST_F(DCMTest, TheBrokerGivesASpecialisedProxy) {
+  const auto proxy = platform.broker->getSpecialisedProxy<DCMProxy>(DCM::kName);
+  EXPECT_EQ(proxy->getTime(7), 7);
+  EXPECT_THROW(platform.broker->getSpecialisedProxy<DCMProxy>(GKMemory::kName), GKError);
+}
+
 TEST(DCMProxy, IsAnErrorForAnotherModuleOfThatName) {
   TestPlatform platform(TestPlatform::kMemoryOnly);
   boost::make_shared<GKModule>(platform.broker, "DCM")->initModule();

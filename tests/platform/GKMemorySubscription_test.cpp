@@ -1,6 +1,7 @@
 #include "gk/GKMemory.h"
 #include "gk/GKMemoryProxy.h"
 #include "gk/GKModule.h"
+#include "gk/GKTurns.h"
 #include "support/PlatformFixture.h"
 #include "support/TestPlatform.h"
 
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <latch>
 #include <stdexcept>
@@ -250,6 +252,100 @@ TEST_F(SubscriptionTest, UnsubscribedModuleHearsNoMore) {
   EXPECT_THAT(listener->delivered, ElementsAre("A 1 at 0"));
 }
 
+TEST_F(SubscriptionTest, EventsOnTheirWayAreDroppedWhenTheModuleUnsubscribes) {
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  sut.subscribeToEvent("B", "Listener", "onEvent");
+  raise("A", 1);
+  raise("B", 2);
+
+  sut.unsubscribeToEvent("A", "Listener");
+  platform.sleep(0);
+
+  EXPECT_THAT(listener->delivered, ElementsAre("B 2 at 0"));
+}
+
+TEST_F(SubscriptionTest, EventsOfAnEndedSubscriptionAreNotDeliveredToTheNextOne) {
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  raise("A", 1);
+  sut.unsubscribeToEvent("A", "Listener");
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  raise("A", 2);
+  platform.sleep(0);
+
+  EXPECT_THAT(listener->delivered, ElementsAre("A 2 at 0"));
+}
+
+TEST_F(SubscriptionTest, EventsForAMethodThatWasReplacedAreDroppedToo) {
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  raise("A", 1);
+  sut.subscribeToEvent("A", "Listener", "onOther");
+  sut.unsubscribeToEvent("A", "Listener");
+  platform.sleep(0);
+
+  EXPECT_THAT(listener->delivered, IsEmpty());
+}
+
+TEST_F(SubscriptionTest, UnsubscribingWaitsForACallbackThatIsRunning) {
+  bool hasEnded = false;
+  listener->after = [&hasEnded](int) {
+    zu::os::msleep(50);
+    hasEnded = true;
+  };
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  raise("A", 1);
+  raise("A", 2);
+  platform.sleep(10);
+
+  sut.unsubscribeToEvent("A", "Listener");
+
+  EXPECT_TRUE(hasEnded);
+  EXPECT_EQ(GKClock::instance().elapsed(), 50000);
+  platform.sleep(100);
+  EXPECT_THAT(listener->delivered, ElementsAre("A 1 at 0"));
+}
+
+TEST_F(SubscriptionTest, ACallbackMayUnsubscribeItself) {
+  listener->after = [this](int) { sut.unsubscribeToEvent("A", "Listener"); };
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  raise("A", 1);
+  raise("A", 2);
+  platform.sleep(0);
+
+  EXPECT_THAT(listener->delivered, ElementsAre("A 1 at 0"));
+  EXPECT_THAT(platform.recorder->logLines(), IsEmpty());
+}
+
+TEST_F(SubscriptionTest, CallbacksThatUnsubscribeEachOtherComeToTheirEnd) {
+  const boost::shared_ptr<Listener> other = add<Listener>("Other");
+  listener->after = [this](int) {
+    zu::os::msleep(10);
+    sut.unsubscribeToEvent("A", "Other");
+  };
+  other->after = [this](int) {
+    zu::os::msleep(10);
+    sut.unsubscribeToEvent("A", "Listener");
+  };
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  sut.subscribeToEvent("A", "Other", "onEvent");
+  raise("A", 1);
+  platform.sleep(100);
+  raise("A", 2);
+  platform.sleep(100);
+
+  EXPECT_THAT(listener->delivered, ElementsAre("A 1 at 0"));
+  EXPECT_THAT(other->delivered, ElementsAre("A 1 at 0"));
+}
+
+TEST_F(SubscriptionTest, UnsubscribingWithoutASubscriptionLeavesNothingBehind) {
+  const std::size_t keys = platform.store->size();
+  EXPECT_THROW(sut.unsubscribeToEvent("Never heard of", "Listener"), GKError);
+
+  EXPECT_EQ(platform.store->size(), keys);
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  EXPECT_EQ(platform.store->size(), keys);
+  EXPECT_EQ(platform.store->size(), platform.store->keys().size());
+}
+
 TEST_F(SubscriptionTest, UnsubscribingWithoutASubscriptionIsAnError) {
   EXPECT_THAT(errorOf([this] { sut.unsubscribeToEvent("A", "Listener"); }),
               IsError("GKMemory", "unsubscribeToEvent",
@@ -282,6 +378,104 @@ TEST_F(SubscriptionTest, OwnerThatIsAnExtractorIsSubscribedOnceAndLeftWithTheLas
   sut.subscribeToEvent("B", "Listener", "onEvent");
   EXPECT_THAT(extractor->calls,
               ElementsAre("subscribe Listener", "unsubscribe Listener", "subscribe Listener"));
+}
+
+TEST_F(SubscriptionTest, WhoSubscribedBeforeTheDeclarationIsSubscribedToTheExtractorByIt) {
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  sut.subscribeToEvent("B", "Listener", "onEvent");
+  EXPECT_THAT(extractor->calls, IsEmpty());
+
+  sut.declareEvent("A", "Extractor", kModule);
+  sut.declareEvent("B", "Extractor", kModule);
+  platform.sleep(0);
+  EXPECT_THAT(extractor->calls, ElementsAre("subscribe Listener"));
+
+  sut.unsubscribeToEvent("A", "Listener");
+  EXPECT_THAT(extractor->calls, ElementsAre("subscribe Listener"));
+  sut.unsubscribeToEvent("B", "Listener");
+  EXPECT_THAT(extractor->calls, ElementsAre("subscribe Listener", "unsubscribe Listener"));
+}
+
+TEST_F(SubscriptionTest, WhoLeftBeforeTheDeclarationIsNotSubscribedByIt) {
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  sut.unsubscribeToEvent("A", "Listener");
+  sut.declareEvent("A", "Extractor", kModule);
+  platform.sleep(0);
+
+  sut.subscribeToEvent("B", "Listener", "onEvent");
+  sut.declareEvent("B", "Extractor", kModule);
+  sut.unsubscribeToEvent("B", "Listener");
+  platform.sleep(0);
+
+  EXPECT_THAT(extractor->calls, IsEmpty());
+}
+
+TEST_F(SubscriptionTest, RefusalOfTheExtractorAtTheDeclarationIsLoggedAndTriedAgainByTheNext) {
+  extractor->refuses = true;
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  sut.declareEvent("A", "Extractor", kModule);
+  platform.sleep(0);
+  EXPECT_THAT(platform.recorder->logLines(),
+              ElementsAre("2 platform.proxy declareEvent: Extractor.subscribe: "
+                          "Extractor::subscribe: not today"));
+
+  extractor->refuses = false;
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  EXPECT_THAT(extractor->calls, ElementsAre("subscribe Listener"));
+}
+
+TEST_F(SubscriptionTest, ASecondDeclarationMovesSubscribersToTheNewOwner) {
+  const boost::shared_ptr<Extractor> second = add<Extractor>("Second");
+  sut.declareEvent("A", "Extractor", kModule);
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+
+  sut.declareEvent("A", "Second", kModule);
+  platform.sleep(0);
+  EXPECT_THAT(extractor->calls, ElementsAre("subscribe Listener", "unsubscribe Listener"));
+  EXPECT_THAT(second->calls, ElementsAre("subscribe Listener"));
+
+  sut.unsubscribeToEvent("A", "Listener");
+  EXPECT_THAT(second->calls, ElementsAre("subscribe Listener", "unsubscribe Listener"));
+  EXPECT_EQ(extractor->calls.size(), 2U);
+}
+
+/// An extractor that declares its event first of all, and takes its time to get ready.
+class LateExtractor : public Extractor {
+public:
+  explicit LateExtractor(const boost::shared_ptr<GKBroker>& broker) : Extractor(broker, "Late") {}
+
+  void init() override {
+    GKMemoryProxy(getParentBroker()->getProxy("GKMemory", 0)).declareEvent("A", getName());
+    onDeclared();
+    zu::os::msleep(10);
+    calls.push_back("ready");
+  }
+
+  /// What happens elsewhere meanwhile.
+  static inline std::function<void()> onDeclared = [] {};
+};
+
+TEST_F(SubscriptionTest, AnExtractorIsLeftInPeaceUntilItIsInitialised) {
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  add<Listener>("Other");
+  LateExtractor::onDeclared = [this] { sut.subscribeToEvent("A", "Other", "onEvent"); };
+
+  const auto late = GKModule::createModule<LateExtractor>(platform.broker);
+  platform.sleep(0);
+
+  EXPECT_THAT(late->calls, ElementsAre("ready", "subscribe Listener", "subscribe Other"));
+}
+
+TEST_F(SubscriptionTest, AnExtractorThatCannotBeInitialisedIsNotSubscribed) {
+  sut.subscribeToEvent("A", "Listener", "onEvent");
+  LateExtractor::onDeclared = [] { throw GKError("Late", "init", "no"); };
+
+  EXPECT_THROW(GKModule::createModule<LateExtractor>(platform.broker), GKError);
+  platform.sleep(0);
+
+  const auto late = boost::dynamic_pointer_cast<LateExtractor>(platform.broker->findModule("Late"));
+  EXPECT_THAT(late->calls, IsEmpty());
+  EXPECT_FALSE(late->isInitialising());
 }
 
 TEST_F(SubscriptionTest, EachModuleIsSubscribedToTheExtractorByItself) {
@@ -419,6 +613,58 @@ TEST(SubscriptionInRealTime, ManyThreadsRaiseAndEachSubscriberSeesTheirOrder) {
     EXPECT_EQ(own.size(), static_cast<std::size_t>(kRaises));
     EXPECT_TRUE(std::is_sorted(own.begin(), own.end()));
   }
+}
+
+/// Counts turns that had to be taken from somebody, and lets a raise be waited for.
+class Watcher : public GKTurnObserver, public GKObserver {
+public:
+  void onTurn(const GKTurn&) override {}
+  void onTask(std::uint64_t, const GKTask&) override {}
+  void onOverlap() override { ++overlaps; }
+  void onNotice(const GKNotice& notice) override {
+    if (notice.name == "A" && notice.value == GKValue(1)) {
+      isRaising.count_down();
+    }
+  }
+
+  std::latch isRaising{1};
+  std::atomic<int> overlaps{0};
+};
+
+TEST(SubscriptionWithTurns, ARaiseWithoutATurnAndOneWithItDoNotWaitForEachOther) {
+  const auto watcher = std::make_shared<Watcher>();
+  const boost::shared_ptr<GKObserver> observer(watcher.get(), [watcher](GKObserver*) {});
+  const std::shared_ptr<GKClock> clock = makeTurnClock(watcher, std::chrono::seconds(3));
+  GKClock::install(clock);
+  GKObserverList::instance().add(observer);
+  const auto broker = boost::make_shared<GKBroker>("turns", nullptr);
+  const auto sut = boost::make_shared<GKMemory>(broker, std::make_shared<GKMemoryStore>());
+  sut->initModule();
+  const auto listener = boost::make_shared<Listener>(broker, "Listener");
+  listener->initModule();
+  sut->subscribeToEvent("A", "Listener", "onEvent");
+
+  std::latch mayRaise{1};
+  std::thread outside([&] {
+    mayRaise.wait();
+    sut->raiseEvent("A", 1, kModule);
+    clock->requestEnd();
+  });
+  clock->post({"module", "method"}, [&] {
+    mayRaise.count_down();
+    // The thread is in its raise now, and needs the turn to start the delivery.
+    watcher->isRaising.wait();
+    sut->raiseEvent("A", 2, kModule);
+  });
+  clock->run(nullptr, std::nullopt);
+  outside.join();
+  broker->shutdown();
+  GKObserverList::instance().remove(observer);
+  GKClock::install(nullptr);
+
+  EXPECT_EQ(watcher->overlaps, 0);
+  EXPECT_THAT(listener->delivered,
+              ElementsAre(testing::StartsWith("A 1 at"), testing::StartsWith("A 2 at")));
 }
 
 } // namespace

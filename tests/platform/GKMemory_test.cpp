@@ -333,6 +333,19 @@ TEST_F(MemoryTest, BoundFormsDoTheSame) {
               IsError("GKMemory", "getData", HasSubstr("Ghost")));
 }
 
+TEST_F(MemoryTest, SpecialisedProxyTellsWhatThereIs) {
+  GKMemoryProxy proxy(platform.broker->getProxy("GKMemory", 0));
+  proxy.insertData("here/one", 1);
+  proxy.insertData("there", 2);
+  proxy.declareEvent("B", "Owner");
+  proxy.declareEvent("A", "Owner");
+
+  EXPECT_TRUE(proxy.hasKey("there"));
+  EXPECT_FALSE(proxy.hasKey("B"));
+  EXPECT_THAT(proxy.getDataList("here"), ElementsAre("here/one", "there"));
+  EXPECT_THAT(proxy.getExtractorEvent("Owner"), ElementsAre("B", "A"));
+}
+
 TEST_F(MemoryTest, SpecialisedProxyDoesTheSame) {
   GKMemoryProxy proxy(platform.broker->getProxy("GKMemory", 0));
   proxy.declareEvent("Touched", "Owner");

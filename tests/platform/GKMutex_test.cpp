@@ -174,10 +174,28 @@ TEST_F(MutexInVirtualTime, WaiterKeepsThePlaceThatItHad) {
 
   run();
 
-  // The holder's sleep was the earlier one, so it frees the lock before the sleeper's turn; the
-  // waiter has been due since 10 and goes ahead of the sleeper.
-  EXPECT_THAT(diary, ElementsAre("holder goes on at 100", "waiter at 100", "sleeper at 100",
+  // Due at the same time, in the order in which they lay down: the holder and the sleeper at 0, the
+  // waiter at 10, and the holder again at 100.
+  EXPECT_THAT(diary, ElementsAre("holder goes on at 100", "sleeper at 100", "waiter at 100",
                                  "holder comes back at 100"));
+}
+
+TEST_F(MutexInVirtualTime, SleepersAndWaitersThatAreDueTogetherGoInTheOrderInWhichTheyLayDown) {
+  post([this] {
+    const GKCriticalSection section(sut);
+    sleep(100);
+  });
+  postTaker("early waiter", 10);
+  post([this] {
+    sleep(20);
+    sleep(80);
+    note("sleeper");
+  });
+  postTaker("late waiter", 30);
+
+  run();
+
+  EXPECT_THAT(diary, ElementsAre("early waiter at 100", "sleeper at 100", "late waiter at 100"));
 }
 
 TEST_F(MutexInVirtualTime, WaiterThatLosesTheLockAgainKeepsItsPlace) {

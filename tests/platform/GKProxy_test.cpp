@@ -10,6 +10,8 @@
 #include <functional>
 #include <latch>
 #include <stdexcept>
+#include <string_view>
+#include <type_traits>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -39,6 +41,12 @@ public:
     functionName("work", "Server", "");
     addParam("number", "");
     bindMethod(&Server::work, this);
+
+    functionName("mix", "Server", "");
+    addParam("factor", "");
+    addParam("count", "");
+    setReturn("product", "");
+    bindMethod(&Server::mix, this);
   }
 
   std::string join(const std::string& text, const int& number) {
@@ -46,6 +54,10 @@ public:
   }
   std::vector<std::string> names() { return {"a", "b"}; }
   void work(const int& number) { onWork(number); }
+  double mix(const double& factor, const unsigned int& count) { return factor * count; }
+  void stop(const int& task) override { stopped.push_back(task); }
+
+  std::vector<int> stopped;
 
   std::function<void(int)> onWork = [](int) {};
 };
@@ -61,6 +73,40 @@ TEST_F(ProxyTest, CallConvertsArgumentsAndResult) {
   EXPECT_EQ(sut->call<std::string>("join", "x", 7), "x7");
   EXPECT_EQ(sut->call<GKValue>("join", std::string("x"), GKValue(7)), GKValue("x7"));
   EXPECT_THAT(sut->call<std::vector<std::string>>("names"), ElementsAre("a", "b"));
+}
+
+TEST_F(ProxyTest, NumbersAndTextsOfOtherTypesTravelToo) {
+  EXPECT_EQ(sut->call<double>("mix", 0.5, 3U), 1.5);
+  EXPECT_EQ(sut->call<std::string>("join", std::string_view("x"), 7U), "x7");
+}
+
+TEST_F(ProxyTest, AnUnsignedNumberTravelsOnlyAsFarAsAnIntGoes) {
+  constexpr unsigned int kLargest = 2147483647;
+  EXPECT_EQ(sut->call<double>("mix", 1.0, kLargest), 2147483648.0); // as the nearest float
+  EXPECT_THAT(
+      errorOf([this] { sut->call<double>("mix", 1.0, kLargest + 1); }),
+      IsError("convertToGKValue", "convertToGKValue", "2147483648 is more than an int can hold"));
+  EXPECT_THAT(errorOf([this] { sut->call<double>("mix", 1.0, -1); }),
+              IsError("convertFromGKValue", "convertFromGKValue", "-1 is negative"));
+}
+
+static_assert(std::is_constructible_v<GKValue, bool>);
+static_assert(!std::is_constructible_v<GKValue, void*> && !std::is_constructible_v<GKValue, int*>);
+static_assert(!std::is_constructible_v<GKValue, std::nullptr_t>);
+
+TEST_F(ProxyTest, StopReachesTheModuleWithTheTasksNumber) {
+  std::vector<int> running;
+  server->onWork = [&](int) { running.push_back(GKTask::current()->number); };
+
+  const int first = sut->postCall("work", 1);
+  const int second = sut->postCall("work", 2);
+  platform.sleep(0);
+  sut->stop(second);
+
+  EXPECT_NE(first, 0);
+  EXPECT_NE(first, second);
+  EXPECT_THAT(running, ElementsAre(first, second));
+  EXPECT_THAT(server->stopped, ElementsAre(second));
 }
 
 TEST_F(ProxyTest, ResultOfAnotherTypeIsRefused) {

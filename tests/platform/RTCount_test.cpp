@@ -3,7 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace GK {
+
+class RTCountPeer {
+public:
+  static void setCount(RTCount& sut, int count) { sut.fCount = count; }
+};
+
 namespace {
 
 constexpr GKTime kSpan{.milliseconds = 50};
@@ -64,6 +72,16 @@ TEST_F(RTCountTest, SpanCountsFromThePreviousCallNotFromTheFirst) {
 
 TEST_F(RTCountTest, FirstCallIsOneHoweverLate) {
   EXPECT_EQ(ticAfter(3600000000), 1);
+}
+
+TEST_F(RTCountTest, CountStaysAtTheLargestInt) {
+  constexpr int kLargest = std::numeric_limits<int>::max();
+  EXPECT_EQ(ticAfter(0), 1);
+  RTCountPeer::setCount(sut, kLargest - 1);
+
+  EXPECT_EQ(ticAfter(50000), kLargest);
+  EXPECT_EQ(ticAfter(50000), kLargest);
+  EXPECT_EQ(ticAfter(50001), 1);
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <locale>
 #include <string>
 #include <unistd.h>
 
@@ -86,13 +87,32 @@ TEST_F(LogTest, ObserversSeeLevelCategoryFunctionAndText) {
 }
 
 TEST_F(LogTest, ShortFormsHaveTheirLevels) {
-  zu::log::error("c", "f") << "a";
-  zu::log::warning("c", "f") << "b";
-  zu::log::info("c", "f") << "c";
-  zu::log::verbose("c", "f") << "d";
+  zu::log::fatal("c", "f") << "a";
+  zu::log::error("c", "f") << "b";
+  zu::log::warning("c", "f") << "c";
+  zu::log::info("c", "f") << "d";
+  zu::log::verbose("c", "f") << "e";
+  zu::log::debug("c", "f") << "f";
 
   EXPECT_THAT(platform.recorder->logLines(),
-              ElementsAre("2 c f: a", "3 c f: b", "4 c f: c", "5 c f: d"));
+              ElementsAre("1 c f: a", "2 c f: b", "3 c f: c", "4 c f: d", "5 c f: e", "6 c f: f"));
+}
+
+/// Writes numbers as people do who group digits and have a decimal comma.
+class GroupedNumbers : public std::numpunct<char> {
+protected:
+  char do_decimal_point() const override { return ','; }
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+TEST_F(LogTest, NumbersAreWrittenAlikeWhateverTheProcessesLocale) {
+  const std::locale former =
+      std::locale::global(std::locale(std::locale::classic(), new GroupedNumbers));
+  zu::log::info("c", "f") << 1234567 << " " << 1.5;
+  std::locale::global(former);
+
+  EXPECT_THAT(platform.recorder->logLines(), ElementsAre("4 c f: 1234567 1.5"));
 }
 
 TEST_F(LogTest, LineGoesOutWhenTheStreamEnds) {

@@ -19,7 +19,7 @@ namespace GK {
 /// Bound methods: `getTime`, `set`. May be called from any thread.
 class GK_API DCM : public GKModule {
 public:
-  DCM(boost::shared_ptr<GKBroker> broker, std::shared_ptr<GKMemoryStore> store);
+  DCM(const boost::shared_ptr<GKBroker>& broker, std::shared_ptr<GKMemoryStore> store);
 
   static constexpr const char* kName = "DCM";
 

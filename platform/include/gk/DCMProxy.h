@@ -2,6 +2,7 @@
 
 #include "gk/DCM.h"
 #include "gk/GKBroker.h"
+#include "gk/GKProxy.h"
 
 #include <boost/shared_ptr.hpp>
 
@@ -10,6 +11,8 @@ namespace GK {
 /// The DCM as modules use it. Semantics and errors are those of `DCM`.
 class GK_API DCMProxy {
 public:
+  /// Raises `GKError` when `proxy` is not one of "DCM".
+  explicit DCMProxy(const boost::shared_ptr<GKProxy>& proxy);
   /// Raises `GKError` when the broker has no module "DCM".
   explicit DCMProxy(const boost::shared_ptr<GKBroker>& broker);
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gk/GKApi.h"
+#include "gk/GKPriorityMutex.h"
 
 #include <boost/enable_shared_from_this.hpp>
 #include <boost/make_shared.hpp>
@@ -8,7 +9,6 @@
 #include <boost/weak_ptr.hpp>
 
 #include <atomic>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -64,7 +64,7 @@ private:
   std::string fName;
   boost::weak_ptr<GKBrokerManager> fManager;
   std::atomic<bool> fExiting{false};
-  mutable std::mutex fMutex;
+  mutable GKPriorityMutex fMutex;
   std::vector<boost::shared_ptr<GKModuleCore>> fModules;
 };
 

@@ -17,6 +17,8 @@ class GKMutex;
 struct GKTask {
   std::string module;
   std::string method;
+  /// What `GKProxy::postCall` returned for it; 0 for tasks that were started in another way.
+  int number = 0;
 
   /// The name of the bound method that is a module's periodic loop. Each sleep of a task that runs
   /// a method of this name ends one tick.

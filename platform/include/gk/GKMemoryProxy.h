@@ -6,6 +6,7 @@
 #include <boost/shared_ptr.hpp>
 
 #include <string>
+#include <vector>
 
 namespace GK {
 
@@ -15,6 +16,7 @@ public:
   /// Raises `GKError` when `proxy` is not one of "GKMemory".
   explicit GKMemoryProxy(const boost::shared_ptr<GKProxy>& proxy);
 
+  bool hasKey(const std::string& key) const;
   GKValue getData(const std::string& key) const;
   void* getDataPtr(const std::string& key) const;
   void insertData(const std::string& key, const GKValue& value);
@@ -24,6 +26,8 @@ public:
   void subscribeToEvent(const std::string& event, const std::string& module,
                         const std::string& method);
   void unsubscribeToEvent(const std::string& event, const std::string& module);
+  std::vector<std::string> getExtractorEvent(const std::string& owner) const;
+  std::vector<std::string> getDataList(const std::string& pattern) const;
 
 private:
   boost::shared_ptr<GKMemory> fMemory;

@@ -7,7 +7,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,8 +18,8 @@ namespace GK {
 ///
 /// The first four bytes are the value's bits: a float, an int, or a bool as 0 or 1; zero for other
 /// types. They may be read and written through `address` at any time from any thread, by relaxed
-/// atomic accesses of four bytes; what is written there is what `load` returns. All operations may
-/// be called from any thread.
+/// atomic accesses of four bytes (`GKMemoryPlace`); what is written there is what `load` returns.
+/// All operations may be called from any thread.
 class GK_API GKMemoryCell {
 public:
   GKMemoryCell() = default;
@@ -28,38 +27,46 @@ public:
   GKMemoryCell(const GKMemoryCell&) = delete;
   GKMemoryCell& operator=(const GKMemoryCell&) = delete;
 
-  void* address() noexcept { return &fBits; }
+  void* address() noexcept { return &fWord; }
 
+  /// Takes a lock for strings and arrays only.
   GKValue load() const;
   void store(const GKValue& value);
 
-  /// Where the type stays the same these take no lock and keep no reader waiting.
+  /// Without a lock and without waiting for other writers, unless a string or array goes.
   void storeFloat(float value);
   void storeInt(std::int32_t value);
 
   /// False until the first `store`: the cell was made, but the key is not there yet.
-  bool exists() const noexcept { return (fState.load(std::memory_order_acquire) & kExists) != 0; }
+  bool exists() const noexcept { return (xWord() & kExists) != 0; }
 
 private:
-  /// Layout of the state: bits 0-2 type, bit 3 exists, bit 4 one writer is at work, bit 5 the
-  /// writer changes the type, bits 6 and up a version that each change of type moves on.
-  static constexpr std::uint32_t kTypeMask = 7;
-  static constexpr std::uint32_t kExists = 8;
-  static constexpr std::uint32_t kWriting = 16;
-  static constexpr std::uint32_t kChanging = 32;
-  static constexpr std::uint32_t kVersion = 64;
+  /// Layout of the word: the bits in its lower half, above them the type and whether the key is
+  /// there. Both halves change at once, so that the bits are never taken for another type.
+  static constexpr int kTypeShift = 32;
+  static constexpr std::uint64_t kTypeMask = std::uint64_t{7} << kTypeShift;
+  static constexpr std::uint64_t kExists = std::uint64_t{8} << kTypeShift;
 
-  void xStoreBits(GKValue::Type type, std::uint32_t bits);
-  /// Keeps other writers out until the state is stored again. Returns the state before.
-  std::uint32_t xBeginWrite() noexcept;
-  /// Ends the write begun at `state` with a value of another type.
-  void xReplace(std::uint32_t state, GKValue::Type type, std::uint32_t bits,
-                std::unique_ptr<const GKValue> large);
+  static constexpr std::uint64_t wordOf(GKValue::Type type, std::uint32_t bits) noexcept {
+    return kExists | static_cast<std::uint64_t>(type) << kTypeShift | bits;
+  }
+  static constexpr GKValue::Type typeOf(std::uint64_t word) noexcept {
+    return static_cast<GKValue::Type>((word & kTypeMask) >> kTypeShift);
+  }
+  static constexpr bool isLarge(std::uint64_t word) noexcept {
+    return typeOf(word) == GKValue::Type::String || typeOf(word) == GKValue::Type::Array;
+  }
+
+  std::uint64_t xWord() const noexcept {
+    return std::atomic_ref<std::uint64_t>(fWord).load(std::memory_order_acquire);
+  }
+  void xStoreScalar(std::uint64_t word);
+  /// Stores `word` and the large value that belongs to it, none for a scalar.
+  void xReplace(std::uint64_t word, std::unique_ptr<const GKValue> large);
   /// Nothing when the string or array has been replaced meanwhile.
   std::optional<GKValue> xLoadLarge() const;
 
-  mutable std::uint32_t fBits = 0;
-  std::atomic<std::uint32_t> fState{0};
+  mutable std::uint64_t fWord = 0;
   /// Strings and arrays; guarded by one of a few locks chosen by the cell's address.
   std::unique_ptr<const GKValue> fLarge;
 };
@@ -87,6 +94,7 @@ public:
 
   /// Names of the existing keys, sorted.
   std::vector<std::string> keys() const;
+  /// Number of the existing keys. Looks at each.
   std::size_t size() const noexcept;
 
 private:

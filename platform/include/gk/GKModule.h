@@ -28,22 +28,31 @@ public:
   /// Called once after registration. Does nothing by default.
   virtual void init();
 
-  /// Asks for the end of the task with this number. Does nothing by default.
+  /// Somebody asks, through `GKProxy::stop`, for the end of the task of this number, in which one
+  /// of this module's methods runs (`GKTask::number`). Called on any thread. Does nothing by
+  /// default: methods that take their time may heed it.
   virtual void stop(const int& task);
 
   /// Constructs a `T` with `broker`, registers it, and initialises it. When `init` raises a
   /// `GKError`, `exit` is called before a copy of the error is raised. The broker keeps a
   /// registered module whatever its `init` does.
-  template <class T> static boost::shared_ptr<T> createModule(boost::shared_ptr<GKBroker> broker) {
+  template <class T>
+  static boost::shared_ptr<T> createModule(const boost::shared_ptr<GKBroker>& broker) {
     boost::shared_ptr<T> module(new T(broker));
-    module->initModule();
     GKModule& base = *module;
+    base.xBeginInit();
+    module->initModule();
     try {
       base.init();
     } catch (const GKError& error) {
+      base.xEndInit(false);
       base.xExitOnce();
       throw GKError(error);
+    } catch (...) {
+      base.xEndInit(false);
+      throw;
     }
+    base.xEndInit(true);
     return module;
   }
 

@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -57,6 +58,14 @@ public:
   /// Registers the module with its broker, which owns it from then on. Raises `GKError` when the
   /// broker has a module of this name already or is going down. Needs an owning shared pointer.
   void initModule();
+
+  /// Others can find the module already, but its `init` has not returned yet: it may not be ready
+  /// for their calls.
+  bool isInitialising() const;
+
+  /// Runs `work` as soon as the module is not initialising: at once on this thread, or when its
+  /// `init` has returned on that one. Never when `init` raises an error.
+  void whenInitialised(std::function<void()> work);
 
   const std::string& getName() const noexcept { return fName; }
   const std::string& getModuleDescription() const noexcept { return fDescription; }
@@ -155,6 +164,10 @@ private:
     xBind(std::move(method), {GKConvertOf<A>::text()...}, std::move(resultType), isOverload);
   }
 
+  void xBeginInit();
+  /// `succeeded`: what has waited for this runs now; otherwise it never does.
+  void xEndInit(bool succeeded);
+
   void xBind(Method method, std::vector<std::string> paramTypes, std::string resultType,
              bool isOverload);
   const BoundMethod* xFind(const std::string& method, std::size_t argumentCount) const noexcept;
@@ -164,6 +177,9 @@ private:
   boost::weak_ptr<GKBroker> fBroker;
   GKMethodDescription fCurrent;
   std::vector<BoundMethod> fMethods;
+  mutable std::mutex fInitMutex;
+  bool fIsInitialising = false;
+  std::vector<std::function<void()>> fWaitForInit;
   /// `exit` has run; it runs once in a module's life.
   std::atomic<bool> fExited{false};
 };

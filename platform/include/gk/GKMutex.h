@@ -1,18 +1,19 @@
 #pragma once
 
 #include "gk/GKApi.h"
+#include "gk/GKPriorityMutex.h"
 
 #include <boost/shared_ptr.hpp>
 
 #include <atomic>
-#include <mutex>
 
 namespace GK {
 
 /// The platform's lock. The thread that holds it may take it again.
 ///
 /// A free lock costs an ordinary uncontended lock. A thread that finds it taken waits through the
-/// platform's clock, so that under the virtual clock a waiting task counts as asleep.
+/// platform's clock, so that under the virtual clock a waiting task counts as asleep. In real time
+/// the holder inherits the priority of who waits.
 class GK_API GKMutex {
 public:
   static boost::shared_ptr<GKMutex> createGKMutex();
@@ -25,13 +26,26 @@ public:
   void unlock();
   bool tryLock() { return fMutex.try_lock(); }
 
-private:
-  friend class GKRealClock;
-  friend class GKTurnClock;
-  friend class GKVirtualClock;
+  /// For clocks: waits for the lock as the operating system has it, whatever the time is.
+  void lockOutright() { fMutex.lock(); }
 
-  std::recursive_mutex fMutex;
-  /// Tasks of the virtual clock that wait for this lock.
+  /// For clocks: somebody waits for the lock in the clock's own way for as long as this lives.
+  /// `unlock` tells the clock meanwhile.
+  class Waiter {
+  public:
+    explicit Waiter(GKMutex& mutex) noexcept : fMutex(mutex) {
+      fMutex.fWaiting.fetch_add(1, std::memory_order_relaxed);
+    }
+    ~Waiter() { fMutex.fWaiting.fetch_sub(1, std::memory_order_relaxed); }
+    Waiter(const Waiter&) = delete;
+    Waiter& operator=(const Waiter&) = delete;
+
+  private:
+    GKMutex& fMutex;
+  };
+
+private:
+  GKPriorityRecursiveMutex fMutex;
   std::atomic<int> fWaiting{0};
 };
 

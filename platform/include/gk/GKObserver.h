@@ -1,13 +1,13 @@
 #pragma once
 
 #include "gk/GKApi.h"
+#include "gk/GKPriorityMutex.h"
 #include "gk/GKTime.h"
 #include "gk/GKValue.h"
 
 #include <boost/shared_ptr.hpp>
 
 #include <atomic>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -102,7 +102,7 @@ public:
   void notifyTick(const GKTask& task, const GKTickTimes* times = nullptr);
 
 private:
-  std::mutex fMutex;
+  GKPriorityMutex fMutex;
   std::atomic<std::size_t> fCount{0};
   std::vector<boost::shared_ptr<GKObserver>> fObservers;
 };

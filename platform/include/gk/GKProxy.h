@@ -32,10 +32,14 @@ public:
   }
 
   /// Starts a bound method in a task of its own and returns at once. What the method raises is
-  /// logged at error level in category "platform.proxy".
-  template <class... A> void postCall(const std::string& method, A&&... arguments) {
-    xPost(method, {GKConvert<std::decay_t<A>>::to(std::forward<A>(arguments))...});
+  /// logged at error level in category "platform.proxy". Returns the task's number.
+  template <class... A> int postCall(const std::string& method, A&&... arguments) {
+    return xPost(method, {GKConvert<std::decay_t<A>>::to(std::forward<A>(arguments))...});
   }
+
+  /// Asks the module for the end of a task that `postCall` began, by its number. Modules may heed
+  /// it or not (`GKModule::stop`).
+  void stop(const int& task);
 
   /// The module behind the proxy.
   boost::shared_ptr<GKModule> getModule() const;
@@ -45,7 +49,7 @@ public:
 
 private:
   GKValue xCall(const std::string& method, const std::vector<GKValue>& arguments);
-  void xPost(const std::string& method, std::vector<GKValue> arguments);
+  int xPost(const std::string& method, std::vector<GKValue> arguments);
 
   boost::shared_ptr<GKModuleCore> fModule;
 };

@@ -2,10 +2,10 @@
 
 #include "gk/GKMemoryStore.h"
 #include "gk/GKModule.h"
+#include "gk/GKPriorityMutex.h"
 #include "gk/GKWriteGate.h"
 
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <utility>
@@ -19,7 +19,8 @@ namespace GK {
 /// Bound methods: `enableStateResource`, `getEnabledStateResources`. May be called from any thread.
 class GK_API GKResourceManager : public GKModule {
 public:
-  GKResourceManager(boost::shared_ptr<GKBroker> broker, std::shared_ptr<GKMemoryStore> store);
+  GKResourceManager(const boost::shared_ptr<GKBroker>& broker,
+                    std::shared_ptr<GKMemoryStore> store);
 
   static constexpr const char* kName = "GKResourceManager";
 
@@ -37,7 +38,7 @@ private:
 
   std::shared_ptr<GKMemoryStore> fStore;
   std::shared_ptr<GKWriteGate> fGate;
-  mutable std::mutex fMutex;
+  mutable GKPriorityMutex fMutex;
   std::set<std::string> fEnabled;
 };
 

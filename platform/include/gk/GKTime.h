@@ -32,10 +32,14 @@ struct GKTime {
 class GK_API RTCount {
 public:
   /// The length of the current burst of calls: 1 on the first call and on each call that comes
-  /// later than `span` after the previous one, otherwise one more than the previous call returned.
+  /// later than `span` after the previous one, otherwise one more than the previous call returned,
+  /// up to the largest int.
   int tic(const GKTime& span);
 
 private:
+  /// Tests do not live through two thousand million calls.
+  friend class RTCountPeer;
+
   int fCount = 0;
   GKMicros fLast = 0;
 };

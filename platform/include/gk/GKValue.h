@@ -2,6 +2,7 @@
 
 #include "gk/GKApi.h"
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -24,11 +25,13 @@ public:
   using Array = std::vector<GKValue>;
 
   GKValue() noexcept = default;
-  GKValue(bool value) noexcept : fData(value) {}
+  /// From a bool only: no pointer becomes one.
+  template <std::same_as<bool> B> GKValue(B value) noexcept : fData(value) {}
   GKValue(std::int32_t value) noexcept : fData(value) {}
   GKValue(float value) noexcept : fData(value) {}
   /// A double is kept as the nearest float.
   GKValue(double value) noexcept : fData(static_cast<float>(value)) {}
+  GKValue(std::nullptr_t) = delete;
   GKValue(const char* text) : fData(std::string(text)) {}
   GKValue(std::string_view text) : fData(std::string(text)) {}
   GKValue(std::string text) noexcept : fData(std::move(text)) {}

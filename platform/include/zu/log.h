@@ -14,7 +14,7 @@ enum Level : int { Fatal = 1, Error = 2, Warning = 3, Info = 4, Verbose = 5, Deb
 GK_API const char* levelName(int level) noexcept;
 
 /// One line being written. The line goes out when the stream is destroyed; a final newline of the
-/// text is dropped.
+/// text is dropped. Numbers are written the same way whatever the process's locale is.
 class GK_API LogStream {
 public:
   LogStream(int level, std::string category, std::string function, std::string file = {},
@@ -38,6 +38,9 @@ private:
 };
 
 /// Streams of one level, as modules write them: `zu::log::warning("motion.sonar", "init") << ...`.
+inline LogStream fatal(const char* category, const char* function) {
+  return {Fatal, category, function};
+}
 inline LogStream error(const char* category, const char* function) {
   return {Error, category, function};
 }
@@ -49,6 +52,9 @@ inline LogStream info(const char* category, const char* function) {
 }
 inline LogStream verbose(const char* category, const char* function) {
   return {Verbose, category, function};
+}
+inline LogStream debug(const char* category, const char* function) {
+  return {Debug, category, function};
 }
 
 /// Lines up to this level go to the console (standard error); 0 silences it. 4 at the start.
