@@ -24,7 +24,7 @@ fi
 
 mounted=
 unmount() {
-  for place in $mounted; do umount "$folder/$place"; done
+  for place in $mounted; do umount --recursive --lazy "$folder/$place"; done
 }
 trap unmount EXIT
 for place in proc dev dev/shm; do
@@ -37,13 +37,15 @@ cp /etc/resolv.conf "$folder/etc/" 2>/dev/null || true
 # How this machine reaches its packages.
 cp /etc/apt/apt.conf.d/99* "$folder/etc/apt/apt.conf.d/" 2>/dev/null || true
 registry=$(npm config get registry 2>/dev/null || true)
+cp /etc/ssl/certs/ca-certificates.crt "$folder/etc/ssl/certs/" 2>/dev/null || true
 
 work=$folder/root/gksensors
 rm -rf "$work"
 git clone --quiet "$source" "$work"
 inside() {
   chroot "$folder" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 \
-    ${registry:+npm_config_registry="$registry"} sh -c "cd /root/gksensors && $*"
+    ${registry:+npm_config_registry="$registry"} \
+    NODE_EXTRA_CA_CERTS=/etc/ssl/certs/ca-certificates.crt sh -c "cd /root/gksensors && $*"
 }
 inside 'make run RUN="--for 20"'
 inside make test

@@ -42,7 +42,6 @@ void addClientOptions(const Command& command, ClientOptions& options) {
       .showsDefault();
   command.option("--token-file", options.tokenFile, "Where the host's token is (mode 0600)")
       .orFrom("GK_TOKEN_FILE")
-      .notEmpty()
       .shows("FILE");
   command.flag("--json", options.isJson, "Answer in JSON");
 }

@@ -42,8 +42,6 @@ public:
   Option within(int least, int most) const;
   Option within(double least, double most) const;
   Option positive() const;
-  /// Any text but the empty one.
-  Option notEmpty() const;
   Option oneOf(const std::vector<std::string>& values) const;
   /// `check` returns what is wrong with a value; empty for nothing.
   Option checked(std::function<std::string(const std::string&)> check) const;

@@ -114,12 +114,6 @@ Option Option::checked(std::function<std::string(const std::string&)> check) con
   return *this;
 }
 
-Option Option::notEmpty() const {
-  return checked([](const std::string& value) {
-    return value.empty() ? std::string("must not be empty") : std::string();
-  });
-}
-
 Option Option::needs(const Option& other) const {
   fOption->needs(other.fOption);
   return *this;

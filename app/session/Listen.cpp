@@ -60,7 +60,6 @@ void addListenOptions(const Command& command, ListenOptions& options) {
       .option("--token-file", options.tokenFile,
               "Clients must know the token in this file (mode 0600); needed for addresses that "
               "others can reach")
-      .notEmpty()
       .shows("FILE");
   command
       .option("--allow-host", options.hosts,

@@ -81,7 +81,7 @@ TEST(GkClient, AnEmptyTokenFileAndAPortThatIsNoneAreErrors) {
        {std::vector<std::string>{"run", "--token-file", ""}, {"keys", "--token-file", ""}}) {
     const ProgramResult result = gk(command);
     EXPECT_EQ(result.code, 2);
-    EXPECT_THAT(result.err, AllOf(HasSubstr("--token-file"), HasSubstr("must not be empty")));
+    EXPECT_THAT(result.err, AllOf(HasSubstr("--token-file"), HasSubstr("the value is empty")));
   }
   for (const char* host : {"127.0.0.1:99999", "127.0.0.1:65536", "127.0.0.1:0", "127.0.0.1:"}) {
     const ProgramResult result = gk({"keys", "--host", host});

@@ -645,9 +645,12 @@ TEST(SubscriptionWithTurns, ARaiseWithoutATurnAndOneWithItDoNotWaitForEachOther)
   sut->subscribeToEvent("A", "Listener", "onEvent");
 
   std::latch mayRaise{1};
+  std::latch bothDelivered{2};
+  listener->after = [&bothDelivered](int) { bothDelivered.count_down(); };
   std::thread outside([&] {
     mayRaise.wait();
     sut->raiseEvent("A", 1, kModule);
+    bothDelivered.wait();
     clock->requestEnd();
   });
   clock->post({"module", "method"}, [&] {

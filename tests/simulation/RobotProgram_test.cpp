@@ -76,8 +76,8 @@ TEST(RobotProgram, AClientIsToldWhatIsWrongAndTheKeyKeepsItsValue) {
             "\"method\":\"insertData\",\"description\":\"the simulated robot has no key "
             "Simulation/Wind\"}\n"
             "{\"t\":1,\"kind\":\"error\",\"call\":\"GKMemory.insertData\",\"module\":\"GKMemory\","
-            "\"method\":\"insertData\",\"description\":\"Simulation/Push/X takes a float, not a "
-            "value of type string\"}\n"
+            "\"method\":\"insertData\",\"description\":\"Simulation/Push/X: takes a float, not "
+            "\\\"much\\\"\"}\n"
             "{\"t\":1,\"kind\":\"value\",\"key\":\"Simulation/Wind\"}\n"
             "{\"t\":1,\"kind\":\"value\",\"key\":\"Simulation/Push/X\",\"value\":0.0}\n");
 }
