@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <type_traits>
 #include <utility>
@@ -30,7 +31,7 @@ private:
     template <class Given> explicit Held(Given&& given) : handler(std::forward<Given>(given)) {}
     void call(Arguments... arguments) override {
       Handler moved = std::move(handler);
-      std::move(moved)(std::forward<Arguments>(arguments)...);
+      std::invoke(std::move(moved), std::forward<Arguments>(arguments)...);
     }
     Handler handler;
   };

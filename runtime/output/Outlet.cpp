@@ -19,7 +19,7 @@ FileOutlet::FileOutlet(formats::OutputFile::Standard standard)
 
 FileOutlet::~FileOutlet() {
   if (fFile.hasAppeared()) {
-    flush();
+    FileOutlet::flush();
   }
 }
 
