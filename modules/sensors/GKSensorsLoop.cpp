@@ -42,7 +42,8 @@ void GKSensors::xTickOn() {
 
 bool GKSensors::xLeaveLoop() {
   fLoopRunning = false;
-  return !getParentBroker()->isExiting() && xEnterLoop();
+  const boost::shared_ptr<GKBroker> broker = getParentBroker();
+  return broker != nullptr && !broker->isExiting() && xEnterLoop();
 }
 
 void GKSensors::xFindSiblings() {
