@@ -3,6 +3,9 @@
 # gk_batches(TARGET SIZE): the same for a target whose sources all lie in one folder, so many at a
 # time.
 
+# gk_leave_unoptimised(): the targets of this folder are not optimised, as tests are not: they would
+# take longer to build than what they test.
+
 option(GK_UNITY "Compile the sources of a folder as one" ON)
 
 # What is in an anonymous namespace is in no header, though a file includes it.
@@ -29,3 +32,9 @@ function(gk_batches target size)
     target_compile_options(${target} PRIVATE ${GK_UNITY_OPTIONS})
   endif()
 endfunction()
+
+macro(gk_leave_unoptimised)
+  if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
+    add_compile_options(-O0)
+  endif()
+endmacro()

@@ -51,20 +51,8 @@ inside 'make run RUN="--for 20"'
 inside make test
 
 # The same recordings and the same robot, by both.
-outputs() {
-  for recording in data/*.csv; do
-    "$1" replay "$recording" --subscribe GKSonar --out - 2>/dev/null | sha256sum | sed "s|-|$recording|"
-  done
-  "$1" run --speed max --until 80 --out - 2>/dev/null | sha256sum | sed 's|-|tour|'
-}
 make -C "$source" build >/dev/null
-(cd "$source" && outputs build/release/bin/gk) >"$folder/root/outputs.here"
-inside "$(cat <<'SCRIPT'
-for recording in data/*.csv; do
-  build/release/bin/gk replay "$recording" --subscribe GKSonar --out - 2>/dev/null | sha256sum | sed "s|-|$recording|"
-done >/root/outputs.other
-build/release/bin/gk run --speed max --until 80 --out - 2>/dev/null | sha256sum | sed "s|-|tour|" >>/root/outputs.other
-SCRIPT
-)"
+(cd "$source" && packaging/output-sums.sh build/release/bin/gk) >"$folder/root/outputs.here"
+inside packaging/output-sums.sh build/release/bin/gk >"$folder/root/outputs.other"
 diff "$folder/root/outputs.here" "$folder/root/outputs.other"
 echo "$here and $other write the same: $(wc -l <"$folder/root/outputs.here") outputs"

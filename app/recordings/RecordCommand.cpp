@@ -8,6 +8,7 @@
 #include "formats/mcap/Sink.h"
 #include "formats/mcap/Writer.h"
 #include "formats/text/Numbers.h"
+#include "formats/text/Printable.h"
 
 #include <fmt/format.h>
 
@@ -235,7 +236,7 @@ void record(const RecordStreamOptions& options, const std::atomic<bool>& isEnd) 
   };
   handlers.status = [&losses](const std::string& said) {
     losses = said;
-    fmt::print(stderr, "gk: {}\n", said);
+    complain(formats::printable(said));
   };
   handlers.meanwhile = [&] {
     recording.flushIfDue();

@@ -1,6 +1,7 @@
 #include "app/session/RunRecording.h"
 
 #include "app/session/ChannelMessages.h"
+#include "app/session/Complaints.h"
 #include "gk/GKObserver.h"
 
 #include <boost/make_shared.hpp>
@@ -16,7 +17,7 @@ RunRecording::RunRecording(const std::optional<runtime::RecorderOptions>& option
                            runtime::HostOptions& host) {
   if (options) {
     runtime::RecorderOptions recorder = *options;
-    recorder.onTrouble = [](const std::string& text) { fmt::print(stderr, "gk: {}\n", text); };
+    recorder.onTrouble = complain;
     fRecorder = boost::make_shared<runtime::Recorder>(std::move(recorder));
     host.recorder = fRecorder->run();
   }

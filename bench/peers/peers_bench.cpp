@@ -2,6 +2,8 @@
 #include "gk/GKClock.h"
 
 #include <benchmark/benchmark.h>
+#include <string>
+#include <string_view>
 #include <thread>
 
 // One float from a publisher to a subscriber on another thread of the same process: what an event

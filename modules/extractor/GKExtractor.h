@@ -96,9 +96,9 @@ private:
   void xBindSubscription();
   void xBindQueries();
 
-  /// Not the hook of the same name, which it calls: works out the current period and precision over
-  /// all subscribers and calls the hook with them,
-  /// whether or not they changed. Needs the lock. Raises `GKError` when nobody is subscribed.
+  /// Not the hook of the same name: works out the current period and precision over all
+  /// subscribers and calls the hook with them, whether or not they changed. Needs the lock.
+  /// Raises `GKError` when nobody is subscribed.
   void xUpdateParameters();
 
   std::unique_ptr<Record> fRecord;

@@ -1,4 +1,4 @@
-#include "support/Program.h"
+#include "support/Gk.h"
 #include "support/RunningHost.h"
 
 #include <gmock/gmock.h>
@@ -12,8 +12,10 @@
 
 namespace {
 
+using gk::test::kTouch;
 using gk::test::Program;
 using gk::test::ProgramResult;
+using gk::test::runGk;
 using gk::test::RunningHost;
 using gk::test::runProgram;
 using gk::test::TemporaryFolder;
@@ -25,13 +27,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-const std::string kTouch = "Device/SubDeviceList/Head/Touch/Front/Sensor/Value";
 const std::string kToken = "0123456789abcdef0123456789abcdef";
-
-ProgramResult gk(std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), GK_PROGRAM);
-  return runProgram(std::move(arguments));
-}
 
 TEST(GkClient, ModulesAreListedAndDescribed) {
   const RunningHost host;
@@ -79,12 +75,12 @@ TEST(GkClient, KeysAreReadWrittenAndFound) {
 TEST(GkClient, AnEmptyTokenFileAndAPortThatIsNoneAreErrors) {
   for (const std::vector<std::string>& command :
        {std::vector<std::string>{"run", "--token-file", ""}, {"keys", "--token-file", ""}}) {
-    const ProgramResult result = gk(command);
+    const ProgramResult result = runGk(command);
     EXPECT_EQ(result.code, 2);
     EXPECT_THAT(result.err, AllOf(HasSubstr("--token-file"), HasSubstr("the value is empty")));
   }
   for (const char* host : {"127.0.0.1:99999", "127.0.0.1:65536", "127.0.0.1:0", "127.0.0.1:"}) {
-    const ProgramResult result = gk({"keys", "--host", host});
+    const ProgramResult result = runGk({"keys", "--host", host});
     EXPECT_EQ(result.code, 1);
     EXPECT_EQ(result.err,
               std::string("gk: ") + host + " is no host; 127.0.0.1:8090 would be one\n");
@@ -110,7 +106,7 @@ TEST(GkClient, LimitsAreThoseOfTheCommandLine) {
   EXPECT_EQ(refused.err,
             "gk: Another: clients have made 1 keys, and may make no more (--limit keys=N)\n");
   EXPECT_THAT(host.gk({"set", "Mine", "abcdefghijk"}).err, HasSubstr("at most 10 bytes, not 11"));
-  const ProgramResult unknown = gk({"run", "--limit", "kyes=1"});
+  const ProgramResult unknown = runGk({"run", "--limit", "kyes=1"});
   EXPECT_EQ(unknown.code, 2);
   EXPECT_THAT(unknown.err, HasSubstr("kyes=1: there is no such limit"));
 }
@@ -178,17 +174,17 @@ TEST(GkClient, DoctorFindsStaleDeviceKeys) {
 
 TEST(GkClient, AHostThatIsNotThereIsSaidInOneLine) {
   for (const char* command : {"modules", "keys", "events", "top", "doctor"}) {
-    const ProgramResult result = gk({command, "--host", "127.0.0.1:1"});
+    const ProgramResult result = runGk({command, "--host", "127.0.0.1:1"});
     EXPECT_EQ(result.code, 1) << command;
     EXPECT_THAT(result.out + result.err, HasSubstr("no host answers at 127.0.0.1:1")) << command;
   }
-  EXPECT_EQ(gk({"modules", "--host", "127.0.0.1:x"}).code, 1);
+  EXPECT_EQ(runGk({"modules", "--host", "127.0.0.1:x"}).code, 1);
 }
 
 TEST(GkClient, TheHostCanStandInTheEnvironment) {
   const RunningHost host;
   setenv("GK_HOST", host.address().c_str(), 1);
-  EXPECT_EQ(gk({"call", "GKBattery.getBatteryCharge"}).out, "100\n");
+  EXPECT_EQ(runGk({"call", "GKBattery.getBatteryCharge"}).out, "100\n");
   unsetenv("GK_HOST");
 }
 
@@ -218,7 +214,7 @@ TEST(GkClient, ATokenOpensTheHost) {
 }
 
 TEST(GkListen, AddressesThatOthersCanReachNeedAToken) {
-  const ProgramResult open = gk({"run", "--listen", "0.0.0.0:0", "--for", "1"});
+  const ProgramResult open = runGk({"run", "--listen", "0.0.0.0:0", "--for", "1"});
   EXPECT_EQ(open.code, 2);
   EXPECT_THAT(open.err, AllOf(StartsWith("gk: --listen:"), HasSubstr("--token-file")));
   const TemporaryFolder folder;
@@ -226,16 +222,16 @@ TEST(GkListen, AddressesThatOthersCanReachNeedAToken) {
   writeFile(token, kToken);
   chmod(token.c_str(), 0644);
   const ProgramResult readable =
-      gk({"run", "--listen", "0.0.0.0:0", "--token-file", token, "--for", "1"});
+      runGk({"run", "--listen", "0.0.0.0:0", "--token-file", token, "--for", "1"});
   EXPECT_EQ(readable.code, 2);
   EXPECT_THAT(readable.err, HasSubstr("chmod 600"));
   chmod(token.c_str(), 0600);
-  EXPECT_EQ(gk({"run", "--listen", "0.0.0.0:0", "--token-file", token, "--for", "0.1"}).code, 0);
+  EXPECT_EQ(runGk({"run", "--listen", "0.0.0.0:0", "--token-file", token, "--for", "0.1"}).code, 0);
 }
 
 TEST(GkListen, AnAddressThatIsTakenEndsTheRun) {
   const RunningHost host;
-  const ProgramResult second = gk({"run", "--listen", host.address(), "--for", "1"});
+  const ProgramResult second = runGk({"run", "--listen", host.address(), "--for", "1"});
   EXPECT_EQ(second.code, 2);
   EXPECT_THAT(second.err, HasSubstr("already in use"));
 }
@@ -248,20 +244,20 @@ TEST(GkListen, WrongUsesAreRefused) {
         {"--token-file", "/no/such/file"}}) {
     std::vector<std::string> all = {"run", "--for", "1"};
     all.insert(all.end(), arguments.begin(), arguments.end());
-    const ProgramResult result = gk(all);
+    const ProgramResult result = runGk(all);
     EXPECT_EQ(result.code, 2) << arguments[1];
     EXPECT_THAT(result.err, StartsWith("gk: "));
   }
 }
 
 TEST(GkListen, WithoutItNobodyIsServed) {
-  const ProgramResult quiet = gk({"run", "--no-listen", "--for", "0.1"});
+  const ProgramResult quiet = runGk({"run", "--no-listen", "--for", "0.1"});
   EXPECT_EQ(quiet.code, 0);
   EXPECT_THAT(quiet.err, Not(HasSubstr("listening")));
 }
 
 TEST(GkCompletion, TheScriptIsBashAndKnowsEveryCommand) {
-  const ProgramResult script = gk({"completion", "bash"});
+  const ProgramResult script = runGk({"completion", "bash"});
   EXPECT_EQ(script.code, 0);
   for (const char* command : {"run", "replay", "modules", "events", "doctor"}) {
     EXPECT_THAT(script.out, HasSubstr(std::string("    ") + command + ") options='"));

@@ -1,4 +1,4 @@
-#include "support/Program.h"
+#include "support/Gk.h"
 #include "support/RunningHost.h"
 
 #include <gmock/gmock.h>
@@ -14,9 +14,11 @@
 namespace {
 
 namespace fs = std::filesystem;
+using gk::test::kData;
 using gk::test::Program;
 using gk::test::ProgramResult;
 using gk::test::readFile;
+using gk::test::runGk;
 using gk::test::RunningHost;
 using gk::test::runProgram;
 using gk::test::TemporaryFolder;
@@ -27,13 +29,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-const std::string kData = GK_SOURCE_DIR "/data/";
 const std::string kFull = "standard output: No space left on device\n";
-
-ProgramResult gk(std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), GK_PROGRAM);
-  return runProgram(std::move(arguments));
-}
 
 /// A line for the shell in which "gk" is the program.
 std::vector<std::string> shell(const std::string& line) {
@@ -63,24 +59,25 @@ TEST_F(Files, AnInputIsNeverWrittenOver) {
   const std::string before = readFile(in);
   for (const std::string& name : {in, file("link.csv"), file("hard.csv"), file("./in.csv")}) {
     for (const std::string option : {"--out", "--report", "--log-file"}) {
-      const ProgramResult result = gk({"replay", in, option, name});
+      const ProgramResult result = runGk({"replay", in, option, name});
       EXPECT_EQ(result.code, 2) << option << " " << name;
       EXPECT_THAT(result.err, HasSubstr("it is the file being read"));
     }
-    EXPECT_EQ(gk({"recording", "convert", in, name}).code, 2);
+    EXPECT_EQ(runGk({"recording", "convert", in, name}).code, 2);
   }
   EXPECT_EQ(readFile(in), before);
 }
 
 TEST_F(Files, ARecordingIsNeitherReplacedByItsReplayNorByItsRecovery) {
   const std::string run = file("run.mcap");
-  ASSERT_EQ(gk({"run", "--speed", "max", "--until", "2", "--record", run}).code, 0);
+  ASSERT_EQ(runGk({"run", "--speed", "max", "--until", "2", "--record", run}).code, 0);
   const std::string before = readFile(run);
-  EXPECT_EQ(gk({"replay", run, "--out", run}).code, 2);
-  EXPECT_EQ(gk({"replay", run, "--report", run}).code, 2);
-  EXPECT_EQ(gk({"run", run, "--speed", "max", "--until", "1", "--record", run, "--overwrite"}).code,
-            2);
-  EXPECT_EQ(gk({"recording", "recover", run, run, "--overwrite"}).code, 2);
+  EXPECT_EQ(runGk({"replay", run, "--out", run}).code, 2);
+  EXPECT_EQ(runGk({"replay", run, "--report", run}).code, 2);
+  EXPECT_EQ(
+      runGk({"run", run, "--speed", "max", "--until", "1", "--record", run, "--overwrite"}).code,
+      2);
+  EXPECT_EQ(runGk({"recording", "recover", run, run, "--overwrite"}).code, 2);
   EXPECT_EQ(readFile(run), before);
 }
 
@@ -89,28 +86,28 @@ TEST_F(Files, AnEarlierRecordingIsRefusedWithTheNextFreeNameAndReplacedOnRequest
   writeFile(run, "earlier");
   const std::vector<std::string> record = {"run", "--speed",  "max", "--until",
                                            "1",   "--record", run};
-  const ProgramResult refused = gk(record);
+  const ProgramResult refused = runGk(record);
   EXPECT_EQ(refused.code, 1);
   EXPECT_EQ(refused.err, "gk: " + run + " exists already; " + file("run-2.mcap") +
                              " is free, --overwrite replaces it\n");
   EXPECT_EQ(readFile(run), "earlier");
   std::vector<std::string> overwrite = record;
   overwrite.emplace_back("--overwrite");
-  EXPECT_EQ(gk(overwrite).code, 0);
-  EXPECT_EQ(gk({"recording", "verify", run}).code, 0);
-  EXPECT_EQ(gk({"recording", "recover", run, run + "-2.mcap"}).code, 0);
-  EXPECT_EQ(gk({"recording", "recover", run, run + "-2.mcap"}).code, 1);
+  EXPECT_EQ(runGk(overwrite).code, 0);
+  EXPECT_EQ(runGk({"recording", "verify", run}).code, 0);
+  EXPECT_EQ(runGk({"recording", "recover", run, run + "-2.mcap"}).code, 0);
+  EXPECT_EQ(runGk({"recording", "recover", run, run + "-2.mcap"}).code, 1);
 }
 
 TEST_F(Files, AStartThatFailsReplacesNothingAndLeavesNothing) {
   const std::string run = file("run.mcap");
   writeFile(run, "earlier");
   const ProgramResult result =
-      gk({"run", "--for", "1", "--record", run, "--overwrite", "--library", "no-such.so"});
+      runGk({"run", "--for", "1", "--record", run, "--overwrite", "--library", "no-such.so"});
   EXPECT_EQ(result.code, 1);
   EXPECT_EQ(readFile(run), "earlier");
-  EXPECT_EQ(gk({"run", "--for", "1", "--record", file("b.mcap"), "--library", "no-such.so"}).code,
-            1);
+  EXPECT_EQ(
+      runGk({"run", "--for", "1", "--record", file("b.mcap"), "--library", "no-such.so"}).code, 1);
   EXPECT_THAT(names(), testing::ElementsAre("run.mcap"));
 }
 
@@ -118,12 +115,12 @@ TEST_F(Files, ARecordingThatIsBeingWrittenIsNotReplaced) {
   const std::string run = file("run.mcap");
   RunningHost host({"--robot", "none", "--record", run});
   const ProgramResult second =
-      gk({"run", "--no-listen", "--for", "1", "--record", run, "--overwrite"});
+      runGk({"run", "--no-listen", "--for", "1", "--record", run, "--overwrite"});
   EXPECT_EQ(second.code, 1);
   EXPECT_EQ(second.err, "gk: cannot write " + run + ": it is being written by another program\n");
   kill(host.program().pid(), SIGINT);
   EXPECT_EQ(host.program().wait().code, 0);
-  EXPECT_EQ(gk({"recording", "verify", run}).code, 0);
+  EXPECT_EQ(runGk({"recording", "verify", run}).code, 0);
 }
 
 class FilesSignal : public Files, public testing::WithParamInterface<int> {};
@@ -143,7 +140,7 @@ INSTANTIATE_TEST_SUITE_P(Each, FilesSignal, testing::Values(SIGINT, SIGTERM, SIG
 
 TEST_F(Files, AFullStandardOutputIsALineAndAFailure) {
   const std::string run = file("run.mcap");
-  ASSERT_EQ(gk({"run", "--speed", "max", "--until", "5", "--record", run}).code, 0);
+  ASSERT_EQ(runGk({"run", "--speed", "max", "--until", "5", "--record", run}).code, 0);
   const std::vector<std::string> commands = {"replay --out - " + kData + "feet_stand.csv",
                                              "replay " + kData + "feet_stand.csv",
                                              "run --no-listen --for 0.3 --out -",
@@ -161,7 +158,7 @@ TEST_F(Files, AFullStandardOutputIsALineAndAFailure) {
 TEST_F(Files, AFullDiskUnderAReportIsToldAsSuch) {
   fs::create_symlink("/dev/full", file("report.html"));
   const ProgramResult result =
-      gk({"replay", "--report", file("report.html"), kData + "feet_stand.csv"});
+      runGk({"replay", "--report", file("report.html"), kData + "feet_stand.csv"});
   EXPECT_EQ(result.code, 1);
   EXPECT_THAT(result.err, HasSubstr("report.html: No space left on device\n"));
 }
@@ -173,7 +170,7 @@ TEST_F(Files, WhatTheLauncherHasClosedIsNotMistakenForAFile) {
     const std::string line =
         "gk run --no-listen --for 0.3 --record " + run + " --overwrite " + closed;
     EXPECT_EQ(runProgram(shell(line)).code, 0);
-    EXPECT_EQ(gk({"recording", "verify", run}).code, 0);
+    EXPECT_EQ(runGk({"recording", "verify", run}).code, 0);
     EXPECT_EQ(runProgram(shell("gk replay --out " + file("out") + " " + run + " " + closed)).code,
               0);
     EXPECT_THAT(readFile(file("out")), StartsWith("{\"t\":0,"));
@@ -189,8 +186,9 @@ TEST_F(Files, AReaderThatGoesAwayEndsTheOutputAndNotTheHost) {
                       run + "; echo $? > " + file("code") + ") | head -n 1"});
   EXPECT_EQ(readFile(file("code")), "1\n");
   EXPECT_THAT(result.err, HasSubstr("gk: cannot write standard output: Broken pipe\n"));
-  EXPECT_EQ(gk({"recording", "verify", run}).code, 0);
-  EXPECT_THAT(gk({"recording", "info", run}).out, testing::ContainsRegex("length +(1\\.|0\\.9)"));
+  EXPECT_EQ(runGk({"recording", "verify", run}).code, 0);
+  EXPECT_THAT(runGk({"recording", "info", run}).out,
+              testing::ContainsRegex("length +(1\\.|0\\.9)"));
 }
 
 /// Whether a program ends within a time in which one that hangs does not.
@@ -249,7 +247,7 @@ TEST_F(Files, AFullDiskUnderARecordingIsToldAtOnceAndFoundByTheDoctor) {
   constexpr std::string_view before = "listening at http://";
   const std::size_t place = text.find(before) + before.size();
   const std::string address = text.substr(place, text.find('/', place) - place);
-  EXPECT_THAT(gk({"doctor", "--host", address}).out,
+  EXPECT_THAT(runGk({"doctor", "--host", address}).out,
               HasSubstr("NO  the run is recorded: cannot write " + file("run.mcap")));
   kill(program.pid(), SIGTERM);
   EXPECT_EQ(program.wait().code, 1);
@@ -263,7 +261,8 @@ TEST_F(Files, ARecordingThatMayNotGrowGoesOnInPartsThatAreRepeatedTogether) {
   EXPECT_EQ(run.code, 1);
   EXPECT_THAT(run.err, AllOf(HasSubstr("gk: cannot write " + file("run.mcap") + ": File too large"),
                              HasSubstr("gk: the recording goes on in " + file("run-002.mcap"))));
-  const ProgramResult replay = gk({"replay", "--out", "-", file("run.mcap"), file("run-002.mcap")});
+  const ProgramResult replay =
+      runGk({"replay", "--out", "-", file("run.mcap"), file("run-002.mcap")});
   EXPECT_EQ(replay.code, 1);
   EXPECT_THAT(replay.err, HasSubstr("blocks of the recorded run are missing"));
 }

@@ -1,4 +1,4 @@
-#include "support/Program.h"
+#include "support/Gk.h"
 #include "support/RunningHost.h"
 
 #include <gmock/gmock.h>
@@ -12,11 +12,12 @@
 
 namespace {
 
+using gk::test::kTouch;
 using gk::test::Program;
 using gk::test::ProgramResult;
 using gk::test::readFile;
+using gk::test::runGk;
 using gk::test::RunningHost;
-using gk::test::runProgram;
 using gk::test::TemporaryFolder;
 using gk::test::writeFile;
 using testing::AllOf;
@@ -26,13 +27,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-
-const std::string kTouch = "Device/SubDeviceList/Head/Touch/Front/Sensor/Value";
-
-ProgramResult gk(std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), GK_PROGRAM);
-  return runProgram(std::move(arguments));
-}
 
 class RecordStream : public testing::Test {
 protected:
@@ -45,7 +39,7 @@ protected:
 
   std::string cat(std::vector<std::string> options = {}) const {
     options.insert(options.begin(), {"recording", "cat", fFile});
-    return std::filesystem::exists(fFile) ? gk(options).out : std::string();
+    return std::filesystem::exists(fFile) ? runGk(options).out : std::string();
   }
 
   const TemporaryFolder fFolder;
@@ -60,8 +54,8 @@ TEST_F(RecordStream, WhatAHostTellsIsOnTheDiskWhileItGoesOnAndWholeAtTheEnd) {
   const ProgramResult result = record.wait();
   EXPECT_EQ(result.code, 0) << result.err;
   EXPECT_THAT(result.err, ContainsRegex("recorded .*night.mcap: [0-9]+ messages, [0-9]+ bytes\n"));
-  EXPECT_EQ(gk({"recording", "verify", fFile}).code, 0);
-  EXPECT_THAT(gk({"recording", "info", fFile}).out,
+  EXPECT_EQ(runGk({"recording", "verify", fFile}).code, 0);
+  EXPECT_THAT(runGk({"recording", "info", fFile}).out,
               AllOf(HasSubstr("/events"), HasSubstr("/event/FrontTactilTouched"),
                     HasSubstr("/joint_states"), HasSubstr(host.address())));
   EXPECT_THAT(cat({"--topic", "/events"}),
@@ -77,7 +71,7 @@ TEST_F(RecordStream, OnlyTheTopicsThatAreAskedForAreKept) {
   const ProgramResult result = record.wait();
   EXPECT_EQ(result.code, 0) << result.err;
   EXPECT_THAT(result.out, AllOf(StartsWith(R"({"file":")" + fFile), HasSubstr(R"("messages":)")));
-  const std::string info = gk({"recording", "info", fFile}).out;
+  const std::string info = runGk({"recording", "info", fFile}).out;
   EXPECT_THAT(info, AllOf(HasSubstr("/event/FrontTactilTouched"), Not(HasSubstr("/joint_states")),
                           Not(HasSubstr("/events"))));
 }
@@ -91,13 +85,13 @@ TEST_F(RecordStream, TheRecordingIsCompleteWhenTheHostEnds) {
   const ProgramResult result = record.wait();
   EXPECT_EQ(result.code, 1);
   EXPECT_THAT(result.err, AllOf(HasSubstr("recorded "), EndsWith("gk: the host has ended\n")));
-  EXPECT_EQ(gk({"recording", "verify", fFile}).code, 0);
+  EXPECT_EQ(runGk({"recording", "verify", fFile}).code, 0);
 }
 
 TEST_F(RecordStream, AnOldRecordingSurvivesAHostThatIsNotThere) {
   writeFile(fFile, "old");
   // Nobody listens at a port of which the number is one.
-  const ProgramResult result = gk({"record", fFile, "--overwrite", "--host", "127.0.0.1:1"});
+  const ProgramResult result = runGk({"record", fFile, "--overwrite", "--host", "127.0.0.1:1"});
   EXPECT_EQ(result.code, 1);
   EXPECT_THAT(result.err, StartsWith("gk: no host answers at 127.0.0.1:1"));
   EXPECT_EQ(readFile(fFile), "old");
@@ -112,7 +106,7 @@ TEST_F(RecordStream, AnOldRecordingIsReplacedOnlyOnRequest) {
                              " is free, --overwrite replaces it\n");
   EXPECT_EQ(readFile(fFile), "old");
   EXPECT_EQ(host.gk({"record", fFile, "--for", "0.2", "--overwrite"}).code, 0);
-  EXPECT_EQ(gk({"recording", "verify", fFile}).code, 0);
+  EXPECT_EQ(runGk({"recording", "verify", fFile}).code, 0);
 }
 
 TEST_F(RecordStream, AFileThatCannotBeWrittenIsNamed) {
@@ -131,7 +125,7 @@ TEST_F(RecordStream, ItEndsByItselfAfterTheGivenTime) {
   const RunningHost host;
   const ProgramResult result = host.gk({"record", fFile, "--for", "0.5"});
   EXPECT_EQ(result.code, 0) << result.err;
-  EXPECT_EQ(gk({"recording", "verify", fFile}).code, 0);
+  EXPECT_EQ(runGk({"recording", "verify", fFile}).code, 0);
 }
 
 } // namespace

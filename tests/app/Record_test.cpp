@@ -1,4 +1,4 @@
-#include "support/Program.h"
+#include "support/Gk.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -15,10 +15,11 @@
 namespace {
 
 namespace fs = std::filesystem;
+using gk::test::kData;
 using gk::test::Program;
 using gk::test::ProgramResult;
 using gk::test::readFile;
-using gk::test::runProgram;
+using gk::test::runGk;
 using gk::test::TemporaryFolder;
 using gk::test::writeFile;
 using testing::EndsWith;
@@ -27,13 +28,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-const std::string kData = GK_SOURCE_DIR "/data/";
 const fs::path kScenarios = GK_SOURCE_DIR "/tests/scenarios";
-
-ProgramResult gk(std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), GK_PROGRAM);
-  return runProgram(std::move(arguments));
-}
 
 std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines;
@@ -61,7 +56,7 @@ protected:
   void runAndRepeat(const std::vector<std::string>& options) {
     run(options);
     repeat();
-    const ProgramResult verify = gk({"recording", "verify", fRecording});
+    const ProgramResult verify = runGk({"recording", "verify", fRecording});
     EXPECT_EQ(verify.code, 0) << verify.out;
     expectEveryEventForViewers();
   }
@@ -69,7 +64,7 @@ protected:
   void run(std::vector<std::string> options) {
     options.insert(options.begin(), {"run", "--no-listen", "--record", fRecording, "--overwrite",
                                      "--record-patience", "600", "--out", fRunOutput});
-    const ProgramResult run = gk(options);
+    const ProgramResult run = runGk(options);
     ASSERT_EQ(run.code, 0) << run.err;
     EXPECT_THAT(run.err, HasSubstr("recorded " + fRecording));
     EXPECT_THAT(run.err, Not(HasSubstr("gk:"))); // nothing lost
@@ -82,14 +77,14 @@ protected:
       return line.find(R"("kind":"event")") != std::string::npos ||
              line.find(R"("kind":"micro")") != std::string::npos;
     };
-    const std::string messages = gk({"recording", "cat", "--topic", "/events", fRecording}).out;
+    const std::string messages = runGk({"recording", "cat", "--topic", "/events", fRecording}).out;
     EXPECT_EQ(std::ssize(linesOf(messages)), std::ranges::count_if(lines, isEvent));
   }
 
   void repeat(const std::vector<std::string>& options = {}) {
     std::vector<std::string> arguments = {"replay", "--out", fReplayOutput, fRecording};
     arguments.insert(arguments.end(), options.begin(), options.end());
-    const ProgramResult replay = gk(arguments);
+    const ProgramResult replay = runGk(arguments);
     ASSERT_EQ(replay.code, 0) << replay.err;
     EXPECT_THAT(replay.err, Not(HasSubstr("gk:")));
     expectSameOutput(fRunOutput, fReplayOutput);
@@ -332,17 +327,17 @@ TEST_F(Record, ARunThatIsKilledLosesItsLastSecondAtMost) {
   }
   kill(program.pid(), SIGKILL);
   const double end = lastSampleIn(program.wait().out);
-  EXPECT_EQ(gk({"recording", "verify", fRecording}).code, 1); // it has no end
+  EXPECT_EQ(runGk({"recording", "verify", fRecording}).code, 1); // it has no end
   const ProgramResult replay =
-      gk({"replay", "--out", "-", "--only", "sample", "--sample", key, fRecording});
+      runGk({"replay", "--out", "-", "--only", "sample", "--sample", key, fRecording});
   EXPECT_EQ(replay.code, 0) << replay.err;
   EXPECT_THAT(replay.err, HasSubstr("cut off"));
   EXPECT_GE(lastSampleIn(replay.out), end - 1.0);
 }
 
 TEST_F(Record, ACutRecordingGivesTheBeginningOfTheRun) {
-  ASSERT_EQ(gk({"run", "--speed", "max", "--until", "200", "--record", fRecording, "--out",
-                fRunOutput, "--subscribe", "GKSonar", kData + "us_wallrobot.csv"})
+  ASSERT_EQ(runGk({"run", "--speed", "max", "--until", "200", "--record", fRecording, "--out",
+                   fRunOutput, "--subscribe", "GKSonar", kData + "us_wallrobot.csv"})
                 .code,
             0);
   const std::string whole = readFile(fRecording);
@@ -350,7 +345,7 @@ TEST_F(Record, ACutRecordingGivesTheBeginningOfTheRun) {
   for (const double share : {0.3, 0.6, 0.999}) {
     const auto length = static_cast<std::size_t>(share * static_cast<double>(whole.size()));
     writeFile(fRecording, whole.substr(0, length));
-    const ProgramResult replay = gk({"replay", "--out", fReplayOutput, fRecording});
+    const ProgramResult replay = runGk({"replay", "--out", fReplayOutput, fRecording});
     ASSERT_EQ(replay.code, share > 0.5 ? 0 : replay.code) << replay.err;
     if (replay.code == 0) {
       EXPECT_THAT(replay.err, HasSubstr("cut off"));
@@ -360,10 +355,11 @@ TEST_F(Record, ACutRecordingGivesTheBeginningOfTheRun) {
 }
 
 TEST_F(Record, PartsAreRepeatedTogetherAndEachByItself) {
-  ASSERT_EQ(gk({"run", "--speed", "max", "--until", "120", "--record", fRecording, "--record-split",
-                "30s", "--out", fRunOutput, "--subscribe", "GKSonar", kData + "us_wallrobot.csv"})
-                .code,
-            0);
+  ASSERT_EQ(
+      runGk({"run", "--speed", "max", "--until", "120", "--record", fRecording, "--record-split",
+             "30s", "--out", fRunOutput, "--subscribe", "GKSonar", kData + "us_wallrobot.csv"})
+          .code,
+      0);
   std::vector<std::string> parts;
   while (fs::exists(file("run-00" + std::to_string(parts.size() + 1) + ".mcap"))) {
     parts.push_back(file("run-00" + std::to_string(parts.size() + 1) + ".mcap"));
@@ -371,11 +367,11 @@ TEST_F(Record, PartsAreRepeatedTogetherAndEachByItself) {
   ASSERT_GE(parts.size(), 2U);
   std::vector<std::string> replay = {"replay", "--out", fReplayOutput};
   replay.insert(replay.end(), parts.begin(), parts.end());
-  const ProgramResult together = gk(replay);
+  const ProgramResult together = runGk(replay);
   ASSERT_EQ(together.code, 0) << together.err;
   expectSameOutput(fRunOutput, fReplayOutput);
 
-  const ProgramResult alone = gk({"replay", "--out", fReplayOutput, parts.back()});
+  const ProgramResult alone = runGk({"replay", "--out", fReplayOutput, parts.back()});
   EXPECT_EQ(alone.code, 0) << alone.err;
   EXPECT_THAT(alone.err, HasSubstr("begins in the middle"));
   EXPECT_THAT(readFile(fReplayOutput), HasSubstr("robotPoseChanged"));
@@ -383,26 +379,27 @@ TEST_F(Record, PartsAreRepeatedTogetherAndEachByItself) {
 
 TEST_F(Record, OnlyWhatHappenedAroundAnEventIsKept) {
   const ProgramResult run =
-      gk({"run", "--speed", "max", "--until", "40", "--record", fRecording, "--record-on",
-          "ChestButton*", "--record-last", "3", "--record-after", "2", "--out", fRunOutput});
+      runGk({"run", "--speed", "max", "--until", "40", "--record", fRecording, "--record-on",
+             "ChestButton*", "--record-last", "3", "--record-after", "2", "--out", fRunOutput});
   ASSERT_EQ(run.code, 0) << run.err;
   const std::string first = file("run-001.mcap");
   ASSERT_TRUE(fs::exists(first)) << run.err;
-  EXPECT_EQ(gk({"recording", "verify", first}).code, 0);
-  EXPECT_THAT(gk({"recording", "cat", "--topic", "/events", first}).out,
+  EXPECT_EQ(runGk({"recording", "verify", first}).code, 0);
+  EXPECT_THAT(runGk({"recording", "cat", "--topic", "/events", first}).out,
               HasSubstr("ChestButtonPressed"));
 }
 
 TEST_F(Record, AFlippedByteIsNamedAndTheRestIsSaved) {
   ASSERT_EQ(
-      gk({"run", "--no-listen", "--speed", "max", "--until", "120", "--record", fRecording}).code,
+      runGk({"run", "--no-listen", "--speed", "max", "--until", "120", "--record", fRecording})
+          .code,
       0);
   const std::string whole = readFile(fRecording);
   const auto flipAt = [&](std::size_t place) {
     std::string bytes = whole;
     bytes[place] = static_cast<char>(bytes[place] ^ 1);
     writeFile(fRecording, bytes);
-    const ProgramResult verify = gk({"recording", "verify", fRecording});
+    const ProgramResult verify = runGk({"recording", "verify", fRecording});
     EXPECT_EQ(verify.code, 1);
     return verify.out.find(": chunk: ") != std::string::npos;
   };
@@ -414,33 +411,33 @@ TEST_F(Record, AFlippedByteIsNamedAndTheRestIsSaved) {
     place += step;
     ASSERT_LT(place, whole.size());
   }
-  EXPECT_EQ(gk({"recording", "recover", fRecording, saved}).code, 0);
-  EXPECT_EQ(gk({"recording", "verify", saved}).code, 0);
-  const ProgramResult replay = gk({"replay", "--out", fReplayOutput, fRecording});
+  EXPECT_EQ(runGk({"recording", "recover", fRecording, saved}).code, 0);
+  EXPECT_EQ(runGk({"recording", "verify", saved}).code, 0);
+  const ProgramResult replay = runGk({"replay", "--out", fReplayOutput, fRecording});
   EXPECT_EQ(replay.code, 1);
   EXPECT_THAT(replay.err, HasSubstr("gk: 1 damaged places were left out of the repetition\n"));
 
   // Without its first chunk nobody knows the names of the keys.
   EXPECT_TRUE(flipAt(1000));
-  EXPECT_EQ(gk({"recording", "recover", "--overwrite", fRecording, saved}).code, 1);
-  EXPECT_EQ(gk({"recording", "verify", saved}).code, 1);
-  EXPECT_EQ(gk({"replay", "--out", fReplayOutput, saved}).code, 1);
+  EXPECT_EQ(runGk({"recording", "recover", "--overwrite", fRecording, saved}).code, 1);
+  EXPECT_EQ(runGk({"recording", "verify", saved}).code, 1);
+  EXPECT_EQ(runGk({"replay", "--out", fReplayOutput, saved}).code, 1);
 }
 
 TEST_F(Record, ARecordingOfAnyKindBecomesAnyOther) {
   for (const std::string name : {"us_wallrobot", "battery_discharge", "biped_walk"}) {
     const std::string original = kData + name + ".csv";
-    ASSERT_EQ(gk({"recording", "convert", "--overwrite", original, file("a.mcap")}).code, 0);
-    ASSERT_EQ(gk({"recording", "convert", file("a.mcap"), file("b.jsonl")}).code, 0);
-    ASSERT_EQ(gk({"recording", "convert", "--overwrite", "--compression", "lz4", file("b.jsonl"),
-                  file("c.mcap")})
+    ASSERT_EQ(runGk({"recording", "convert", "--overwrite", original, file("a.mcap")}).code, 0);
+    ASSERT_EQ(runGk({"recording", "convert", file("a.mcap"), file("b.jsonl")}).code, 0);
+    ASSERT_EQ(runGk({"recording", "convert", "--overwrite", "--compression", "lz4", file("b.jsonl"),
+                     file("c.mcap")})
                   .code,
               0);
-    ASSERT_EQ(gk({"recording", "convert", file("c.mcap"), file("d.csv")}).code, 0);
-    ASSERT_EQ(gk({"replay", "--out", fRunOutput, original}).code, 0);
+    ASSERT_EQ(runGk({"recording", "convert", file("c.mcap"), file("d.csv")}).code, 0);
+    ASSERT_EQ(runGk({"replay", "--out", fRunOutput, original}).code, 0);
     for (const std::string& converted : {file("a.mcap"), file("b.jsonl"), file("d.csv")}) {
       SCOPED_TRACE(converted);
-      ASSERT_EQ(gk({"replay", "--out", fReplayOutput, converted}).code, 0);
+      ASSERT_EQ(runGk({"replay", "--out", fReplayOutput, converted}).code, 0);
       expectSameOutput(fRunOutput, fReplayOutput);
     }
   }
@@ -448,13 +445,14 @@ TEST_F(Record, ARecordingOfAnyKindBecomesAnyOther) {
 
 TEST_F(Record, ARecordedRunThatIsCompressedAnewIsStillTheSameRun) {
   runAndRepeat({"--speed", "max", "--until", "5"});
-  const std::string original = gk({"recording", "cat", fRecording}).out;
+  const std::string original = runGk({"recording", "cat", fRecording}).out;
   for (const std::string compression : {"none", "lz4", "zstd"}) {
     SCOPED_TRACE(compression);
     const std::string copy = file(compression + ".mcap");
-    ASSERT_EQ(gk({"recording", "convert", "--compression", compression, fRecording, copy}).code, 0);
-    EXPECT_EQ(gk({"recording", "cat", copy}).out, original);
-    ASSERT_EQ(gk({"replay", "--out", fReplayOutput, copy}).code, 0);
+    ASSERT_EQ(runGk({"recording", "convert", "--compression", compression, fRecording, copy}).code,
+              0);
+    EXPECT_EQ(runGk({"recording", "cat", copy}).out, original);
+    ASSERT_EQ(runGk({"replay", "--out", fReplayOutput, copy}).code, 0);
     expectSameOutput(fRunOutput, fReplayOutput);
   }
 }
@@ -463,7 +461,7 @@ TEST_F(Record, ADamagedRecordingIsNotCompressedAnew) {
   runAndRepeat({"--speed", "max", "--until", "5"});
   const std::string bytes = readFile(fRecording);
   writeFile(fRecording, bytes.substr(0, bytes.size() / 2));
-  const ProgramResult result = gk({"recording", "convert", fRecording, file("copy.mcap")});
+  const ProgramResult result = runGk({"recording", "convert", fRecording, file("copy.mcap")});
   EXPECT_EQ(result.code, 2);
   EXPECT_EQ(result.err,
             fRecording + ":1: is damaged; gk recording recover saves what can be read\n");
@@ -471,8 +469,8 @@ TEST_F(Record, ADamagedRecordingIsNotCompressedAnew) {
 }
 
 TEST_F(Record, PartsOfARunWithoutALimitOfSpeedAreNearlyAsLargeAsAskedFor) {
-  const ProgramResult run = gk({"run", "--speed", "max", "--until", "120", "--record", fRecording,
-                                "--record-split", "1MB", "--out", fRunOutput});
+  const ProgramResult run = runGk({"run", "--speed", "max", "--until", "120", "--record",
+                                   fRecording, "--record-split", "1MB", "--out", fRunOutput});
   ASSERT_EQ(run.code, 0) << run.err;
   ASSERT_TRUE(fs::exists(file("run-002.mcap"))) << run.err;
   EXPECT_LT(fs::file_size(file("run-001.mcap")), 2'000'000U);
@@ -481,16 +479,16 @@ TEST_F(Record, PartsOfARunWithoutALimitOfSpeedAreNearlyAsLargeAsAskedFor) {
 TEST_F(Record, WhatIsNoRecordingIsOneLineAndExitCodeTwo) {
   writeFile(fRecording, "time,KEY\n");
   for (const std::string command : {"info", "verify", "cat"}) {
-    const ProgramResult result = gk({"recording", command, fRecording});
+    const ProgramResult result = runGk({"recording", command, fRecording});
     EXPECT_EQ(result.code, 2);
     EXPECT_THAT(result.err, StartsWith(fRecording + ":1: "));
   }
-  EXPECT_EQ(gk({"replay", fRecording}).code, 2);
-  EXPECT_EQ(gk({"recording", "info", file("missing.mcap")}).code, 2);
-  EXPECT_EQ(gk({"recording", "convert", kData + "us_wallrobot.csv", file("x.txt")}).code, 2);
-  EXPECT_EQ(gk({"run", "--for", "0.1", "--record", "/no/such/folder/x.mcap"}).code, 2);
-  EXPECT_EQ(gk({"run", "--for", "0.1", "--record", file("x.txt")}).code, 2);
-  EXPECT_EQ(gk({"run", "--for", "0.1", "--record-last", "5"}).code, 2);
+  EXPECT_EQ(runGk({"replay", fRecording}).code, 2);
+  EXPECT_EQ(runGk({"recording", "info", file("missing.mcap")}).code, 2);
+  EXPECT_EQ(runGk({"recording", "convert", kData + "us_wallrobot.csv", file("x.txt")}).code, 2);
+  EXPECT_EQ(runGk({"run", "--for", "0.1", "--record", "/no/such/folder/x.mcap"}).code, 2);
+  EXPECT_EQ(runGk({"run", "--for", "0.1", "--record", file("x.txt")}).code, 2);
+  EXPECT_EQ(runGk({"run", "--for", "0.1", "--record-last", "5"}).code, 2);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "support/Program.h"
+#include "support/Gk.h"
 
 #include <csignal>
 #include <sstream>
@@ -9,21 +9,15 @@
 namespace {
 
 namespace fs = std::filesystem;
+using gk::test::kData;
 using gk::test::Program;
 using gk::test::ProgramResult;
-using gk::test::runProgram;
+using gk::test::runGk;
 using gk::test::TemporaryFolder;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
-
-const std::string kData = GK_SOURCE_DIR "/data/";
-
-ProgramResult gk(std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), GK_PROGRAM);
-  return runProgram(std::move(arguments));
-}
 
 /// One line, nothing else.
 MATCHER(IsOneLine, "") {
@@ -31,19 +25,19 @@ MATCHER(IsOneLine, "") {
 }
 
 TEST(Gk, HelpNamesEveryCommandAndHelpOfOneItsOptions) {
-  const ProgramResult all = gk({"help"});
+  const ProgramResult all = runGk({"help"});
   EXPECT_EQ(all.code, 0);
   EXPECT_THAT(all.out, HasSubstr("run"));
   EXPECT_THAT(all.out, HasSubstr("replay"));
-  EXPECT_EQ(gk({"--help"}).code, 0);
-  EXPECT_THAT(gk({"help", "replay"}).out, HasSubstr("--sample"));
-  EXPECT_THAT(gk({"--version"}).out, StartsWith("gk "));
+  EXPECT_EQ(runGk({"--help"}).code, 0);
+  EXPECT_THAT(runGk({"help", "replay"}).out, HasSubstr("--sample"));
+  EXPECT_THAT(runGk({"--version"}).out, StartsWith("gk "));
 }
 
 TEST(Gk, StandardOutputHoldsTheLinesOfARunAloneWhatModulesPrintGoesToStandardError) {
   const std::string scenario =
       GK_SOURCE_DIR "/tests/scenarios/pose/refused_first_resource_call_skips_the_second.jsonl";
-  const ProgramResult result = gk({"replay", "--out", "-", scenario});
+  const ProgramResult result = runGk({"replay", "--out", "-", scenario});
 
   EXPECT_EQ(result.code, 0);
   std::istringstream lines(result.out);
@@ -79,7 +73,7 @@ TEST(Gk, WrongOptionsGiveOneLineAndExitCodeTwo) {
       {"replay", "-j", "0", kData + "feet_stand.csv"},
   };
   for (const auto& arguments : wrong) {
-    const ProgramResult result = gk(arguments);
+    const ProgramResult result = runGk(arguments);
     EXPECT_EQ(result.code, 2) << testing::PrintToString(arguments);
     EXPECT_THAT(result.err, IsOneLine()) << testing::PrintToString(arguments);
     EXPECT_THAT(result.err, StartsWith("gk: "));
@@ -88,13 +82,14 @@ TEST(Gk, WrongOptionsGiveOneLineAndExitCodeTwo) {
 
 TEST(Gk, AWrongValueIsToldWithItsOption) {
   const std::string file = kData + "feet_stand.csv";
-  EXPECT_THAT(gk({"run", "--for", "nan"}).err, HasSubstr("--for: nan is no number"));
-  EXPECT_THAT(gk({"run", "--seed", "-1"}).err, HasSubstr("--seed: -1 is no whole number from 0"));
-  EXPECT_THAT(gk({"replay", "--epoch", "99999999999999999999", file}).err,
+  EXPECT_THAT(runGk({"run", "--for", "nan"}).err, HasSubstr("--for: nan is no number"));
+  EXPECT_THAT(runGk({"run", "--seed", "-1"}).err,
+              HasSubstr("--seed: -1 is no whole number from 0"));
+  EXPECT_THAT(runGk({"replay", "--epoch", "99999999999999999999", file}).err,
               HasSubstr("--epoch: 99999999999999999999 is no whole number"));
-  EXPECT_THAT(gk({"replay", "--library", "", file}).err,
+  EXPECT_THAT(runGk({"replay", "--library", "", file}).err,
               HasSubstr("--library: the value is empty"));
-  EXPECT_THAT(gk({"replay", "--log-file", "/proc/nowhere/log", file}).err,
+  EXPECT_THAT(runGk({"replay", "--log-file", "/proc/nowhere/log", file}).err,
               StartsWith("gk: --log-file: "));
 }
 
@@ -103,7 +98,7 @@ TEST(Gk, MalformedInputLeavesAnEarlierOutputUntouched) {
   const std::string out = folder.file("out.jsonl");
   gk::test::writeFile(out, "earlier\n");
   gk::test::writeFile(folder.file("bad.jsonl"), "{\"t\":0,\"set\":{}}\n{\"t\":1,\"jump\":true}\n");
-  const ProgramResult result = gk({"replay", "--out", out, folder.file("bad.jsonl")});
+  const ProgramResult result = runGk({"replay", "--out", out, folder.file("bad.jsonl")});
   EXPECT_EQ(result.code, 2);
   EXPECT_THAT(result.err, IsOneLine());
   EXPECT_THAT(result.err, StartsWith(folder.file("bad.jsonl") + ":2: "));
@@ -115,14 +110,14 @@ TEST(Gk, JobsReplayEachFileByItselfAsOneRunWouldAndShowALineForEach) {
   const TemporaryFolder folder;
   const std::string fall = kData + "imu_fall_forward.csv";
   const std::string feet = kData + "feet_stand.csv";
-  const ProgramResult jobs = gk({"replay", "-j", "2", "--out", folder.path(), fall, feet});
+  const ProgramResult jobs = runGk({"replay", "-j", "2", "--out", folder.path(), fall, feet});
   EXPECT_EQ(jobs.code, 0) << jobs.err;
   EXPECT_THAT(jobs.out, HasSubstr(fall + ": 15.000 s, 751 ticks, "));
   EXPECT_THAT(jobs.out, HasSubstr(feet + ": 60.000 s, 3001 ticks, "));
   EXPECT_EQ(std::count(jobs.out.begin(), jobs.out.end(), '\n'), 2);
   for (const std::string& file : {fall, feet}) {
     const std::string output = folder.file(fs::path(file).filename().string() + ".jsonl");
-    EXPECT_EQ(gk::test::readFile(output), gk({"replay", "--out", "-", file}).out);
+    EXPECT_EQ(gk::test::readFile(output), runGk({"replay", "--out", "-", file}).out);
   }
 }
 
@@ -130,7 +125,7 @@ TEST(Gk, JobsGoOnAfterAMalformedFileAndEndWithItsExitCode) {
   const TemporaryFolder folder;
   gk::test::writeFile(folder.file("bad.csv"), "time,a\n0,x\n");
   const std::string good = kData + "feet_stand.csv";
-  const ProgramResult jobs = gk({"replay", "-j", "1", folder.file("bad.csv"), good});
+  const ProgramResult jobs = runGk({"replay", "-j", "1", folder.file("bad.csv"), good});
   EXPECT_EQ(jobs.code, 2);
   EXPECT_THAT(jobs.out,
               StartsWith(folder.file("bad.csv") + ": " + folder.file("bad.csv") + ":2: "));
@@ -140,16 +135,16 @@ TEST(Gk, JobsGoOnAfterAMalformedFileAndEndWithItsExitCode) {
 TEST(Gk, JobsNeedAFolderAndDistinctNamesForTheirOutput) {
   const TemporaryFolder folder;
   const std::string file = kData + "feet_stand.csv";
-  const ProgramResult noFolder = gk({"replay", "-j", "2", "--out", "no/folder", file});
+  const ProgramResult noFolder = runGk({"replay", "-j", "2", "--out", "no/folder", file});
   EXPECT_EQ(noFolder.code, 2);
   EXPECT_THAT(noFolder.err, IsOneLine());
-  const ProgramResult same = gk({"replay", "-j", "2", "--out", folder.path(), file, file});
+  const ProgramResult same = runGk({"replay", "-j", "2", "--out", folder.path(), file, file});
   EXPECT_EQ(same.code, 2);
   EXPECT_THAT(same.err, HasSubstr("feet_stand.csv"));
 }
 
 TEST(Gk, RealtimeRunsOrSaysInOneLineWhatIsNotPermitted) {
-  const ProgramResult result = gk({"run", "--realtime", "--for", "0.2"});
+  const ProgramResult result = runGk({"run", "--realtime", "--for", "0.2"});
   EXPECT_EQ(result.code, 0);
   EXPECT_THAT(result.err, HasSubstr("GKSensors: "));
   for (std::size_t at = 0; (at = result.err.find("gk: ", at)) != std::string::npos; ++at) {
@@ -158,7 +153,7 @@ TEST(Gk, RealtimeRunsOrSaysInOneLineWhatIsNotPermitted) {
 }
 
 TEST(Gk, ARunInRealTimeEndsWithTheFiguresOfItsLoop) {
-  const ProgramResult result = gk({"run", "--for", "0.3", kData + "feet_stand.csv"});
+  const ProgramResult result = runGk({"run", "--for", "0.3", kData + "feet_stand.csv"});
   EXPECT_EQ(result.code, 0);
   EXPECT_THAT(result.err, HasSubstr("GKSensors: "));
   EXPECT_THAT(result.err,
@@ -169,20 +164,20 @@ TEST(Gk, ARunThatSucceedsReplacesAnEarlierOutput) {
   const TemporaryFolder folder;
   const std::string out = folder.file("out.jsonl");
   gk::test::writeFile(out, "earlier\n");
-  EXPECT_EQ(gk({"replay", "--out", out, kData + "feet_stand.csv"}).code, 0);
+  EXPECT_EQ(runGk({"replay", "--out", out, kData + "feet_stand.csv"}).code, 0);
   EXPECT_THAT(gk::test::readFile(out), StartsWith("{\"t\":0,"));
   EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), fs::directory_iterator()), 1);
 }
 
 TEST(Gk, OutputToADeviceLeavesTheDevice) {
-  EXPECT_EQ(gk({"replay", "--out", "/dev/null", kData + "feet_stand.csv"}).code, 0);
+  EXPECT_EQ(runGk({"replay", "--out", "/dev/null", kData + "feet_stand.csv"}).code, 0);
   EXPECT_TRUE(fs::is_character_file("/dev/null"));
 }
 
 TEST(Gk, AnUnreadableFileIsNamedWithExitCodeTwo) {
   const TemporaryFolder folder;
   for (const std::string& path : {folder.file("missing.csv"), folder.path().string() + "/.csv"}) {
-    const ProgramResult result = gk({"replay", path});
+    const ProgramResult result = runGk({"replay", path});
     EXPECT_EQ(result.code, 2);
     EXPECT_THAT(result.err, IsOneLine());
     EXPECT_THAT(result.err, StartsWith(path + ":1: "));
@@ -190,14 +185,14 @@ TEST(Gk, AnUnreadableFileIsNamedWithExitCodeTwo) {
 }
 
 TEST(Gk, AnAbsentLibraryIsNamedWithExitCodeOne) {
-  const ProgramResult result = gk({"run", "--for", "1", "--library", "no-such-library.so"});
+  const ProgramResult result = runGk({"run", "--for", "1", "--library", "no-such-library.so"});
   EXPECT_EQ(result.code, 1);
   EXPECT_THAT(result.err, IsOneLine());
   EXPECT_THAT(result.err, StartsWith("gk: cannot load no-such-library.so: "));
 }
 
 TEST(GkRun, EndsByItselfAfterTheGivenTime) {
-  const ProgramResult result = gk({"run", "--robot", "none", "--for", "0.1", "--out", "-"});
+  const ProgramResult result = runGk({"run", "--robot", "none", "--for", "0.1", "--out", "-"});
   EXPECT_EQ(result.code, 0) << result.err;
   // The start comes first, however much of the time it takes.
   EXPECT_THAT(result.out, HasSubstr(R"("kind":"declare","event":"LeftBumperPressed")"));
@@ -206,7 +201,7 @@ TEST(GkRun, EndsByItselfAfterTheGivenTime) {
 
 TEST(GkRun, OnTheVirtualClockATimeLimitCountsVirtualSeconds) {
   const ProgramResult result =
-      gk({"run", "--speed", "max", "--until", "3600", "--loop", kData + "imu_fall_forward.csv"});
+      runGk({"run", "--speed", "max", "--until", "3600", "--loop", kData + "imu_fall_forward.csv"});
   EXPECT_EQ(result.code, 0) << result.err;
   EXPECT_THAT(result.err, StartsWith("3600.000 s, 180001 ticks, "));
 }

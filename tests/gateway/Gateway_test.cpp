@@ -320,16 +320,20 @@ TEST(Gateway, StatusPagesAreTheModulesOwnAndRunNothing) {
   EXPECT_EQ(ask(sut, "GET", "/status/None").status, 404);
 }
 
+/// A tick is known once something that comes after it has been seen.
+void tickUntilKnown(ServedHost& host) {
+  host.tick();
+  Socket socket(host.port());
+  socket.upgrade("/ws", host.name());
+  host.raise("Later", 1);
+  socket.readText("/event/Later");
+}
+
 TEST(Gateway, ItIsReadyWhileLoopsTick) {
   ServedHost sut;
   EXPECT_EQ(ask(sut, "GET", "/livez").status, 200);
   EXPECT_EQ(ask(sut, "GET", "/readyz").status, 503);
-  sut.tick();
-  // The tick is known once something that comes after it has been seen.
-  Socket socket(sut.port());
-  socket.upgrade("/ws", sut.name());
-  sut.raise("Later", 1);
-  socket.readText("/event/Later");
+  tickUntilKnown(sut);
   const Answer ready = ask(sut, "GET", "/readyz?verbose");
   EXPECT_EQ(ready.status, 200);
   EXPECT_THAT(ready.body, HasSubstr("[+] Probe keeps ticking"));
@@ -354,11 +358,7 @@ TEST(Gateway, ARecordingInTroubleIsToldWhileClientsAreServed) {
   GatewayOptions options;
   options.recording = [] { return RecordingFigures{"the disk is full", 2, 1000, 3, 4}; };
   ServedHost sut(std::move(options));
-  sut.tick();
-  Socket socket(sut.port());
-  socket.upgrade("/ws", sut.name());
-  sut.raise("Later", 1);
-  socket.readText("/event/Later");
+  tickUntilKnown(sut);
   const Answer ready = ask(sut, "GET", "/readyz?verbose");
   EXPECT_EQ(ready.status, 200);
   EXPECT_THAT(ready.body, HasSubstr("[-] the run is recorded: the disk is full\nok\n"));

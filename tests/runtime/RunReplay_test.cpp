@@ -3,7 +3,7 @@
 #include "formats/run/RunFile.h"
 #include "gk/GKMemoryStore.h"
 #include "runtime/recording/RunReplay.h"
-#include "support/Program.h"
+#include "support/Gk.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,6 +23,7 @@ using gk::formats::RunTask;
 using gk::formats::RunTurn;
 using gk::runtime::RunReplay;
 using gk::test::ProgramResult;
+using gk::test::runGk;
 using gk::test::TemporaryFolder;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -165,36 +166,31 @@ class UnreadableRun : public testing::Test {
 protected:
   UnreadableRun() { writeRun(fPath, {"\xFF", "\xFF"}); }
 
-  static ProgramResult gk(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), GK_PROGRAM);
-    return gk::test::runProgram(std::move(arguments));
-  }
-
   const TemporaryFolder fFolder;
   const std::string fPath = fFolder.file("run.mcap");
 };
 
 TEST_F(UnreadableRun, IsNotRepeatedAndThatIsAFailure) {
-  const ProgramResult result = gk({"replay", fPath});
+  const ProgramResult result = runGk({"replay", fPath});
   EXPECT_EQ(result.code, 1);
   EXPECT_THAT(result.err, HasSubstr("gk: nothing of the run can be read: nothing was repeated\n"));
 }
 
 TEST_F(UnreadableRun, IsNoInputAndThatIsAFailure) {
-  const ProgramResult result = gk({"replay", "--as-input", fPath});
+  const ProgramResult result = runGk({"replay", "--as-input", fPath});
   EXPECT_EQ(result.code, 1);
   EXPECT_THAT(result.err, HasSubstr("run log: an entry of an unknown kind"));
 }
 
 TEST_F(UnreadableRun, IsFoundByVerify) {
-  const ProgramResult result = gk({"recording", "verify", fPath});
+  const ProgramResult result = runGk({"recording", "verify", fPath});
   EXPECT_EQ(result.code, 1);
   EXPECT_THAT(result.out, HasSubstr("run log: an entry of an unknown kind"));
   EXPECT_THAT(result.out, HasSubstr(": 3 problems, "));
 }
 
 TEST_F(UnreadableRun, IsSavedByRecoverWithAWordAboutIt) {
-  const ProgramResult result = gk({"recording", "recover", fPath, fFolder.file("out.mcap")});
+  const ProgramResult result = runGk({"recording", "recover", fPath, fFolder.file("out.mcap")});
   EXPECT_EQ(result.code, 1);
   EXPECT_THAT(result.err, HasSubstr("3 pieces of the run in it cannot be read"));
   EXPECT_TRUE(std::filesystem::exists(fFolder.file("out.mcap")));

@@ -1,4 +1,5 @@
 #include "simulation/RobotRun.h"
+#include "support/Gk.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -26,11 +27,6 @@ ProgramResult play(const std::string& text, std::vector<std::string> more = {}) 
     result.err.erase(at, folder.file("").size());
   }
   return result;
-}
-
-ProgramResult gk(std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), GK_PROGRAM);
-  return runProgram(std::move(arguments));
 }
 
 TEST(RobotProgram, AScriptThatAsksForAnUnknownKeyIsMalformed) {
@@ -90,8 +86,8 @@ TEST(RobotProgram, ALineOfTheTimeOfATickIsSeenByThatTick) {
 }
 
 TEST(RobotProgram, WithoutTheTourTheRobotStandsStill) {
-  const ProgramResult result = gk({"run", "--no-tour", "--speed", "max", "--until", "30", "--out",
-                                   "-", "--only", "event,micro"});
+  const ProgramResult result = runGk({"run", "--no-tour", "--speed", "max", "--until", "30",
+                                      "--out", "-", "--only", "event,micro"});
   EXPECT_EQ(result.code, 0) << result.err;
   EXPECT_THAT(result.out, HasSubstr("\"name\":\"robotPoseChanged\",\"value\":\"Stand\""));
   EXPECT_THAT(result.out, HasSubstr("\"name\":\"BodyStiffnessChanged\",\"value\":2"));
@@ -99,27 +95,27 @@ TEST(RobotProgram, WithoutTheTourTheRobotStandsStill) {
 }
 
 TEST(RobotProgram, WithoutARobotTheKeysAreNeutral) {
-  const ProgramResult result = gk({"run", "--robot", "none", "--speed", "max", "--until", "2",
-                                   "--out", "-", "--only", "event,micro"});
+  const ProgramResult result = runGk({"run", "--robot", "none", "--speed", "max", "--until", "2",
+                                      "--out", "-", "--only", "event,micro"});
   EXPECT_EQ(result.code, 0) << result.err;
   EXPECT_THAT(result.out, HasSubstr("\"name\":\"robotPoseChanged\",\"value\":\"Sit\""));
   EXPECT_THAT(result.out, HasSubstr("\"name\":\"BodyStiffnessChanged\",\"value\":0"));
 }
 
 TEST(RobotProgram, ListsEachKeyItServes) {
-  const ProgramResult robot = gk({"run", "--robot", "sim", "--keys"});
+  const ProgramResult robot = runGk({"run", "--robot", "sim", "--keys"});
   EXPECT_EQ(robot.code, 0);
   EXPECT_THAT(robot.out, testing::StartsWith("KEY "));
   EXPECT_THAT(robot.out, testing::ContainsRegex(
                              "\nSimulation/Hoist/Height +float +m +0.1 to 1 +0.45 +height"));
   EXPECT_THAT(robot.out, HasSubstr("\nDevice/SubDeviceList/US/Left/Sensor/Value "));
-  const ProgramResult none = gk({"run", "--robot", "none", "--keys"});
+  const ProgramResult none = runGk({"run", "--robot", "none", "--keys"});
   EXPECT_THAT(none.out, Not(HasSubstr("Simulation/")));
   EXPECT_THAT(none.out, HasSubstr("\nDevice/SubDeviceList/US/Left/Sensor/Value "));
 }
 
 TEST(RobotProgram, AnUnknownRobotIsAWrongOption) {
-  const ProgramResult result = gk({"run", "--robot", "real"});
+  const ProgramResult result = runGk({"run", "--robot", "real"});
   EXPECT_EQ(result.code, 2);
   EXPECT_THAT(result.err, EndsWith("\n"));
   EXPECT_THAT(result.err, testing::StartsWith("gk: "));
