@@ -103,7 +103,8 @@ public:
     fThread = std::thread([this] { xRun(); });
   }
 
-  ~Server() { close(); }
+  // Ends the program when even that cannot be had.
+  ~Server() { close(); } // NOLINT(bugprone-exception-escape)
 
   const std::string& host() const noexcept { return fOptions.access.address.host; }
   std::uint16_t port() const noexcept { return fPort; }

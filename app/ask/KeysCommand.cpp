@@ -54,6 +54,7 @@ void print(const std::vector<json::value>& entries, bool isJson) {
 int getKeys(const ClientOptions& options, const std::vector<std::string>& keys) {
   HostClient client(options);
   std::vector<json::value> entries;
+  entries.reserve(keys.size());
   for (const std::string& key : keys) {
     entries.push_back(client.getJson(std::string(kMemory) + "/" + escapedPath(key)));
   }

@@ -40,6 +40,7 @@ gateway::HistogramFigures figuresOf(const runtime::Histogram& times) {
 
 std::vector<gateway::LoopFigures> loopFigures(const std::vector<runtime::LoopReport>& reports) {
   std::vector<gateway::LoopFigures> loops;
+  loops.reserve(reports.size());
   for (const runtime::LoopReport& report : reports) {
     loops.push_back({report.module, report.ticks, report.overruns, figuresOf(report.work),
                      figuresOf(report.lateness)});

@@ -12,9 +12,8 @@ namespace gk::gateway {
 template <class... Arguments> class AnyHandler {
 public:
   template <class Handler>
-  requires(!std::is_same_v<std::decay_t<Handler>, AnyHandler>) explicit AnyHandler(
-      Handler&& handler)
-      : fHeld(std::make_unique<Held<std::decay_t<Handler>>>(std::forward<Handler>(handler))) {}
+  requires(!std::is_same_v<Handler, AnyHandler>) explicit AnyHandler(Handler handler)
+      : fHeld(std::make_unique<Held<Handler>>(std::move(handler))) {}
 
   /// Once. What the handler holds has gone when this returns.
   void operator()(Arguments... arguments) {
@@ -28,7 +27,7 @@ private:
     virtual void call(Arguments... arguments) = 0;
   };
   template <class Handler> struct Held final : Base {
-    template <class Given> explicit Held(Given&& given) : handler(std::forward<Given>(given)) {}
+    explicit Held(Handler given) : handler(std::move(given)) {}
     void call(Arguments... arguments) override {
       Handler moved = std::move(handler);
       std::invoke(std::move(moved), std::forward<Arguments>(arguments)...);

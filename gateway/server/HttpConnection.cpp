@@ -117,8 +117,6 @@ private:
       xRespond(errorResponse(413, "the body is too long"));
     } else if (error == http::error::bad_version) {
       xRespond(errorResponse(505, "only HTTP/1.0 and HTTP/1.1 are spoken here"));
-    } else if (error == beast::error::timeout) {
-      xEnd();
     } else if (error.category() == http::make_error_code(http::error::bad_method).category() &&
                error != http::error::end_of_stream && error != http::error::partial_message) {
       xRespond(errorResponse(400, "this is no HTTP request: " + error.message()));

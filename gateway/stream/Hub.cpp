@@ -25,11 +25,11 @@ void Hub::close() {
 
 std::shared_ptr<StreamSession> Hub::join(const StreamSession::Limits& limits,
                                          std::function<void()> wake) {
-  const std::shared_ptr<StreamSession> session(new StreamSession(fOffer, limits, std::move(wake)),
-                                               [this](StreamSession* gone) {
-                                                 fSessions.erase(gone);
-                                                 delete gone;
-                                               });
+  std::shared_ptr<StreamSession> session(new StreamSession(fOffer, limits, std::move(wake)),
+                                         [this](StreamSession* gone) {
+                                           fSessions.erase(gone);
+                                           delete gone;
+                                         });
   fSessions.insert(session.get());
   if (fOffer.robot() != nullptr) {
     session->announce();

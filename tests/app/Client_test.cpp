@@ -91,9 +91,8 @@ TEST(GkClient, WhatOthersNameReachesTheTerminalClean) {
   RunningHost host;
   EXPECT_EQ(host.gk({"call", "GKMemory.raiseEvent", "Evil\x1b[2J\nForged", "x\xC2\x9Bm"}).code, 0);
   const std::string clean = "Evil?[2J?Forged";
-  while (host.program().outSoFar().find("Forged") == std::string::npos) {
-    std::this_thread::yield();
-  }
+  host.program().runUntil(
+      [&host] { return host.program().outSoFar().find("Forged") != std::string::npos; });
   EXPECT_THAT(host.program().outSoFar(), AllOf(HasSubstr(clean), HasSubstr("\"x?m\"")));
   EXPECT_THAT(host.gk({"keys", "Evil"}).out, HasSubstr(clean));
 }
@@ -111,13 +110,19 @@ TEST(GkClient, LimitsAreThoseOfTheCommandLine) {
   EXPECT_THAT(unknown.err, HasSubstr("kyes=1: there is no such limit"));
 }
 
+/// Until it listens, touches pass unseen: they go on until one is shown.
+void showATouch(const RunningHost& host, const Program& events) {
+  int touches = 0;
+  events.runUntil([&] {
+    host.gk({"set", kTouch, std::to_string(touches++ % 2)});
+    return !events.outSoFar().empty();
+  });
+}
+
 TEST(GkClient, EventsAreShownAsTheyAreRaised) {
   const RunningHost host;
   Program events({GK_PROGRAM, "events", "Front*", "--count", "1", "--host", host.address()});
-  // Until it listens, touches pass unseen: let them go on.
-  for (int i = 0; events.outSoFar().empty(); ++i) {
-    host.gk({"set", kTouch, std::to_string(i % 2)});
-  }
+  showATouch(host, events);
   const ProgramResult result = events.wait();
   EXPECT_EQ(result.code, 0);
   EXPECT_THAT(result.out, HasSubstr("event    FrontTactilTouched"));
@@ -191,9 +196,7 @@ TEST(GkClient, TheHostCanStandInTheEnvironment) {
 TEST(GkClient, EventsEndWithTheHost) {
   RunningHost host;
   Program events({GK_PROGRAM, "events", "--host", host.address()});
-  for (int i = 0; events.outSoFar().empty(); ++i) {
-    host.gk({"set", kTouch, std::to_string(i % 2)});
-  }
+  showATouch(host, events);
   kill(host.program().pid(), SIGTERM);
   EXPECT_EQ(host.program().wait().code, 0);
   const ProgramResult result = events.wait();

@@ -128,9 +128,7 @@ class FilesSignal : public Files, public testing::WithParamInterface<int> {};
 TEST_P(FilesSignal, LeavesNothingOfAnUnfinishedOutput) {
   Program program({GK_PROGRAM, "replay", "--until", "1000000000", "--out", file("out.jsonl"),
                    "--report", file("report.html"), kData + "feet_stand.csv"});
-  while (names().size() < 2) {
-    std::this_thread::yield();
-  }
+  program.runUntil([this] { return names().size() >= 2; });
   kill(program.pid(), GetParam());
   EXPECT_EQ(program.wait().code, 128 + GetParam());
   EXPECT_THAT(names(), IsEmpty());
@@ -194,15 +192,10 @@ TEST_F(Files, AReaderThatGoesAwayEndsTheOutputAndNotTheHost) {
 /// Whether a program ends within a time in which one that hangs does not.
 bool endsSoon(const Program& program) {
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  siginfo_t ended{};
-  while (std::chrono::steady_clock::now() < limit) {
-    if (waitid(P_PID, static_cast<id_t>(program.pid()), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-        ended.si_pid != 0) {
-      return true;
-    }
+  while (!program.hasEnded() && std::chrono::steady_clock::now() < limit) {
     std::this_thread::yield();
   }
-  return false;
+  return program.hasEnded();
 }
 
 class FilesReader : public Files, public testing::WithParamInterface<const char*> {};
@@ -222,9 +215,7 @@ TEST_P(FilesReader, ThatDoesNotReadKeepsNoHostFromEnding) {
     return error ? 0 : bytes;
   };
   constexpr std::uintmax_t onlyBegun = 1000;
-  while (size() < onlyBegun) {
-    std::this_thread::yield();
-  }
+  program.runUntil([&] { return size() >= onlyBegun; });
   kill(program.pid(), SIGTERM);
   ASSERT_TRUE(endsSoon(program));
   const ProgramResult result = program.wait();
@@ -240,9 +231,8 @@ TEST_F(Files, AFullDiskUnderARecordingIsToldAtOnceAndFoundByTheDoctor) {
   // Room for a file's beginning and for no more.
   Program program(shell("ulimit -f 4; gk run --listen 127.0.0.1:0 --record " + file("run.mcap") +
                         " > /dev/null"));
-  while (program.errSoFar().find("File too large") == std::string::npos) {
-    std::this_thread::yield();
-  }
+  program.runUntil(
+      [&program] { return program.errSoFar().find("File too large") != std::string::npos; });
   const std::string text = program.errSoFar();
   constexpr std::string_view before = "listening at http://";
   const std::size_t place = text.find(before) + before.size();

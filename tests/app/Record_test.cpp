@@ -245,9 +245,7 @@ TEST_F(Record, TheTourInRealTimeIsRepeatedWithTheClientsThatCameAndWent) {
                    fRecording, "--record-patience", "600", "--out", fRunOutput, "--only",
                    kWithoutAnswers});
   int port = 0;
-  while ((port = portOf(program.errSoFar())) == 0) {
-    std::this_thread::yield();
-  }
+  program.runUntil([&] { return (port = portOf(program.errSoFar())) != 0; });
   // Until the run has ended: three clients, each with calls that sleep, fail, write and raise.
   std::vector<std::thread> clients;
   for (int client = 0; client < 3; ++client) {
@@ -280,9 +278,7 @@ TEST_F(Record, EachCallOfABatchIsRepeated) {
                    "--record", fRecording, "--record-patience", "600", "--out", fRunOutput,
                    "--only", kWithoutAnswers});
   int port = 0;
-  while ((port = portOf(program.errSoFar())) == 0) {
-    std::this_thread::yield();
-  }
+  program.runUntil([&] { return (port = portOf(program.errSoFar())) != 0; });
   // Calls that raise, fail, sleep and write, each in the turn in which the one before it ends.
   constexpr const char* batch = R"([
 {"jsonrpc":"2.0","id":1,"method":"GKMemory.raiseEvent","params":["Visit",1]},
@@ -322,9 +318,7 @@ TEST_F(Record, ARunThatIsKilledLosesItsLastSecondAtMost) {
   const std::string key = "Device/SubDeviceList/US/Left/Sensor/Value";
   Program program({GK_PROGRAM, "run", "--no-listen", "--record", fRecording, "--out", "-", "--only",
                    "sample", "--sample", key, "--loop", kData + "us_wallrobot.csv"});
-  while (lastSampleIn(program.outSoFar()) < 2.5) {
-    std::this_thread::yield();
-  }
+  program.runUntil([&] { return lastSampleIn(program.outSoFar()) >= 2.5; });
   kill(program.pid(), SIGKILL);
   const double end = lastSampleIn(program.wait().out);
   EXPECT_EQ(runGk({"recording", "verify", fRecording}).code, 1); // it has no end

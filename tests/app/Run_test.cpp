@@ -210,9 +210,9 @@ class GkRunSignal : public testing::TestWithParam<int> {
 protected:
   GkRunSignal() {
     // The first tick has come when this line is there.
-    while (fProgram.outSoFar().find("HandLeftRightTouched\",\"value\"") == std::string::npos) {
-      std::this_thread::yield();
-    }
+    fProgram.runUntil([this] {
+      return fProgram.outSoFar().find("HandLeftRightTouched\",\"value\"") != std::string::npos;
+    });
   }
 
   Program fProgram{{GK_PROGRAM, "run", "--out", "-", "--loop", kData + "us_wallrobot.csv"}};

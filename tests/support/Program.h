@@ -10,6 +10,7 @@
 #include <string>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -90,6 +91,24 @@ public:
   pid_t pid() const { return fPid; }
   std::string outSoFar() const { return readFile(fFiles.path() / "out"); }
   std::string errSoFar() const { return readFile(fFiles.path() / "err"); }
+
+  /// Lets it run until something holds. Raises std::runtime_error with what it has said when it
+  /// ends before that.
+  template <typename Condition> void runUntil(const Condition& holds) const {
+    while (!holds()) {
+      if (hasEnded() && !holds()) {
+        throw std::runtime_error("it has ended too early: " + outSoFar() + errSoFar());
+      }
+      std::this_thread::yield();
+    }
+  }
+
+  /// Whether it has come to its end, which wait() then gives.
+  bool hasEnded() const {
+    siginfo_t ended{};
+    return waitid(P_PID, static_cast<id_t>(fPid), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           ended.si_pid != 0;
+  }
 
   /// Waits for its end. The code of a program ended by a signal is 128 + the signal.
   ProgramResult wait() {

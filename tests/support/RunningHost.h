@@ -3,7 +3,6 @@
 #include "support/Program.h"
 
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace gk::test {
@@ -17,10 +16,11 @@ public:
     std::string text;
     std::size_t place = std::string::npos;
     // The host says so once it can be asked.
-    while ((place = (text = fProgram.errSoFar()).find(before)) == std::string::npos ||
-           text.find("/\n", place + before.size()) == std::string::npos) {
-      std::this_thread::yield();
-    }
+    fProgram.runUntil([&] {
+      place = (text = fProgram.errSoFar()).find(before);
+      return place != std::string::npos &&
+             text.find("/\n", place + before.size()) != std::string::npos;
+    });
     place += before.size();
     fAddress = text.substr(place, text.find('/', place) - place);
   }
