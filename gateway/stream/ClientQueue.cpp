@@ -9,18 +9,18 @@ bool ClientQueue::addAnswer(Frame frame) {
     return false;
   }
   fBytes += frame.size();
+  fAnswerBytes += frame.size();
   fAnswers.push_back(std::move(frame));
   return true;
 }
 
 void ClientQueue::addEvent(std::uint32_t channel, Frame frame) {
-  if (fEvents.size() >= fLimits.events) {
-    xDrop(fEvents.front().channel, fEvents.front().frame.size());
-    fEvents.pop_front();
-  }
   if (!xMakeRoom(frame.size())) {
     ++fDrops[channel];
     return;
+  }
+  if (fEvents.size() >= fLimits.events) {
+    xDropOldestEvent();
   }
   fBytes += frame.size();
   fEvents.push_back({channel, std::move(frame)});
@@ -31,10 +31,13 @@ void ClientQueue::setSample(std::uint32_t channel, Frame frame) {
   if (found != fSampleOf.end()) {
     // Keeps the place of the one that it replaces: each channel has its turn.
     Waiting& waiting = *found->second;
-    xDrop(channel, waiting.frame.size());
-    fBytes += frame.size();
-    waiting.frame = std::move(frame);
-    return;
+    if (fBytes - waiting.frame.size() + frame.size() <= fLimits.bytes) {
+      xDrop(channel, waiting.frame.size());
+      fBytes += frame.size();
+      waiting.frame = std::move(frame);
+      return;
+    }
+    xDropSample(found->second);
   }
   if (fBytes + frame.size() > fLimits.bytes) {
     ++fDrops[channel];
@@ -65,6 +68,7 @@ std::optional<Frame> ClientQueue::take() {
   if (!fAnswers.empty()) {
     frame = std::move(fAnswers.front());
     fAnswers.pop_front();
+    fAnswerBytes -= frame->size();
   } else if (!fEvents.empty()) {
     frame = std::move(fEvents.front().frame);
     fEvents.pop_front();
@@ -88,17 +92,28 @@ void ClientQueue::xDrop(std::uint32_t channel, std::size_t bytes) {
   fBytes -= bytes;
 }
 
+void ClientQueue::xDropSample(std::list<Waiting>::iterator sample) {
+  xDrop(sample->channel, sample->frame.size());
+  fSampleOf.erase(sample->channel);
+  fSamples.erase(sample);
+}
+
+void ClientQueue::xDropOldestEvent() {
+  xDrop(fEvents.front().channel, fEvents.front().frame.size());
+  fEvents.pop_front();
+}
+
 bool ClientQueue::xMakeRoom(std::size_t bytes) {
+  if (fAnswerBytes + bytes > fLimits.bytes) {
+    return false;
+  }
   while (fBytes + bytes > fLimits.bytes && !fSamples.empty()) {
-    xDrop(fSamples.front().channel, fSamples.front().frame.size());
-    fSampleOf.erase(fSamples.front().channel);
-    fSamples.pop_front();
+    xDropSample(fSamples.begin());
   }
-  while (fBytes + bytes > fLimits.bytes && !fEvents.empty()) {
-    xDrop(fEvents.front().channel, fEvents.front().frame.size());
-    fEvents.pop_front();
+  while (fBytes + bytes > fLimits.bytes) {
+    xDropOldestEvent();
   }
-  return fBytes + bytes <= fLimits.bytes;
+  return true;
 }
 
 } // namespace gk::gateway

@@ -47,7 +47,8 @@ public:
   /// False when the client has left too many unread.
   [[nodiscard]] bool addAnswer(Frame frame);
   void addEvent(std::uint32_t channel, Frame frame);
-  /// Replaces the channel's sample that waits, which then counts as dropped.
+  /// Replaces the channel's sample that waits, which then counts as dropped. Drops nothing else for
+  /// it: a sample for which there is no room counts as dropped itself.
   void setSample(std::uint32_t channel, Frame frame);
   /// Forgets what waits of a channel.
   void forget(std::uint32_t channel);
@@ -71,7 +72,10 @@ private:
   };
 
   void xDrop(std::uint32_t channel, std::size_t bytes);
-  /// Drops samples, then the oldest events, until `bytes` more fit. False when they never will.
+  void xDropSample(std::list<Waiting>::iterator sample);
+  void xDropOldestEvent();
+  /// Drops samples, then the oldest events, until `bytes` more fit. False, and nothing is dropped,
+  /// where the answers leave no room for them.
   bool xMakeRoom(std::size_t bytes);
 
   const Limits fLimits;
@@ -82,6 +86,7 @@ private:
   std::unordered_map<std::uint32_t, std::list<Waiting>::iterator> fSampleOf;
   Drops fDrops;
   std::size_t fBytes = 0;
+  std::size_t fAnswerBytes = 0;
 };
 
 } // namespace gk::gateway

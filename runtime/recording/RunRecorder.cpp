@@ -83,6 +83,9 @@ void RunRecorder::beginPart(std::uint64_t lost) {
 void RunRecorder::onTurn(const GK::GKTurn& turn) {
   std::unique_lock<std::mutex> lock(fMutex);
   fIsLoading = fIsLoading && turn.task == GK::GKTurn::kMain;
+  if (xIsOn() && fTurn.task != GK::GKTurn::kOutside && turn.task == GK::GKTurn::kOutside) {
+    xTakeOver();
+  }
   fTurn = turn;
   fEpoch = fEpoch.value_or(turn.wallOffset);
   fIsTurnWritten = false;
@@ -154,6 +157,16 @@ void RunRecorder::xWriteValues(bool isAll) {
     }
   }
   fLog.endValues();
+}
+
+/// What a task has written its repetition writes again. Who comes from outside may set it back to
+/// what the log has, and that has to be told.
+void RunRecorder::xTakeOver() {
+  for (Watched& watched : fWatched) {
+    if (watched.isTold) {
+      watched.told = watched.cell->load();
+    }
+  }
 }
 
 void RunRecorder::xEndBlock() {

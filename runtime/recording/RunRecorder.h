@@ -83,7 +83,7 @@ private:
   struct Watched {
     GK::GKMemoryCell* cell = nullptr;
     std::string key;
-    /// As the log has it; invalid and not told for a key that is not there yet.
+    /// As a repetition has it by now; invalid and not told for a key that is not there yet.
     GK::GKValue told;
     bool isTold = false;
   };
@@ -93,6 +93,7 @@ private:
   void xWriteTurn();
   void xWriteValues(bool isAll);
   void xWriteState();
+  void xTakeOver();
   void xEndBlock();
   void xWatch(const std::string& key);
 

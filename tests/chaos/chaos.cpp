@@ -34,8 +34,9 @@ using Clock = std::chrono::steady_clock;
 /// How long the end may take.
 constexpr std::chrono::milliseconds kEnd{1000};
 
-/// How long a host may take to get rid of clients that have gone.
-constexpr std::chrono::seconds kSettling{30};
+/// How long a host may take to get rid of clients that have gone: 128 calls may run, and one that
+/// switches the sonar on or off takes a second, one after the other.
+constexpr std::chrono::seconds kSettling{180};
 /// For how long it is looked at to see how many descriptors it keeps.
 constexpr std::chrono::milliseconds kLook{500};
 /// Clients a second, at most.
@@ -119,6 +120,7 @@ public:
       }
       std::this_thread::yield();
     }
+    std::printf("%s\n", get("/api/v1/host").c_str());
     return false;
   }
 

@@ -94,6 +94,40 @@ TEST(ClientQueue, AFrameLargerThanTheBudgetIsDroppedByItself) {
   EXPECT_THAT(sut.takeDrops(), ElementsAre(Pair(1U, 1U)));
 }
 
+TEST(ClientQueue, AFrameThatCanNeverWaitPushesNothingOut) {
+  ClientQueue sut({.bytes = 10, .events = 1, .answers = 10});
+  ASSERT_TRUE(sut.addAnswer(frame("ans")));
+  sut.addEvent(1, frame("event"));
+  sut.setSample(2, frame("s"));
+  sut.addEvent(1, frame("too long"));
+  EXPECT_FALSE(sut.addAnswer(frame("too long")));
+  EXPECT_THAT(sut.takeDrops(), ElementsAre(Pair(1U, 1U)));
+  EXPECT_THAT(taken(sut), ElementsAre("ans", "event", "s"));
+  EXPECT_EQ(sut.bytes(), 0U);
+}
+
+TEST(ClientQueue, AllOfTheBudgetCanBeUsed) {
+  ClientQueue sut({.bytes = 10, .events = 100, .answers = 10});
+  ASSERT_TRUE(sut.addAnswer(frame("ans")));
+  sut.addEvent(1, frame("eve"));
+  sut.setSample(2, frame("samp"));
+  EXPECT_EQ(sut.bytes(), 10U);
+  EXPECT_FALSE(sut.hasDrops());
+  sut.setSample(2, frame("abcd"));
+  EXPECT_THAT(sut.takeDrops(), ElementsAre(Pair(2U, 1U)));
+  EXPECT_THAT(taken(sut), ElementsAre("ans", "eve", "abcd"));
+}
+
+TEST(ClientQueue, ANewerSampleThatIsTooLongGoesAndTheOlderOneWithIt) {
+  ClientQueue sut({.bytes = 10, .events = 100, .answers = 10});
+  sut.addEvent(1, frame("event"));
+  sut.setSample(2, frame("short"));
+  sut.setSample(2, frame("longer"));
+  EXPECT_THAT(sut.takeDrops(), ElementsAre(Pair(2U, 2U)));
+  EXPECT_THAT(taken(sut), ElementsAre("event"));
+  EXPECT_EQ(sut.bytes(), 0U);
+}
+
 TEST(ClientQueue, TooManyUnreadAnswersAreRefusedNotDropped) {
   ClientQueue sut({.bytes = 1000, .events = 10, .answers = 2});
   EXPECT_TRUE(sut.addAnswer(frame("a")));

@@ -127,6 +127,21 @@ TEST_F(RunRecorderTest, WhatIsTakenInTimeIsNotDropped) {
   EXPECT_EQ(sut.dropped(), 0U);
 }
 
+// A client's call writes a key that the device writes as well, back to what it was before.
+TEST_F(RunRecorderTest, WhatIsSetBackFromOutsideAfterATaskHasWrittenItIsTold) {
+  RunRecorder sut(true);
+  begin(sut);
+  sut.onTurn({kLoop, kStep, 0});
+  fStore->set("changing", GK::GKValue(1.0F));
+  sut.onTurn({GKTurn::kOutside, 2 * kStep, 0});
+  fStore->set("changing", GK::GKValue(0.0F));
+  sut.onTurn({kLoop, 3 * kStep, 0});
+  const std::vector<RunValues> told = only<RunValues>(entriesOf(sut.take(true)));
+  ASSERT_EQ(told.size(), 2U); // at the start, and in the last turn
+  ASSERT_EQ(told[1].values.size(), 1U);
+  EXPECT_EQ(told[1].values[0].second, GK::GKValue(0.0F));
+}
+
 TEST_F(RunRecorderTest, BlocksAreToldToEndWhereTheNextOneBegins) {
   RunRecorder sut(false);
   begin(sut);
