@@ -16,20 +16,26 @@ constexpr const char* kPageMethod = "httpGet";
 /// The call that runs on this thread has not returned and is being waited for.
 thread_local bool tIsPendingCall = false;
 
+Answer answerOf(const formats::CallAction& call, GK::GKModuleCore& module) {
+  Answer answer;
+  const GK::GKCallerScope scope(GK::GKCaller::Client);
+  answer.value = module.callMethod(call.method, call.args);
+  answer.hasValue = !module.findMethod(call.method, call.args.size())->result.type.empty();
+  return answer;
+}
+
 } // namespace
 
 Calls::Calls(boost::shared_ptr<GK::GKBroker> broker, Receiver receive)
     : fBroker(std::move(broker)), fReceive(std::move(receive)) {}
 
 void Calls::start(const formats::CallAction& call) {
-  const auto work = [call](GK::GKModuleCore& module) {
-    Answer answer;
-    const GK::GKCallerScope scope(GK::GKCaller::Client);
-    answer.value = module.callMethod(call.method, call.args);
-    answer.hasValue = !module.findMethod(call.method, call.args.size())->result.type.empty();
-    return answer;
-  };
-  xStart(call.module, call.method, call.label, work);
+  xStart(call.module, call.method, call.label,
+         [call](GK::GKModuleCore& module) { return answerOf(call, module); });
+}
+
+void Calls::callNow(const formats::CallAction& call) const {
+  xAnswer(call.module, [&call](GK::GKModuleCore& module) { return answerOf(call, module); });
 }
 
 void Calls::startPage(const std::string& module) {

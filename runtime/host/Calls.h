@@ -23,6 +23,8 @@ public:
   Calls(boost::shared_ptr<GK::GKBroker> broker, Receiver receive);
 
   void start(const formats::CallAction& call);
+  /// Calls on this thread, and tells nobody what came of it.
+  void callNow(const formats::CallAction& call) const;
   /// Asks for a module's status page.
   void startPage(const std::string& module);
 

@@ -119,7 +119,9 @@ Host::Host(HostOptions options)
 
 std::shared_ptr<GK::GKClock> Host::xMakeClock() {
   if (fOptions.replay != nullptr) {
-    fOptions.replay->attach(fStore, [this](const formats::Action& action) { xAct(action); });
+    fOptions.replay->attach(
+        fStore, [this](const formats::Action& action) { xAct(action); },
+        [this](const formats::CallAction& call) { fCalls->callNow(call); });
     return GK::makeReplayClock(fOptions.replay);
   }
   if (fOptions.isVirtual) {
@@ -287,6 +289,9 @@ void Host::carryOut(const formats::Action& action, const std::function<void()>& 
     fOptions.recorder->act(action);
   }
   work();
+  if (fOptions.recorder != nullptr) {
+    fOptions.recorder->carriedOut();
+  }
 }
 
 void Host::xAct(const formats::Action& action) {

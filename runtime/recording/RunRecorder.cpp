@@ -68,6 +68,13 @@ void RunRecorder::act(const formats::Action& action) {
   }
 }
 
+void RunRecorder::carriedOut() {
+  const std::lock_guard lock(fMutex);
+  if (xIsOn()) {
+    xTakeOver();
+  }
+}
+
 void RunRecorder::stop() {
   const std::lock_guard lock(fMutex);
   fIsStopped = true;
@@ -159,8 +166,8 @@ void RunRecorder::xWriteValues(bool isAll) {
   fLog.endValues();
 }
 
-/// What a task has written its repetition writes again. Who comes from outside may set it back to
-/// what the log has, and that has to be told.
+/// What a task or a call has written its repetition writes again. Who comes from outside may set it
+/// back to what the log has, and that has to be told.
 void RunRecorder::xTakeOver() {
   for (Watched& watched : fWatched) {
     if (watched.isTold) {

@@ -59,6 +59,9 @@ public:
   /// Something comes from outside. By whoever has the turn.
   void act(const formats::Action& action);
 
+  /// What `act` has told was carried out at once. By whoever has the turn.
+  void carriedOut();
+
   /// The log ends here.
   void stop();
 

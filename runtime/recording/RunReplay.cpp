@@ -61,9 +61,10 @@ std::vector<std::string> RunReplay::without() const {
   return services;
 }
 
-void RunReplay::attach(std::shared_ptr<GK::GKMemoryStore> store, Act act) {
+void RunReplay::attach(std::shared_ptr<GK::GKMemoryStore> store, Act act, CallNow callNow) {
   fStore = std::move(store);
   fAct = std::move(act);
+  fCallNow = std::move(callNow);
   xReadSegment();
   fEpoch = fWallOffset;
 }
@@ -261,9 +262,14 @@ void RunReplay::begin() {
 }
 
 /// Most comes in turns of nobody, but a call of a client may begin where the one before it ends, in
-/// that one's task. To start early does no harm: what is started waits for its turn.
+/// that one's task. To start early does no harm: what is started waits for its turn. A call for
+/// which the run had no task was done where it stands: a client's write.
 void RunReplay::xCarryOut(std::vector<OutsideAction> actions) {
   for (OutsideAction& one : actions) {
+    if (const auto* call = std::get_if<formats::CallAction>(&one.action); call && !one.task) {
+      fCallNow(*call);
+      continue;
+    }
     fStarting = std::move(one.task);
     fAct(one.action);
     if (fStarting) {

@@ -21,6 +21,8 @@ class RunReplay final : public GK::GKSchedule {
 public:
   /// Carries out what came from outside.
   using Act = std::function<void(const formats::Action&)>;
+  /// Carries out a call in the turn at hand, without a task of its own.
+  using CallNow = std::function<void(const formats::CallAction&)>;
 
   /// True for a file that tells the turns of a run. Raises `InputError`.
   static bool isRun(const std::string& file);
@@ -43,7 +45,7 @@ public:
   std::int64_t epoch() const noexcept { return fEpoch; }
 
   /// Where values and actions go. Before a clock is made of it. Raises `InputError`.
-  void attach(std::shared_ptr<GK::GKMemoryStore> store, Act act);
+  void attach(std::shared_ptr<GK::GKMemoryStore> store, Act act, CallNow callNow);
 
   /// The actions at the turns, for the clock to apply.
   GK::GKInput& input() noexcept;
@@ -114,6 +116,7 @@ private:
   std::vector<formats::Action> fPreload;
   std::shared_ptr<GK::GKMemoryStore> fStore;
   Act fAct;
+  CallNow fCallNow;
   std::unique_ptr<Input> fInput;
 
   /// The segment that comes next; its turn was read ahead as the end of the one before.

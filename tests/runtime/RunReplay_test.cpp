@@ -63,11 +63,14 @@ protected:
   RunReplay& replayOf(const std::vector<std::string>& blocks) {
     writeRun(fPath, blocks);
     fSut.emplace(std::vector<std::string>{fPath});
-    fSut->attach(fStore, [this](const gk::formats::Action& action) {
-      const auto& call = std::get<CallAction>(action);
-      fCalls.push_back(call.label);
-      fNumbers.push_back(fSut->started({call.module, call.method}).value_or(0));
-    });
+    fSut->attach(
+        fStore,
+        [this](const gk::formats::Action& action) {
+          const auto& call = std::get<CallAction>(action);
+          fCalls.push_back(call.label);
+          fNumbers.push_back(fSut->started({call.module, call.method}).value_or(0));
+        },
+        [this](const CallAction& call) { fCallsNow.push_back(call.label); });
     fSut->next();
     fSut->begin();
     return *fSut;
@@ -78,6 +81,7 @@ protected:
   const std::shared_ptr<GK::GKMemoryStore> fStore = std::make_shared<GK::GKMemoryStore>();
   std::optional<RunReplay> fSut;
   std::vector<std::string> fCalls;
+  std::vector<std::string> fCallsNow;
   std::vector<std::uint64_t> fNumbers;
 };
 
