@@ -7,18 +7,11 @@
 /// What clients of every kind send, sensible and not.
 namespace gk::chaos {
 
-struct Asked {
-  /// "127.0.0.1:8090", as it stands in requests.
-  std::string host;
-  /// Batches of several calls as well.
-  bool isBatched = false;
-};
-
-/// One HTTP request, which may be broken.
-std::string httpRequest(Dice& dice, const Asked& asked);
+/// One HTTP request, which may be broken. `host`: "127.0.0.1:8090", as it stands in requests.
+std::string httpRequest(Dice& dice, const std::string& host);
 
 /// Asks for a WebSocket.
-std::string upgradeRequest(const Asked& asked);
+std::string upgradeRequest(const std::string& host);
 
 /// One message over a WebSocket, which may be broken, in one frame or in several.
 std::string webSocketMessage(Dice& dice);

@@ -16,14 +16,14 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMostMessages = 12;
 /// How long a client stays after its last message at most, ms from its first one.
-constexpr std::size_t kLongestStay = 400;
+constexpr std::size_t kLongestStay = 1500;
 /// Between two looks at clients of which none can go on, ms.
 constexpr int kPause = 5;
 
 } // namespace
 
-Storm::Storm(std::uint16_t port, Asked asked, std::uint64_t seed, std::size_t clients)
-    : fPort(port), fAsked(std::move(asked)), fDice(seed), fClients(clients) {}
+Storm::Storm(std::uint16_t port, std::string host, std::uint64_t seed, std::size_t clients)
+    : fPort(port), fHost(std::move(host)), fDice(seed), fClients(clients) {}
 
 Storm::~Storm() {
   scatter();
@@ -80,7 +80,7 @@ void Storm::step() {
     }
     if (client.messages > 0 && client.isOpen) {
       --client.messages;
-      client.unsent = client.isWebSocket ? webSocketMessage(fDice) : httpRequest(fDice, fAsked);
+      client.unsent = client.isWebSocket ? webSocketMessage(fDice) : httpRequest(fDice, fHost);
       if (fDice.oneIn(20)) {
         client.unsent.resize(fDice.below(client.unsent.size() + 1));
         client.messages = 0;
@@ -125,12 +125,12 @@ void Storm::xCome(Client& client) {
   client.messages = fDice.below(kMostMessages);
   client.end = Clock::now() + std::chrono::milliseconds(fDice.below(kLongestStay));
   if (client.isWebSocket) {
-    client.unsent = upgradeRequest(fAsked);
+    client.unsent = upgradeRequest(fHost);
   }
   if (fDice.oneIn(15)) {
     // All at once, and away before anything can be answered.
     for (; client.messages > 0; --client.messages) {
-      client.unsent += client.isWebSocket ? webSocketMessage(fDice) : httpRequest(fDice, fAsked);
+      client.unsent += client.isWebSocket ? webSocketMessage(fDice) : httpRequest(fDice, fHost);
     }
     client.end = {};
     client.isOpen = true;

@@ -15,7 +15,7 @@ namespace gk::chaos {
 /// connection, or is simply gone. Another one takes its place.
 class Storm {
 public:
-  Storm(std::uint16_t port, Asked asked, std::uint64_t seed, std::size_t clients);
+  Storm(std::uint16_t port, std::string host, std::uint64_t seed, std::size_t clients);
   ~Storm();
   Storm(const Storm&) = delete;
   Storm& operator=(const Storm&) = delete;
@@ -54,7 +54,7 @@ private:
   void xRead(Client& client);
 
   const std::uint16_t fPort;
-  const Asked fAsked;
+  const std::string fHost;
   Dice fDice;
   std::vector<Client> fClients;
   std::uint64_t fCount = 0;

@@ -85,6 +85,26 @@ protected:
   std::vector<std::uint64_t> fNumbers;
 };
 
+TEST_F(RunReplayTest, ACallThatHadNoTaskIsMadeInTheTurnInWhichItWasMade) {
+  RunLogWriter log;
+  addBeginning(log);
+  log.add(RunTurn{GK::GKTurn::kOutside, 10});
+  log.add(RunAction{CallAction{"A", "write", {}, "at once"}});
+  log.add(RunTurn{GK::GKTurn::kOutside, 20});
+  log.add(RunAction{CallAction{"A", "one", {}, "with a task"}});
+  log.add(RunTask{kFirst, "A", "one"});
+  log.add(RunTurn{kFirst, 30});
+  RunReplay& sut = replayOf({log.take()});
+  sut.begin();
+  EXPECT_THAT(fCallsNow, ElementsAre("at once"));
+  EXPECT_THAT(fCalls, ElementsAre());
+  sut.begin();
+  EXPECT_THAT(fCallsNow, ElementsAre("at once"));
+  EXPECT_THAT(fCalls, ElementsAre("with a task"));
+  sut.begin();
+  EXPECT_TRUE(sut.isComplete());
+}
+
 TEST_F(RunReplayTest, WhatComesFromOutsideDuringATasksTurnIsRepeatedWithItsTask) {
   RunLogWriter log;
   addBeginning(log);
