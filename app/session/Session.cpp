@@ -195,12 +195,12 @@ void sumUpLoops(const std::vector<runtime::LoopReport>& loops) {
                        times.quantile(kNearlyAll), times.max());
   };
   for (const runtime::LoopReport& loop : loops) {
-    if (loop.work.count() > 0) {
+    if (loop.all.work.count() > 0) {
       fmt::print(stderr,
                  "{}: {} ticks, {} overruns; median/99 %/99.9 %/longest in microseconds: "
                  "work {}, late {}\n",
-                 loop.module, loop.ticks, loop.overruns, figures(loop.work),
-                 figures(loop.lateness));
+                 loop.module, loop.ticks, loop.all.overruns, figures(loop.all.work),
+                 figures(loop.all.lateness));
     }
   }
 }
