@@ -1,20 +1,20 @@
 #include "app/ask/AskCommands.h"
+#include "app/ask/WatchView.h"
 #include "app/client/HostClient.h"
 #include "app/client/HostStream.h"
-#include "app/terminal/Table.h"
+#include "app/terminal/LiveStyle.h"
+#include "app/terminal/TerminalState.h"
 #include "formats/json/Json.h"
-#include "formats/json/JsonText.h"
+#include "formats/text/LiveRows.h"
 #include "formats/text/Printable.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <fnmatch.h>
-#include <map>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace gk::app {
@@ -36,100 +36,73 @@ void addLiveOptions(const Command& command, LiveOptions& options, const char* wh
   addClientOptions(command, options.client);
 }
 
-bool matches(const std::string& pattern, const std::string& name) {
-  const bool isGlob = pattern.find_first_of("*?[") != std::string::npos;
-  return isGlob ? fnmatch(pattern.c_str(), name.c_str(), 0) == 0
-                : name.find(pattern) != std::string::npos;
+/// Without patterns all are.
+bool isWanted(const std::vector<std::string>& patterns, const std::string& name) {
+  return patterns.empty() || std::ranges::any_of(patterns, [&name](const std::string& pattern) {
+           return isNameMeant(pattern, name);
+         });
 }
+
+constexpr const char* kMicroEvent = "micro";
 
 int showEvents(const LiveOptions& options) {
   HostClient client(options.client);
-  const std::string pattern = options.names.empty() ? std::string() : options.names.front();
+  formats::LiveRows rows(liveStyle());
+  const OpenLine line;
   std::uint64_t shown = 0;
   HostStream::Handlers handlers;
   handlers.wants = [](const HostChannel& channel) { return channel.topic == "/events"; };
   handlers.message = [&](const HostChannel&, std::uint64_t, std::string_view payload) {
     const json::value event = formats::parseJson(payload);
     const std::string name = textMember(event, "name");
-    if (!matches(pattern, name)) {
+    if (!isWanted(options.names, name)) {
       return true;
     }
     if (options.client.isJson) {
       fmt::print("{}\n", payload);
     } else {
-      fmt::print("{:10.3f}  {:<7}  {:<34} {}\n", numberMember(event, "t_s"),
-                 formats::printable(textMember(event, "kind")), formats::printable(name),
-                 formats::printable(valueText(member(event, "value"))));
+      formats::LiveRow row;
+      row.time = numberMember(event, "t_s");
+      row.kind = formats::printable(textMember(event, "kind"));
+      row.name = formats::printable(name);
+      row.value = formats::printable(valueText(member(event, "value")));
+      row.isEvent = true;
+      row.isMicro = row.kind == kMicroEvent;
+      std::string text;
+      rows.append(text, row);
+      fmt::print("{}", text);
     }
     std::fflush(stdout);
     return ++shown != options.count;
   };
-  HostStream(client).run({}, handlers);
+  const auto finish = [&rows] {
+    std::string text;
+    rows.finish(text);
+    fmt::print("{}", text);
+    std::fflush(stdout);
+  };
+  try {
+    HostStream(client).run({}, handlers);
+  } catch (const ClientError&) {
+    finish();
+    throw;
+  }
+  finish();
   return kSuccess;
 }
 
-/// The present values of some keys: redrawn in place on a terminal, else a line for each change.
-class WatchView {
-public:
-  WatchView(std::vector<std::string> keys, bool isJson) : fKeys(std::move(keys)), fIsJson(isJson) {}
-
-  void show(const std::vector<json::value>& changed) {
-    for (const json::value& one : changed) {
-      fValues[textMember(one, "name")] = valueText(member(one, "value"));
-    }
-    if (fIsJson || !isTerminal()) {
-      xPrintLines(changed);
-    } else {
-      xRedraw();
-    }
-    std::fflush(stdout);
-  }
-
-private:
-  void xPrintLines(const std::vector<json::value>& changed) const {
-    for (const json::value& one : changed) {
-      const std::string name = textMember(one, "name");
-      if (fIsJson) {
-        std::string text;
-        formats::appendJsonString(text, name);
-        fmt::print("{{{}:{}}}\n", text, fValues.at(name));
-      } else {
-        fmt::print("{}  {}\n", formats::printable(name), formats::printable(fValues.at(name)));
-      }
-    }
-  }
-
-  void xRedraw() {
-    std::vector<std::vector<std::string>> rows{{"KEY", "VALUE"}};
-    for (const std::string& key : fKeys) {
-      const auto found = fValues.find(key);
-      rows.push_back({key, found != fValues.end() ? found->second : "-"});
-    }
-    // Up to where the last one began, and over it: nothing flickers.
-    if (std::exchange(fIsDrawn, true)) {
-      fmt::print("\033[{}A\033[J", rows.size());
-    }
-    fmt::print("{}", tableText(rows));
-  }
-
-  const std::vector<std::string> fKeys;
-  const bool fIsJson;
-  std::map<std::string, std::string> fValues;
-  bool fIsDrawn = false;
-};
-
 int watchKeys(const LiveOptions& options) {
   HostClient client(options.client);
-  for (const std::string& key : options.names) {
-    // Says what is wrong with a name before anything is watched.
-    client.get("/api/v1/memory/" + escapedPath(key));
-  }
-  WatchView view(options.names, options.client.isJson);
+  WatchView view(client, options.names, options.client.isJson);
   std::uint64_t shown = 0;
   HostStream::Handlers handlers;
   handlers.values = [&](const std::vector<json::value>& changed) {
     view.show(changed);
     return ++shown != options.count;
+  };
+  handlers.meanwhile = [&view] {
+    view.refresh();
+    return true;
   };
   HostStream(client).run(options.names, handlers);
   return kSuccess;
@@ -140,9 +113,8 @@ int watchKeys(const LiveOptions& options) {
 void addEventsCommand(const Command& program) {
   const Command command = program.subcommand("events", "Show events as they are raised");
   auto options = std::make_shared<LiveOptions>();
-  command.option("PATTERN", options->names, "A part of their names, or a pattern with * and ?")
-      .shows("")
-      .atMostOne();
+  command.option("PATTERN", options->names, "Parts of their names, or patterns with * and ?")
+      .shows("");
   addLiveOptions(command, *options, "End after so many events");
   command.does([options] { return runClient([&] { return showEvents(*options); }); });
 }

@@ -1,14 +1,25 @@
 #include "app/ask/AskCommands.h"
 #include "app/client/HostClient.h"
+#include "app/terminal/Screen.h"
 #include "app/terminal/Table.h"
+#include "app/terminal/TerminalState.h"
+#include "app/terminal/Units.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <deque>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace gk::app {
@@ -16,6 +27,14 @@ namespace gk::app {
 namespace {
 
 namespace json = boost::json;
+
+constexpr const char* kResource = "/api/v1/host?verbose";
+
+/// What is beyond these is marked: seconds that ticks come late, and the share of the ticks that a
+/// loop asks for.
+constexpr double kLongestLateness = 0.005;
+constexpr double kLeastShare = 0.8;
+constexpr const char* kMark = "!";
 
 struct TopOptions {
   ClientOptions client;
@@ -44,7 +63,7 @@ struct Look {
 
 Look lookAt(HostClient& client) {
   Look look;
-  look.host = client.getJson("/api/v1/host");
+  look.host = client.getJson(kResource);
   look.modules = client.getList("/api/v1/modules", "modules");
   for (const json::value& module : look.modules) {
     std::string count;
@@ -75,56 +94,203 @@ const json::value& loopOf(const std::vector<json::value>& loops, const std::stri
   return nothing;
 }
 
-std::string draw(const Look& look, const json::value& before) {
-  const json::value& host = look.host;
-  std::string text = fmt::format(
-      "{} {}  up {:.0f} s  events {:.0f} ({:.1f}/s)  keys {:.0f}  clients {:.0f}  calls {:.0f}  "
-      "lost: {:.0f} samples, {:.0f} events\n\n",
-      textMember(host, "name"), textMember(host, "version"), numberMember(host, "t_s"),
-      numberMember(host, "events"), rate(host, before, "events"), numberMember(host, "memoryKeys"),
-      numberMember(host, "webSocketClients"), numberMember(host, "callsRunning"),
-      numberMember(member(host, "dropped"), "samples"),
-      numberMember(member(host, "dropped"), "events"));
-  const std::vector<json::value> loops = listMember(host, "loops");
-  const std::vector<json::value> loopsBefore = listMember(before, "loops");
-  const double seconds = numberMember(host, "t_s") - numberMember(before, "t_s");
-  std::vector<std::vector<std::string>> rows{{"MODULE", "SUBSCRIBERS", "TICKS", "TICKS/S",
-                                              "TICK ms", "99 %", "LATE ms 99 %", "99.9 %",
-                                              "OVERRUNS"}};
-  for (std::size_t i = 0; i < look.modules.size(); ++i) {
-    const std::string name = textMember(look.modules[i], "name");
-    const json::value& loop = loopOf(loops, name);
-    std::vector<std::string> row{name, look.subscribers[i]};
-    if (!loop.is_null()) {
-      const double ticks =
-          numberMember(loop, "ticks") - numberMember(loopOf(loopsBefore, name), "ticks");
-      const json::value& overruns = member(loop, "overruns");
-      row.insert(row.end(), {fmt::format("{:.0f}", numberMember(loop, "ticks")),
-                             fmt::format("{:.1f}", seconds > 0 ? ticks / seconds : 0),
-                             milliseconds(member(loop, "duration"), "mean_s"),
-                             milliseconds(member(loop, "duration"), "p99_s"),
-                             milliseconds(member(loop, "lateness"), "p99_s"),
-                             milliseconds(member(loop, "lateness"), "p999_s"),
-                             overruns.is_null() ? "-" : valueText(overruns)});
-    }
-    rows.push_back(row);
-  }
-  return text + tableText(rows);
+/// A figure, marked when it is beyond its limit.
+std::string marked(std::string text, bool isBeyond) {
+  return isBeyond ? std::move(text) + kMark : std::move(text);
 }
 
+/// The lines of a look: at most 80 columns, but for the names of modules and clients.
+class TopView {
+public:
+  std::string text(const Look& look, const json::value& before) {
+    return xHead(look.host, before) + "\n" + xLoops(look, before) + xHistory() +
+           xClients(look.host);
+  }
+
+private:
+  /// Looks that are kept, and how high one can stand in a line.
+  static constexpr std::size_t kHistory = 40;
+  static constexpr std::array<const char*, 8> kBars = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+
+  static std::string xHead(const json::value& host, const json::value& before) {
+    return fmt::format("{} {}   up {}   events {:.0f} ({:.1f}/s)   keys {:.0f}   calls {:.0f}\n",
+                       textMember(host, "name"), textMember(host, "version"),
+                       durationText(numberMember(host, "t_s")), numberMember(host, "events"),
+                       rate(host, before, "events"), numberMember(host, "memoryKeys"),
+                       numberMember(host, "callsRunning"));
+  }
+
+  std::string xLoops(const Look& look, const json::value& before) {
+    const std::vector<json::value> loops = listMember(look.host, "loops");
+    const std::vector<json::value> loopsBefore = listMember(before, "loops");
+    const double seconds = numberMember(look.host, "t_s") - numberMember(before, "t_s");
+    std::vector<std::vector<std::string>> rows{
+        {"MODULE", "SUBS", "TICKS/S", "WORK ms", "99 %", "LATE 99 %", "99.9 %", "OVERRUNS"}};
+    for (std::size_t i = 0; i < look.modules.size(); ++i) {
+      const std::string name = textMember(look.modules[i], "name");
+      std::vector<std::string> row{name, look.subscribers[i]};
+      if (const json::value& loop = loopOf(loops, name); !loop.is_null()) {
+        const double ticks =
+            numberMember(loop, "ticks") - numberMember(loopOf(loopsBefore, name), "ticks");
+        const std::vector<std::string> cells = xLoop(loop, seconds > 0 ? ticks / seconds : 0);
+        row.insert(row.end(), cells.begin(), cells.end());
+      }
+      rows.push_back(row);
+    }
+    return tableText(rows);
+  }
+
+  /// The figures of the last minute, where the host tells of it.
+  std::vector<std::string> xLoop(const json::value& loop, double ticks) {
+    const json::value& recent = member(loop, "lastMinute");
+    const json::value& figures = recent.is_null() ? loop : recent;
+    const double asked = numberMember(recent, "askedRate_hz");
+    std::deque<double>& history = fHistory[textMember(loop, "module")];
+    history.push_back(asked > 0 ? ticks / asked : 1);
+    if (history.size() > kHistory) {
+      history.pop_front();
+    }
+    const json::value& late = member(figures, "lateness");
+    const json::value& worst = member(late, "p999_s");
+    const bool isLate =
+        late.is_object() && (worst.is_null() || numberMember(late, "p999_s") > kLongestLateness);
+    const json::value& overruns = member(figures, "overruns");
+    return {marked(fmt::format("{:.1f}", ticks), ticks < kLeastShare * asked),
+            milliseconds(member(figures, "duration"), "mean_s"),
+            milliseconds(member(figures, "duration"), "p99_s"),
+            milliseconds(late, "p99_s"),
+            marked(milliseconds(late, "p999_s"), isLate),
+            overruns.is_null()
+                ? "-"
+                : marked(valueText(overruns), numberMember(figures, "overruns") > 0)};
+  }
+
+  /// Ticks of each loop from look to look, as shares of what it asked for.
+  std::string xHistory() const {
+    std::string text;
+    for (const auto& [module, shares] : fHistory) {
+      if (shares.size() < 2) {
+        continue;
+      }
+      text += fmt::format("{}{} ticks ", text.empty() ? "\n" : "", module);
+      for (const double share : shares) {
+        const double height = std::clamp(share, 0.0, 1.0) * static_cast<double>(kBars.size() - 1);
+        text += kBars[static_cast<std::size_t>(std::lround(height))];
+      }
+      text += '\n';
+    }
+    return text;
+  }
+
+  static std::string xClients(const json::value& host) {
+    const json::value& all = member(host, "dropped");
+    const double lostEvents = numberMember(all, "events");
+    std::string text =
+        fmt::format("\nclients {:.0f}   lost by all so far: {:.0f} samples, {}\n",
+                    numberMember(host, "webSocketClients"), numberMember(all, "samples"),
+                    marked(fmt::format("{:.0f} events", lostEvents), lostEvents > 0));
+    const std::vector<json::value> clients = listMember(host, "clients");
+    if (clients.empty()) {
+      return text;
+    }
+    std::vector<std::vector<std::string>> rows{{"LOST SAMPLES", "EVENTS", "CLIENT"}};
+    for (const json::value& client : clients) {
+      const double events = numberMember(client, "lostEvents");
+      rows.push_back({fmt::format("{:.0f}", numberMember(client, "lostSamples")),
+                      marked(fmt::format("{:.0f}", events), events > 0),
+                      textMember(client, "name")});
+    }
+    return text + tableText(rows);
+  }
+
+  std::map<std::string, std::deque<double>> fHistory;
+};
+
+/// Words that are marked stand out.
+std::string withColours(const std::string& text) {
+  if (!hasColours()) {
+    return text;
+  }
+  std::string coloured;
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find_first_of(" \n", begin), text.size());
+    const std::string word = text.substr(begin, end - begin);
+    coloured += word.ends_with(kMark) ? "\x1b[1;31m" + word + "\x1b[0m" : word;
+    coloured += text.substr(end, 1);
+    begin = end + 1;
+  }
+  return coloured;
+}
+
+/// Looks again and again on a terminal, until a key or a number of looks ends it.
+class TopScreen {
+public:
+  explicit TopScreen(const TopOptions& options) : fOptions(options), fClient(options.client) {}
+
+  void run() {
+    json::value before = fClient.getJson(kResource);
+    for (std::uint64_t shown = 0; fOptions.count == 0 || shown < fOptions.count; ++shown) {
+      if (!xWait()) {
+        return;
+      }
+      const Look look = lookAt(fClient);
+      fText = withColours(fView.text(look, before)) + kHelp;
+      fPicture.draw(fText);
+      before = look.host;
+    }
+  }
+
+private:
+  using Clock = std::chrono::steady_clock;
+
+  static constexpr const char* kHelp = "\nq: quit   space: look now\n";
+
+  /// Until the next look. False when there is to be none.
+  bool xWait() {
+    constexpr std::chrono::milliseconds patience{100};
+    const Clock::time_point due =
+        Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                           std::chrono::duration<double>(fOptions.interval));
+    while (Clock::now() < due) {
+      const std::optional<char> key = KeyInput::next(patience);
+      if (key == 'q' || key == 'Q') {
+        return false;
+      }
+      if (key == ' ') {
+        return true;
+      }
+      if (fPicture.isOutgrown()) {
+        fPicture.draw(fText);
+      }
+    }
+    return true;
+  }
+
+  const TopOptions& fOptions;
+  HostClient fClient;
+  const KeyInput fKeys;
+  TopView fView;
+  Picture fPicture;
+  std::string fText;
+};
+
 int showTop(const TopOptions& options) {
-  HostClient client(options.client);
   if (options.client.isJson) {
-    fmt::print("{}\n", client.get("/api/v1/host"));
+    fmt::print("{}\n", HostClient(options.client).get("/api/v1/host"));
     return kSuccess;
   }
-  // Without a terminal one look with its rates is what a script wants.
-  const std::uint64_t count = options.count != 0 || isTerminal() ? options.count : 1;
-  json::value before = client.getJson("/api/v1/host");
-  for (std::uint64_t shown = 0; count == 0 || shown < count; ++shown) {
+  if (isTerminal()) {
+    TopScreen(options).run();
+    return kSuccess;
+  }
+  HostClient client(options.client);
+  TopView view;
+  // One look with its rates is what a script wants.
+  json::value before = client.getJson(kResource);
+  for (std::uint64_t shown = 0; shown < std::max<std::uint64_t>(options.count, 1); ++shown) {
     std::this_thread::sleep_for(std::chrono::duration<double>(options.interval));
     const Look look = lookAt(client);
-    fmt::print("{}{}", isTerminal() ? "\033[H\033[2J" : "", draw(look, before));
+    fmt::print("{}", view.text(look, before));
     std::fflush(stdout);
     before = look.host;
   }

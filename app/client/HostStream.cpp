@@ -110,6 +110,7 @@ struct HostStream::Link {
     stream.set_option(websocket::stream_base::timeout::suggested(beast::role_type::client));
     stream.set_option(websocket::stream_base::decorator([this](websocket::request_type& request) {
       request.set(beast::http::field::sec_websocket_protocol, kSubprotocol);
+      request.set(beast::http::field::user_agent, "gk/" GK_VERSION);
       if (!client.token().empty()) {
         request.set(beast::http::field::authorization, "Bearer " + client.token());
       }

@@ -88,8 +88,14 @@ Option Option::within(double least, double most) const {
 }
 
 Option Option::positive() const {
-  fOption->check(unnamed(CLI::Validator(CLI::PositiveNumber)));
-  return number();
+  fOption->check(CLI::Validator(
+      [](std::string& value) {
+        double number = 0;
+        const bool isOne = CLI::detail::lexical_cast(value, number) && number > 0;
+        return isOne ? std::string() : value + " is no number above 0";
+      },
+      ""));
+  return *this;
 }
 
 Option Option::number() const {

@@ -31,7 +31,7 @@ int guarded(const RecordingOptions& options, const std::function<int()>& work) {
   } catch (const formats::InputError& error) {
     fmt::print(stderr, "{}\n", error.what());
   } catch (const formats::FormatError& error) {
-    fmt::print(stderr, "{}:1: {}\n", options.file, error.what());
+    fmt::print(stderr, "{}: {}\n", options.file, error.what());
   } catch (const formats::OutputError& error) {
     return complainOf(error);
   }

@@ -46,7 +46,7 @@ void recompress(const std::string& file, mcap::Sink& sink, mcap::Compression com
   mcap::FileSource source(file);
   const mcap::Recovered copied = mcap::recover(source, sink, compression, progress);
   if (copied.isCut || copied.problems.count() > 0) {
-    throw formats::InputError(file, 1, "is damaged; gk recording recover saves what can be read");
+    throw formats::InputError(file, 0, "is damaged; gk recording recover saves what can be read");
   }
 }
 

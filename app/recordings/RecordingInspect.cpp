@@ -10,6 +10,7 @@
 #include "formats/run/RunCheck.h"
 #include "formats/run/RunLog.h"
 #include "formats/text/InputError.h"
+#include "formats/text/Printable.h"
 #include "formats/text/WallTime.h"
 
 #include <fmt/format.h>
@@ -20,7 +21,10 @@
 #include <cstdio>
 #include <map>
 #include <optional>
+#include <string>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 namespace gk::app {
 
@@ -61,39 +65,61 @@ public:
   void print() const {
     fmt::print("{}: {:.3f} MB, {}\n", fFile, static_cast<double>(fSource.size()) / kMega,
                fReader.isCut() ? "cut off" : "whole");
-    xRow("written by", fReader.library());
-    if (fMessages > 0) {
-      xRow("from", wallText(fStart));
-      xRow("length", fmt::format("{:.3f} s", secondsOf(fEnd - fStart)));
+    const auto rows = xRows();
+    // The widest counts, so that the second column stays one.
+    std::size_t widest = 0;
+    for (const auto& [name, text] : rows) {
+      widest = std::max(widest, name.size());
     }
-    xRow("chunks", fmt::format("{}", fReader.chunkCount()));
-    xRow("attachments", fmt::format("{}", fAttachments));
-    for (const mcap::Metadata& metadata : fMetadata) {
-      for (const auto& [name, value] : metadata.values) {
-        xRow(metadata.name + "." + name, value);
-      }
+    for (const auto& [name, text] : rows) {
+      fmt::print("  {:<{}}  {}\n", formats::printable(name), widest, formats::printable(text));
     }
-    if (fTurns > 0) {
-      xRow("turns", fmt::format("{}", fTurns));
-      xRow("actions", fmt::format("{}", fActions));
-      xRow("lost blocks", fmt::format("{}", fLost));
-      xRow("overlaps", fmt::format("{}", fOverlaps));
-    }
-    xRow("messages", fmt::format("{}", fMessages));
-    for (const auto& [id, count] : fCounts) {
-      const mcap::Channel& channel = fReader.channel(id);
-      const mcap::Schema* schema = fReader.schema(channel.schemaId);
-      fmt::print("    {:<34} {:>9}  {:<8} {}\n", channel.topic, count, channel.messageEncoding,
-                 schema != nullptr ? schema->name : "");
-    }
+    xPrintChannels();
     for (const mcap::Problem& problem : fReader.problems().kept()) {
       fmt::print("problem at byte {}: {}\n", problem.offset, problem.text);
     }
   }
 
 private:
-  static void xRow(const std::string& name, const std::string& text) {
-    fmt::print("  {:<16} {}\n", name, text);
+  using Rows = std::vector<std::pair<std::string, std::string>>;
+
+  Rows xRows() const {
+    Rows rows{{"written by", fReader.library()}};
+    const auto add = [&rows](const char* name, std::uint64_t count) {
+      rows.emplace_back(name, std::to_string(count));
+    };
+    if (fMessages > 0) {
+      rows.emplace_back("from", wallText(fStart));
+      rows.emplace_back("length", fmt::format("{:.3f} s", secondsOf(fEnd - fStart)));
+    }
+    add("chunks", fReader.chunkCount());
+    add("attachments", fAttachments);
+    for (const mcap::Metadata& metadata : fMetadata) {
+      for (const auto& [name, value] : metadata.values) {
+        rows.emplace_back(metadata.name + "." + name, value);
+      }
+    }
+    if (fTurns > 0) {
+      add("turns", fTurns);
+      add("actions", fActions);
+      add("lost blocks", fLost);
+      add("overlaps", fOverlaps);
+    }
+    add("messages", fMessages);
+    return rows;
+  }
+
+  void xPrintChannels() const {
+    std::size_t widest = 0;
+    for (const auto& [id, count] : fCounts) {
+      widest = std::max(widest, fReader.channel(id).topic.size());
+    }
+    for (const auto& [id, count] : fCounts) {
+      const mcap::Channel& channel = fReader.channel(id);
+      const mcap::Schema* schema = fReader.schema(channel.schemaId);
+      fmt::print("    {:<{}} {:>9}  {:<8} {}\n", formats::printable(channel.topic), widest, count,
+                 channel.messageEncoding, schema != nullptr ? schema->name : "");
+    }
   }
 
   void xCount(const mcap::Message& message) {

@@ -36,14 +36,27 @@ gateway::HistogramFigures figuresOf(const runtime::Histogram& times) {
   return figures;
 }
 
+gateway::TickFigures figuresOf(const runtime::TickFigures& ticks) {
+  gateway::TickFigures figures;
+  figures.overruns = ticks.overruns;
+  figures.duration = figuresOf(ticks.work);
+  figures.lateness = figuresOf(ticks.lateness);
+  const auto count = static_cast<double>(ticks.work.count());
+  const double asked = seconds(ticks.pauses);
+  const double taken = asked + figures.duration.sum + figures.lateness.sum;
+  figures.rate = taken > 0 ? count / taken : 0;
+  figures.askedRate = asked > 0 ? count / asked : 0;
+  return figures;
+}
+
 } // namespace
 
 std::vector<gateway::LoopFigures> loopFigures(const std::vector<runtime::LoopReport>& reports) {
   std::vector<gateway::LoopFigures> loops;
   loops.reserve(reports.size());
   for (const runtime::LoopReport& report : reports) {
-    loops.push_back({report.module, report.ticks, report.overruns, figuresOf(report.work),
-                     figuresOf(report.lateness)});
+    loops.push_back(
+        {report.module, report.ticks, figuresOf(report.all), figuresOf(report.lastMinute)});
   }
   return loops;
 }

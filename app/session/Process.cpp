@@ -2,6 +2,7 @@
 
 #include "app/options/Command.h"
 #include "app/session/Complaints.h"
+#include "app/terminal/TerminalState.h"
 #include "formats/files/PartFiles.h"
 
 #include <cerrno>
@@ -33,6 +34,7 @@ void openStandardDescriptors() {
 
 void endTidily(int signal) {
   formats::removePartFiles();
+  restoreTerminal();
   // Its own way of ending is back already: whoever waits sees which signal it was.
   ::raise(signal);
 }

@@ -5,7 +5,10 @@
 #include "app/session/ProgressBar.h"
 #include "app/session/RunRecording.h"
 #include "app/session/RunReport.h"
+#include "app/terminal/LiveStyle.h"
 #include "app/terminal/SignalWatch.h"
+#include "app/terminal/TerminalState.h"
+#include "app/terminal/Units.h"
 #include "formats/files/OutputFile.h"
 #include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
@@ -19,7 +22,7 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdlib>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <unistd.h>
@@ -31,10 +34,6 @@ namespace {
 
 constexpr const char* kStandardOutput = "-";
 
-bool isColourTerminal() {
-  return isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
-}
-
 /// Does something that ends in an output. Complains where it does not; returns the exit code.
 template <class Work> int guarded(const Work& work) {
   try {
@@ -43,6 +42,18 @@ template <class Work> int guarded(const Work& work) {
   } catch (const formats::OutputError& error) {
     return complainOf(error);
   }
+}
+
+/// How events are shown to people.
+formats::LiveRows::Style styleOf(const SessionOptions& options) {
+  formats::LiveRows::Style style = liveStyle();
+  if (!options.show.empty()) {
+    style.isWanted = [patterns = options.show](const std::string& name) {
+      return std::ranges::any_of(
+          patterns, [&name](const std::string& pattern) { return isNameMeant(pattern, name); });
+    };
+  }
+  return style;
 }
 
 /// The outputs of one run.
@@ -69,13 +80,13 @@ public:
         fPrinted.emplace(nullptr); // Lines of a program for programs.
       }
     }
-    if (!isJson || (view.isAlwaysReadable && !isJsonOnTerminal)) {
+    if (!options.isQuiet && (!isJson || (view.isAlwaysReadable && !isJsonOnTerminal))) {
       // Unless they are asked for, people are spared the bookkeeping of declarations and keys.
       const formats::LineKinds shown =
           options.only.empty() ? formats::LineKinds::parse(kReadableKinds) : kinds;
       xAdd(boost::make_shared<runtime::ReadableReporter>(
           xQueue(std::make_unique<runtime::StandardOutlet>()), shown, options.logLevel,
-          isColourTerminal()));
+          styleOf(options)));
       fPrinted.emplace(fReporters.back());
     }
   }
@@ -101,6 +112,7 @@ public:
       hurry();
     }
     for (const auto& reporter : fReporters) {
+      reporter->finish();
       code = std::max(code, guarded([&] { reporter->outlet().commit(); }));
     }
     for (const runtime::QueuedOutlet* queue : fQueues) {
@@ -129,6 +141,7 @@ private:
   }
 
   const bool fIsRealTime;
+  const OpenLine fOpenLine;
   std::vector<boost::shared_ptr<runtime::Reporter>> fReporters;
   std::vector<const runtime::QueuedOutlet*> fQueues;
   /// There is one standard output. Where all goes to a file, modules print there themselves.
@@ -185,22 +198,29 @@ int warnOf(const runtime::Host& host) {
   return host.isInputComplete() ? kSuccess : kFailure;
 }
 
-/// One line for each loop of a run in real time.
+/// How well each loop of a run in real time has kept its time: times that so many ticks did not
+/// exceed.
 void sumUpLoops(const std::vector<runtime::LoopReport>& loops) {
   const auto figures = [](const runtime::Histogram& times) {
     constexpr double kMedian = 0.5;
     constexpr double kMost = 0.99;
     constexpr double kNearlyAll = 0.999;
-    return fmt::format("{}/{}/{}/{}", times.quantile(kMedian), times.quantile(kMost),
-                       times.quantile(kNearlyAll), times.max());
+    const auto text = [](std::int64_t micros) {
+      constexpr double microsPerSecond = 1e6;
+      return durationText(static_cast<double>(micros) / microsPerSecond);
+    };
+    return fmt::format("half within {}, 99 % within {}, 99.9 % within {}, longest {}",
+                       text(times.quantile(kMedian)), text(times.quantile(kMost)),
+                       text(times.quantile(kNearlyAll)), text(times.max()));
   };
   for (const runtime::LoopReport& loop : loops) {
-    if (loop.work.count() > 0) {
+    if (loop.all.work.count() > 0) {
       fmt::print(stderr,
-                 "{}: {} ticks, {} overruns; median/99 %/99.9 %/longest in microseconds: "
-                 "work {}, late {}\n",
-                 loop.module, loop.ticks, loop.overruns, figures(loop.work),
-                 figures(loop.lateness));
+                 "{}: {} ticks, {} of them longer than the pause after them\n"
+                 "  worked      {}\n"
+                 "  began late  {}\n",
+                 loop.module, loop.ticks, loop.all.overruns, figures(loop.all.work),
+                 figures(loop.all.lateness));
     }
   }
 }

@@ -55,6 +55,15 @@ void addSessionOptions(const Command& command, SessionOptions& options) {
   command.option("--only", options.only, "Write only these kinds of lines, such as event,micro")
       .checked(checkKinds)
       .shows("KIND,KIND");
+  command.flag("-q,--quiet", options.isQuiet,
+               "Show nothing of what happens: only complaints, and the sum at the end");
+  command
+      .option("--show", options.show,
+              "Show only events with such names: a part of one, or a pattern with * and ?; what "
+              "--out writes stays")
+      .separatedBy(',')
+      .shows("NAME,NAME")
+      .onceEach();
   command.option("--sample", options.sample, "Write the values of these keys after every tick")
       .separatedBy(',')
       .shows("KEY,KEY")

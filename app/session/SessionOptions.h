@@ -14,6 +14,8 @@ struct SessionOptions {
   std::vector<std::string> files;
   std::string out;
   std::string only;
+  bool isQuiet = false;
+  std::vector<std::string> show;
   std::vector<std::string> sample;
   std::vector<std::string> subscribe;
   std::vector<std::string> without;

@@ -1,26 +1,31 @@
 #include "app/terminal/Table.h"
 
+#include "app/terminal/Screen.h"
 #include "formats/text/Printable.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <string_view>
 #include <unistd.h>
 
 namespace gk::app {
 
 namespace {
 
-/// Characters of a text in UTF-8, as they are shown.
-std::size_t width(const std::string& cell) {
-  const std::string text = formats::printable(cell);
-  return static_cast<std::size_t>(std::ranges::count_if(
-      text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
+std::size_t widthOf(const std::string& cell) {
+  return shownWidth(formats::printable(cell));
 }
 
 } // namespace
 
 bool isTerminal() {
-  return isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
+  const char* kind = std::getenv("TERM");
+  return isatty(STDOUT_FILENO) != 0 && (kind == nullptr || std::string_view(kind) != "dumb");
+}
+
+bool hasColours() {
+  const char* without = std::getenv("NO_COLOR");
+  return isTerminal() && (without == nullptr || *without == '\0');
 }
 
 std::string tableText(const std::vector<std::vector<std::string>>& rows) {
@@ -29,7 +34,7 @@ std::string tableText(const std::vector<std::vector<std::string>>& rows) {
   for (const auto& row : rows) {
     widths.resize(std::max(widths.size(), row.size()), 0);
     for (std::size_t i = 0; i < row.size(); ++i) {
-      widths[i] = std::max(widths[i], width(row[i]));
+      widths[i] = std::max(widths[i], widthOf(row[i]));
     }
   }
   std::string text;
@@ -38,10 +43,10 @@ std::string tableText(const std::vector<std::vector<std::string>>& rows) {
     for (std::size_t i = 0; i < rows[number].size(); ++i) {
       const std::string& cell = rows[number][i];
       line += formats::printable(cell);
-      line.append(widths[i] - width(cell) + gap, ' ');
+      line.append(widths[i] - widthOf(cell) + gap, ' ');
     }
     line.erase(line.find_last_not_of(' ') + 1);
-    const bool isBold = number == 0 && isTerminal();
+    const bool isBold = number == 0 && hasColours();
     text += isBold ? "\033[1m" + line + "\033[0m\n" : line + "\n";
   }
   return text;

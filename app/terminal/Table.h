@@ -5,8 +5,10 @@
 
 namespace gk::app {
 
-/// Whether standard output is a terminal that shows colours and can be redrawn.
+/// Whether standard output is a terminal that can be redrawn, and whether it is to have colours
+/// (https://no-color.org).
 bool isTerminal();
+bool hasColours();
 
 /// Rows of text in columns as wide as their widest cell; the first row is the heading. Lines
 /// end with their last text; cells are made printable. On a terminal the heading is bold.

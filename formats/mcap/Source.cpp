@@ -15,7 +15,7 @@ namespace gk::formats::mcap {
 namespace {
 
 InputError failure(const std::string& path, const std::string& why) {
-  return {path, 1, "cannot be read: " + why};
+  return {path, 0, "cannot be read: " + why};
 }
 
 std::string systemText() {

@@ -24,7 +24,7 @@ std::unique_ptr<Recording> openRecording(const std::string& path, KeyTypeOf keyT
   if (path.ends_with(".mcap")) {
     return std::make_unique<McapRecording>(path);
   }
-  throw InputError(path, 1, "unknown kind of file, not .csv, .csv.gz, .jsonl, .jsonl.gz or .mcap");
+  throw InputError(path, 0, "unknown kind of file, not .csv, .csv.gz, .jsonl, .jsonl.gz or .mcap");
 }
 
 } // namespace gk::formats

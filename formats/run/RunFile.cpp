@@ -16,10 +16,10 @@ RunFile::RunFile(const std::string& path) : fPath(path), fSource(path) {
   try {
     fReader = std::make_unique<mcap::Reader>(fSource);
   } catch (const FormatError& error) {
-    throw InputError(path, 1, error.what());
+    throw InputError(path, 0, error.what());
   }
   if (!xNextBlock()) {
-    throw InputError(path, 1,
+    throw InputError(path, 0,
                      std::string("there is no run in it: no readable message of ") + kRunTopic);
   }
 }

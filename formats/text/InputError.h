@@ -6,13 +6,14 @@
 
 namespace gk::formats {
 
-/// An input file is malformed or cannot be read; `what()` is "FILE:LINE: text", on one line.
+/// An input file is malformed or cannot be read; `what()` is "FILE:LINE: text", on one line, and
+/// "FILE: text" for what is no matter of a line.
 class InputError : public std::runtime_error {
 public:
-  /// `line` counts from 1; it is 1 for a file that cannot be opened.
+  /// `line` counts from 1; it is 0 for a file that cannot be opened, or is another kind of file.
   InputError(std::string file, std::size_t line, std::string text)
-      : std::runtime_error(file + ":" + std::to_string(line) + ": " + text), fFile(std::move(file)),
-        fLine(line), fText(std::move(text)) {}
+      : std::runtime_error(file + ":" + (line > 0 ? std::to_string(line) + ":" : "") + " " + text),
+        fFile(std::move(file)), fLine(line), fText(std::move(text)) {}
 
   const std::string& getFile() const noexcept { return fFile; }
   std::size_t getLine() const noexcept { return fLine; }

@@ -32,12 +32,12 @@ void LineReader::Closer::operator()(gzFile_s* file) const noexcept {
 LineReader::LineReader(std::string path) : fPath(std::move(path)) {
   std::error_code ignored;
   if (std::filesystem::is_directory(fPath, ignored)) {
-    throw InputError(fPath, 1, "cannot be read: is a directory");
+    throw InputError(fPath, 0, "cannot be read: is a directory");
   }
   errno = 0;
   fFile.reset(gzopen(fPath.c_str(), "rbe"));
   if (!fFile) {
-    throw InputError(fPath, 1, "cannot be read: " + systemText(errno));
+    throw InputError(fPath, 0, "cannot be read: " + systemText(errno));
   }
   gzbuffer(fFile.get(), kZlibBuffer);
   fFileSize = std::filesystem::file_size(fPath, ignored);

@@ -43,6 +43,30 @@ HistogramFigures Histogram::figures() const {
   return figures;
 }
 
+std::shared_ptr<Counters::Client> Counters::addClient() {
+  auto client = std::make_shared<Client>();
+  const std::lock_guard lock(fMutex);
+  std::erase_if(fClients, [](const std::weak_ptr<Client>& one) { return one.expired(); });
+  fClients.push_back(client);
+  return client;
+}
+
+void Counters::nameClient(Client& client, std::string name) {
+  const std::lock_guard lock(fMutex);
+  client.name = std::move(name);
+}
+
+std::vector<Counters::ClientReport> Counters::clients() const {
+  const std::lock_guard lock(fMutex);
+  std::vector<ClientReport> reports;
+  for (const std::weak_ptr<Client>& one : fClients) {
+    if (const std::shared_ptr<Client> client = one.lock()) {
+      reports.push_back({client->name, client->lostSamples.load(), client->lostEvents.load()});
+    }
+  }
+  return reports;
+}
+
 void Counters::addResponse(unsigned status) {
   const std::lock_guard lock(fMutex);
   ++fResponses[status];

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -43,6 +44,25 @@ public:
   /// Requests and upgrades that were turned away for their host, origin or token.
   std::atomic<std::uint64_t> refusals{0};
 
+  /// A client of the WebSocket protocol: counted as long as somebody holds it.
+  struct Client {
+    std::atomic<std::uint64_t> lostSamples{0};
+    std::atomic<std::uint64_t> lostEvents{0};
+    /// Guarded by the counters.
+    std::string name;
+  };
+  std::shared_ptr<Client> addClient();
+  /// Who it is, for people.
+  void nameClient(Client& client, std::string name);
+
+  struct ClientReport {
+    std::string name;
+    std::uint64_t lostSamples = 0;
+    std::uint64_t lostEvents = 0;
+  };
+  /// In the order in which they came.
+  std::vector<ClientReport> clients() const;
+
   void addResponse(unsigned status);
   void addCall(const std::string& method, double seconds, bool isError);
   void addLogLine(int level);
@@ -73,6 +93,7 @@ private:
   /// By level.
   std::array<std::uint64_t, 7> fLogLines{};
   std::vector<NoticeQueue::Loop> fLoops;
+  std::vector<std::weak_ptr<Client>> fClients;
   std::atomic<GK::GKMicros> fDeviceChange{-1};
 };
 

@@ -23,16 +23,26 @@ struct HistogramFigures {
   double p999 = 0;
 };
 
-/// How well a module's loop keeps its time.
-struct LoopFigures {
-  std::string module;
-  std::uint64_t ticks = 0;
+/// How some ticks of a loop went.
+struct TickFigures {
   /// Ticks that took longer than the period.
   std::uint64_t overruns = 0;
   /// Work of a tick.
   HistogramFigures duration;
   /// How much later than due the loop woke up.
   HistogramFigures lateness;
+  /// Ticks a second as they came while the loop ran, and as it asked for; 0 without ticks.
+  double rate = 0;
+  double askedRate = 0;
+};
+
+/// How well a module's loop keeps its time.
+struct LoopFigures {
+  std::string module;
+  std::uint64_t ticks = 0;
+  /// Since the start, and of the last minute.
+  TickFigures all;
+  TickFigures lastMinute;
 };
 
 /// Gives the figures of all loops of the host at this moment. Called on any thread.

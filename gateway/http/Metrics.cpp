@@ -102,15 +102,15 @@ void writeLoops(MetricsWriter& out, const Counters& counters,
   }
   out.family("gk_cycle_duration_seconds", "histogram", "Work of a tick.");
   for (const LoopFigures& loop : loops) {
-    out.histogram({{"module", loop.module}}, loop.duration);
+    out.histogram({{"module", loop.module}}, loop.all.duration);
   }
   out.family("gk_cycle_lateness_seconds", "histogram", "How late a loop wakes up.");
   for (const LoopFigures& loop : loops) {
-    out.histogram({{"module", loop.module}}, loop.lateness);
+    out.histogram({{"module", loop.module}}, loop.all.lateness);
   }
   out.family("gk_cycle_overruns_total", "counter", "Ticks that took longer than their period.");
   for (const LoopFigures& loop : loops) {
-    out.sample({{"module", loop.module}}, asDouble(loop.overruns));
+    out.sample({{"module", loop.module}}, asDouble(loop.all.overruns));
   }
 }
 

@@ -22,6 +22,11 @@ namespace gk::gateway {
 
 namespace {
 
+bool isVerbose(const Exchange& exchange) {
+  return std::ranges::any_of(exchange.target.query,
+                             [](const auto& one) { return one.first == "verbose"; });
+}
+
 constexpr std::size_t kDefaultPage = 100;
 constexpr std::size_t kLargestPage = 10'000;
 
@@ -82,6 +87,7 @@ void answerHost(const Exchange& exchange) {
   host.startTime = exchange.parts.figures.startTime;
   host.counters = &exchange.parts.counters;
   host.callsRunning = exchange.parts.runner.running();
+  host.isVerbose = isVerbose(exchange);
   exchange.respond(jsonResponse(describeHost(*exchange.robot, host)));
 }
 
@@ -206,10 +212,8 @@ void answerReady(const Exchange& exchange) {
   HttpResponse response;
   response.contentType = "text/plain; charset=utf-8";
   response.status = readiness.isReady() ? 200 : 503;
-  response.body = std::ranges::any_of(exchange.target.query,
-                                      [](const auto& one) { return one.first == "verbose"; })
-                      ? readiness.text()
-                      : (readiness.isReady() ? "ok\n" : "not ready\n");
+  response.body =
+      isVerbose(exchange) ? readiness.text() : (readiness.isReady() ? "ok\n" : "not ready\n");
   exchange.respond(std::move(response));
 }
 

@@ -13,6 +13,8 @@ constexpr std::pair<std::string_view, std::string_view> kKeyQuery[] = {
     {"after", "only keys that come after this one: the \"next\" of the page before"}};
 constexpr std::pair<std::string_view, std::string_view> kEventQuery[] = {
     {"after", "only events that come after this one: the \"next\" of the page before"}};
+constexpr std::pair<std::string_view, std::string_view> kHostQuery[] = {
+    {"verbose", "any value: tell of the loops' last minute and of each client as well"}};
 constexpr std::pair<std::string_view, std::string_view> kReadyQuery[] = {
     {"verbose", "any value: tell each condition"}};
 
@@ -21,7 +23,8 @@ constexpr std::pair<std::string_view, std::string_view> kReadyQuery[] = {
 std::span<const Route> resourceTable() {
   static constexpr Route table[] = {
       {"POST", "/rpc", "Calls bound methods: JSON-RPC 2.0", &answerCall},
-      {"GET", "/api/v1/host", "The host: version, clock, loops, clients", &answerHost},
+      {"GET", "/api/v1/host", "The host: version, clock, loops, clients", &answerHost, false,
+       kHostQuery},
       {"GET", "/api/v1/modules", "All modules", &answerModules},
       {"GET", "/api/v1/modules/{name}", "A module: methods, parameters, events", &answerModule},
       {"GET", "/api/v1/memory", "Memory keys and their values, sorted", &answerKeys, false,

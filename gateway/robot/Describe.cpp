@@ -55,6 +55,22 @@ void appendHistogram(formats::JsonWriter& json, const HistogramFigures& figures)
   json.endObject();
 }
 
+void appendTicks(formats::JsonWriter& json, const TickFigures& ticks) {
+  json.key("overruns").unsignedInteger(ticks.overruns);
+  appendHistogram(json.key("duration"), ticks.duration);
+  appendHistogram(json.key("lateness"), ticks.lateness);
+}
+
+void appendClients(formats::JsonWriter& json, const Counters& counters) {
+  json.key("clients").beginArray();
+  for (const Counters::ClientReport& client : counters.clients()) {
+    json.beginObject().key("name").text(client.name);
+    json.key("lostSamples").unsignedInteger(client.lostSamples);
+    json.key("lostEvents").unsignedInteger(client.lostEvents).endObject();
+  }
+  json.endArray();
+}
+
 void appendLoops(formats::JsonWriter& json, const Robot& robot, const HostDescription& host,
                  GK::GKMicros now) {
   json.key("loops").beginArray();
@@ -65,9 +81,14 @@ void appendLoops(formats::JsonWriter& json, const Robot& robot, const HostDescri
     seconds(json.key("age_s"), now - loop.time);
     const auto figures = std::ranges::find(measured, loop.module, &LoopFigures::module);
     if (figures != measured.end()) {
-      json.key("overruns").unsignedInteger(figures->overruns);
-      appendHistogram(json.key("duration"), figures->duration);
-      appendHistogram(json.key("lateness"), figures->lateness);
+      appendTicks(json, figures->all);
+      if (host.isVerbose) {
+        json.key("lastMinute").beginObject();
+        json.key("rate_hz").real(figures->lastMinute.rate);
+        json.key("askedRate_hz").real(figures->lastMinute.askedRate);
+        appendTicks(json, figures->lastMinute);
+        json.endObject();
+      }
     }
     json.endObject();
   }
@@ -217,6 +238,9 @@ std::string describeHost(const Robot& robot, const HostDescription& host) {
   json.key("dropped").beginObject();
   json.key("samples").unsignedInteger(counters.droppedSamples.load());
   json.key("events").unsignedInteger(counters.droppedEvents.load()).endObject();
+  if (host.isVerbose) {
+    appendClients(json, counters);
+  }
   json.endObject();
   return text;
 }

@@ -44,6 +44,8 @@ struct HostDescription {
   double startTime = 0;
   const Counters* counters = nullptr;
   std::size_t callsRunning = 0;
+  /// Tells of the last minute and of each client as well.
+  bool isVerbose = false;
 };
 std::string describeHost(const Robot& robot, const HostDescription& host);
 

@@ -1,5 +1,6 @@
 #include "gateway/server/WebSocketConnection.h"
 
+#include "formats/text/Printable.h"
 #include "gateway/server/FrameStream.h"
 #include "gateway/stream/StreamSession.h"
 
@@ -83,6 +84,7 @@ public:
   void start(const beast::http::request<beast::http::string_body>& request,
              std::string_view subprotocol) {
     fStream.next_layer().next_layer().expiresNever();
+    xName(request);
     fStream.set_option(websocket::stream_base::timeout::suggested(beast::role_type::server));
     fStream.set_option(websocket::stream_base::decorator(
         [name = std::string(subprotocol)](websocket::response_type& response) {
@@ -115,8 +117,21 @@ public:
 
 private:
   static constexpr int kSendBuffer = 256 * 1024;
+  /// Bytes of a client's own name that are kept.
+  static constexpr std::size_t kName = 80;
   /// A batch that has so many bytes gets no further frame.
   static constexpr std::size_t kBatch = 64 * 1024;
+
+  /// Where the client is, and what it calls itself.
+  void xName(const beast::http::request<beast::http::string_body>& request) {
+    error_code error;
+    const auto peer = fStream.next_layer().next_layer().socket().remote_endpoint(error);
+    std::string name = error ? "?" : peer.address().to_string() + ":" + std::to_string(peer.port());
+    const auto agent = request[beast::http::field::user_agent];
+    name += agent.empty() ? "" : " ";
+    name.append(agent.data(), std::min<std::size_t>(agent.size(), kName));
+    fSession->setName(formats::printable(name));
+  }
 
   void xRead() {
     fStream.async_read(fBuffer, [self = shared_from_this()](error_code error, std::size_t) {

@@ -51,7 +51,8 @@ ParameterText parameterOf(const std::string& name, const GK::GKValue& value) {
 } // namespace
 
 StreamSession::StreamSession(Offer& offer, Limits limits, std::function<void()> wake)
-    : fOffer(offer), fLimits(limits), fWake(std::move(wake)), fQueue(limits.queue) {}
+    : fOffer(offer), fLimits(limits), fWake(std::move(wake)),
+      fFigures(offer.counters().addClient()), fQueue(limits.queue) {}
 
 StreamSession::~StreamSession() {
   for (const auto& [channel, subscription] : fByChannel) {
@@ -183,6 +184,10 @@ void StreamSession::tellTime(const std::shared_ptr<const std::string>& frame) {
   fWake();
 }
 
+void StreamSession::setName(std::string name) {
+  fOffer.counters().nameClient(*fFigures, std::move(name));
+}
+
 void StreamSession::checkWatched() {
   if (std::ranges::any_of(fWatched, [](const Watched& watched) {
         return watched.told != watched.key->version();
@@ -200,6 +205,8 @@ void StreamSession::checkDrops() {
     }
     const bool isEvent = fOffer.channels()->all()[channel - 1].flow == Flow::Queue;
     (isEvent ? fOffer.counters().droppedEvents : fOffer.counters().droppedSamples)
+        .fetch_add(count, std::memory_order_relaxed);
+    (isEvent ? fFigures->lostEvents : fFigures->lostSamples)
         .fetch_add(count, std::memory_order_relaxed);
     fLost[channel] += count;
     fLastLoss = now;

@@ -35,6 +35,9 @@ public:
   StreamSession(Offer& offer, Limits limits, std::function<void()> wake);
   ~StreamSession();
 
+  /// Who the client is, for people who look at the host.
+  void setName(std::string name);
+
   void onText(std::string_view text);
   void onBinary(std::string_view bytes);
 
@@ -88,6 +91,7 @@ private:
   Offer& fOffer;
   const Limits fLimits;
   const std::function<void()> fWake;
+  const std::shared_ptr<Counters::Client> fFigures;
   ClientQueue fQueue;
   bool fIsOverrun = false;
   /// How much of the offer the client has been told of. What is offered is not kept waiting in the

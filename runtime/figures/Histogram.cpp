@@ -14,6 +14,15 @@ void Histogram::add(std::int64_t micros) noexcept {
   fMax = std::max(fMax, micros);
 }
 
+void Histogram::add(const Histogram& other) noexcept {
+  for (std::size_t step = 0; step < kSteps; ++step) {
+    fCounts[step] += other.fCounts[step];
+  }
+  fCount += other.fCount;
+  fSum += other.fSum;
+  fMax = std::max(fMax, other.fMax);
+}
+
 std::int64_t Histogram::quantile(double share) const noexcept {
   const auto wanted = static_cast<std::uint64_t>(std::ceil(share * static_cast<double>(fCount)));
   std::uint64_t seen = 0;

@@ -14,6 +14,8 @@ class Histogram {
 public:
   /// `micros`: negative ones count as 0, those beyond an hour as an hour.
   void add(std::int64_t micros) noexcept;
+  /// All durations of another one as well.
+  void add(const Histogram& other) noexcept;
 
   std::uint64_t count() const noexcept { return fCount; }
   /// Of all durations, in microseconds.

@@ -4,36 +4,54 @@
 
 namespace gk::runtime {
 
+void TickFigures::add(const GK::GKTickTimes& times) noexcept {
+  const GK::GKMicros duration = times.end - times.begin;
+  overruns += duration > times.pause ? 1 : 0;
+  pauses += times.pause;
+  work.add(duration);
+  lateness.add(times.lateness);
+}
+
+void TickFigures::add(const TickFigures& other) noexcept {
+  overruns += other.overruns;
+  pauses += other.pauses;
+  work.add(other.work);
+  lateness.add(other.lateness);
+}
+
 void LoopStatistics::onTick(GK::GKMicros, const GK::GKTask& task) {
   const std::lock_guard lock(fMutex);
-  ++xReport(task).ticks;
+  ++fLoops[task.module].ticks;
 }
 
 void LoopStatistics::onTickTimes(const GK::GKTickTimes& times, const GK::GKTask& task) {
-  const GK::GKMicros work = times.end - times.begin;
+  const GK::GKMicros number = times.end / kSlot;
+  const auto place = static_cast<std::size_t>(number) % kSlots;
   const std::lock_guard lock(fMutex);
-  LoopReport& report = xReport(task);
-  report.overruns += work > times.pause ? 1 : 0;
-  report.work.add(work);
-  report.lateness.add(times.lateness);
+  Loop& loop = fLoops[task.module];
+  loop.all.add(times);
+  if (loop.numbers[place] != number) {
+    loop.numbers[place] = number;
+    loop.slots[place] = {};
+  }
+  loop.slots[place].add(times);
 }
 
 std::vector<LoopReport> LoopStatistics::reports() const {
+  const GK::GKMicros now = GK::GKClock::instance().elapsed() / kSlot;
   const std::lock_guard lock(fMutex);
   std::vector<LoopReport> reports;
-  reports.reserve(fReports.size());
-  for (const auto& [module, report] : fReports) {
-    reports.push_back(report);
+  reports.reserve(fLoops.size());
+  for (const auto& [module, loop] : fLoops) {
+    reports.push_back({module, loop.ticks, loop.all, {}});
+    LoopReport& report = reports.back();
+    for (std::size_t place = 0; place < kSlots; ++place) {
+      if (now - loop.numbers[place] < static_cast<GK::GKMicros>(kSlots)) {
+        report.lastMinute.add(loop.slots[place]);
+      }
+    }
   }
   return reports;
-}
-
-LoopReport& LoopStatistics::xReport(const GK::GKTask& task) {
-  const auto [entry, isNew] = fReports.try_emplace(task.module);
-  if (isNew) {
-    entry->second.module = task.module;
-  }
-  return entry->second;
 }
 
 } // namespace gk::runtime

@@ -6,25 +6,20 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace gk::runtime {
 
 namespace {
 
 /// Terminal colours (ECMA-48 SGR).
-constexpr std::string_view kBold = "1";
 constexpr std::string_view kDim = "2";
 constexpr std::string_view kRed = "31";
 constexpr std::string_view kYellow = "33";
 constexpr std::string_view kBlue = "34";
-constexpr std::string_view kCyan = "36";
 
 std::string_view colourOf(const GK::GKNotice& notice) {
   switch (notice.kind) {
-  case GK::GKNotice::Kind::Event:
-    return kBold;
-  case GK::GKNotice::Kind::MicroEvent:
-    return kCyan;
   case GK::GKNotice::Kind::Order:
   case GK::GKNotice::Kind::Resource:
     return kBlue;
@@ -35,6 +30,11 @@ std::string_view colourOf(const GK::GKNotice& notice) {
   default:
     return kDim;
   }
+}
+
+double secondsOf(GK::GKMicros time) {
+  constexpr double microsPerSecond = 1e6;
+  return static_cast<double>(time) / microsPerSecond;
 }
 
 std::string text(const GK::GKValue& value) {
@@ -55,35 +55,29 @@ std::string printableLines(std::string_view text) {
   return clean;
 }
 
-/// "   12.340  kind     name                              value"
-void appendRow(std::string& out, bool isColoured, std::string_view colour, GK::GKMicros time,
-               std::string_view kind, std::string_view name, std::string_view value) {
-  constexpr double microsPerSecond = 1e6;
-  std::string row = fmt::format("{:<8} {:<34} {}", kind, formats::printable(name), value);
-  row.erase(row.find_last_not_of(' ') + 1);
-  const std::string stamp = fmt::format("{:10.3f}  ", static_cast<double>(time) / microsPerSecond);
-  if (isColoured) {
-    fmt::format_to(std::back_inserter(out), "\x1b[{}m{}\x1b[0m\x1b[{}m{}\x1b[0m\n", kDim, stamp,
-                   colour, row);
-  } else {
-    out += stamp;
-    out += row;
-    out += '\n';
-  }
-}
-
 } // namespace
 
 ReadableReporter::ReadableReporter(std::unique_ptr<Outlet> outlet, formats::LineKinds kinds,
-                                   int logLevel, bool isColoured)
-    : Reporter(std::move(outlet), kinds), fLogLevel(logLevel), fIsColoured(isColoured) {}
+                                   int logLevel, formats::LiveRows::Style style)
+    : Reporter(std::move(outlet), kinds), fLogLevel(logLevel), fRows(std::move(style)) {}
+
+void ReadableReporter::xRow(std::string& out, GK::GKMicros time, std::string_view kind,
+                            std::string_view name, std::string value, std::string_view colour) {
+  fRows.append(out, {secondsOf(time), std::string(kind), formats::printable(name), std::move(value),
+                     false, false, colour});
+}
 
 void ReadableReporter::xAppend(std::string& out, const GK::GKNotice& notice) {
   const std::string_view kind = formats::lineKindName(formats::lineKindOf(notice));
   const auto row = [&](std::string_view name, std::string_view value) {
-    appendRow(out, fIsColoured, colourOf(notice), notice.time, kind, name, value);
+    xRow(out, notice.time, kind, name, std::string(value), colourOf(notice));
   };
   switch (notice.kind) {
+  case GK::GKNotice::Kind::Event:
+  case GK::GKNotice::Kind::MicroEvent:
+    fRows.append(out, {secondsOf(notice.time), std::string(kind), formats::printable(notice.name),
+                       text(notice.value), true, notice.kind == GK::GKNotice::Kind::MicroEvent});
+    break;
   case GK::GKNotice::Kind::Log:
     if (notice.level <= fLogLevel) {
       row(fmt::format("{} {}", zu::log::levelName(notice.level), notice.name),
@@ -105,7 +99,7 @@ void ReadableReporter::xAppend(std::string& out, const Answer& answer) {
   const bool isError =
       answer.kind == Answer::Kind::Error || answer.kind == Answer::Kind::OtherError;
   const auto row = [&](std::string_view kind, std::string_view value) {
-    appendRow(out, fIsColoured, isError ? kRed : kBlue, answer.time, kind, answer.name, value);
+    xRow(out, answer.time, kind, answer.name, std::string(value), isError ? kRed : kBlue);
   };
   switch (answer.kind) {
   case Answer::Kind::Result:
@@ -128,7 +122,7 @@ void ReadableReporter::xAppend(std::string& out, const Answer& answer) {
 
 void ReadableReporter::xAppend(std::string& out, GK::GKMicros time, const Sample& values) {
   for (const auto& [key, value] : values) {
-    appendRow(out, fIsColoured, kDim, time, "sample", key, text(value));
+    xRow(out, time, "sample", key, text(value), kDim);
   }
 }
 

@@ -56,7 +56,18 @@ void Reporter::sample(GK::GKMicros time, const Sample& values) {
 
 void Reporter::print(std::string_view lines) {
   const std::lock_guard lock(fMutex);
-  fOutlet->write(lines);
+  fLine.clear();
+  xAppendPrinted(fLine, lines);
+  fOutlet->write(fLine);
+}
+
+void Reporter::finish() {
+  const std::lock_guard lock(fMutex);
+  fLine.clear();
+  xFinish(fLine);
+  if (!fLine.empty()) {
+    fOutlet->write(fLine);
+  }
 }
 
 void Reporter::mute() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "formats/lines/OutputLine.h"
+#include "formats/text/LiveRows.h"
 #include "gk/GKError.h"
 #include "gk/GKObserver.h"
 #include "gk/GKPriorityMutex.h"
@@ -49,6 +50,9 @@ public:
   /// Writes whole lines that somebody has printed, as they are.
   void print(std::string_view lines);
 
+  /// At the end: writes what waits for more of its kind.
+  void finish();
+
   /// From now on nothing is reported.
   void mute();
 
@@ -59,6 +63,8 @@ protected:
   virtual void xAppend(std::string& out, const GK::GKNotice& notice) = 0;
   virtual void xAppend(std::string& out, const Answer& answer) = 0;
   virtual void xAppend(std::string& out, GK::GKMicros time, const Sample& values) = 0;
+  virtual void xAppendPrinted(std::string& out, std::string_view lines) { out += lines; }
+  virtual void xFinish(std::string& /*out*/) {}
 
 private:
   template <class... What> void xWrite(formats::LineKind kind, const What&... what);
@@ -81,21 +87,28 @@ protected:
   void xAppend(std::string& out, GK::GKMicros time, const Sample& values) override;
 };
 
-/// Lines for people: time, what, value; coloured on a terminal.
+/// Lines for people: time, what, value.
 class ReadableReporter : public Reporter {
 public:
   /// Shows log lines up to `logLevel`.
   ReadableReporter(std::unique_ptr<Outlet> outlet, formats::LineKinds kinds, int logLevel,
-                   bool isColoured);
+                   formats::LiveRows::Style style);
 
 protected:
   void xAppend(std::string& out, const GK::GKNotice& notice) override;
   void xAppend(std::string& out, const Answer& answer) override;
   void xAppend(std::string& out, GK::GKMicros time, const Sample& values) override;
+  void xAppendPrinted(std::string& out, std::string_view lines) override {
+    fRows.appendLines(out, lines);
+  }
+  void xFinish(std::string& out) override { fRows.finish(out); }
 
 private:
+  void xRow(std::string& out, GK::GKMicros time, std::string_view kind, std::string_view name,
+            std::string value, std::string_view colour);
+
   const int fLogLevel;
-  const bool fIsColoured;
+  formats::LiveRows fRows;
 };
 
 } // namespace gk::runtime

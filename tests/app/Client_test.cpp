@@ -131,7 +131,13 @@ TEST(GkClient, EventsAreShownAsTheyAreRaised) {
 TEST(GkClient, WatchedKeysAreShownAtOnce) {
   const RunningHost host;
   const ProgramResult watched = host.gk({"watch", "Motion/IsStand", "--count", "1"});
-  EXPECT_EQ(watched.out, "Motion/IsStand  0.0\n");
+  EXPECT_THAT(watched.out, testing::MatchesRegex(" +[0-9]+[.][0-9]+  Motion/IsStand  0.0\n"));
+  EXPECT_THAT(host.gk({"watch", "robotPose", "--count", "1"}).out,
+              testing::MatchesRegex(" +[0-9.]+  robotPose  [A-Z][A-Za-z]+\n"));
+  EXPECT_THAT(
+      host.gk({"watch", "Device/SubDeviceList/LFoot/FSR/TotalWeight/Sensor/Value", "--count", "1"})
+          .out,
+      EndsWith("/Value  0.000 kg\n"));
   EXPECT_EQ(host.gk({"watch", "Motion/IsStand", "--count", "1", "--json"}).out,
             "{\"Motion/IsStand\":0.0}\n");
 }
@@ -160,6 +166,18 @@ TEST(GkClient, TopShowsLoopsOnce) {
   EXPECT_THAT(top.out, AllOf(StartsWith("gksensors "), HasSubstr("\nGKSensors")));
 }
 
+TEST(GkClient, TopShowsWhoListens) {
+  const RunningHost host;
+  Program watch({GK_PROGRAM, "watch", "Motion/IsStand", "--host", host.address()});
+  watch.runUntil([&watch] { return !watch.outSoFar().empty(); });
+  EXPECT_THAT(
+      host.gk({"top", "--interval", "0.1"}).out,
+      testing::ContainsRegex("\nclients 1 .*\nLOST SAMPLES .*\n0 +0 +127.0.0.1:[0-9]+ gk/"));
+  // Programs get what they always got.
+  EXPECT_THAT(host.gk({"top", "--json"}).out,
+              AllOf(Not(HasSubstr("lastMinute")), Not(HasSubstr("\"clients\""))));
+}
+
 TEST(GkClient, DoctorFindsAHostThatIsFedWell) {
   const RunningHost host({"--no-tour"});
   // Lateness depends on how busy the machine is that runs the tests.
@@ -168,6 +186,9 @@ TEST(GkClient, DoctorFindsAHostThatIsFedWell) {
                            "device keys are fresh", "GKSensors ticks", "GKSonar answers"}) {
     EXPECT_THAT(doctor.out, HasSubstr(std::string("ok  ") + good));
   }
+  EXPECT_THAT(doctor.out,
+              AllOf(HasSubstr("GKSensors is on time: 99.9 % of its ticks in the last minute"),
+                    HasSubstr("GKSensors keeps its rate: ")));
 }
 
 TEST(GkClient, DoctorFindsStaleDeviceKeys) {

@@ -62,6 +62,23 @@ TEST_F(RecordStream, WhatAHostTellsIsOnTheDiskWhileItGoesOnAndWholeAtTheEnd) {
               AllOf(HasSubstr(R"("name":"FrontTactilTouched")"), Not(HasSubstr("/joint_states"))));
 }
 
+/// Where the text beside a name begins in its line.
+std::size_t columnBeside(const std::string& text, const std::string& name) {
+  const std::size_t line = text.find("\n  " + name + " ") + 1;
+  return text.find_first_not_of(' ', line + 2 + name.size()) - line;
+}
+
+TEST_F(RecordStream, InfoKeepsItsColumnsHoweverLongTheNamesAre) {
+  const RunningHost host;
+  Program record({GK_PROGRAM, "record", fFile, "--host", host.address()});
+  touchUntilSeen(host);
+  kill(record.pid(), SIGTERM);
+  EXPECT_EQ(record.wait().code, 0);
+  const std::string info = runGk({"recording", "info", fFile}).out;
+  ASSERT_THAT(info, HasSubstr("\n  gk.stream.version "));
+  EXPECT_EQ(columnBeside(info, "chunks"), columnBeside(info, "gk.stream.version")) << info;
+}
+
 TEST_F(RecordStream, OnlyTheTopicsThatAreAskedForAreKept) {
   const RunningHost host;
   Program record({GK_PROGRAM, "record", fFile, "--topic", "/event/Front*", "--json", "--host",

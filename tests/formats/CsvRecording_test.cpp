@@ -246,7 +246,7 @@ TEST(Recording, OtherEndingsAreRefused) {
       openRecording(path, testKeyType);
       ADD_FAILURE() << path;
     } catch (const InputError& error) {
-      EXPECT_EQ(error.what(), path + ":1: unknown kind of file, not .csv, .csv.gz, .jsonl, "
+      EXPECT_EQ(error.what(), path + ": unknown kind of file, not .csv, .csv.gz, .jsonl, "
                                      ".jsonl.gz or .mcap");
     }
   }

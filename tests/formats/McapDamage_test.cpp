@@ -44,11 +44,6 @@ void flip(std::string& file, std::uint64_t place) {
   file[place] = static_cast<char>(file[place] ^ 1);
 }
 
-Verdict verdictOf(std::string_view file) {
-  MemorySource source(file);
-  return verify(source);
-}
-
 std::uint64_t readerProblemsOf(const std::string& file) {
   MemorySource source(file);
   Reader reader(source);

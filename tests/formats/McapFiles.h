@@ -1,6 +1,7 @@
 #pragma once
 
 #include "formats/mcap/Reader.h"
+#include "formats/mcap/Verify.h"
 #include "formats/mcap/Writer.h"
 
 #include <string>
@@ -48,6 +49,11 @@ inline std::vector<std::string> messagesOf(std::string_view file) {
   MemorySource source(file);
   Reader reader(source);
   return messagesOf(reader);
+}
+
+inline Verdict verdictOf(std::string_view file) {
+  MemorySource source(file);
+  return verify(source);
 }
 
 /// The data of the first `count` messages that `makeFile` writes.

@@ -16,11 +16,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-Verdict verdictOf(std::string_view file) {
-  MemorySource source(file);
-  return verify(source);
-}
-
 class EachCompression : public testing::TestWithParam<Compression> {};
 
 TEST_P(EachCompression, WhatIsWrittenIsRead) {
