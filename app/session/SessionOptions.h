@@ -15,6 +15,9 @@ struct SessionOptions {
   std::string out;
   std::string only;
   std::vector<std::string> sample;
+  bool isOnlyChanges = false;
+  double sampleFrom = 0.0;
+  std::uint64_t sampleCount = 0;
   std::vector<std::string> subscribe;
   std::vector<std::string> without;
   std::vector<std::string> libraries;
