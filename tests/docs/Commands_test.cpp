@@ -131,9 +131,14 @@ private:
   std::unique_ptr<Program> started(const std::string& script) const {
     const std::string text =
         fAddress.empty() ? script : replaced(script, kDefaultAddress, fAddress);
-    std::vector<std::string> arguments = {
-        "/usr/bin/env", "-i", "LANG=C.UTF-8", "HOME=" + fFolder.path().string(),
-        "PATH=" + (fFolder.path() / "bin").string() + ":/usr/local/bin:/usr/bin:/bin"};
+    // Whoever starts tests in the background of a script has them ignore Ctrl-C.
+    std::vector<std::string> arguments = {"/usr/bin/env",
+                                          "--default-signal=INT",
+                                          "-i",
+                                          "LANG=C.UTF-8",
+                                          "HOME=" + fFolder.path().string(),
+                                          "PATH=" + (fFolder.path() / "bin").string() +
+                                              ":/usr/local/bin:/usr/bin:/bin"};
     if (!fAddress.empty()) {
       arguments.push_back("GK_HOST=" + fAddress);
     }
