@@ -34,6 +34,7 @@ test: dependencies
 	cmake --preset $(PRESET)
 	cmake --build --preset $(PRESET)
 	ctest --preset $(PRESET)
+	@sed -n '/^Left out: /p' build/$(PRESET)/Testing/Temporary/LastTest.log
 
 # What takes too long for every day, or needs more than this machine has.
 test-all: test check lint

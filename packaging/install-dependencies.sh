@@ -1,7 +1,10 @@
 #!/bin/sh
 # Installs the Debian packages of the given list that are missing, and those of the list beside it
-# that is for this release; does nothing when all are there.
+# that is for this release; does nothing when all are there. While another program installs packages,
+# as on the first start of a machine, it waits, for ten minutes at most.
 set -eu
+
+patience=600
 
 list=${1:-$(dirname "$0")/debian-packages.txt}
 release=$(. /etc/os-release && echo "${VERSION_CODENAME:-$ID}")
@@ -25,7 +28,31 @@ done
 
 sudo=
 [ "$(id -u)" -eq 0 ] || sudo=sudo
+
+# apt waits for one of its locks only, and not where the lists and the archives are kept.
+waited=0
+apt_get() {
+  until said=$($sudo env LC_ALL=C DEBIAN_FRONTEND=noninteractive \
+    apt-get -o DPkg::Lock::Timeout=$patience "$@" 2>&1 >/dev/null); do
+    case $said in
+      *"Could not get lock"* | *"Unable to acquire the dpkg frontend lock"*) ;;
+      *)
+        echo "$said" >&2
+        exit 1
+        ;;
+    esac
+    [ "$waited" -lt "$patience" ] || {
+      printf 'install-dependencies: still not free after %s s:\n%s\n' "$patience" "$said" >&2
+      exit 1
+    }
+    [ "$waited" -gt 0 ] || echo "Another program is installing packages: waiting for it to end"
+    sleep 5
+    waited=$((waited + 5))
+  done
+  [ -z "$said" ] || echo "$said" >&2
+}
+
 echo "Installing:$missing"
-$sudo apt-get update -qq
+apt_get update -qq
 # shellcheck disable=SC2086 # a list of words
-$sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $missing >/dev/null
+apt_get install -y -qq --no-install-recommends $missing

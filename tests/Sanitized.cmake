@@ -30,7 +30,6 @@ function(gk_add_sanitized_tests folder)
       ${folder}.${shard}
       PROPERTIES
         ENVIRONMENT
-        "GTEST_TOTAL_SHARDS=${shards};GTEST_SHARD_INDEX=${index};GTEST_FILTER=-${GK_LONG_TESTS}"
-        TIMEOUT 900)
+        "GTEST_TOTAL_SHARDS=${shards};GTEST_SHARD_INDEX=${index};GTEST_FILTER=-${GK_LONG_TESTS}")
   endforeach()
 endfunction()

@@ -64,10 +64,23 @@ void addSessionOptions(const Command& command, SessionOptions& options) {
       .separatedBy(',')
       .shows("NAME,NAME")
       .onceEach();
-  command.option("--sample", options.sample, "Write the values of these keys after every tick")
-      .separatedBy(',')
-      .shows("KEY,KEY")
-      .onceEach();
+  const Option sample =
+      command.option("--sample", options.sample, "Write the values of these keys after every tick")
+          .separatedBy(',')
+          .shows("KEY,KEY")
+          .onceEach();
+  command
+      .flag("--changes", options.isOnlyChanges,
+            "With --sample: only when one of the values has changed")
+      .needs(sample);
+  command.option("--from", options.sampleFrom, "With --sample: not before this time")
+      .within(0.0, formats::kMaxSeconds)
+      .shows("SECONDS")
+      .needs(sample);
+  command.option("--count", options.sampleCount, "With --sample: so many lines of values at most")
+      .positive()
+      .shows("N")
+      .needs(sample);
   command.option("--subscribe", options.subscribe, "Subscribe to this extractor at the start")
       .shows("MODULE")
       .onceEach();
@@ -110,6 +123,15 @@ std::vector<std::string> sessionArguments(const SessionOptions& options) {
   add("--out", options.out);
   add("--only", options.only);
   addEach("--sample", options.sample);
+  if (options.isOnlyChanges) {
+    arguments.emplace_back("--changes");
+  }
+  if (options.sampleFrom > 0.0) {
+    add("--from", formats::doubleText(options.sampleFrom));
+  }
+  if (options.sampleCount > 0) {
+    add("--count", std::to_string(options.sampleCount));
+  }
   addEach("--subscribe", options.subscribe);
   addEach("--without", options.without);
   addEach("--library", options.libraries);
@@ -142,7 +164,12 @@ runtime::HostOptions hostOptions(const SessionOptions& options) {
   }
   host.without = options.without;
   host.subscribe = options.subscribe;
-  host.sample = options.sample;
+  host.sample.keys = options.sample;
+  host.sample.isOnlyChanges = options.isOnlyChanges;
+  host.sample.from = formats::toMicros(options.sampleFrom).value_or(0);
+  if (options.sampleCount > 0) {
+    host.sample.count = options.sampleCount;
+  }
   host.epoch = options.epoch;
   if (options.until) {
     host.until = formats::toMicros(*options.until);

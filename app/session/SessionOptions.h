@@ -17,6 +17,9 @@ struct SessionOptions {
   bool isQuiet = false;
   std::vector<std::string> show;
   std::vector<std::string> sample;
+  bool isOnlyChanges = false;
+  double sampleFrom = 0.0;
+  std::uint64_t sampleCount = 0;
   std::vector<std::string> subscribe;
   std::vector<std::string> without;
   std::vector<std::string> libraries;

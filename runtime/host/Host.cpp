@@ -101,7 +101,7 @@ Host::Host(HostOptions options)
       fDevices(fStore, fOptions.simulation ? devices::simulatedKeys() : devices::deviceKeys()),
       fTarget(std::make_unique<Target>(*this)), fPlayer(*fTarget),
       fInput(std::make_unique<Input>(*this)), fWatch(boost::make_shared<Watch>(*this)),
-      fLoops(boost::make_shared<LoopStatistics>()) {
+      fLoops(boost::make_shared<LoopStatistics>()), fSampler(fOptions.sample, fStore) {
   std::vector<formats::Action> subscriptions;
   for (const std::string& module : fOptions.subscribe) {
     subscriptions.emplace_back(formats::CallAction{
@@ -359,15 +359,9 @@ void Host::xGet(const std::string& key) {
 
 void Host::xOnTick(GK::GKMicros time) {
   fTicks.fetch_add(1, std::memory_order_relaxed);
-  if (!fOptions.sample.empty()) {
-    Sample values;
-    for (const std::string& key : fOptions.sample) {
-      if (std::optional<GK::GKValue> value = fStore->get(key)) {
-        values.emplace_back(key, *std::move(value));
-      }
-    }
+  if (const std::optional<Sample> values = fSampler.take(time)) {
     for (const auto& reporter : fReporters) {
-      reporter->sample(time, values);
+      reporter->sample(time, *values);
     }
   }
   fCalls->onTick();

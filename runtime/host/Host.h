@@ -17,6 +17,7 @@
 #include "runtime/host/FaultPlan.h"
 #include "runtime/host/Library.h"
 #include "runtime/host/Player.h"
+#include "runtime/host/Sampler.h"
 #include "runtime/output/Reporter.h"
 #include "runtime/recording/RunRecorder.h"
 #include "runtime/recording/RunReplay.h"
@@ -51,8 +52,8 @@ struct HostOptions {
   std::vector<std::string> without;
   /// Extractors to subscribe to from the start.
   std::vector<std::string> subscribe;
-  /// Keys whose values are reported after every tick.
-  std::vector<std::string> sample;
+  /// What is reported after ticks.
+  SampleChoice sample;
 
   /// The simulated robot, if there is to be one.
   std::optional<devices::SimulationOptions> simulation;
@@ -187,6 +188,7 @@ private:
   std::vector<boost::shared_ptr<Reporter>> fReporters;
   boost::shared_ptr<Watch> fWatch;
   boost::shared_ptr<LoopStatistics> fLoops;
+  Sampler fSampler;
 
   boost::shared_ptr<GK::GKBrokerManager> fManager;
   boost::shared_ptr<GK::GKBroker> fBroker;

@@ -1,4 +1,7 @@
+#include "support/Golden.h"
 #include "support/Program.h"
+
+#include <gtest/gtest-spi.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -12,11 +15,13 @@
 //   # options: --subscribe GKSonar     more options for the replay; file names are relative to the
 //                                       scenario's folder
 //   # exit: 2                           the exit code, 0 without
-//   # error: 7: unknown action          what standard error must say behind the file's name
+//   # error: 7: unknown action          what the one line of standard error ends in; without, that
+//                                       is what the run sums up to
 //   # stdout: text                      lines that a module prints on standard output
 // NAME.expected.jsonl holds the expected lines; without it the replay must leave no output.
 //
-// With GK_UPDATE_GOLDEN set the expected files are written instead of compared.
+// With GK_UPDATE_GOLDEN=1 the expected files are written anew, and the tests of those that were
+// different fail.
 
 namespace {
 
@@ -28,9 +33,8 @@ const fs::path kScenarios = kRoot / "tests" / "scenarios";
 const fs::path kRecordings = kRoot / "data";
 constexpr const char* kExpectedEnding = ".expected.jsonl";
 
-bool isUpdate() {
-  return std::getenv("GK_UPDATE_GOLDEN") != nullptr;
-}
+/// What a replay says on standard error when nothing is odd.
+constexpr const char* kSummary = "[0-9.]+ s, [0-9]+ ticks, [0-9]+ events in .*";
 
 std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines;
@@ -93,10 +97,7 @@ Replay replay(const fs::path& file, const std::vector<std::string>& options) {
 }
 
 void compareLines(const std::string& actual, const fs::path& expectedFile) {
-  if (isUpdate()) {
-    gk::test::writeFile(expectedFile, actual);
-    return;
-  }
+  gk::test::updateGolden(actual, expectedFile);
   ASSERT_TRUE(fs::exists(expectedFile)) << expectedFile;
   const std::vector<std::string> actualLines = linesOf(actual);
   const std::vector<std::string> expectedLines = linesOf(readFile(expectedFile));
@@ -138,7 +139,9 @@ TEST_P(Scenario, GivesTheExpectedLines) {
 
   EXPECT_EQ(result.program.code, directions.exit) << result.program.err;
   EXPECT_EQ(result.program.out, directions.out);
-  if (!directions.error.empty()) {
+  if (directions.error.empty()) {
+    EXPECT_THAT(linesOf(result.program.err), testing::ElementsAre(testing::MatchesRegex(kSummary)));
+  } else {
     EXPECT_THAT(linesOf(result.program.err),
                 testing::ElementsAre(testing::EndsWith(directions.error)));
   }
@@ -165,6 +168,7 @@ TEST_P(Recording, GivesTheExpectedEventsTwice) {
   }
   const Replay first = replay(GetParam(), options);
   ASSERT_EQ(first.program.code, 0) << first.program.err;
+  EXPECT_THAT(linesOf(first.program.err), testing::ElementsAre(testing::MatchesRegex(kSummary)));
   ASSERT_TRUE(first.output.has_value());
   EXPECT_EQ(replay(GetParam(), options).output, first.output);
   compareLines(*first.output, kRoot / "tests" / "recordings" /
@@ -193,5 +197,42 @@ TEST(Walk, StandsOnTheLeftAndOnTheRightFootInTurn) {
 
 INSTANTIATE_TEST_SUITE_P(Golden, Recording, testing::ValuesIn(filesBelow(kRecordings, {".csv"})),
                          testName);
+
+/// A file of expected output that says "old", and GK_UPDATE_GOLDEN as it was at the end.
+struct GoldenFile : testing::Test {
+  GoldenFile() { gk::test::writeFile(file, "old"); }
+  ~GoldenFile() override {
+    if (former) {
+      setenv(kVariable, former->c_str(), 1);
+    } else {
+      unsetenv(kVariable);
+    }
+  }
+
+  static constexpr const char* kVariable = "GK_UPDATE_GOLDEN";
+  const std::optional<std::string> former = std::getenv(kVariable) != nullptr
+                                                ? std::optional<std::string>(std::getenv(kVariable))
+                                                : std::nullopt;
+  const gk::test::TemporaryFolder folder;
+  const fs::path file = folder.file("expected.jsonl");
+};
+
+TEST_F(GoldenFile, StaysAsItIsUnlessAnUpdateIsAskedFor) {
+  for (const char* value : {"", "0", "no"}) {
+    setenv(kVariable, value, 1);
+    gk::test::updateGolden("new", file);
+    EXPECT_EQ(readFile(file), "old") << value;
+  }
+  unsetenv(kVariable);
+  gk::test::updateGolden("new", file);
+  EXPECT_EQ(readFile(file), "old");
+}
+
+TEST_F(GoldenFile, FailsTheTestThatUpdatesIt) {
+  setenv(kVariable, "1", 1);
+  EXPECT_NONFATAL_FAILURE(gk::test::updateGolden("new", file), "updated");
+  EXPECT_EQ(readFile(file), "new");
+  gk::test::updateGolden("new", file); // It is what is expected now.
+}
 
 } // namespace

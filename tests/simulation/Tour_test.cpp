@@ -1,10 +1,10 @@
 #include "simulation/RobotRun.h"
+#include "support/Golden.h"
 
 #include <boost/json/serialize.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <map>
 #include <set>
 #include <string>
@@ -66,10 +66,7 @@ std::string story(const std::string& lines) {
 TEST(Tour, TellsItsStory) {
   const ProgramResult result = tour("event,micro");
   ASSERT_EQ(result.code, 0) << result.err;
-  if (std::getenv("GK_UPDATE_GOLDEN") != nullptr) {
-    writeFile(kExpected, story(result.out));
-    return;
-  }
+  updateGolden(story(result.out), kExpected);
   EXPECT_EQ(story(result.out), readFile(kExpected));
 }
 
