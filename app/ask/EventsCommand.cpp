@@ -1,16 +1,18 @@
 #include "app/ask/AskCommands.h"
 #include "app/client/HostClient.h"
+#include "app/client/HostNames.h"
 #include "app/client/HostStream.h"
+#include "app/client/Words.h"
 #include "app/terminal/Table.h"
 #include "formats/json/Json.h"
 #include "formats/json/JsonText.h"
+#include "formats/text/NamePattern.h"
 #include "formats/text/Printable.h"
 
 #include <fmt/format.h>
 
 #include <cstdint>
 #include <cstdio>
-#include <fnmatch.h>
 #include <map>
 #include <memory>
 #include <string>
@@ -36,22 +38,19 @@ void addLiveOptions(const Command& command, LiveOptions& options, const char* wh
   addClientOptions(command, options.client);
 }
 
-bool matches(const std::string& pattern, const std::string& name) {
-  const bool isGlob = pattern.find_first_of("*?[") != std::string::npos;
-  return isGlob ? fnmatch(pattern.c_str(), name.c_str(), 0) == 0
-                : name.find(pattern) != std::string::npos;
-}
-
 int showEvents(const LiveOptions& options) {
   HostClient client(options.client);
   const std::string pattern = options.names.empty() ? std::string() : options.names.front();
+  if (const std::string missing = missingEvent(client, pattern); !missing.empty()) {
+    fmt::print(stderr, "gk: waiting: so far {}\n", formats::printable(missing));
+  }
   std::uint64_t shown = 0;
   HostStream::Handlers handlers;
   handlers.wants = [](const HostChannel& channel) { return channel.topic == "/events"; };
   handlers.message = [&](const HostChannel&, std::uint64_t, std::string_view payload) {
     const json::value event = formats::parseJson(payload);
     const std::string name = textMember(event, "name");
-    if (!matches(pattern, name)) {
+    if (!formats::isMeant(name, pattern)) {
       return true;
     }
     if (options.client.isJson) {
@@ -120,18 +119,19 @@ private:
 
 int watchKeys(const LiveOptions& options) {
   HostClient client(options.client);
-  for (const std::string& key : options.names) {
-    // Says what is wrong with a name before anything is watched.
-    client.get("/api/v1/memory/" + escapedPath(key));
+  // Says what is wrong with a name before anything is watched.
+  std::vector<std::string> keys;
+  for (const json::value& key : keysNamed(client, options.names)) {
+    keys.push_back(textMember(key, "key"));
   }
-  WatchView view(options.names, options.client.isJson);
+  WatchView view(keys, options.client.isJson);
   std::uint64_t shown = 0;
   HostStream::Handlers handlers;
   handlers.values = [&](const std::vector<json::value>& changed) {
     view.show(changed);
     return ++shown != options.count;
   };
-  HostStream(client).run(options.names, handlers);
+  HostStream(client).run(keys, handlers);
   return kSuccess;
 }
 
@@ -151,7 +151,7 @@ void addWatchCommand(const Command& program) {
   const Command command =
       program.subcommand("watch", "Show the values of memory keys as they change");
   auto options = std::make_shared<LiveOptions>();
-  command.option("KEY", options->names, "The keys").required().shows("");
+  command.option("KEY", options->names, kKeyPatterns).required().shows("");
   addLiveOptions(command, *options, "End after so many changes");
   command.does([options] { return runClient([&] { return watchKeys(*options); }); });
 }

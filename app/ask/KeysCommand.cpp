@@ -1,14 +1,20 @@
 #include "app/ask/AskCommands.h"
 #include "app/client/HostClient.h"
+#include "app/client/HostNames.h"
+#include "app/client/Words.h"
 #include "app/terminal/Table.h"
+#include "devices/DeviceKeys.h"
 #include "formats/json/Json.h"
 #include "formats/json/JsonText.h"
 #include "formats/text/FormatError.h"
+#include "formats/text/NearestNames.h"
+#include "formats/text/Printable.h"
 
 #include <fmt/format.h>
 
-#include <fnmatch.h>
+#include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,21 +24,7 @@ namespace {
 
 namespace json = boost::json;
 
-constexpr const char* kMemory = "/api/v1/memory";
-
-/// As JSON if it is some, else as text.
-std::string asJson(const std::string& word) {
-  try {
-    formats::parseJson(word);
-    return word;
-  } catch (const formats::FormatError&) {
-    std::string text;
-    formats::appendJsonString(text, word);
-    return text;
-  }
-}
-
-void print(const std::vector<json::value>& entries, bool isJson) {
+void printEntries(const std::vector<json::value>& entries, bool isJson) {
   if (isJson) {
     std::string text = "{";
     for (const json::value& entry : entries) {
@@ -51,45 +43,61 @@ void print(const std::vector<json::value>& entries, bool isJson) {
   fmt::print("{}", tableText(rows));
 }
 
-int getKeys(const ClientOptions& options, const std::vector<std::string>& keys) {
+int getKeys(const ClientOptions& options, const std::vector<std::string>& words) {
   HostClient client(options);
-  std::vector<json::value> entries;
-  entries.reserve(keys.size());
-  for (const std::string& key : keys) {
-    entries.push_back(client.getJson(std::string(kMemory) + "/" + escapedPath(key)));
-  }
-  print(entries, options.isJson);
+  printEntries(keysNamed(client, words), options.isJson);
   return kSuccess;
 }
 
-int setKey(const ClientOptions& options, const std::string& key, const std::string& value) {
+/// What a key takes: its present value's type, or what device layers give it.
+std::string typeOfKey(const std::optional<json::value>& key, const std::string& name) {
+  return key ? textMember(*key, "type") : std::string(devices::typeName(devices::keyTypeOf(name)));
+}
+
+/// A new key is as good as any, and may be a slip.
+void tellOfNewKey(HostClient& client, const std::string& name) {
+  std::vector<std::string> names;
+  for (const json::value& key : keysLike(client, {})) {
+    if (textMember(key, "key") != name) {
+      names.push_back(textMember(key, "key"));
+    }
+  }
+  fmt::print(stderr, "gk: {}\n",
+             formats::printable(name + " is a new key" +
+                                formats::didYouMean(formats::nearestNames(name, names))));
+}
+
+int setKey(const ClientOptions& options, const std::string& name, const std::string& word) {
   HostClient client(options);
-  const json::value entry =
-      formats::parseJson(client.put(std::string(kMemory) + "/" + escapedPath(key), asJson(value)));
-  print({entry}, options.isJson);
+  const std::optional<json::value> former = findKey(client, name);
+  json::value entry;
+  try {
+    entry = formats::parseJson(
+        client.put(keyTarget(name), jsonOfWord(word, typeOfKey(former, name), name)));
+  } catch (const UnknownName&) {
+    throw;
+  } catch (const ClientError& error) {
+    const std::string what = error.what();
+    throw ClientError(what.starts_with(name) || error.status() == 0 ? what : name + ": " + what,
+                      error.status());
+  }
+  printEntries({entry}, options.isJson);
+  if (!former) {
+    tellOfNewKey(client, name);
+  }
   return kSuccess;
 }
 
-int listKeys(const ClientOptions& options, const std::string& pattern) {
+int listKeys(const ClientOptions& options, const std::string& word) {
   HostClient client(options);
-  const bool isGlob = pattern.find_first_of("*?[") != std::string::npos;
-  std::vector<json::value> entries;
-  std::string after;
-  while (true) {
-    const json::value page = client.getJson(
-        fmt::format("{}?limit=1000&contains={}&after={}", kMemory,
-                    isGlob ? std::string() : escapedPath(pattern), escapedPath(after)));
-    for (json::value& entry : client.listOf(page, "keys")) {
-      if (!isGlob || fnmatch(pattern.c_str(), textMember(entry, "key").c_str(), 0) == 0) {
-        entries.push_back(std::move(entry));
-      }
+  try {
+    printEntries(keysLike(client, word), options.isJson);
+  } catch (const UnknownName&) {
+    if (options.isJson) {
+      printEntries(std::vector<json::value>(), true);
     }
-    after = textMember(page, "next");
-    if (after.empty()) {
-      break;
-    }
+    throw;
   }
-  print(entries, options.isJson);
   return kSuccess;
 }
 
@@ -99,7 +107,7 @@ void addGetCommand(const Command& program) {
   const Command command = program.subcommand("get", "Show the values of memory keys");
   auto options = std::make_shared<ClientOptions>();
   auto keys = std::make_shared<std::vector<std::string>>();
-  command.option("KEY", *keys, "The keys").required().shows("");
+  command.option("KEY", *keys, kKeyPatterns).required().shows("");
   addClientOptions(command, *options);
   command.does([=] { return runClient([&] { return getKeys(*options, *keys); }); });
 }
@@ -110,7 +118,9 @@ void addSetCommand(const Command& program) {
   auto key = std::make_shared<std::string>();
   auto value = std::make_shared<std::string>();
   command.option("KEY", *key, "The key").required().shows("");
-  command.option("VALUE", *value, "A number, true, false, a text, or JSON").required().shows("");
+  command.option("VALUE", *value, "A number, true, false, on, off, a text, or JSON")
+      .required()
+      .shows("");
   addClientOptions(command, *options);
   command.does([=] { return runClient([&] { return setKey(*options, *key, *value); }); });
 }

@@ -2,6 +2,7 @@
 
 #include "app/options/Command.h"
 #include "app/session/Complaints.h"
+#include "app/session/Head.h"
 #include "app/session/ProgressBar.h"
 #include "app/session/RunRecording.h"
 #include "app/session/RunReport.h"
@@ -9,6 +10,7 @@
 #include "formats/files/OutputFile.h"
 #include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
+#include "formats/text/Printable.h"
 #include "gateway/Gateway.h"
 #include "runtime/output/Outlet.h"
 #include "runtime/output/PrintedLines.h"
@@ -20,8 +22,10 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <unistd.h>
 #include <utility>
 
@@ -86,6 +90,13 @@ public:
     }
   }
 
+  /// In real time: until then nothing is written, so that what else is said comes first.
+  void release() const {
+    for (runtime::QueuedOutlet* queue : fQueues) {
+      queue->release();
+    }
+  }
+
   /// From now on nobody waits for readers who do not read. Any thread.
   void hurry() const noexcept {
     for (const auto& reporter : fReporters) {
@@ -97,6 +108,7 @@ public:
   int commit() {
     int code = kSuccess;
     fPrinted.reset();
+    release();
     if (fIsRealTime) {
       hurry();
     }
@@ -124,13 +136,14 @@ private:
       return outlet;
     }
     auto queue = std::make_unique<runtime::QueuedOutlet>(std::move(outlet));
+    queue->hold();
     fQueues.push_back(queue.get());
     return queue;
   }
 
   const bool fIsRealTime;
   std::vector<boost::shared_ptr<runtime::Reporter>> fReporters;
-  std::vector<const runtime::QueuedOutlet*> fQueues;
+  std::vector<runtime::QueuedOutlet*> fQueues;
   /// There is one standard output. Where all goes to a file, modules print there themselves.
   std::optional<runtime::PrintedLines> fPrinted;
 };
@@ -148,8 +161,7 @@ void sumUp(const runtime::RunStatistics& run, std::chrono::steady_clock::duratio
 class Service {
 public:
   /// `gateway` may be null.
-  Service(gateway::Gateway* gateway, const SessionView& view, runtime::Host& host)
-      : fGateway(gateway), fView(view), fHost(host) {}
+  Service(gateway::Gateway* gateway, runtime::Host& host) : fGateway(gateway), fHost(host) {}
   ~Service() { close(); }
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
@@ -163,7 +175,6 @@ public:
         [this](const formats::Action& action, const std::function<void()>& work) {
           fHost.carryOut(action, work);
         });
-    announce(*fGateway, *fView.listen);
   }
   void close() {
     if (fGateway != nullptr) {
@@ -173,7 +184,6 @@ public:
 
 private:
   gateway::Gateway* fGateway;
-  const SessionView& fView;
   runtime::Host& fHost;
 };
 
@@ -181,6 +191,9 @@ private:
 int warnOf(const runtime::Host& host) {
   for (const std::string& problem : host.inputProblems()) {
     complain(problem);
+  }
+  for (const std::string& missing : host.missingSamples()) {
+    complain(formats::printable(missing));
   }
   return host.isInputComplete() ? kSuccess : kFailure;
 }
@@ -219,7 +232,8 @@ void openLog(const std::string& path, const std::vector<std::string>& inputs) {
 }
 
 /// Start, run and shutdown. A start that fails has still run: its output stays.
-int play(runtime::Host& host, RunRecording& recording, Service& service) {
+int play(runtime::Host& host, RunRecording& recording, Service& service,
+         const std::function<void()>& onStart) {
   try {
     host.start();
   } catch (const runtime::LoadError& error) {
@@ -229,6 +243,7 @@ int play(runtime::Host& host, RunRecording& recording, Service& service) {
   }
   recording.confirm();
   service.open();
+  onStart();
   host.run([&service] { service.close(); });
   host.shutdown();
   return kSuccess;
@@ -250,22 +265,26 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     const auto start = std::chrono::steady_clock::now();
     RunRecording recording(view.record, hostOptions);
     // Outlives the host, whose end waits for the calls of clients.
-    const std::unique_ptr<gateway::Gateway> gateway =
-        view.listen ? startGateway(*view.listen, hostOptions.limits, recording.source()) : nullptr;
+    const Listening listening =
+        view.listen ? startGateway(*view.listen, hostOptions.limits, recording.source())
+                    : Listening();
     runtime::Host host(hostOptions);
     for (const std::string& hint : host.inputHints()) {
       complain(hint);
     }
-    Service service(gateway.get(), view, host);
+    Service service(listening.gateway.get(), host);
     Outputs outputs(options, view, !hostOptions.isVirtual, inputs);
     outputs.addTo(host);
     recording.attach(host);
     RunReport report(view.report, options.files, inputs);
     report.attach(host);
+    // Written by the watch, which has ended when it is read.
+    std::string ending;
     std::optional<SignalWatch> watch;
     if (view.isInterruptible) {
       watch.emplace(
-          [&host, &outputs] {
+          [&](const EndWish& wish) {
+            ending = wish.text();
             host.requestEnd();
             outputs.hurry();
           },
@@ -276,7 +295,14 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
       bar = boost::make_shared<ProgressBar>(host);
       GK::GKObserverList::instance().add(bar);
     }
-    const int played = play(host, recording, service);
+    const int played = play(host, recording, service, [&] {
+      if (!view.robot.empty()) {
+        fmt::print(stderr, "{}",
+                   headText({view.robot, listening.text, listening.gateway != nullptr, hasPage(),
+                             view.wallLimit}));
+      }
+      outputs.release();
+    });
     GK::GKObserverList::instance().remove(bar);
     bar.reset();
     int code = played;
@@ -286,6 +312,10 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     code = std::max(code, outputs.commit());
     code = std::max(code, guarded([&] { report.finish(host, hostOptions.replay.get()); }));
     code = std::max(code, warnOf(host));
+    watch.reset();
+    if (!view.robot.empty() && !ending.empty()) {
+      fmt::print(stderr, "ended by {}\n", ending);
+    }
     if (played == kSuccess) {
       sumUp(host.statistics(), std::chrono::steady_clock::now() - start);
       sumUpLoops(host.loops());
