@@ -49,9 +49,15 @@ int getKeys(const ClientOptions& options, const std::vector<std::string>& words)
   return kSuccess;
 }
 
-/// What a key takes: its present value's type, or what device layers give it.
-std::string typeOfKey(const std::optional<json::value>& key, const std::string& name) {
-  return key ? textMember(*key, "type") : std::string(devices::typeName(devices::keyTypeOf(name)));
+/// What a key takes: what device layers give it; else a bool where it is one at present. Nothing
+/// keeps a key from becoming something else.
+std::string typeOfKey(const std::optional<json::value>& key, const std::string& name,
+                      const std::string& word) {
+  if (devices::keyTypeOf(name) != devices::KeyType::Any) {
+    return std::string(devices::typeName(devices::keyTypeOf(name)));
+  }
+  const bool isBool = key && textMember(*key, "type") == "bool";
+  return isBool && isBoolWord(word) ? "bool" : "";
 }
 
 /// A new key is as good as any, and may be a slip.
@@ -73,7 +79,7 @@ int setKey(const ClientOptions& options, const std::string& name, const std::str
   json::value entry;
   try {
     entry = formats::parseJson(
-        client.put(keyTarget(name), jsonOfWord(word, typeOfKey(former, name), name)));
+        client.put(keyTarget(name), jsonOfWord(word, typeOfKey(former, name, word), name)));
   } catch (const UnknownName&) {
     throw;
   } catch (const ClientError& error) {

@@ -4,11 +4,13 @@
 #include "formats/json/Json.h"
 #include "formats/json/JsonText.h"
 #include "formats/text/FormatError.h"
+#include "formats/text/Numbers.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <optional>
 #include <string_view>
 
@@ -33,19 +35,24 @@ std::optional<boost::json::value> readJson(const std::string& word) {
 
 } // namespace
 
+bool isBoolWord(const std::string& word) {
+  return std::ranges::find(kOn, word) != kOn.end() || std::ranges::find(kOff, word) != kOff.end();
+}
+
 std::string jsonOfWord(const std::string& word, const std::string& type, const std::string& name) {
-  if (type == "bool") {
-    const bool isOn = std::ranges::find(kOn, word) != kOn.end();
-    if (isOn || std::ranges::find(kOff, word) != kOff.end()) {
-      return isOn ? "true" : "false";
-    }
+  if (type == "bool" && isBoolWord(word)) {
+    return std::ranges::find(kOn, word) != kOn.end() ? "true" : "false";
   }
   const std::optional<boost::json::value> value = readJson(word);
   if (type == "bool" && !(value && value->is_bool())) {
     refuse(name, "true or false, on or off", word);
   }
-  if (type == "int" && !(value && value->is_int64())) {
-    refuse(name, "a whole number", word);
+  if (type == "int") {
+    const std::optional<std::int32_t> whole = formats::parseInt(word);
+    if (!whole) {
+      refuse(name, "a whole number of 32 bits", word);
+    }
+    return std::to_string(*whole);
   }
   // Such as {"float":"nan"}.
   if (type == "float" && !(value && (value->is_number() || value->is_object()))) {

@@ -192,9 +192,6 @@ int warnOf(const runtime::Host& host) {
   for (const std::string& problem : host.inputProblems()) {
     complain(problem);
   }
-  for (const std::string& missing : host.missingSamples()) {
-    complain(formats::printable(missing));
-  }
   return host.isInputComplete() ? kSuccess : kFailure;
 }
 
@@ -317,6 +314,9 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
       fmt::print(stderr, "ended by {}\n", ending);
     }
     if (played == kSuccess) {
+      for (const std::string& missing : host.missingSamples()) {
+        complain(formats::printable(missing));
+      }
       sumUp(host.statistics(), std::chrono::steady_clock::now() - start);
       sumUpLoops(host.loops());
     }

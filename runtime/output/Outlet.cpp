@@ -56,6 +56,9 @@ QueuedOutlet::~QueuedOutlet() {
   fTarget->hurry();
   {
     const std::lock_guard lock(fMutex);
+    if (fIsHeld) {
+      fLines.clear(); // nobody has said that they may go out
+    }
     fIsClosing = true;
   }
   fWake.notify_all();

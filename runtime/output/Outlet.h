@@ -75,7 +75,7 @@ public:
   explicit QueuedOutlet(std::unique_ptr<Outlet> target, std::size_t capacity = kCapacity);
   ~QueuedOutlet() override;
 
-  /// From `hold` to `release` lines wait; `flush` and the end release them as well.
+  /// From `hold` to `release` or `flush` lines wait; without either they are thrown away.
   void hold();
   void release();
 

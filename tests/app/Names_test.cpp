@@ -201,7 +201,7 @@ TEST(GkNames, AKeyThatIsMadeIsToldWithTheNearest) {
 TEST(GkNames, AValueThatDoesNotFitIsToldWithItsParameterOrKey) {
   const RunningHost host;
   EXPECT_EQ(host.gk({"call", "GKSonar.subscribe", "me", "soon", "0.5"}).err,
-            "gk: period: takes a whole number, not soon\n");
+            "gk: period: takes a whole number of 32 bits, not soon\n");
   EXPECT_THAT(host.gk({"set", kTouch, "much"}).err, StartsWith("gk: " + kTouch + ": "));
 }
 
@@ -212,6 +212,10 @@ TEST(GkNames, BoolsAreWrittenAsPeopleDo) {
   EXPECT_EQ(host.gk({"set", key, "no", "--json"}).out, "{\"" + key + "\":false}\n");
   EXPECT_EQ(host.gk({"set", key, "maybe"}).err,
             "gk: " + key + ": takes true or false, on or off, not maybe\n");
+  // A key of anybody's becomes what it is given.
+  EXPECT_EQ(host.gk({"set", "Mine/Flag", "true", "--json"}).out, "{\"Mine/Flag\":true}\n");
+  EXPECT_EQ(host.gk({"set", "Mine/Flag", "off", "--json"}).out, "{\"Mine/Flag\":false}\n");
+  EXPECT_EQ(host.gk({"set", "Mine/Flag", "2.5", "--json"}).out, "{\"Mine/Flag\":2.5}\n");
   // Where no bool is wanted these are texts.
   EXPECT_EQ(host.gk({"set", "Mine/Word", "on", "--json"}).out, "{\"Mine/Word\":\"on\"}\n");
 }
