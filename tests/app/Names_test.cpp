@@ -110,9 +110,10 @@ TEST(GkNames, AnEventThatWasNeverRaisedLeavesNoRecordingAndSaysSo) {
   std::vector<std::string> misspelt = run;
   misspelt.insert(misspelt.end(),
                   {"--record", folder.file("run.mcap"), "--record-on", "FrontTactilTouchd"});
-  EXPECT_THAT(runGk(misspelt).err,
-              HasSubstr("gk: --record-on: nothing was recorded, there was no event "
-                        "FrontTactilTouchd; did you mean FrontTactilTouched?\n"));
+  EXPECT_THAT(
+      runGk(misspelt).err,
+      HasSubstr("gk: --record-on: nothing was recorded, there was no event "
+                "FrontTactilTouchd; did you mean FrontTactilTouched or RearTactilTouched?\n"));
   EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
