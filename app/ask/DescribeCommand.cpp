@@ -78,8 +78,8 @@ void showEvent(const std::string& name, const json::value& event) {
              owner.empty() ? "" : " of " + formats::printable(owner));
   showMeaning(name);
   const double count = numberMember(event, "count");
-  showLine("raised", count > 0 ? fmt::format("{:.0f} times, last at {:.3f} s", count,
-                                             numberMember(event, "t_s"))
+  showLine("raised", count > 0 ? fmt::format("{:.0f} time{}, last at {:.3f} s", count,
+                                             count > 1 ? "s" : "", numberMember(event, "t_s"))
                                : "not yet");
   showLine("last", count > 0 ? valueText(member(event, "value")) : "");
 }

@@ -10,9 +10,12 @@
 #include "formats/text/NearestNames.h"
 #include "formats/text/Printable.h"
 
+#include <boost/json/object.hpp>
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -73,13 +76,10 @@ void tellOfNewKey(HostClient& client, const std::string& name) {
                                 formats::didYouMean(formats::nearestNames(name, names))));
 }
 
-int setKey(const ClientOptions& options, const std::string& name, const std::string& word) {
-  HostClient client(options);
-  const std::optional<json::value> former = findKey(client, name);
-  json::value entry;
+/// Writes a key; returns its entry. Raises `ClientError`, which tells the key.
+json::value writeKey(HostClient& client, const std::string& name, const std::string& value) {
   try {
-    entry = formats::parseJson(
-        client.put(keyTarget(name), jsonOfWord(word, typeOfKey(former, name, word), name)));
+    return formats::parseJson(client.put(keyTarget(name), value));
   } catch (const UnknownName&) {
     throw;
   } catch (const ClientError& error) {
@@ -87,10 +87,55 @@ int setKey(const ClientOptions& options, const std::string& name, const std::str
     throw ClientError(what.starts_with(name) || error.status() == 0 ? what : name + ": " + what,
                       error.status());
   }
+}
+
+int setKey(const ClientOptions& options, const std::string& name, const std::string& word) {
+  HostClient client(options);
+  const std::optional<json::value> former = findKey(client, name);
+  const json::value entry =
+      writeKey(client, name, jsonOfWord(word, typeOfKey(former, name, word), name));
   printEntries({entry}, options.isJson);
   if (!former) {
     tellOfNewKey(client, name);
   }
+  return kSuccess;
+}
+
+/// What `gk get --json` has written. Raises `FormatError`.
+json::object readKeys(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  if (!file.is_open() || file.bad()) {
+    throw formats::FormatError("cannot be read");
+  }
+  const json::value keys = formats::parseJson(text);
+  if (!keys.is_object()) {
+    throw formats::FormatError("is no object of keys and values, as gk get --json writes it");
+  }
+  return keys.get_object();
+}
+
+int setFile(const ClientOptions& options, const std::string& path) {
+  json::object keys;
+  try {
+    keys = readKeys(path);
+  } catch (const formats::FormatError& error) {
+    fmt::print(stderr, "gk: --file: {}: {}\n", path, error.what());
+    return kBadInput;
+  }
+  HostClient client(options);
+  std::vector<json::value> entries;
+  for (const auto& key : keys) {
+    const std::string name(key.key().data(), key.key().size());
+    try {
+      entries.push_back(writeKey(client, name, valueText(key.value())));
+    } catch (const ClientError& error) {
+      throw ClientError(fmt::format("{} (key {} of {}; those before it were written)", error.what(),
+                                    entries.size() + 1, keys.size()),
+                        error.status());
+    }
+  }
+  printEntries(entries, options.isJson);
   return kSuccess;
 }
 
@@ -120,15 +165,32 @@ void addGetCommand(const Command& program) {
 
 void addSetCommand(const Command& program) {
   const Command command = program.subcommand("set", "Write a memory key");
-  auto options = std::make_shared<ClientOptions>();
-  auto key = std::make_shared<std::string>();
-  auto value = std::make_shared<std::string>();
-  command.option("KEY", *key, "The key").required().shows("");
-  command.option("VALUE", *value, "A number, true, false, on, off, a text, or JSON")
-      .required()
-      .shows("");
-  addClientOptions(command, *options);
-  command.does([=] { return runClient([&] { return setKey(*options, *key, *value); }); });
+  struct SetOptions {
+    ClientOptions client;
+    std::string key;
+    std::string value;
+    std::string file;
+    bool isComplete = false;
+  };
+  auto options = std::make_shared<SetOptions>();
+  const Option key = command.option("KEY", options->key, "The key").shows("");
+  command.option("VALUE", options->value, "A number, true, false, on, off, a text, or JSON")
+      .shows("")
+      .whenGiven([raw = options.get()] { raw->isComplete = true; });
+  command.option("--file", options->file, "Write all keys of a file that gk get --json has written")
+      .shows("FILE")
+      .excludes(key);
+  addClientOptions(command, options->client);
+  command.does([options] {
+    if (!options->isComplete && options->file.empty()) {
+      fmt::print(stderr, "gk: KEY and VALUE, or --file, are required; gk help set tells more\n");
+      return static_cast<int>(kBadInput);
+    }
+    return runClient([&] {
+      return options->file.empty() ? setKey(options->client, options->key, options->value)
+                                   : setFile(options->client, options->file);
+    });
+  });
 }
 
 void addKeysCommand(const Command& program) {

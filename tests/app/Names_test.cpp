@@ -221,4 +221,30 @@ TEST(GkNames, BoolsAreWrittenAsPeopleDo) {
   EXPECT_EQ(host.gk({"set", "Mine/Word", "on", "--json"}).out, "{\"Mine/Word\":\"on\"}\n");
 }
 
+TEST(GkSet, AFileOfKeysIsWrittenBackAsItWasRead) {
+  const RunningHost host;
+  const TemporaryFolder folder;
+  host.gk({"set", "Mine/A", "1"});
+  host.gk({"set", "Mine/B", "[1,2.5,\"x\"]"});
+  const std::string before = host.gk({"get", "Mine/*", "--json"}).out;
+  gk::test::writeFile(folder.file("keys.json"), before);
+  host.gk({"set", "Mine/A", "7"});
+  const ProgramResult written = host.gk({"set", "--file", folder.file("keys.json")});
+  EXPECT_EQ(written.code, 0) << written.err;
+  EXPECT_EQ(host.gk({"get", "Mine/*", "--json"}).out, before);
+}
+
+TEST(GkSet, AFileThatIsNoneOfKeysIsRefused) {
+  const TemporaryFolder folder;
+  gk::test::writeFile(folder.file("list.json"), "[1]");
+  const ProgramResult list = runGk({"set", "--file", folder.file("list.json")});
+  EXPECT_EQ(list.code, 2);
+  EXPECT_THAT(list.err, HasSubstr("list.json: is no object of keys and values"));
+  const ProgramResult missing = runGk({"set", "--file", folder.file("none.json")});
+  EXPECT_EQ(missing.code, 2);
+  EXPECT_THAT(missing.err, EndsWith("none.json: cannot be read\n"));
+  EXPECT_EQ(runGk({"set", "Mine/A"}).code, 2);
+  EXPECT_EQ(runGk({"set", "Mine/A", "1", "--file", folder.file("list.json")}).code, 2);
+}
+
 } // namespace
