@@ -6,50 +6,66 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <memory>
 #include <string>
 #include <system_error>
+#include <vector>
 
 namespace gk::app {
 
 namespace {
 
 void addHelpCommand(const CommandLine& line) {
-  const Command command = line.program().subcommand("help", "Show the help of a command");
-  auto name = std::make_shared<std::string>();
-  command.option("COMMAND", *name, "The command").checked([&line](const std::string& text) {
-    const bool isKnown =
-        std::ranges::count(line.commands(), text, &CommandLine::Description::name) > 0;
-    return isKnown ? std::string() : text + " is no command of gk";
-  });
-  command.does([&line, name] {
-    fmt::print("{}", line.help(*name));
+  const Command command =
+      line.program().titled(kHelpTitle).subcommand("help", "Show the help of a command");
+  auto names = std::make_shared<std::vector<std::string>>();
+  command.option("COMMAND", *names, "The command, such as run or recording info").shows("");
+  command.does([&line, names] {
+    fmt::print("{}", line.help(*names));
     return static_cast<int>(kSuccess);
   });
 }
 
+constexpr const char* kFooter = R"(Examples:
+  gk run                                       the simulated robot, until Ctrl-C
+  gk set Simulation/Touch/Head/Touch/Front on  touch its head, from another shell
+  gk events 'Sonar*'                           see some of its events
+  gk run --record night.mcap                   keep a run in a file
+  gk replay night.mcap --report night.html     repeat it, and make a page of it
+  gk help recording convert                    what a command of a command takes
+
+Environment:
+  GK_HOST        the host to ask where --host is not given; else 127.0.0.1:8090
+  GK_TOKEN_FILE  the file of its token where --token-file is not given
+  NO_COLOR       no colours on a terminal
+
+Exit codes: 0 done, 1 failed, 2 wrong input, option or name
+)";
+
 int runProgram(int argc, char** argv) {
   const CommandLine line("gk", "gk: sensor modules of a small humanoid robot", "gk " GK_VERSION);
-  const Command program = line.program();
-  addRunCommand(program);
-  addReplayCommand(program);
-  addRecordingCommand(program);
-  addModulesCommand(program);
-  addDescribeCommand(program);
-  addCallCommand(program);
-  addGetCommand(program);
-  addSetCommand(program);
-  addKeysCommand(program);
-  addEventsCommand(program);
-  addWatchCommand(program);
-  addRecordCommand(program);
-  addTopCommand(program);
-  addDoctorCommand(program);
+  const Command run = line.program().titled("Run");
+  addRunCommand(run);
+  addReplayCommand(run);
+  const Command ask = line.program().titled("Ask a running host");
+  addModulesCommand(ask);
+  addDescribeCommand(ask);
+  addCallCommand(ask);
+  addGetCommand(ask);
+  addSetCommand(ask);
+  addKeysCommand(ask);
+  addEventsCommand(ask);
+  addWatchCommand(ask);
+  addTopCommand(ask);
+  addDoctorCommand(ask);
+  const Command recordings = line.program().titled("Recordings");
+  addRecordCommand(recordings);
+  addRecordingCommand(recordings);
   addCompletionCommand(line);
   addHelpCommand(line);
+  line.program().footer(kFooter);
   return line.run(argc, argv);
 }
 

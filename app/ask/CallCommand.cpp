@@ -1,8 +1,6 @@
 #include "app/ask/AskCommands.h"
 #include "app/client/HostClient.h"
-#include "formats/json/Json.h"
-#include "formats/json/JsonText.h"
-#include "formats/text/FormatError.h"
+#include "app/client/Words.h"
 
 #include <fmt/format.h>
 
@@ -16,44 +14,26 @@ namespace {
 
 namespace json = boost::json;
 
-bool isJsonText(const std::string& text) {
-  try {
-    formats::parseJson(text);
-    return true;
-  } catch (const formats::FormatError&) {
-    return false;
-  }
-}
-
-/// The types that the method's parameters have, where it takes so many of them.
-std::vector<std::string> typesOf(const json::value& module, const std::string& method,
-                                 std::size_t count) {
+/// The method's parameters, where it takes so many of them.
+std::vector<json::value> parametersOf(const json::value& module, const std::string& method,
+                                      std::size_t count) {
   for (const json::value& one : listMember(module, "methods")) {
-    const std::vector<json::value> params = listMember(one, "params");
+    std::vector<json::value> params = listMember(one, "params");
     if (textMember(one, "name") == method && params.size() == count) {
-      std::vector<std::string> types;
-      types.reserve(count);
-      for (const json::value& param : params) {
-        types.push_back(textMember(param, "type"));
-      }
-      return types;
+      return params;
     }
   }
   return {};
 }
 
-/// Words of a command line as JSON: what the method takes as text needs no quotes, nor does what is
-/// no JSON.
-std::string paramsOf(const std::vector<std::string>& words, const std::vector<std::string>& types) {
+/// Words of a command line as JSON. `parameters` are empty where it is unknown what they are.
+std::string paramsOf(const std::vector<std::string>& words,
+                     const std::vector<json::value>& parameters) {
   std::string params = "[";
   for (std::size_t i = 0; i < words.size(); ++i) {
+    const json::value parameter = parameters.empty() ? json::value() : parameters[i];
     params += i == 0 ? "" : ",";
-    const bool isText = i < types.size() && types[i] == "string";
-    if (!isText && isJsonText(words[i])) {
-      params += words[i];
-    } else {
-      formats::appendJsonString(params, words[i]);
-    }
+    params += jsonOfWord(words[i], textMember(parameter, "type"), textMember(parameter, "name"));
   }
   return params + "]";
 }
@@ -67,7 +47,8 @@ int callMethod(const ClientOptions& options, const std::string& method,
   HostClient client(options);
   const json::value module =
       client.getJson("/api/v1/modules/" + escapedPath(method.substr(0, dot)));
-  const std::string params = paramsOf(words, typesOf(module, method.substr(dot + 1), words.size()));
+  const std::string params =
+      paramsOf(words, parametersOf(module, method.substr(dot + 1), words.size()));
   const json::value result = client.call(method, params);
   if (options.isJson || !result.is_null()) {
     fmt::print("{}\n", valueText(result));
@@ -84,8 +65,8 @@ void addCallCommand(const Command& program) {
   command.option("MODULE.METHOD", *method, "The method").required().shows("");
   // As what is left over: an option of several words would take "[1,2]" apart.
   const auto words = command.takesRest();
-  command.footer(
-      "Behind the method come its arguments: each is a number, true, false, a text, or JSON.");
+  command.footer("Behind the method come its arguments: each is a number, true, false, on, off, a "
+                 "text, or JSON.");
   addClientOptions(command, *options);
   command.does([=] { return runClient([&] { return callMethod(*options, *method, words()); }); });
 }

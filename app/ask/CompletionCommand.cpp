@@ -99,7 +99,9 @@ int printNames(const ClientOptions& options, const std::string& kind) {
 
 void addCompletionCommand(const CommandLine& line) {
   const Command command =
-      line.program().subcommand("completion", "Print a script that completes gk in a shell");
+      line.program()
+          .titled(kHelpTitle)
+          .subcommand("completion", "Print a script that completes gk in a shell");
   auto shell = std::make_shared<std::string>();
   command.option("SHELL", *shell, "bash").required().oneOf({"bash"}).shows("");
   command.does([&line, shell] { // which the option writes to

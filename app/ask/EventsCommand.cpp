@@ -1,11 +1,14 @@
 #include "app/ask/AskCommands.h"
 #include "app/ask/WatchView.h"
 #include "app/client/HostClient.h"
+#include "app/client/HostNames.h"
 #include "app/client/HostStream.h"
+#include "app/client/Words.h"
 #include "app/terminal/LiveStyle.h"
 #include "app/terminal/TerminalState.h"
 #include "formats/json/Json.h"
 #include "formats/text/LiveRows.h"
+#include "formats/text/NamePattern.h"
 #include "formats/text/Printable.h"
 
 #include <fmt/format.h>
@@ -39,7 +42,7 @@ void addLiveOptions(const Command& command, LiveOptions& options, const char* wh
 /// Without patterns all are.
 bool isWanted(const std::vector<std::string>& patterns, const std::string& name) {
   return patterns.empty() || std::ranges::any_of(patterns, [&name](const std::string& pattern) {
-           return isNameMeant(pattern, name);
+           return formats::isMeant(name, pattern);
          });
 }
 
@@ -47,6 +50,11 @@ constexpr const char* kMicroEvent = "micro";
 
 int showEvents(const LiveOptions& options) {
   HostClient client(options.client);
+  for (const std::string& pattern : options.names) {
+    if (const std::string missing = missingEvent(client, pattern); !missing.empty()) {
+      fmt::print(stderr, "gk: waiting: so far {}\n", formats::printable(missing));
+    }
+  }
   formats::LiveRows rows(liveStyle());
   const OpenLine line;
   std::uint64_t shown = 0;
@@ -93,7 +101,12 @@ int showEvents(const LiveOptions& options) {
 
 int watchKeys(const LiveOptions& options) {
   HostClient client(options.client);
-  WatchView view(client, options.names, options.client.isJson);
+  // Says what is wrong with a name before anything is watched.
+  std::vector<std::string> keys;
+  for (const json::value& key : keysNamed(client, options.names)) {
+    keys.push_back(textMember(key, "key"));
+  }
+  WatchView view(client, keys, options.client.isJson);
   std::uint64_t shown = 0;
   HostStream::Handlers handlers;
   handlers.values = [&](const std::vector<json::value>& changed) {
@@ -104,7 +117,7 @@ int watchKeys(const LiveOptions& options) {
     view.refresh();
     return true;
   };
-  HostStream(client).run(options.names, handlers);
+  HostStream(client).run(keys, handlers);
   return kSuccess;
 }
 
@@ -123,7 +136,7 @@ void addWatchCommand(const Command& program) {
   const Command command =
       program.subcommand("watch", "Show the values of memory keys as they change");
   auto options = std::make_shared<LiveOptions>();
-  command.option("KEY", options->names, "The keys").required().shows("");
+  command.option("KEY", options->names, kKeyPatterns).required().shows("");
   addLiveOptions(command, *options, "End after so many changes");
   command.does([options] { return runClient([&] { return watchKeys(*options); }); });
 }

@@ -1,14 +1,23 @@
 #include "app/ask/AskCommands.h"
 #include "app/client/HostClient.h"
+#include "app/client/HostNames.h"
+#include "app/client/Words.h"
 #include "app/terminal/Table.h"
+#include "devices/DeviceKeys.h"
 #include "formats/json/Json.h"
 #include "formats/json/JsonText.h"
 #include "formats/text/FormatError.h"
+#include "formats/text/NearestNames.h"
+#include "formats/text/Printable.h"
 
+#include <boost/json/object.hpp>
 #include <fmt/format.h>
 
-#include <fnmatch.h>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,21 +27,7 @@ namespace {
 
 namespace json = boost::json;
 
-constexpr const char* kMemory = "/api/v1/memory";
-
-/// As JSON if it is some, else as text.
-std::string asJson(const std::string& word) {
-  try {
-    formats::parseJson(word);
-    return word;
-  } catch (const formats::FormatError&) {
-    std::string text;
-    formats::appendJsonString(text, word);
-    return text;
-  }
-}
-
-void print(const std::vector<json::value>& entries, bool isJson) {
+void printEntries(const std::vector<json::value>& entries, bool isJson) {
   if (isJson) {
     std::string text = "{";
     for (const json::value& entry : entries) {
@@ -51,45 +46,109 @@ void print(const std::vector<json::value>& entries, bool isJson) {
   fmt::print("{}", tableText(rows));
 }
 
-int getKeys(const ClientOptions& options, const std::vector<std::string>& keys) {
+int getKeys(const ClientOptions& options, const std::vector<std::string>& words) {
   HostClient client(options);
-  std::vector<json::value> entries;
-  entries.reserve(keys.size());
-  for (const std::string& key : keys) {
-    entries.push_back(client.getJson(std::string(kMemory) + "/" + escapedPath(key)));
-  }
-  print(entries, options.isJson);
+  printEntries(keysNamed(client, words), options.isJson);
   return kSuccess;
 }
 
-int setKey(const ClientOptions& options, const std::string& key, const std::string& value) {
+/// What a key takes: what device layers give it; else a bool where it is one at present. Nothing
+/// keeps a key from becoming something else.
+std::string typeOfKey(const std::optional<json::value>& key, const std::string& name,
+                      const std::string& word) {
+  if (devices::keyTypeOf(name) != devices::KeyType::Any) {
+    return std::string(devices::typeName(devices::keyTypeOf(name)));
+  }
+  const bool isBool = key && textMember(*key, "type") == "bool";
+  return isBool && isBoolWord(word) ? "bool" : "";
+}
+
+/// A new key is as good as any, and may be a slip.
+void tellOfNewKey(HostClient& client, const std::string& name) {
+  std::vector<std::string> names;
+  for (const json::value& key : keysLike(client, {})) {
+    if (textMember(key, "key") != name) {
+      names.push_back(textMember(key, "key"));
+    }
+  }
+  fmt::print(stderr, "gk: {}\n",
+             formats::printable(name + " is a new key" +
+                                formats::didYouMean(formats::nearestNames(name, names))));
+}
+
+/// Writes a key; returns its entry. Raises `ClientError`, which tells the key.
+json::value writeKey(HostClient& client, const std::string& name, const std::string& value) {
+  try {
+    return formats::parseJson(client.put(keyTarget(name), value));
+  } catch (const UnknownName&) {
+    throw;
+  } catch (const ClientError& error) {
+    const std::string what = error.what();
+    throw ClientError(what.starts_with(name) || error.status() == 0 ? what : name + ": " + what,
+                      error.status());
+  }
+}
+
+int setKey(const ClientOptions& options, const std::string& name, const std::string& word) {
   HostClient client(options);
+  const std::optional<json::value> former = findKey(client, name);
   const json::value entry =
-      formats::parseJson(client.put(std::string(kMemory) + "/" + escapedPath(key), asJson(value)));
-  print({entry}, options.isJson);
+      writeKey(client, name, jsonOfWord(word, typeOfKey(former, name, word), name));
+  printEntries({entry}, options.isJson);
+  if (!former) {
+    tellOfNewKey(client, name);
+  }
   return kSuccess;
 }
 
-int listKeys(const ClientOptions& options, const std::string& pattern) {
+/// What `gk get --json` has written. Raises `FormatError`.
+json::object readKeys(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  if (!file.is_open() || file.bad()) {
+    throw formats::FormatError("cannot be read");
+  }
+  const json::value keys = formats::parseJson(text);
+  if (!keys.is_object()) {
+    throw formats::FormatError("is no object of keys and values, as gk get --json writes it");
+  }
+  return keys.get_object();
+}
+
+int setFile(const ClientOptions& options, const std::string& path) {
+  json::object keys;
+  try {
+    keys = readKeys(path);
+  } catch (const formats::FormatError& error) {
+    fmt::print(stderr, "gk: --file: {}: {}\n", path, error.what());
+    return kBadInput;
+  }
   HostClient client(options);
-  const bool isGlob = pattern.find_first_of("*?[") != std::string::npos;
   std::vector<json::value> entries;
-  std::string after;
-  while (true) {
-    const json::value page = client.getJson(
-        fmt::format("{}?limit=1000&contains={}&after={}", kMemory,
-                    isGlob ? std::string() : escapedPath(pattern), escapedPath(after)));
-    for (json::value& entry : client.listOf(page, "keys")) {
-      if (!isGlob || fnmatch(pattern.c_str(), textMember(entry, "key").c_str(), 0) == 0) {
-        entries.push_back(std::move(entry));
-      }
-    }
-    after = textMember(page, "next");
-    if (after.empty()) {
-      break;
+  for (const auto& key : keys) {
+    const std::string name(key.key().data(), key.key().size());
+    try {
+      entries.push_back(writeKey(client, name, valueText(key.value())));
+    } catch (const ClientError& error) {
+      throw ClientError(fmt::format("{} (key {} of {}; those before it were written)", error.what(),
+                                    entries.size() + 1, keys.size()),
+                        error.status());
     }
   }
-  print(entries, options.isJson);
+  printEntries(entries, options.isJson);
+  return kSuccess;
+}
+
+int listKeys(const ClientOptions& options, const std::string& word) {
+  HostClient client(options);
+  try {
+    printEntries(keysLike(client, word), options.isJson);
+  } catch (const UnknownName&) {
+    if (options.isJson) {
+      printEntries(std::vector<json::value>(), true);
+    }
+    throw;
+  }
   return kSuccess;
 }
 
@@ -99,20 +158,39 @@ void addGetCommand(const Command& program) {
   const Command command = program.subcommand("get", "Show the values of memory keys");
   auto options = std::make_shared<ClientOptions>();
   auto keys = std::make_shared<std::vector<std::string>>();
-  command.option("KEY", *keys, "The keys").required().shows("");
+  command.option("KEY", *keys, kKeyPatterns).required().shows("");
   addClientOptions(command, *options);
   command.does([=] { return runClient([&] { return getKeys(*options, *keys); }); });
 }
 
 void addSetCommand(const Command& program) {
   const Command command = program.subcommand("set", "Write a memory key");
-  auto options = std::make_shared<ClientOptions>();
-  auto key = std::make_shared<std::string>();
-  auto value = std::make_shared<std::string>();
-  command.option("KEY", *key, "The key").required().shows("");
-  command.option("VALUE", *value, "A number, true, false, a text, or JSON").required().shows("");
-  addClientOptions(command, *options);
-  command.does([=] { return runClient([&] { return setKey(*options, *key, *value); }); });
+  struct SetOptions {
+    ClientOptions client;
+    std::string key;
+    std::string value;
+    std::string file;
+    bool isComplete = false;
+  };
+  auto options = std::make_shared<SetOptions>();
+  const Option key = command.option("KEY", options->key, "The key").shows("");
+  command.option("VALUE", options->value, "A number, true, false, on, off, a text, or JSON")
+      .shows("")
+      .whenGiven([raw = options.get()] { raw->isComplete = true; });
+  command.option("--file", options->file, "Write all keys of a file that gk get --json has written")
+      .shows("FILE")
+      .excludes(key);
+  addClientOptions(command, options->client);
+  command.does([options] {
+    if (!options->isComplete && options->file.empty()) {
+      fmt::print(stderr, "gk: KEY and VALUE, or --file, are required; gk help set tells more\n");
+      return static_cast<int>(kBadInput);
+    }
+    return runClient([&] {
+      return options->file.empty() ? setKey(options->client, options->key, options->value)
+                                   : setFile(options->client, options->file);
+    });
+  });
 }
 
 void addKeysCommand(const Command& program) {

@@ -22,6 +22,12 @@ private:
   unsigned fStatus;
 };
 
+/// A name that the host does not know.
+class UnknownName : public ClientError {
+public:
+  using ClientError::ClientError;
+};
+
 /// Where a host is, taken apart.
 struct HostAddress {
   std::string name;

@@ -7,6 +7,7 @@
 #include "formats/text/Printable.h"
 #include "gateway/http/Access.h"
 #include "gateway/net/ByteStream.h"
+#include "gateway/robot/RpcRequest.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -31,6 +32,7 @@ using beast::error_code;
 
 constexpr std::chrono::seconds kAnswerTime{60};
 constexpr std::size_t kLargestAnswer = 64U << 20U;
+constexpr unsigned kNotFound = 404;
 
 } // namespace
 
@@ -141,6 +143,9 @@ std::string HostClient::xSend(const char* method, const std::string& target, std
     std::string reason = fmt::format("{} answers {}", fAddress.text(), status);
     try {
       const std::string told = textMember(member(formats::parseJson(answer), "error"), "message");
+      if (status == kNotFound && !told.empty()) {
+        throw UnknownName(told, status);
+      }
       reason = told.empty() ? reason : told;
     } catch (const formats::FormatError&) { // NOLINT(bugprone-empty-catch): the status must do
     }
@@ -180,7 +185,12 @@ json::value HostClient::call(const std::string& method, const std::string& param
     throw ClientError(fAddress.text() + " answers something else than a host");
   }
   if (const json::value& error = member(answer, "error"); !error.is_null()) {
-    throw ClientError(textMember(error, "message"), 200);
+    const std::string message = textMember(error, "message");
+    const json::value& code = member(error, "code");
+    if (code.is_int64() && code.get_int64() == gateway::kNoSuchMethod) {
+      throw UnknownName(message, kNotFound);
+    }
+    throw ClientError(message, 200);
   }
   return member(answer, "result");
 }
@@ -238,6 +248,9 @@ std::string valueText(const json::value& value) {
 int runClient(const std::function<int()>& work) {
   try {
     return work();
+  } catch (const UnknownName& error) {
+    fmt::print(stderr, "gk: {}\n", formats::printable(error.what()));
+    return kBadInput;
   } catch (const ClientError& error) {
     fmt::print(stderr, "gk: {}\n", formats::printable(error.what()));
   } catch (const gateway::AccessError& error) {

@@ -42,6 +42,7 @@ public:
   Option within(int least, int most) const;
   Option within(double least, double most) const;
   Option positive() const;
+  /// Anything else is answered with the nearest of them.
   Option oneOf(const std::vector<std::string>& values) const;
   /// `check` returns what is wrong with a value; empty for nothing.
   Option checked(std::function<std::string(const std::string&)> check) const;
@@ -64,9 +65,13 @@ class Command {
 public:
   Command(CLI::App* app, Action* chosen) : fApp(app), fChosen(chosen) {}
 
+  /// The same one; subcommands that are added to this copy stand under a title in the help.
+  Command titled(const std::string& title) const;
+
+  /// Without one of its subcommands a command that has any shows its help.
   Command subcommand(const std::string& name, const std::string& text) const;
-  /// One of the subcommands must be given.
-  void needsSubcommand() const;
+  /// The options added from now on stand under this title in the help.
+  void section(const std::string& title) const;
   /// Leaves the command out of the help.
   void hide() const;
   /// Text at the end of the help.
@@ -93,6 +98,7 @@ public:
 private:
   CLI::App* fApp;
   Action* fChosen;
+  std::string fTitle;
 };
 
 } // namespace gk::app

@@ -8,6 +8,9 @@
 
 namespace gk::app {
 
+/// What the commands about the program itself stand under.
+inline constexpr const char* kHelpTitle = "Help";
+
 /// The program's command line as a whole. For one thread.
 class CommandLine {
 public:
@@ -19,8 +22,8 @@ public:
   /// What commands are added to.
   Command program() const;
 
-  /// Reads the line and does what it asks for; complains in one line on standard error. Returns the
-  /// exit code.
+  /// Reads the line and does what it asks for; complains in one line on standard error. Commands
+  /// that are not complete show their help. Returns the exit code.
   int run(int argc, const char* const* argv) const;
 
   /// A command as it may be given.
@@ -32,8 +35,9 @@ public:
   /// Those that the help shows, in its order.
   std::vector<Description> commands() const;
 
-  /// The help of a command, or of the program when the name is empty.
-  std::string help(const std::string& command) const;
+  /// The help of a command ("recording", "info"), or of the program without any name. To be asked
+  /// for by actions: a name that is not there is an error of the command line.
+  std::string help(const std::vector<std::string>& command) const;
 
 private:
   struct Parser;

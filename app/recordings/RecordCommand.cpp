@@ -263,7 +263,7 @@ int recordStream(const RecordStreamOptions& options) {
   if (options.limit) {
     limit = std::chrono::microseconds(*formats::toMicros(*options.limit));
   }
-  const SignalWatch watch([&isEnd] { isEnd = true; }, limit);
+  const SignalWatch watch([&isEnd](const EndWish&) { isEnd = true; }, limit);
   try {
     return runClient([&] {
       record(options, isEnd);

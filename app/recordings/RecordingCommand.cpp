@@ -43,7 +43,6 @@ int guarded(const RecordingOptions& options, const std::function<int()>& work) {
 void addRecordingCommand(const Command& program) {
   const Command command =
       program.subcommand("recording", "Look into recordings (.mcap), check, mend and convert them");
-  command.needsSubcommand();
   auto options = std::make_shared<RecordingOptions>();
   const auto add = [&](const char* name, const char* text, std::function<int()> work) {
     const Command one = command.subcommand(name, text);

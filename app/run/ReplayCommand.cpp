@@ -107,8 +107,10 @@ void addReplayCommand(const Command& program) {
   auto options = std::make_shared<ReplayOptions>();
   addSessionOptions(command, options->session);
   command.argument("FILE").required();
+  command.section("Input");
   command.flag("--as-input", options->isAsInput,
                "Play what came into a recorded run, in ticks of its own");
+  command.section("Output");
   command
       .option("--report", options->report,
               "Write a page with a time line, plots and counts to this file")

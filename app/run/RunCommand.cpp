@@ -4,6 +4,7 @@
 #include "app/session/RecordOptions.h"
 #include "app/session/Session.h"
 #include "formats/text/Numbers.h"
+#include "formats/text/Printable.h"
 
 #include <fmt/format.h>
 
@@ -42,6 +43,7 @@ bool isSimulated(const RunOptions& options) {
 }
 
 void addRobotOptions(const Command& command, RunOptions& options) {
+  command.section("Robot");
   command
       .option("--robot", options.robot,
               "sim: the simulated robot (what you get without FILE), or none")
@@ -56,6 +58,20 @@ void addRobotOptions(const Command& command, RunOptions& options) {
   command.flag("--keys", options.isKeysAsked, "List the keys that the robot serves, and end");
 }
 
+/// Which robot a run has, for people.
+std::string robotText(const runtime::HostOptions& host, bool isOnTour) {
+  if (host.simulation) {
+    return fmt::format("simulated, seed {}{}{}", host.simulation->seed,
+                       host.simulation->isNoisy ? "" : ", exact sensors",
+                       isOnTour ? ", on a tour of what it can notice" : "");
+  }
+  std::string files;
+  for (const std::string& file : host.files) {
+    files += (files.empty() ? " " : ", ") + formats::printable(file);
+  }
+  return files.empty() ? "none, all keys stay as they are" : "what is recorded in" + files;
+}
+
 /// What is wrong with a --limit; empty for nothing.
 std::string checkLimit(const std::string& text) {
   devices::ClientLimits ignored;
@@ -64,6 +80,7 @@ std::string checkLimit(const std::string& text) {
 
 int run(const RunOptions& options) {
   const bool isRobot = isSimulated(options);
+  const bool isOnTour = isRobot && options.session.files.empty() && !options.isWithoutTour;
   if (options.isKeysAsked) {
     listKeys(isRobot);
     return kSuccess;
@@ -83,7 +100,7 @@ int run(const RunOptions& options) {
   }
   if (isRobot) {
     host.simulation = {.seed = options.seed, .isNoisy = !options.isWithoutNoise};
-    if (host.files.empty() && !options.isWithoutTour) {
+    if (isOnTour) {
       host.files.push_back(tourFile());
       host.isLoop = true;
     }
@@ -91,6 +108,7 @@ int run(const RunOptions& options) {
   SessionView view;
   if (!host.isVirtual) {
     view.listen = options.listen;
+    view.robot = robotText(host, isOnTour);
   }
   view.isAlwaysReadable = true;
   view.isInterruptible = true;
@@ -111,6 +129,7 @@ void addRunCommand(const Command& program) {
   addSessionOptions(command, options->session);
   addRecordOptions(command, options->record);
   addRobotOptions(command, *options);
+  command.section("Time");
   command.flag("--loop", options->isLoop, "Start the files again at their end");
   command.option("--for", options->limit, "End after this many seconds of wall time")
       .within(0.0, 1e9)
@@ -119,6 +138,8 @@ void addRunCommand(const Command& program) {
       .oneOf({"real", "max"})
       .shows("real|max")
       .showsDefault();
+  command.flag("--realtime", options->isRealtime,
+               "Run the loops with real-time priority and locked memory, where permitted");
   addListenOptions(command, options->listen);
   command
       .option("--limit", options->limits,
@@ -127,8 +148,11 @@ void addRunCommand(const Command& program) {
       .checked(checkLimit)
       .shows("NAME=N")
       .onceEach();
-  command.flag("--realtime", options->isRealtime,
-               "Run the loops with real-time priority and locked memory, where permitted");
+  command.footer("Examples:\n"
+                 "  gk run                             the simulated robot on its tour\n"
+                 "  gk run --no-tour --seed 7          the same robot, standing\n"
+                 "  gk run --loop walk.csv             a recording, again and again\n"
+                 "  gk run --record-on '*Touched' --record touches.mcap\n");
   command.does([options] { return run(*options); });
 }
 

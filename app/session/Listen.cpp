@@ -1,10 +1,12 @@
 #include "app/session/Listen.h"
 
+#include "app/session/PortOwner.h"
 #include "gateway/Gateway.h"
+#include "gateway/http/StaticFiles.h"
 
 #include <fmt/format.h>
 
-#include <unistd.h>
+#include <cstdint>
 #include <utility>
 
 namespace gk::app {
@@ -62,6 +64,7 @@ std::vector<gateway::LoopFigures> loopFigures(const std::vector<runtime::LoopRep
 }
 
 void addListenOptions(const Command& command, ListenOptions& options) {
+  command.section("Clients");
   const Option address =
       command
           .option("--listen", options.address,
@@ -87,14 +90,14 @@ void addListenOptions(const Command& command, ListenOptions& options) {
       .onceEach();
 }
 
-std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options,
-                                               const devices::ClientLimits& limits,
-                                               gateway::RecordingSource recording) {
+Listening startGateway(const ListenOptions& options, const devices::ClientLimits& limits,
+                       gateway::RecordingSource recording) {
   if (options.isOff) {
-    return nullptr;
+    return {nullptr, "serves nobody (--no-listen)"};
   }
   gateway::GatewayOptions gatewayOptions;
   gatewayOptions.access.address = gateway::parseAddress(options.address);
+  const std::uint16_t port = gatewayOptions.access.address.port;
   if (!options.tokenFile.empty()) {
     gatewayOptions.access.token = gateway::readToken(options.tokenFile);
   }
@@ -105,24 +108,24 @@ std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options,
   gatewayOptions.limits.name = limits.names;
   gatewayOptions.limits.answer = limits.answer;
   try {
-    return std::make_unique<gateway::Gateway>(std::move(gatewayOptions));
+    auto gateway = std::make_unique<gateway::Gateway>(std::move(gatewayOptions));
+    std::string text = "listening at " + gateway->url();
+    return {std::move(gateway), std::move(text)};
   } catch (const gateway::AccessError& error) {
     if (options.isAddressGiven || !error.isAddressTaken()) {
       throw;
     }
-    if (isatty(STDERR_FILENO) != 0) {
-      fmt::print(stderr,
-                 "gk: {} is taken, perhaps by another host: nobody can connect to this one\n",
-                 options.address);
-    }
-    return nullptr;
+    const std::string owner = ownerOfPort(port);
+    return {nullptr,
+            fmt::format("serves nobody: {} is taken by {}; --listen 127.0.0.1:0 would take "
+                        "a free port",
+                        options.address, owner.empty() ? "another program" : owner)};
   }
 }
 
-void announce(const gateway::Gateway& gateway, const ListenOptions& options) {
-  if (options.isAddressGiven || isatty(STDERR_FILENO) != 0) {
-    fmt::print(stderr, "listening at {}\n", gateway.url());
-  }
+bool hasPage() {
+  // What stands in for it is a single file.
+  return gateway::staticFiles().size() > 1;
 }
 
 } // namespace gk::app

@@ -30,15 +30,20 @@ struct ListenOptions {
 
 void addListenOptions(const Command& command, ListenOptions& options);
 
-/// Begins to listen. Null when that is off, or when the default
-/// address is taken by another host: then people are told on their terminal. `recording` must stay
-/// valid as long as the gateway. Raises `AccessError`.
-std::unique_ptr<gateway::Gateway> startGateway(const ListenOptions& options,
-                                               const devices::ClientLimits& limits,
-                                               gateway::RecordingSource recording);
+/// What serves the clients of a run.
+struct Listening {
+  /// Null when that is off, or when the default address is taken.
+  std::unique_ptr<gateway::Gateway> gateway;
+  /// For people, on one line: the address, or why there is none and who has it.
+  std::string text;
+};
 
-/// Says on standard error where clients can connect: to people, and to whoever chose the address.
-void announce(const gateway::Gateway& gateway, const ListenOptions& options);
+/// Begins to listen. `recording` must stay valid as long as the gateway. Raises `AccessError`.
+Listening startGateway(const ListenOptions& options, const devices::ClientLimits& limits,
+                       gateway::RecordingSource recording);
+
+/// Whether the page was there when the program was built.
+bool hasPage();
 
 /// The host's figures of its loops as clients get them: in seconds.
 std::vector<gateway::LoopFigures> loopFigures(const std::vector<runtime::LoopReport>& reports);

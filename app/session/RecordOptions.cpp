@@ -73,6 +73,7 @@ Option addOverwriteFlag(const Command& command, bool& isOverwriting) {
 }
 
 void addRecordOptions(const Command& command, RecordOptions& options) {
+  command.section("Recording");
   const Option file = command.option("--record", options.file, "Record the run to this file")
                           .checked(checkRecordingName)
                           .shows("FILE.mcap");

@@ -2,6 +2,9 @@
 
 #include "app/session/ChannelMessages.h"
 #include "app/session/Complaints.h"
+#include "formats/text/NamePattern.h"
+#include "formats/text/NearestNames.h"
+#include "formats/text/Printable.h"
 #include "gk/GKObserver.h"
 
 #include <boost/make_shared.hpp>
@@ -18,6 +21,7 @@ RunRecording::RunRecording(const std::optional<runtime::RecorderOptions>& option
   if (options) {
     runtime::RecorderOptions recorder = *options;
     recorder.onTrouble = complain;
+    fPattern = options->around ? options->around->pattern : std::string();
     fRecorder = boost::make_shared<runtime::Recorder>(std::move(recorder));
     host.recorder = fRecorder->run();
   }
@@ -51,6 +55,15 @@ gateway::RecordingSource RunRecording::source() const {
   };
 }
 
+void RunRecording::xTellOfNothing() const {
+  const std::string nearest =
+      formats::isPattern(fPattern)
+          ? std::string()
+          : formats::didYouMean(formats::nearestNames(fPattern, fRecorder->events()));
+  complain(formats::printable("--record-on: nothing was recorded, there was no event " + fPattern +
+                              nearest));
+}
+
 void RunRecording::finish() {
   if (fRecorder == nullptr) {
     return;
@@ -63,6 +76,9 @@ void RunRecording::finish() {
   }
   for (const std::string& name : fRecorder->files()) {
     fmt::print(stderr, "recorded {}\n", name);
+  }
+  if (!fPattern.empty() && fRecorder->files().empty() && error == nullptr) {
+    xTellOfNothing();
   }
   const runtime::RecordingLosses losses = fRecorder->losses();
   if (losses.blocks + losses.messages > 0) {

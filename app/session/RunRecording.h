@@ -7,6 +7,7 @@
 #include <boost/shared_ptr.hpp>
 
 #include <optional>
+#include <string>
 
 namespace gk::app {
 
@@ -34,7 +35,11 @@ public:
   void finish();
 
 private:
+  void xTellOfNothing() const;
+
   boost::shared_ptr<runtime::Recorder> fRecorder;
+  /// Which events are waited for; empty when everything is recorded.
+  std::string fPattern;
 };
 
 } // namespace gk::app

@@ -2,6 +2,7 @@
 
 #include "app/options/Command.h"
 #include "app/session/Complaints.h"
+#include "app/session/Head.h"
 #include "app/session/ProgressBar.h"
 #include "app/session/RunRecording.h"
 #include "app/session/RunReport.h"
@@ -12,6 +13,8 @@
 #include "formats/files/OutputFile.h"
 #include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
+#include "formats/text/NamePattern.h"
+#include "formats/text/Printable.h"
 #include "gateway/Gateway.h"
 #include "runtime/output/Outlet.h"
 #include "runtime/output/PrintedLines.h"
@@ -23,8 +26,11 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdint>
+#include <cstdlib>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <unistd.h>
 #include <utility>
 
@@ -49,8 +55,9 @@ formats::LiveRows::Style styleOf(const SessionOptions& options) {
   formats::LiveRows::Style style = liveStyle();
   if (!options.show.empty()) {
     style.isWanted = [patterns = options.show](const std::string& name) {
-      return std::ranges::any_of(
-          patterns, [&name](const std::string& pattern) { return isNameMeant(pattern, name); });
+      return std::ranges::any_of(patterns, [&name](const std::string& pattern) {
+        return formats::isMeant(name, pattern);
+      });
     };
   }
   return style;
@@ -97,6 +104,13 @@ public:
     }
   }
 
+  /// In real time: until then nothing is written, so that what else is said comes first.
+  void release() const {
+    for (runtime::QueuedOutlet* queue : fQueues) {
+      queue->release();
+    }
+  }
+
   /// From now on nobody waits for readers who do not read. Any thread.
   void hurry() const noexcept {
     for (const auto& reporter : fReporters) {
@@ -108,6 +122,7 @@ public:
   int commit() {
     int code = kSuccess;
     fPrinted.reset();
+    release();
     if (fIsRealTime) {
       hurry();
     }
@@ -136,6 +151,7 @@ private:
       return outlet;
     }
     auto queue = std::make_unique<runtime::QueuedOutlet>(std::move(outlet));
+    queue->hold();
     fQueues.push_back(queue.get());
     return queue;
   }
@@ -143,7 +159,7 @@ private:
   const bool fIsRealTime;
   const OpenLine fOpenLine;
   std::vector<boost::shared_ptr<runtime::Reporter>> fReporters;
-  std::vector<const runtime::QueuedOutlet*> fQueues;
+  std::vector<runtime::QueuedOutlet*> fQueues;
   /// There is one standard output. Where all goes to a file, modules print there themselves.
   std::optional<runtime::PrintedLines> fPrinted;
 };
@@ -161,8 +177,7 @@ void sumUp(const runtime::RunStatistics& run, std::chrono::steady_clock::duratio
 class Service {
 public:
   /// `gateway` may be null.
-  Service(gateway::Gateway* gateway, const SessionView& view, runtime::Host& host)
-      : fGateway(gateway), fView(view), fHost(host) {}
+  Service(gateway::Gateway* gateway, runtime::Host& host) : fGateway(gateway), fHost(host) {}
   ~Service() { close(); }
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
@@ -176,7 +191,6 @@ public:
         [this](const formats::Action& action, const std::function<void()>& work) {
           fHost.carryOut(action, work);
         });
-    announce(*fGateway, *fView.listen);
   }
   void close() {
     if (fGateway != nullptr) {
@@ -186,7 +200,6 @@ public:
 
 private:
   gateway::Gateway* fGateway;
-  const SessionView& fView;
   runtime::Host& fHost;
 };
 
@@ -239,7 +252,8 @@ void openLog(const std::string& path, const std::vector<std::string>& inputs) {
 }
 
 /// Start, run and shutdown. A start that fails has still run: its output stays.
-int play(runtime::Host& host, RunRecording& recording, Service& service) {
+int play(runtime::Host& host, RunRecording& recording, Service& service,
+         const std::function<void()>& onStart) {
   try {
     host.start();
   } catch (const runtime::LoadError& error) {
@@ -249,6 +263,7 @@ int play(runtime::Host& host, RunRecording& recording, Service& service) {
   }
   recording.confirm();
   service.open();
+  onStart();
   host.run([&service] { service.close(); });
   host.shutdown();
   return kSuccess;
@@ -270,22 +285,26 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     const auto start = std::chrono::steady_clock::now();
     RunRecording recording(view.record, hostOptions);
     // Outlives the host, whose end waits for the calls of clients.
-    const std::unique_ptr<gateway::Gateway> gateway =
-        view.listen ? startGateway(*view.listen, hostOptions.limits, recording.source()) : nullptr;
+    const Listening listening =
+        view.listen ? startGateway(*view.listen, hostOptions.limits, recording.source())
+                    : Listening();
     runtime::Host host(hostOptions);
     for (const std::string& hint : host.inputHints()) {
       complain(hint);
     }
-    Service service(gateway.get(), view, host);
+    Service service(listening.gateway.get(), host);
     Outputs outputs(options, view, !hostOptions.isVirtual, inputs);
     outputs.addTo(host);
     recording.attach(host);
     RunReport report(view.report, options.files, inputs);
     report.attach(host);
+    // Written by the watch, which has ended when it is read.
+    std::string ending;
     std::optional<SignalWatch> watch;
     if (view.isInterruptible) {
       watch.emplace(
-          [&host, &outputs] {
+          [&](const EndWish& wish) {
+            ending = wish.text();
             host.requestEnd();
             outputs.hurry();
           },
@@ -296,7 +315,14 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
       bar = boost::make_shared<ProgressBar>(host);
       GK::GKObserverList::instance().add(bar);
     }
-    const int played = play(host, recording, service);
+    const int played = play(host, recording, service, [&] {
+      if (!view.robot.empty()) {
+        fmt::print(stderr, "{}",
+                   headText({view.robot, listening.text, listening.gateway != nullptr, hasPage(),
+                             view.wallLimit}));
+      }
+      outputs.release();
+    });
     GK::GKObserverList::instance().remove(bar);
     bar.reset();
     int code = played;
@@ -306,7 +332,14 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     code = std::max(code, outputs.commit());
     code = std::max(code, guarded([&] { report.finish(host, hostOptions.replay.get()); }));
     code = std::max(code, warnOf(host));
+    watch.reset();
+    if (!view.robot.empty() && !ending.empty()) {
+      fmt::print(stderr, "ended by {}\n", ending);
+    }
     if (played == kSuccess) {
+      for (const std::string& missing : host.missingSamples()) {
+        complain(formats::printable(missing));
+      }
       sumUp(host.statistics(), std::chrono::steady_clock::now() - start);
       sumUpLoops(host.loops());
     }

@@ -26,6 +26,9 @@ struct SessionView {
   std::optional<std::chrono::microseconds> wallLimit;
   /// Serves clients.
   std::optional<ListenOptions> listen;
+  /// Which robot it is, for a run that tells people at its beginning what it is going to do; empty
+  /// for one that does not.
+  std::string robot;
 };
 
 /// Runs a host from start to shutdown with the outputs that the options ask for, and sums up on

@@ -49,6 +49,7 @@ void addSessionOptions(const Command& command, SessionOptions& options) {
           "Recordings (.csv, .mcap) and scenarios (.jsonl), merged by time; .csv and .jsonl also "
           "gzipped (.gz)")
       .shows("");
+  command.section("Output");
   command
       .option("-o,--out", options.out, "Write JSON Lines to this file, or to standard output for -")
       .shows("FILE");
@@ -81,6 +82,7 @@ void addSessionOptions(const Command& command, SessionOptions& options) {
       .positive()
       .shows("N")
       .needs(sample);
+  command.section("Modules");
   command.option("--subscribe", options.subscribe, "Subscribe to this extractor at the start")
       .shows("MODULE")
       .onceEach();
@@ -91,6 +93,7 @@ void addSessionOptions(const Command& command, SessionOptions& options) {
   command.option("--library", options.libraries, "Load this module library instead of ours")
       .shows("FILE")
       .onceEach();
+  command.section("Time");
   command
       .option("--epoch", options.epoch,
               "Wall time at the start of the virtual clock, seconds since 1970")
@@ -99,6 +102,7 @@ void addSessionOptions(const Command& command, SessionOptions& options) {
   command.option("--until", options.until, "End at this time, in seconds from the start")
       .within(0.0, formats::kMaxSeconds)
       .shows("SECONDS");
+  command.section("Log");
   command
       .option("--log-level", options.logLevel,
               "Show log lines up to this level: 1 fatal to 6 debug, 0 none")

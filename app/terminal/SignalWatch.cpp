@@ -2,7 +2,9 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+#include <string>
 #include <utility>
 
 namespace gk::app {
@@ -31,20 +33,24 @@ sigset_t watchedSignals() {
   return signals;
 }
 
-/// The next watched signal, or nothing once the time is over.
-std::optional<int> waitForSignal(std::optional<std::chrono::microseconds> limit) {
+/// The next watched signal, or signal 0 once the time is over.
+EndWish waitForSignal(std::optional<std::chrono::microseconds> limit) {
   const sigset_t signals = watchedSignals();
-  if (!limit) {
-    int signal = 0;
-    sigwait(&signals, &signal);
-    return signal;
+  siginfo_t info{};
+  int signal = -1;
+  if (limit) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(*limit);
+    timespec time{};
+    time.tv_sec = seconds.count();
+    time.tv_nsec = std::chrono::nanoseconds(*limit - seconds).count();
+    signal = sigtimedwait(&signals, &info, &time);
+  } else {
+    // Interrupted when the process was stopped and goes on.
+    while (signal < 0) {
+      signal = sigwaitinfo(&signals, &info);
+    }
   }
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(*limit);
-  timespec time{};
-  time.tv_sec = seconds.count();
-  time.tv_nsec = std::chrono::nanoseconds(*limit - seconds).count();
-  const int signal = sigtimedwait(&signals, nullptr, &time);
-  return signal > 0 ? std::optional(signal) : std::nullopt;
+  return signal > 0 ? EndWish{signal, info.si_code == SI_USER ? info.si_pid : 0} : EndWish{};
 }
 
 /// Ends the process by a signal that is blocked, as if it were not.
@@ -65,7 +71,16 @@ void blockWatchedSignals() {
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
-SignalWatch::SignalWatch(std::function<void()> onEnd,
+std::string EndWish::text() const {
+  if (signal == 0) {
+    return "its time limit";
+  }
+  const char* name = sigabbrev_np(signal);
+  std::string text = name != nullptr ? std::string("SIG") + name : std::to_string(signal);
+  return sender != 0 ? text + " (process " + std::to_string(sender) + ")" : text;
+}
+
+SignalWatch::SignalWatch(std::function<void(const EndWish&)> onEnd,
                          std::optional<std::chrono::microseconds> limit)
     : fOnEnd(std::move(onEnd)), fThread([this, limit] { xWatch(limit); }) {}
 
@@ -75,20 +90,21 @@ SignalWatch::~SignalWatch() {
 }
 
 void SignalWatch::xWatch(std::optional<std::chrono::microseconds> limit) {
-  if (waitForSignal(limit) == kStopWatching) {
+  const EndWish wish = waitForSignal(limit);
+  if (wish.signal == kStopWatching) {
     return;
   }
-  fOnEnd();
+  fOnEnd(wish);
   const auto second = std::chrono::steady_clock::now() + kOneWish;
   for (auto now = std::chrono::steady_clock::now(); now < second;
        now = std::chrono::steady_clock::now()) {
-    if (waitForSignal(std::chrono::ceil<std::chrono::microseconds>(second - now)) ==
+    if (waitForSignal(std::chrono::ceil<std::chrono::microseconds>(second - now)).signal ==
         kStopWatching) {
       return;
     }
   }
-  if (const std::optional<int> signal = waitForSignal(std::nullopt); signal != kStopWatching) {
-    endBy(*signal);
+  if (const EndWish again = waitForSignal(std::nullopt); again.signal != kStopWatching) {
+    endBy(again.signal);
   }
 }
 

@@ -3,9 +3,21 @@
 #include <chrono>
 #include <functional>
 #include <optional>
+#include <string>
 #include <thread>
 
 namespace gk::app {
+
+/// Why something is to end.
+struct EndWish {
+  /// 0 when the time is over.
+  int signal = 0;
+  /// Who sent it; 0 when that was no process, such as for the keys of a terminal.
+  int sender = 0;
+
+  /// "SIGTERM (process 1234)", "SIGINT", "its time limit".
+  std::string text() const;
+};
 
 /// Waits on a thread of its own for SIGINT, SIGTERM, SIGHUP (unless it is ignored) or the end of a
 /// time. Made before any other
@@ -15,7 +27,8 @@ namespace gk::app {
 class SignalWatch {
 public:
   /// `onEnd` is called once at most, on the thread of the watch.
-  SignalWatch(std::function<void()> onEnd, std::optional<std::chrono::microseconds> limit);
+  SignalWatch(std::function<void(const EndWish&)> onEnd,
+              std::optional<std::chrono::microseconds> limit);
   ~SignalWatch();
   SignalWatch(const SignalWatch&) = delete;
   SignalWatch& operator=(const SignalWatch&) = delete;
@@ -23,7 +36,7 @@ public:
 private:
   void xWatch(std::optional<std::chrono::microseconds> limit);
 
-  std::function<void()> fOnEnd;
+  std::function<void(const EndWish&)> fOnEnd;
   std::thread fThread;
 };
 

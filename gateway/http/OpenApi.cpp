@@ -74,7 +74,8 @@ void appendOperation(formats::JsonWriter& json, const Route& route) {
   }
   json.key("responses").beginObject();
   appendResponse(json, "200", "As asked", route.answerType);
-  appendResponse(json, "default", "Why it was refused", "application/json");
+  appendResponse(json, "4XX", "Why it was refused", "application/json");
+  appendResponse(json, "default", "Why it failed", "application/json");
   json.endObject().endObject();
 }
 
@@ -117,7 +118,10 @@ std::string describeApi(const Robot& robot, std::span<const Route> routes,
   formats::JsonWriter json(text);
   json.beginObject().key("openapi").text("3.1.0");
   json.key("info").beginObject().key("title").text("gksensors").key("version").text(version);
-  json.endObject().key("security").raw(R"([{},{"token":[]}])");
+  json.key("license").raw(R"({"name":"Apache License 2.0","identifier":"Apache-2.0"})").endObject();
+  // Where the document itself was found.
+  json.key("servers").raw(R"([{"url":"/"}])");
+  json.key("security").raw(R"([{},{"token":[]}])");
   json.key("paths").beginObject();
   std::vector<std::string_view> done;
   for (const Route& route : routes) {

@@ -4,6 +4,7 @@
 #include "devices/sim/Simulation.h"
 #include "devices/WriteGate.h"
 #include "formats/text/FormatError.h"
+#include "formats/text/NearestNames.h"
 #include "gk/DCM.h"
 #include "gk/GKMemory.h"
 #include "gk/GKResourceManager.h"
@@ -176,6 +177,22 @@ void Host::start() {
     fLibraries.push_back(std::make_unique<Library>(path));
     fLibraries.back()->createModules(fBroker);
   }
+  xExpectExtractors();
+}
+
+void Host::xExpectExtractors() const {
+  std::vector<std::string> names;
+  for (const auto& module : fBroker->getModules()) {
+    if (module->findMethod("subscribe", 1) != nullptr) {
+      names.push_back(module->getName());
+    }
+  }
+  for (const std::string& wanted : fOptions.subscribe) {
+    if (fBroker->findModule(wanted) == nullptr) {
+      throw formats::FormatError("--subscribe: there is no module " + wanted +
+                                 formats::didYouMean(formats::nearestNames(wanted, names)));
+    }
+  }
 }
 
 void Host::xStartServices() {
@@ -267,6 +284,18 @@ void Host::shutdown() {
   if (fIsExitAsked) {
     fPlayer.checkRest();
   }
+}
+
+std::vector<std::string> Host::missingSamples() const {
+  std::vector<std::string> missing;
+  for (const std::string& key : fOptions.sample.keys) {
+    // A key that was there once is there for good.
+    if (!fStore->get(key)) {
+      missing.push_back("--sample: there was never a key " + key +
+                        formats::didYouMean(formats::nearestNames(key, fStore->keys())));
+    }
+  }
+  return missing;
 }
 
 RunStatistics Host::statistics() const {

@@ -110,7 +110,8 @@ public:
   void addReporter(boost::shared_ptr<Reporter> reporter);
 
   /// Starts the services and the device layer and loads the libraries. Raises `LoadError`; what was
-  /// loaded before stays until the shutdown.
+  /// loaded before stays until the shutdown. Raises `FormatError` when an extractor that is to be
+  /// subscribed to is not among them.
   void start();
 
   /// Plays the input until the run ends, then calls `atEnd`, while calls of clients can still be
@@ -150,6 +151,10 @@ public:
   /// Makes `run` return soon. Any thread, any time.
   void requestEnd() noexcept { fClock->requestEnd(); }
 
+  /// After the shutdown: keys that were to be reported and were never there, with the nearest, one
+  /// line each.
+  std::vector<std::string> missingSamples() const;
+
   /// What `run` did.
   RunStatistics statistics() const;
 
@@ -164,6 +169,7 @@ private:
   std::shared_ptr<GK::GKClock> xMakeClock();
   GK::GKInput& xInput();
   void xStartServices();
+  void xExpectExtractors() const;
   std::shared_ptr<GK::GKWriteGate> xMakeGate();
   void xEnd();
   bool xHasService(const char* name) const;

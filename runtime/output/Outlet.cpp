@@ -56,6 +56,9 @@ QueuedOutlet::~QueuedOutlet() {
   fTarget->hurry();
   {
     const std::lock_guard lock(fMutex);
+    if (fIsHeld) {
+      fLines.clear(); // nobody has said that they may go out
+    }
     fIsClosing = true;
   }
   fWake.notify_all();
@@ -74,7 +77,21 @@ void QueuedOutlet::write(std::string_view line) {
   fWake.notify_one();
 }
 
+void QueuedOutlet::hold() {
+  const std::lock_guard lock(fMutex);
+  fIsHeld = true;
+}
+
+void QueuedOutlet::release() {
+  {
+    const std::lock_guard lock(fMutex);
+    fIsHeld = false;
+  }
+  fWake.notify_one();
+}
+
 void QueuedOutlet::flush() {
+  release();
   std::unique_lock<std::mutex> lock(fMutex);
   fEmptied.wait(lock, [this] { return fLines.empty() && !fIsWriting; });
 }
@@ -92,7 +109,7 @@ std::size_t QueuedOutlet::dropped() const {
 void QueuedOutlet::xServe() {
   std::unique_lock<std::mutex> lock(fMutex);
   while (true) {
-    fWake.wait(lock, [this] { return fIsClosing || !fLines.empty(); });
+    fWake.wait(lock, [this] { return fIsClosing || (!fIsHeld && !fLines.empty()); });
     if (fLines.empty()) {
       return;
     }

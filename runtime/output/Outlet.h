@@ -75,6 +75,10 @@ public:
   explicit QueuedOutlet(std::unique_ptr<Outlet> target, std::size_t capacity = kCapacity);
   ~QueuedOutlet() override;
 
+  /// From `hold` to `release` or `flush` lines wait; without either they are thrown away.
+  void hold();
+  void release();
+
   void write(std::string_view line) override;
   /// Waits until everything queued is out.
   void flush() override;
@@ -93,6 +97,7 @@ private:
   std::condition_variable fEmptied;
   std::deque<std::string> fLines;
   std::size_t fDropped = 0;
+  bool fIsHeld = false;
   bool fIsWriting = false;
   bool fIsClosing = false;
   std::thread fThread;

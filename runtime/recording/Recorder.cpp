@@ -76,11 +76,20 @@ void Recorder::onNotice(const GK::GKNotice& notice) {
   }
   const bool isRaise =
       notice.kind == GK::GKNotice::Kind::Event || notice.kind == GK::GKNotice::Kind::MicroEvent;
-  if (isRaise && fOptions.around &&
-      fnmatch(fOptions.around->pattern.c_str(), notice.name.c_str(), 0) == 0) {
+  if (fOptions.around && (isRaise || notice.kind == GK::GKNotice::Kind::Declare)) {
+    const bool isTrigger =
+        isRaise && fnmatch(fOptions.around->pattern.c_str(), notice.name.c_str(), 0) == 0;
     const std::lock_guard lock(fMutex);
-    fTriggers.push_back({notice.time});
+    fEvents.insert(notice.name);
+    if (isTrigger) {
+      fTriggers.push_back({notice.time});
+    }
   }
+}
+
+std::vector<std::string> Recorder::events() const {
+  const std::lock_guard lock(fMutex);
+  return {fEvents.begin(), fEvents.end()};
 }
 
 void Recorder::onTick(GK::GKMicros time, const GK::GKTask& task) {

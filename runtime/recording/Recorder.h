@@ -15,6 +15,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <variant>
@@ -112,6 +113,8 @@ public:
   const std::vector<std::string>& files() const noexcept { return fNames; }
   std::uint64_t size() const noexcept { return fSize; }
   RecordingLosses losses() const;
+  /// With `around`: the events that have been declared or raised.
+  std::vector<std::string> events() const;
 
 private:
   /// An event that is waited for was raised.
@@ -154,6 +157,7 @@ private:
   std::size_t fWaiting = 0;
   std::uint64_t fDropped = 0;
   std::deque<Trigger> fTriggers;
+  std::set<std::string> fEvents;
   bool fIsClosing = false;
   enum class Confirmation : std::uint8_t { None, Asked, Done };
   Confirmation fConfirmation = Confirmation::None;

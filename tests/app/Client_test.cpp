@@ -153,7 +153,7 @@ TEST(GkClient, UnknownNamesAreAnsweredWithTheNearest) {
            {{"get", "Motion/IsStnd"}, "did you mean Motion/IsStand?\n"},
            {{"watch", "Motion/IsStnd"}, "did you mean Motion/IsStand?\n"}}) {
     const ProgramResult result = host.gk(command);
-    EXPECT_EQ(result.code, 1) << command[1];
+    EXPECT_EQ(result.code, 2) << command[1];
     EXPECT_THAT(result.err, EndsWith(complaint));
     EXPECT_EQ(result.out, "");
   }

@@ -1,6 +1,7 @@
 #include "support/Gk.h"
 
 #include <csignal>
+#include <cstring>
 #include <sstream>
 #include <thread>
 
@@ -51,7 +52,6 @@ TEST(Gk, StandardOutputHoldsTheLinesOfARunAloneWhatModulesPrintGoesToStandardErr
 
 TEST(Gk, WrongOptionsGiveOneLineAndExitCodeTwo) {
   const std::vector<std::vector<std::string>> wrong = {
-      {},
       {"nonsense"},
       {"help", "nonsense"},
       {"replay"},
@@ -227,7 +227,9 @@ TEST_P(GkRunSignal, EndsCleanly) {
   kill(fProgram.pid(), GetParam());
   const ProgramResult result = fProgram.wait();
   EXPECT_EQ(result.code, 0) << result.err;
-  // Its figures and no complaint.
+  // Who ended it, its figures and no complaint.
+  EXPECT_THAT(result.err, HasSubstr("\nended by SIG" + std::string(sigabbrev_np(GetParam())) +
+                                    " (process " + std::to_string(getpid()) + ")\n"));
   EXPECT_THAT(result.err, HasSubstr(" times real time\n"));
   EXPECT_THAT(result.err, Not(HasSubstr("gk: ")));
 }

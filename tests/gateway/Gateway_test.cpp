@@ -387,6 +387,14 @@ TEST(Gateway, TheDescriptionNamesEveryRouteAndMethod) {
     EXPECT_TRUE(paths.contains(path)) << path;
   }
   EXPECT_TRUE(paths.at("/api/v1/memory/{key}").as_object().contains("put"));
+  // What checkers of such documents ask for.
+  EXPECT_EQ(api.at("info").at("license").at("identifier").as_string(), "Apache-2.0");
+  EXPECT_EQ(api.at("servers").as_array().at(0).at("url").as_string(), "/");
+  for (const auto& [path, operations] : paths) {
+    for (const auto& [method, operation] : operations.as_object()) {
+      EXPECT_TRUE(operation.at("responses").as_object().contains("4XX")) << path << " " << method;
+    }
+  }
   EXPECT_THAT(ask(sut, "GET", "/openapi.json").body, HasSubstr(R"("const":"Probe.join")"));
 }
 

@@ -81,6 +81,36 @@ TEST(QueuedOutlet, InAHurryItEndsWithoutAReaderThatReads) {
   close(reader);
 }
 
+class KeptOutlet : public Outlet {
+public:
+  explicit KeptOutlet(std::vector<std::string>& lines) : fLines(lines) {}
+
+  void write(std::string_view line) override { fLines.emplace_back(line); }
+  void flush() override {}
+
+private:
+  std::vector<std::string>& fLines;
+};
+
+TEST(QueuedOutlet, HeldLinesGoOutWithTheReleaseAndNotAtAllWithout) {
+  std::vector<std::string> lines;
+  {
+    QueuedOutlet sut(std::make_unique<KeptOutlet>(lines));
+    sut.hold();
+    sut.write("refused\n");
+  }
+  EXPECT_TRUE(lines.empty());
+  {
+    QueuedOutlet sut(std::make_unique<KeptOutlet>(lines));
+    sut.hold();
+    sut.write("first\n");
+    sut.release();
+    sut.write("second\n");
+    sut.flush();
+    EXPECT_EQ(lines, (std::vector<std::string>{"first\n", "second\n"}));
+  }
+}
+
 /// Blocks in its first write until it is let go.
 class SlowOutlet : public Outlet {
 public:
