@@ -17,6 +17,7 @@
 //   # exit: 2                           the exit code, 0 without
 //   # error: 7: unknown action          what the one line of standard error ends in; without, that
 //                                       is what the run sums up to
+//   # told: text                        lines of standard error before that, without "gk: "
 //   # stdout: text                      lines that a module prints on standard output
 // NAME.expected.jsonl holds the expected lines; without it the replay must leave no output.
 //
@@ -50,6 +51,7 @@ struct Directions {
   std::vector<std::string> options;
   int exit = 0;
   std::string error;
+  std::vector<std::string> told;
   std::string out;
 };
 
@@ -70,6 +72,8 @@ Directions directionsOf(const fs::path& scenario) {
       directions.exit = std::stoi(*code);
     } else if (const auto error = rest("error")) {
       directions.error = *error;
+    } else if (const auto told = rest("told")) {
+      directions.told.push_back("gk: " + *told);
     } else if (const auto out = rest("stdout")) {
       directions.out += *out + "\n";
     }
@@ -139,12 +143,15 @@ TEST_P(Scenario, GivesTheExpectedLines) {
 
   EXPECT_EQ(result.program.code, directions.exit) << result.program.err;
   EXPECT_EQ(result.program.out, directions.out);
+  std::vector<std::string> told = linesOf(result.program.err);
+  ASSERT_FALSE(told.empty());
   if (directions.error.empty()) {
-    EXPECT_THAT(linesOf(result.program.err), testing::ElementsAre(testing::MatchesRegex(kSummary)));
+    EXPECT_THAT(told.back(), testing::MatchesRegex(kSummary));
   } else {
-    EXPECT_THAT(linesOf(result.program.err),
-                testing::ElementsAre(testing::EndsWith(directions.error)));
+    EXPECT_THAT(told.back(), testing::EndsWith(directions.error));
   }
+  told.pop_back();
+  EXPECT_EQ(told, directions.told);
   const fs::path expected =
       file.parent_path() / (file.filename().stem().stem().string() + kExpectedEnding);
   if (directions.exit == 2) {
