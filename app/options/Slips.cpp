@@ -120,7 +120,7 @@ void expectNoSlip(const CLI::App& app, const std::vector<std::string>& words) {
 
 std::string complaintOf(const CLI::App& app, const CLI::ParseError& error) {
   for (const CLI::App* command : {&app, &givenLast(app)}) {
-    if (const std::string slip = unknownOption(*command); !slip.empty()) {
+    if (std::string slip = unknownOption(*command); !slip.empty()) {
       return slip;
     }
   }

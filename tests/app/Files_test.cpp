@@ -231,10 +231,13 @@ TEST_F(Files, AFullDiskUnderARecordingIsToldAtOnceAndFoundByTheDoctor) {
   // Room for a file's beginning and for no more.
   Program program(shell("ulimit -f 4; gk run --listen 127.0.0.1:0 --record " + file("run.mcap") +
                         " > /dev/null"));
-  program.runUntil(
-      [&program] { return program.errSoFar().find("File too large") != std::string::npos; });
-  const std::string text = program.errSoFar();
   constexpr std::string_view before = "listening at http://";
+  std::string text;
+  program.runUntil([&] {
+    text = program.errSoFar();
+    return text.find("File too large") != std::string::npos &&
+           text.find(before) != std::string::npos;
+  });
   const std::size_t place = text.find(before) + before.size();
   const std::string address = text.substr(place, text.find('/', place) - place);
   EXPECT_THAT(runGk({"doctor", "--host", address}).out,
