@@ -9,7 +9,8 @@ set(GK_LONG_TESTS Soak.* */Soak.* Record.EveryScenario* */PosturesOfManySeeds.* 
 if(GK_SANITIZE STREQUAL "thread")
   # Files that may not grow are more than the sanitizer can live with: it has some of its own. What
   # runs on one thread is done without it.
-  list(APPEND GK_LONG_TESTS Files.ARecordingThatMayNotGrow* FaultMatrix.* Record.*)
+  list(APPEND GK_LONG_TESTS Files.ARecordingThatMayNotGrow* FaultMatrix.* Record.* GkTerminal.*
+       */OnTerminals.* GkDoctor.* */GkSlip.* GkNames.*)
 endif()
 list(JOIN GK_LONG_TESTS : GK_LONG_TESTS)
 
