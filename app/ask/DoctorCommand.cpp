@@ -26,12 +26,12 @@ std::string findingText(const Finding& finding) {
   std::string text = finding.what;
   text += finding.shown.empty() ? "" : ": " + finding.shown;
   text += finding.isGood || finding.advice.empty() ? "" : ". " + finding.advice;
-  const std::string line = (finding.isGood ? "ok  " : "NO  ") + formats::printable(text);
+  std::string line = (finding.isGood ? "ok  " : "NO  ") + formats::printable(text);
   if (!isTerminal()) {
     return line;
   }
   constexpr std::size_t mark = 2;
-  const std::string wrapped = wrappedText(line, screenSize().columns, mark + 2);
+  std::string wrapped = wrappedText(line, screenSize().columns, mark + 2);
   if (!hasColours()) {
     return wrapped;
   }
