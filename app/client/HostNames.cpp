@@ -118,7 +118,7 @@ std::vector<json::value> eventsOf(HostClient& client) {
 std::optional<json::value> findEvent(HostClient& client, const std::string& name) {
   for (json::value& event : eventsOf(client)) {
     if (textMember(event, "name") == name) {
-      return std::move(event);
+      return std::optional(std::move(event));
     }
   }
   return std::nullopt;

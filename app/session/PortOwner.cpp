@@ -75,7 +75,8 @@ std::string commandOf(const fs::path& process) {
   std::string text = program + line.substr(end);
   std::ranges::replace(text, '\0', ' ');
   if (text.size() > kMostShown) {
-    text = text.substr(0, kMostShown) + "...";
+    text.resize(kMostShown);
+    text += "...";
   }
   return formats::printable(text);
 }
