@@ -1,5 +1,6 @@
 #include "app/ask/Doctor.h"
 
+#include "app/ask/LoopLimits.h"
 #include "app/terminal/Units.h"
 
 #include <fmt/format.h>
@@ -17,14 +18,11 @@ namespace {
 
 namespace json = boost::json;
 
-/// Most seconds by which two clocks may differ, a loop may be silent, a tick may be late, and all
-/// device keys may stay the same: real sensors always tremble.
+/// Most seconds by which two clocks may differ, a loop may be silent, and all device keys may stay
+/// the same: real sensors always tremble.
 constexpr double kClockTolerance = 1.0;
 constexpr double kLongestSilence = 1.0;
-constexpr double kLateness = 0.005;
 constexpr double kFreshness = 5.0;
-/// Least share of the ticks that a loop asks for.
-constexpr double kLeastRate = 0.8;
 /// Seconds that a host has after its start.
 constexpr double kSettling = 1.0;
 
@@ -158,13 +156,13 @@ void Doctor::xLateness(const json::value& loop) {
   const json::value& worst = member(lateness, "p999_s");
   const double seconds = numberMember(lateness, "p999_s");
   fFindings.push_back({Harm::Slow, textMember(loop, "module") + " is on time",
-                       !worst.is_null() && seconds <= kLateness,
+                       !worst.is_null() && seconds <= kLatenessLimit,
                        fmt::format("99.9 % of its ticks are at most {} s late",
                                    worst.is_null() ? "a great many" : valueText(worst)),
                        fmt::format("99.9 % of its ticks {} at most {} late ({})",
                                    recent.is_null() ? "since its start" : "in the last minute",
                                    worst.is_null() ? "a great many seconds" : durationText(seconds),
-                                   limitText(kLateness)),
+                                   limitText(kLatenessLimit)),
                        kSlowAdvice});
 }
 

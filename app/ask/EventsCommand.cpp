@@ -102,11 +102,7 @@ int showEvents(const LiveOptions& options) {
 int watchKeys(const LiveOptions& options) {
   HostClient client(options.client);
   // Says what is wrong with a name before anything is watched.
-  std::vector<std::string> keys;
-  for (const json::value& key : keysNamed(client, options.names)) {
-    keys.push_back(textMember(key, "key"));
-  }
-  WatchView view(client, keys, options.client.isJson);
+  WatchView view(client, keysNamed(client, options.names), options.client.isJson);
   std::uint64_t shown = 0;
   HostStream::Handlers handlers;
   handlers.values = [&](const std::vector<json::value>& changed) {
@@ -117,7 +113,7 @@ int watchKeys(const LiveOptions& options) {
     view.refresh();
     return true;
   };
-  HostStream(client).run(keys, handlers);
+  HostStream(client).run(view.keys(), handlers);
   return kSuccess;
 }
 

@@ -1,4 +1,5 @@
 #include "app/ask/AskCommands.h"
+#include "app/ask/LoopLimits.h"
 #include "app/client/HostClient.h"
 #include "app/terminal/Screen.h"
 #include "app/terminal/Table.h"
@@ -30,10 +31,6 @@ namespace json = boost::json;
 
 constexpr const char* kResource = "/api/v1/host?verbose";
 
-/// What is beyond these is marked: seconds that ticks come late, and the share of the ticks that a
-/// loop asks for.
-constexpr double kLongestLateness = 0.005;
-constexpr double kLeastShare = 0.8;
 constexpr const char* kMark = "!";
 
 struct TopOptions {
@@ -153,9 +150,9 @@ private:
     const json::value& late = member(figures, "lateness");
     const json::value& worst = member(late, "p999_s");
     const bool isLate =
-        late.is_object() && (worst.is_null() || numberMember(late, "p999_s") > kLongestLateness);
+        late.is_object() && (worst.is_null() || numberMember(late, "p999_s") > kLatenessLimit);
     const json::value& overruns = member(figures, "overruns");
-    return {marked(fmt::format("{:.1f}", ticks), ticks < kLeastShare * asked),
+    return {marked(fmt::format("{:.1f}", ticks), ticks < kLeastRate * asked),
             milliseconds(member(figures, "duration"), "mean_s"),
             milliseconds(member(figures, "duration"), "p99_s"),
             milliseconds(late, "p99_s"),

@@ -41,12 +41,12 @@ std::string shortKey(std::string key, std::size_t columns) {
 
 } // namespace
 
-WatchView::WatchView(HostClient& client, std::vector<std::string> keys, bool isJson)
-    : fKeys(std::move(keys)), fIsJson(isJson) {
-  for (const std::string& key : fKeys) {
-    // Says what is wrong with a name before anything is watched.
-    const json::value entry = client.getJson("/api/v1/memory/" + escapedPath(key));
-    fUnits[key] = textMember(entry, "unit");
+WatchView::WatchView(HostClient& client, const std::vector<json::value>& keys, bool isJson)
+    : fIsJson(isJson) {
+  fKeys.reserve(keys.size());
+  for (const json::value& key : keys) {
+    fKeys.push_back(textMember(key, "key"));
+    fUnits[fKeys.back()] = textMember(key, "unit");
   }
   if (fIsJson) {
     return;

@@ -16,8 +16,12 @@ namespace gk::app {
 /// For one thread.
 class WatchView {
 public:
-  /// Asks the host what the keys are. Raises `ClientError`, for a key that is not there as well.
-  WatchView(HostClient& client, std::vector<std::string> keys, bool isJson);
+  /// `keys`: what the host tells of them. Asks it how long it runs, and for the names of poses.
+  /// Raises `ClientError`.
+  WatchView(HostClient& client, const std::vector<boost::json::value>& keys, bool isJson);
+
+  /// Their names.
+  const std::vector<std::string>& keys() const noexcept { return fKeys; }
 
   /// "name" and "value" of each key that has changed.
   void show(const std::vector<boost::json::value>& changed);
@@ -35,7 +39,7 @@ private:
   /// Seconds since the host's start.
   double xTime() const;
 
-  const std::vector<std::string> fKeys;
+  std::vector<std::string> fKeys;
   const bool fIsJson;
   std::map<std::string, std::string> fUnits;
   /// By their codes; empty when no pose is watched.

@@ -57,6 +57,23 @@ struct ProgramResult {
   std::string err;
 };
 
+/// This process becomes the program `arguments[0]`. A test that is killed leaves no program behind.
+[[noreturn]] inline void become(std::vector<std::string>& arguments) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  std::vector<char*> raw;
+  for (std::string& argument : arguments) {
+    raw.push_back(argument.data());
+  }
+  raw.push_back(nullptr);
+  execv(raw[0], raw.data());
+  _exit(127);
+}
+
+/// Of what waitpid tells: the code, or 128 + the signal that ended the program.
+inline int exitCode(int status) {
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
 /// A program that runs beside the test. Killed when it still runs at destruction.
 class Program {
 public:
@@ -65,18 +82,10 @@ public:
                    const std::filesystem::path& folder = std::filesystem::current_path()) {
     fPid = fork();
     if (fPid == 0) {
-      // A test that is killed leaves no program behind.
-      prctl(PR_SET_PDEATHSIG, SIGKILL);
       redirect("out", STDOUT_FILENO);
       redirect("err", STDERR_FILENO);
       std::filesystem::current_path(folder);
-      std::vector<char*> raw;
-      for (std::string& argument : arguments) {
-        raw.push_back(argument.data());
-      }
-      raw.push_back(nullptr);
-      execv(raw[0], raw.data());
-      _exit(127);
+      become(arguments);
     }
   }
   ~Program() {
@@ -115,8 +124,7 @@ public:
     int status = 0;
     waitpid(fPid, &status, 0);
     fPid = 0;
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
-            readFile(fFiles.path() / "out"), readFile(fFiles.path() / "err")};
+    return {exitCode(status), readFile(fFiles.path() / "out"), readFile(fFiles.path() / "err")};
   }
 
 private:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/Program.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -11,7 +13,6 @@
 #include <string>
 #include <string_view>
 #include <sys/ioctl.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -179,21 +180,13 @@ public:
     const winsize size{rows, columns, 0, 0};
     fPid = forkpty(&fTerminal, nullptr, nullptr, &size);
     if (fPid == 0) {
-      // A test that is killed leaves no program behind.
-      prctl(PR_SET_PDEATHSIG, SIGKILL);
       unsetenv("NO_COLOR");
       setenv("TERM", "xterm", 1);
       for (const std::string& variable : variables) {
         const std::size_t equal = variable.find('=');
         setenv(variable.substr(0, equal).c_str(), variable.substr(equal + 1).c_str(), 1);
       }
-      std::vector<char*> raw;
-      for (std::string& argument : arguments) {
-        raw.push_back(argument.data());
-      }
-      raw.push_back(nullptr);
-      execv(raw[0], raw.data());
-      _exit(127);
+      become(arguments);
     }
   }
   ~TerminalProgram() {
@@ -248,7 +241,7 @@ public:
     int status = 0;
     waitpid(fPid, &status, 0);
     fPid = 0;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return exitCode(status);
   }
 
 private:
