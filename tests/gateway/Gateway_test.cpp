@@ -217,16 +217,11 @@ TEST(Gateway, ServicesAreNoTargetsOfClientsSubscriptions) {
 }
 
 TEST(Gateway, ADeliveryThatFeedsItselfEndsWithTheHost) {
-  const auto begin = [] { return std::chrono::steady_clock::now(); };
-  std::chrono::steady_clock::time_point asked;
-  {
-    ServedHost sut;
-    // What only a module can ask for.
-    sut.memory->subscribeToEvent("L", GK::GKMemory::kName, "raiseEvent");
-    sut.raise("L", 1.0F);
-    asked = begin();
-  }
-  EXPECT_LT(begin() - asked, std::chrono::seconds(1));
+  ServedHost sut;
+  // What only a module can ask for.
+  sut.memory->subscribeToEvent("L", GK::GKMemory::kName, "raiseEvent");
+  sut.raise("L", 1.0F);
+  // The test ends, although the delivery never would.
 }
 
 TEST(Gateway, WhatClientsMakeIsLimited) {

@@ -102,7 +102,7 @@ struct ServerFrame {
   std::string payload;
 };
 
-/// A connection that sends any bytes, well-formed or not. Waits ten seconds at most.
+/// A connection that sends any bytes, well-formed or not. Waits two minutes at most, which only a host that is stuck takes.
 class Socket {
 public:
   explicit Socket(std::uint16_t port, int receiveBuffer = 0) {
@@ -110,7 +110,7 @@ public:
     if (receiveBuffer > 0) {
       setsockopt(fSocket, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
     }
-    const timeval limit{10, 0};
+    const timeval limit{120, 0};
     setsockopt(fSocket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     sockaddr_in address{};
     address.sin_family = AF_INET;
