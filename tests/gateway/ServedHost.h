@@ -102,7 +102,8 @@ struct ServerFrame {
   std::string payload;
 };
 
-/// A connection that sends any bytes, well-formed or not. Waits two minutes at most, which only a host that is stuck takes.
+/// A connection that sends any bytes, well-formed or not. Waits two minutes at most, which only a
+/// host that is stuck takes.
 class Socket {
 public:
   explicit Socket(std::uint16_t port, int receiveBuffer = 0) {
