@@ -7,6 +7,8 @@ OTHER_RELEASE ?= build/other-release
 FUZZ_SECONDS ?= 60
 SOAK_HOURS ?= 100
 CHAOS_SECONDS ?= 600
+# What the host may take of time and memory; sanitizers keep what is freed for a while.
+CHAOS ?= $(if $(filter asan tsan,$(PRESET)),1 --growth=64 --end=20000)
 
 .PHONY: help run test test-all other-release check lint coverage fuzz soak bench bench-check load chaos web-tests dependencies check-dependencies build clean
 
@@ -23,7 +25,7 @@ help:
 	@echo "make bench-check  count a tick's instructions and hold them against the record"
 	@echo "make load      put load on a host for a minute: 200 viewers, 2000 requests a second"
 	@echo "make chaos     let clients do whatever they like with a host for CHAOS_SECONDS=$(CHAOS_SECONDS)"
-	@echo "make web-tests install the clients from npm and the browser that make test then uses as well"
+	@echo "make web-tests install the clients from npm, the browser and the shells that make test then uses as well"
 	@echo "make clean     remove what was built"
 
 run: build
@@ -84,13 +86,13 @@ load: dependencies
 	./tests/load/load.sh build/release/bin/gk build/release/bin/gateway_load data/us_wallrobot.csv
 
 chaos: dependencies
-	cmake --preset release
-	cmake --build --preset release --target gk gateway_chaos
-	./build/release/bin/gateway_chaos build/release/bin/gk $(CHAOS_SECONDS) 300
+	cmake --preset $(PRESET)
+	cmake --build --preset $(PRESET) --target gk gateway_chaos
+	./build/$(PRESET)/bin/gateway_chaos build/$(PRESET)/bin/gk $(CHAOS_SECONDS) 300 $(CHAOS)
 
 web-tests:
 	@command -v npm >/dev/null || ./packaging/install-dependencies.sh packaging/debian-packages-web.txt
-	./packaging/install-dependencies.sh packaging/debian-packages-browser.txt
+	./packaging/install-dependencies.sh packaging/debian-packages-tests.txt
 	for folder in tests/web tests/mcap; do (cd $$folder && npm ci --no-audit --no-fund --prefer-offline) || exit 1; done
 
 bench-check: dependencies

@@ -21,8 +21,12 @@ constexpr std::pair<std::string_view, std::string_view> kNamesAfter[] = {
     {"describe", "modules"}, {"call", "methods"}, {"get", "keys"},
     {"set", "keys"},         {"watch", "keys"},   {"events", "events"}};
 
-/// What is between @ is put in.
-constexpr const char* kScript = R"bash(# Completion of gk for bash:  source <(gk completion bash)
+/// The shells that there is a script for.
+const std::vector<std::string> kShells = {"bash", "zsh", "fish"};
+
+// What is between @ is put in.
+
+constexpr const char* kBash = R"bash(# Completion of gk for bash:  source <(gk completion bash)
 _gk() {
   local current=${COMP_WORDS[COMP_CWORD]} command=${COMP_WORDS[1]} options='' names=''
   if ((COMP_CWORD == 1)); then
@@ -34,7 +38,7 @@ _gk() {
   if [[ $current == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
   elif [[ $command == completion ]]; then
-    mapfile -t COMPREPLY < <(compgen -W 'bash' -- "$current")
+    mapfile -t COMPREPLY < <(compgen -W '@shells@' -- "$current")
   elif [[ -n $names ]]; then
     names=$("${COMP_WORDS[0]}" names "$names" 2>/dev/null)
     mapfile -t COMPREPLY < <(compgen -W "$names" -- "$current")
@@ -45,27 +49,115 @@ _gk() {
 complete -o filenames -o nosort -F _gk gk
 )bash";
 
+constexpr const char* kZsh = R"zsh(#compdef gk
+# Completion of gk for zsh, after compinit:  source <(gk completion zsh)
+_gk() {
+  local kind= command=$words[2]
+  local -a options names commands
+  if ((CURRENT == 2)); then
+    commands=(
+@commands@    )
+    _describe -V command commands
+    return
+  fi
+  case $command in
+@cases@  esac
+  if [[ $words[CURRENT] == -* ]]; then
+    compadd -- $options
+  elif [[ $command == completion ]]; then
+    compadd -- @shells@
+  elif [[ -n $kind ]]; then
+    names=(${(f)"$($words[1] names $kind 2>/dev/null)"})
+    compadd -- $names
+  else
+    _files
+  fi
+}
+compdef _gk gk
+)zsh";
+
+constexpr const char* kFish = R"fish(# Completion of gk for fish:  gk completion fish | source
+@commands@@cases@complete -c gk -n '__fish_seen_subcommand_from completion' -f -a '@shells@'
+)fish";
+
 void replace(std::string& text, std::string_view what, const std::string& with) {
   text.replace(text.find(what), what.size(), with);
 }
 
-/// The script is made of the commands themselves: it knows what the program knows.
-std::string bashScript(const CommandLine& line) {
+/// `text` with a backslash before each of `characters`.
+std::string escaped(const std::string& text, std::string_view characters) {
+  std::string result;
+  for (const char one : text) {
+    result += characters.find(one) == std::string_view::npos ? "" : "\\";
+    result += one;
+  }
+  return result;
+}
+
+/// What names stand after the command; empty where there are files.
+std::string_view namesAfter(const std::string& command) {
+  for (const auto& [after, kind] : kNamesAfter) {
+    if (after == command) {
+      return kind;
+    }
+  }
+  return {};
+}
+
+struct Script {
+  std::string text;
   std::string commands;
   std::string cases;
+};
+
+Script bashScript(const CommandLine& line) {
+  Script script{kBash, {}, {}};
   for (const CommandLine::Description& command : line.commands()) {
-    commands += (commands.empty() ? "" : " ") + command.name;
-    std::string names;
-    for (const auto& [after, kind] : kNamesAfter) {
-      names = after == command.name ? std::string(kind) : names;
-    }
-    cases += fmt::format("    {}) options='{}' names='{}' ;;\n", command.name,
-                         fmt::join(command.options, " "), names);
+    script.commands += (script.commands.empty() ? "" : " ") + command.name;
+    script.cases += fmt::format("    {}) options='{}' names='{}' ;;\n", command.name,
+                                fmt::join(command.options, " "), namesAfter(command.name));
   }
-  std::string script = kScript;
-  replace(script, "@commands@", commands);
-  replace(script, "@cases@", cases);
   return script;
+}
+
+Script zshScript(const CommandLine& line) {
+  Script script{kZsh, {}, {}};
+  for (const CommandLine::Description& command : line.commands()) {
+    // A colon is between a name and what it means.
+    script.commands +=
+        fmt::format("      \"{}:{}\"\n", command.name, escaped(command.text, "\\\"$`"));
+    script.cases += fmt::format("    {}) options=({}) kind={} ;;\n", command.name,
+                                fmt::join(command.options, " "), namesAfter(command.name));
+  }
+  return script;
+}
+
+Script fishScript(const CommandLine& line) {
+  Script script{kFish, {}, {}};
+  for (const CommandLine::Description& command : line.commands()) {
+    script.commands += fmt::format("complete -c gk -n __fish_use_subcommand -f -a {} -d '{}'\n",
+                                   command.name, escaped(command.text, "\\'"));
+    const std::string after =
+        fmt::format("complete -c gk -n '__fish_seen_subcommand_from {}'", command.name);
+    for (const std::string& option : command.options) {
+      script.cases += fmt::format("{} -l {}\n", after, option.substr(2));
+    }
+    if (const std::string_view names = namesAfter(command.name); !names.empty()) {
+      script.cases += fmt::format("{} -f -a '(gk names {} 2>/dev/null)'\n", after, names);
+    }
+  }
+  return script;
+}
+
+/// The script is made of the commands themselves: it knows what the program knows.
+std::string completionScript(const CommandLine& line, const std::string& shell) {
+  Script script = shell == "bash"  ? bashScript(line)
+                  : shell == "zsh" ? zshScript(line)
+                                   : fishScript(line);
+  replace(script.text, "@commands@", script.commands);
+  replace(script.text, "@cases@", script.cases);
+  replace(script.text, "@shells@", fmt::format("{}", fmt::join(kShells, " ")));
+  return script.text;
 }
 
 void printMembers(HostClient& client, const std::string& target, const char* list,
@@ -103,9 +195,9 @@ void addCompletionCommand(const CommandLine& line) {
           .titled(kHelpTitle)
           .subcommand("completion", "Print a script that completes gk in a shell");
   auto shell = std::make_shared<std::string>();
-  command.option("SHELL", *shell, "bash").required().oneOf({"bash"}).shows("");
+  command.option("SHELL", *shell, "bash, zsh or fish").required().oneOf(kShells).shows("");
   command.does([&line, shell] { // which the option writes to
-    fmt::print("{}", bashScript(line));
+    fmt::print("{}", completionScript(line, *shell));
     return static_cast<int>(kSuccess);
   });
 

@@ -58,7 +58,7 @@ std::vector<CommandLine::Description> CommandLine::commands() const {
     if (command->get_group().empty()) {
       continue;
     }
-    Description description{command->get_name(), {}};
+    Description description{command->get_name(), command->get_description(), {}};
     for (const CLI::Option* option : command->get_options()) {
       for (const std::string& name : option->get_lnames()) {
         description.options.push_back("--" + name);

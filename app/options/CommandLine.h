@@ -29,6 +29,8 @@ public:
   /// A command as it may be given.
   struct Description {
     std::string name;
+    /// What the help says of it.
+    std::string text;
     /// "--out", without short forms.
     std::vector<std::string> options;
   };

@@ -45,7 +45,7 @@ void addRecordingCommand(const Command& program) {
       program.subcommand("recording", "Look into recordings (.mcap), check, mend and convert them");
   auto options = std::make_shared<RecordingOptions>();
   const auto add = [&](const char* name, const char* text, std::function<int()> work) {
-    const Command one = command.subcommand(name, text);
+    Command one = command.subcommand(name, text);
     one.option("FILE", options->file, "The recording").required().shows("");
     one.does([options, work] { return guarded(*options, work); });
     return one;

@@ -19,13 +19,16 @@ namespace gk::app {
 
 namespace {
 
+constexpr const char* kReal = "real";
+constexpr const char* kMax = "max";
+
 struct RunOptions {
   SessionOptions session;
   RecordOptions record;
   ListenOptions listen;
   bool isLoop = false;
   std::optional<double> limit;
-  std::string speed = "real";
+  std::string speed = kReal;
   bool isRealtime = false;
   std::string robot;
   std::uint64_t seed = devices::SimulationOptions().seed;
@@ -72,6 +75,20 @@ std::string robotText(const runtime::HostOptions& host, bool isOnTour) {
   return files.empty() ? "none, all keys stay as they are" : "what is recorded in" + files;
 }
 
+/// Speeds beyond are nobody's wish: a tick would have microseconds, or last for minutes.
+constexpr double kSlowest = 0.001;
+constexpr double kFastest = 1000.0;
+
+/// What is wrong with a --speed; empty for nothing.
+std::string checkSpeed(const std::string& text) {
+  const std::optional<double> number = formats::parseDouble(text);
+  const bool isOne =
+      text == kReal || text == kMax || (number && *number >= kSlowest && *number <= kFastest);
+  return isOne ? std::string()
+               : fmt::format("{} is none of real, max and numbers from {} to {}", text, kSlowest,
+                             kFastest);
+}
+
 /// What is wrong with a --limit; empty for nothing.
 std::string checkLimit(const std::string& text) {
   devices::ClientLimits ignored;
@@ -86,7 +103,8 @@ int run(const RunOptions& options) {
     return kSuccess;
   }
   runtime::HostOptions host = hostOptions(options.session);
-  host.isVirtual = options.speed == "max";
+  host.isVirtual = options.speed == kMax;
+  host.speed = formats::parseDouble(options.speed).value_or(1.0);
   if (host.isVirtual && options.listen.isAddressGiven) {
     fmt::print(stderr, "gk: --listen needs real time, --speed max has none\n");
     return kBadInput;
@@ -131,12 +149,16 @@ void addRunCommand(const Command& program) {
   addRobotOptions(command, *options);
   command.section("Time");
   command.flag("--loop", options->isLoop, "Start the files again at their end");
-  command.option("--for", options->limit, "End after this many seconds of wall time")
+  command
+      .option("--for", options->limit,
+              "End after this many seconds of wall time, whatever the speed")
       .within(0.0, 1e9)
       .shows("SECONDS");
-  command.option("--speed", options->speed, "real, or max: virtual time, as fast as possible")
-      .oneOf({"real", "max"})
-      .shows("real|max")
+  command
+      .option("--speed", options->speed,
+              "real; 2: twice as fast, 0.5: half as fast; max: virtual time, as fast as possible")
+      .checked(checkSpeed)
+      .shows("real|max|NUMBER")
       .showsDefault();
   command.flag("--realtime", options->isRealtime,
                "Run the loops with real-time priority and locked memory, where permitted");

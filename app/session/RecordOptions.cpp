@@ -62,6 +62,13 @@ std::string robotText(const std::optional<devices::SimulationOptions>& simulatio
                     : std::string("none");
 }
 
+std::string speedText(const runtime::HostOptions& host) {
+  if (host.isVirtual) {
+    return "max";
+  }
+  return host.speed == 1.0 ? "real" : formats::doubleText(host.speed);
+}
+
 } // namespace
 
 std::string checkRecordingName(const std::string& name) {
@@ -137,7 +144,7 @@ std::optional<runtime::RecorderOptions> recorderOptions(const RecordOptions& opt
   recorder.about = {{"version", recorder.library},
                     {formats::kClockMember, formats::kTurnsClock},
                     {formats::kWithoutMember, fmt::format("{}", fmt::join(host.without, ","))},
-                    {"speed", host.isVirtual ? "max" : "real"},
+                    {"speed", speedText(host)},
                     {"robot", robotText(host.simulation)},
                     {"limits", devices::limitsText(host.limits)},
                     {"loop", host.isLoop ? "true" : "false"},

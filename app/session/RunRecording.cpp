@@ -9,10 +9,12 @@
 
 #include <boost/make_shared.hpp>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <exception>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace gk::app {
 
@@ -76,6 +78,10 @@ void RunRecording::finish() {
   }
   for (const std::string& name : fRecorder->files()) {
     fmt::print(stderr, "recorded {}\n", name);
+  }
+  if (const std::vector<std::string> earlier = fRecorder->earlierParts(); !earlier.empty()) {
+    complain(fmt::format("{} {} of an earlier recording", fmt::join(earlier, ", "),
+                         earlier.size() == 1 ? "is" : "are"));
   }
   if (!fPattern.empty() && fRecorder->files().empty() && error == nullptr) {
     xTellOfNothing();

@@ -22,11 +22,11 @@ namespace json = boost::json;
 
 using Overloads = std::vector<GK::GKMethodDescription>;
 
+/// `what` says it in full ("method GKSonar.subscrib"), `known` are names such as `name`.
 RpcError noSuch(const std::string& what, const std::string& name,
                 const std::vector<std::string>& known) {
   const std::vector<std::string> nearest = formats::nearestNames(name, known);
-  RpcError error{
-      kNoSuchMethod, "there is no " + what + " " + name + formats::didYouMean(nearest), {}};
+  RpcError error{kNoSuchMethod, "there is no " + what + formats::didYouMean(nearest), {}};
   formats::JsonWriter writer(error.data);
   writer.beginObject().key("nearest").beginArray();
   for (const std::string& one : nearest) {
@@ -81,7 +81,7 @@ RpcError misfit(const GK::GKModuleCore& module, const std::string& method) {
   }
   std::ranges::sort(names);
   names.erase(std::unique(names.begin(), names.end()), names.end());
-  return noSuch("method", method, names);
+  return noSuch("method " + module.getName() + "." + method, method, names);
 }
 
 /// The methods whose second argument is stored under the name that is their first one.
@@ -144,7 +144,7 @@ std::variant<boost::shared_ptr<GK::GKModuleCore>, RpcError>
 Robot::findModule(const std::string& name) const {
   boost::shared_ptr<GK::GKModuleCore> module = fBroker->findModule(name);
   if (module == nullptr) {
-    return noSuch("module", name, moduleNames());
+    return noSuch("module " + name, name, moduleNames());
   }
   return module;
 }

@@ -12,23 +12,19 @@ namespace GK {
 
 class GKRealClock final : public GKClock {
 public:
-  explicit GKRealClock(int loopPriority) : fTasks(loopPriority) {}
+  GKRealClock(int loopPriority, double speed) : fTasks(loopPriority, speed) {}
 
   GKMicros elapsed() const noexcept override { return fTasks.elapsed(); }
 
   GKMicros elapsedRoughly() const noexcept override {
-    using Duration = GKRealTasks::Steady::duration;
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    const Duration since = std::chrono::seconds(now.tv_sec) +
-                           std::chrono::nanoseconds(now.tv_nsec) -
-                           fTasks.start().time_since_epoch();
-    return std::max(std::chrono::duration_cast<std::chrono::microseconds>(since).count(),
-                    GKMicros{0});
+    const auto since = std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+    return std::max(fTasks.elapsed(GKRealTasks::Steady::time_point(since)), GKMicros{0});
   }
 
   GKWallTime wallTime() const noexcept override {
-    const GKMicros now = GKRealTasks::systemWall();
+    const GKMicros now = fTasks.wall();
     return {now / 1000000, now % 1000000};
   }
 
@@ -64,8 +60,8 @@ private:
   GKRealTasks fTasks;
 };
 
-std::shared_ptr<GKClock> makeRealClock(int loopPriority) {
-  return std::make_shared<GKRealClock>(loopPriority);
+std::shared_ptr<GKClock> makeRealClock(int loopPriority, double speed) {
+  return std::make_shared<GKRealClock>(loopPriority, speed);
 }
 
 } // namespace GK

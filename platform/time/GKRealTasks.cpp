@@ -2,7 +2,9 @@
 
 #include "platform/time/GKPriorityScope.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <ctime>
 #include <mutex>
 #include <utility>
@@ -10,6 +12,12 @@
 namespace GK {
 
 namespace {
+
+/// Longer than any computer runs, and far from what a time point of its clock cannot hold.
+constexpr std::chrono::microseconds kForever = std::chrono::years(100);
+
+/// Microseconds. Who has slept until a moment must not find that it is still to come.
+constexpr double kLostByRounding = 0.001;
 
 template <class Duration> GKMicros microsOf(Duration duration) {
   return std::chrono::duration_cast<std::chrono::microseconds>(duration).count();
@@ -31,16 +39,34 @@ void GKGate::waitUntil(std::chrono::steady_clock::time_point deadline) {
   }
 }
 
-GKMicros GKRealTasks::elapsed() const noexcept {
-  return microsOf(Steady::now() - fStart);
+GKMicros GKRealTasks::elapsed(Steady::time_point now) const noexcept {
+  const GKMicros since = microsOf(now - fStart);
+  return fSpeed == 1.0
+             ? since
+             : static_cast<GKMicros>(static_cast<double>(since) * fSpeed + kLostByRounding);
+}
+
+GKMicros GKRealTasks::wall() const noexcept {
+  return fSpeed == 1.0 ? systemWall() : fWallStart + elapsed();
 }
 
 GKMicros GKRealTasks::systemWall() noexcept {
   return microsOf(std::chrono::system_clock::now().time_since_epoch());
 }
 
+GKRealTasks::Steady::duration GKRealTasks::xSteady(GKMicros duration) const noexcept {
+  if (fSpeed == 1.0) {
+    return std::chrono::microseconds(std::min(duration, kForever.count()));
+  }
+  // Rounded up: who wakes finds that the time has come.
+  const double micros = std::ceil(static_cast<double>(duration) / fSpeed);
+  return micros < static_cast<double>(kForever.count())
+             ? std::chrono::microseconds(static_cast<GKMicros>(micros))
+             : kForever;
+}
+
 void GKRealTasks::sleep(GKMicros duration) {
-  fJoining.waitUntil(Steady::now() + std::chrono::microseconds(duration));
+  fJoining.waitUntil(Steady::now() + xSteady(duration));
 }
 
 void GKRealTasks::run(bool isLoop, std::function<void()> work) {
@@ -95,7 +121,7 @@ bool GKRealTasks::xWaitForEnd(std::optional<GKMicros> due) {
     fEnd.wait(lock, isEnd);
     return true;
   }
-  return fEnd.wait_until(lock, fStart + std::chrono::microseconds(*due), isEnd);
+  return fEnd.wait_until(lock, fStart + xSteady(*due), isEnd);
 }
 
 } // namespace GK

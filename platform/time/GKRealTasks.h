@@ -35,13 +35,15 @@ class GKRealTasks {
 public:
   using Steady = std::chrono::steady_clock;
 
-  /// `loopPriority`: as for `makeRealClock`.
-  explicit GKRealTasks(int loopPriority) : fLoopPriority(loopPriority) {}
+  /// As for `makeRealClock`.
+  GKRealTasks(int loopPriority, double speed) : fSpeed(speed), fLoopPriority(loopPriority) {}
 
-  Steady::time_point start() const noexcept { return fStart; }
-  GKMicros elapsed() const noexcept;
-  /// Microseconds since 1970, by the computer's wall clock.
-  static GKMicros systemWall() noexcept;
+  /// Microseconds since the start, as fast as the clock goes; `now`: by the computer's steady
+  /// clock.
+  GKMicros elapsed(Steady::time_point now = Steady::now()) const noexcept;
+  /// Microseconds since 1970, by the computer's wall clock; at other speeds than 1 only the start
+  /// is the computer's.
+  GKMicros wall() const noexcept;
 
   /// Cut short by `join`. Takes no lock: a loop must not wait for other sleepers on its way out.
   void sleep(GKMicros duration);
@@ -59,10 +61,15 @@ public:
   void join();
 
 private:
+  static GKMicros systemWall() noexcept;
   /// Waits until `due`, or for ever without one. True when the end was asked for.
   bool xWaitForEnd(std::optional<GKMicros> due);
+  /// How long `duration` takes on the computer's clock.
+  Steady::duration xSteady(GKMicros duration) const noexcept;
 
   const Steady::time_point fStart = Steady::now();
+  const GKMicros fWallStart = systemWall();
+  const double fSpeed;
   const int fLoopPriority;
   GKGate fJoining;
   GKPriorityMutex fMutex;

@@ -37,9 +37,9 @@ thread_local OwnTurn tTurn;
 class GKTurnClock final : public GKClock {
 public:
   GKTurnClock(std::shared_ptr<GKTurnObserver> observer, std::chrono::milliseconds patience,
-              int loopPriority)
-      : fObserver(std::move(observer)), fPatience(patience), fWallOffset(GKRealTasks::systemWall()),
-        fTasks(loopPriority) {
+              int loopPriority, double speed)
+      : fObserver(std::move(observer)), fPatience(patience), fTasks(loopPriority, speed) {
+    fWallOffset = fTasks.wall();
     fSerial = 1;
     fHolder = fSerial;
     tTurn = {this, GKTurn::kMain, fSerial, 0};
@@ -156,7 +156,7 @@ private:
     }
     fHolder = ++fSerial;
     fLastTime = std::max(fLastTime, fTasks.elapsed());
-    const std::int64_t wallOffset = GKRealTasks::systemWall() - fLastTime;
+    const std::int64_t wallOffset = fTasks.wall() - fLastTime;
     if (std::abs(wallOffset - fWallOffset.load(std::memory_order_relaxed)) > kWallTolerance) {
       fWallOffset.store(wallOffset, std::memory_order_relaxed);
     }
@@ -197,7 +197,7 @@ private:
 
   const std::shared_ptr<GKTurnObserver> fObserver;
   const std::chrono::milliseconds fPatience;
-  std::atomic<std::int64_t> fWallOffset;
+  std::atomic<std::int64_t> fWallOffset{0};
   std::atomic<std::uint64_t> fNextTask{GKTurn::kFirstTask};
 
   /// Guards what follows.
@@ -217,8 +217,9 @@ private:
 };
 
 std::shared_ptr<GKClock> makeTurnClock(std::shared_ptr<GKTurnObserver> observer,
-                                       std::chrono::milliseconds patience, int loopPriority) {
-  return std::make_shared<GKTurnClock>(std::move(observer), patience, loopPriority);
+                                       std::chrono::milliseconds patience, int loopPriority,
+                                       double speed) {
+  return std::make_shared<GKTurnClock>(std::move(observer), patience, loopPriority, speed);
 }
 
 GKTurnObserver::~GKTurnObserver() = default;

@@ -129,8 +129,9 @@ std::shared_ptr<GK::GKClock> Host::xMakeClock() {
     return GK::makeVirtualClock(fOptions.epoch, fOptions.recorder);
   }
   return fOptions.recorder != nullptr
-             ? GK::makeTurnClock(fOptions.recorder, fOptions.turnPatience, fOptions.loopPriority)
-             : GK::makeRealClock(fOptions.loopPriority);
+             ? GK::makeTurnClock(fOptions.recorder, fOptions.turnPatience, fOptions.loopPriority,
+                                 fOptions.speed)
+             : GK::makeRealClock(fOptions.loopPriority, fOptions.speed);
 }
 
 GK::GKInput& Host::xInput() {

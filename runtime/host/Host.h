@@ -63,6 +63,8 @@ struct HostOptions {
   devices::ClientLimits limits;
 
   bool isVirtual = false;
+  /// Real time only: how many of the run's seconds pass in one of the computer's.
+  double speed = 1.0;
   /// Real time only: priority of the loops' threads under SCHED_FIFO, 1 to 99; 0 for none.
   int loopPriority = 0;
   /// Wall time at the start of the virtual clock, in seconds since 1970.

@@ -92,6 +92,18 @@ std::vector<std::string> Recorder::events() const {
   return {fEvents.begin(), fEvents.end()};
 }
 
+std::vector<std::string> Recorder::earlierParts() const {
+  std::vector<std::string> parts;
+  if (xIsNumbered()) {
+    std::string name;
+    for (std::uint64_t number = fNumber + 1; isTaken(name = partName(fOptions.path, number));
+         ++number) {
+      parts.push_back(name);
+    }
+  }
+  return parts;
+}
+
 void Recorder::onTick(GK::GKMicros time, const GK::GKTask& task) {
   if (fMaker != nullptr) {
     xQueue(fMaker->ofTick(time, task));

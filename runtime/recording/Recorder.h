@@ -111,6 +111,8 @@ public:
 
   /// After `finish`: the files that were written, their bytes, and what is missing in them.
   const std::vector<std::string>& files() const noexcept { return fNames; }
+  /// Those behind them, by their numbers, that an earlier recording of this name has left.
+  std::vector<std::string> earlierParts() const;
   std::uint64_t size() const noexcept { return fSize; }
   RecordingLosses losses() const;
   /// With `around`: the events that have been declared or raised.

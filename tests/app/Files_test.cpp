@@ -99,6 +99,22 @@ TEST_F(Files, AnEarlierRecordingIsRefusedWithTheNextFreeNameAndReplacedOnRequest
   EXPECT_EQ(runGk({"recording", "recover", run, run + "-2.mcap"}).code, 1);
 }
 
+TEST_F(Files, PartsOfAnEarlierRecordingThatAreLeftAreNamed) {
+  const std::string run = file("run.mcap");
+  for (const char* part : {"run-002.mcap", "run-003.mcap", "run-005.mcap"}) {
+    writeFile(file(part), "earlier");
+  }
+  const std::vector<std::string> record = {"run",   "--speed",    "max", "--until",
+                                           "1",     "--record",   run,   "--record-split",
+                                           "10min", "--overwrite"};
+  const ProgramResult result = runGk(record);
+  EXPECT_EQ(result.code, 0);
+  EXPECT_THAT(result.err,
+              HasSubstr("recorded " + file("run-001.mcap") + "\ngk: " + file("run-002.mcap") +
+                        ", " + file("run-003.mcap") + " are of an earlier recording\n"));
+  EXPECT_EQ(readFile(file("run-002.mcap")), "earlier");
+}
+
 TEST_F(Files, AStartThatFailsReplacesNothingAndLeavesNothing) {
   const std::string run = file("run.mcap");
   writeFile(run, "earlier");

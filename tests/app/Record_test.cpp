@@ -202,6 +202,11 @@ TEST_F(Record, TheWallClockIsRepeated) {
                 kData + "us_wallrobot.csv"});
 }
 
+TEST_F(Record, AFastRunIsRepeated) {
+  runAndRepeat({"--no-listen", "--speed", "20", "--until", "4", "--subscribe", "GKSonar",
+                kData + "us_wallrobot.csv"});
+}
+
 TEST_F(Record, TheSimulatedRobotsTourIsRepeatedToTheByte) {
   runAndRepeat({"--speed", "max", "--until", "70"});
   EXPECT_THAT(readFile(fReplayOutput), HasSubstr("robotPoseChanged"));

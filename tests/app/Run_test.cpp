@@ -62,6 +62,10 @@ TEST(Gk, WrongOptionsGiveOneLineAndExitCodeTwo) {
       {"replay", "--until", "-1", kData + "feet_stand.csv"},
       {"replay", "--out", "/no/such/folder/out.jsonl", kData + "feet_stand.csv"},
       {"run", "--speed", "fast"},
+      {"run", "--speed", "0"},
+      {"run", "--speed", "-2"},
+      {"run", "--speed", "nan"},
+      {"run", "--speed", "1001"},
       {"run", "--for", "-1"},
       {"run", "--for", "nan"},
       {"run", "--seed", "-1"},
@@ -84,6 +88,8 @@ TEST(Gk, AWrongValueIsToldWithItsOption) {
   const std::string file = kData + "feet_stand.csv";
   EXPECT_THAT(runGk({"run", "--for", "nan"}).err, HasSubstr("--for: nan is no number"));
   EXPECT_THAT(runGk({"top", "--count", "0"}).err, HasSubstr("--count: 0 is no number above 0"));
+  EXPECT_THAT(runGk({"run", "--speed", "fast"}).err,
+              HasSubstr("--speed: fast is none of real, max and numbers from 0.001 to 1000"));
   EXPECT_THAT(runGk({"run", "--seed", "-1"}).err,
               HasSubstr("--seed: -1 is no whole number from 0"));
   EXPECT_THAT(runGk({"replay", "--epoch", "99999999999999999999", file}).err,

@@ -16,6 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 using gk::test::Block;
 using gk::test::isShown;
+using gk::test::OfferedCommand;
 using gk::test::Program;
 using gk::test::ProgramResult;
 using gk::test::ShownCommand;
@@ -87,10 +88,16 @@ public:
     return result;
   }
 
-  /// Runs one command until it has said something, then interrupts it.
-  ProgramResult runUntilInterrupted(const std::string& command) const {
+  /// Runs one command until it has said something, or has begun to write `file`, then interrupts
+  /// it.
+  ProgramResult runUntilInterrupted(const std::string& command,
+                                    const std::string& file = {}) const {
     const std::unique_ptr<Program> program = started("exec " + command);
-    program->runUntil([&] { return !program->outSoFar().empty(); });
+    const fs::path written = fFolder.path() / file;
+    program->runUntil([&] {
+      std::error_code ignored;
+      return !program->outSoFar().empty() || (!file.empty() && fs::exists(written, ignored));
+    });
     kill(program->pid(), SIGINT);
     return program->wait();
   }
@@ -263,6 +270,44 @@ TEST_P(DocsPage, NamesFilesThatAreThere) {
       return fs::exists(file.string() + ending);
     })) << file;
   }
+}
+
+/// Runs a command that the page offers to whoever has a host.
+void runOffered(const Desk& desk, const OfferedCommand& offered) {
+  static const std::regex kGoesOn(R"(gk (events|watch|record) (?!--count).*|gk events)");
+  static const std::regex kFile(R"([a-z]+\.mcap)");
+  // What these are for they are tried with elsewhere.
+  static const std::regex kOtherShell("gk completion (zsh|fish)");
+  // Its exit code is what it finds.
+  const bool isJudge = offered.command.starts_with("gk doctor");
+  const std::string place = "line " + std::to_string(offered.line) + ": " + offered.command + "\n";
+  if (std::regex_match(offered.command, kGoesOn)) {
+    std::smatch file;
+    std::regex_search(offered.command, file, kFile);
+    const ProgramResult result = desk.runUntilInterrupted(offered.command, file.str());
+    EXPECT_THAT(result.code, testing::AnyOf(0, 128 + SIGINT)) << place << result.err;
+  } else if (std::smatch script; std::regex_search(offered.command, script, kOtherShell)) {
+    const ProgramResult result = desk.run(script.str());
+    EXPECT_EQ(result.code, 0) << place << result.out;
+  } else {
+    const ProgramResult result = desk.run(offered.command);
+    EXPECT_LT(result.code, isJudge ? 126 : 1) << place << result.out;
+  }
+}
+
+TEST(DocsTables, OfferWhatCanBeDone) {
+  Desk desk;
+  desk.startHost("gk run --speed 10");
+  std::size_t count = 0;
+  for (const fs::path& page : pages()) {
+    for (const OfferedCommand& offered : gk::test::offeredCommandsOf(page)) {
+      SCOPED_TRACE(page);
+      runOffered(desk, offered);
+      ++count;
+    }
+  }
+  EXPECT_GT(count, 20U);
+  EXPECT_EQ(desk.stopHost(), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, DocsPage, testing::ValuesIn(pages()), testName);

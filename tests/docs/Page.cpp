@@ -120,6 +120,27 @@ bool isShown(const std::vector<std::string>& shown, const std::vector<std::strin
       shown, actual, [](const std::string& line) { return line == kAnything; }, isShownLine);
 }
 
+std::vector<OfferedCommand> offeredCommandsOf(const std::filesystem::path& page) {
+  static const std::regex kCode(R"(`((?:source <\()?gk [^`]*)`)");
+  std::vector<OfferedCommand> commands;
+  bool isOffer = false;
+  std::size_t number = 0;
+  for (const std::string& line : linesOf(readFile(page))) {
+    ++number;
+    isOffer = line.starts_with("| to do this |") || (isOffer && line.starts_with("|"));
+    // What stands in the first cell is said of the second.
+    const std::size_t second = line.find(" | ");
+    if (!isOffer || second == std::string::npos) {
+      continue;
+    }
+    const std::string cell = std::regex_replace(line.substr(second), std::regex(R"(\\\|)"), "|");
+    for (std::sregex_iterator found(cell.begin(), cell.end(), kCode), end; found != end; ++found) {
+      commands.push_back({number, (*found)[1]});
+    }
+  }
+  return commands;
+}
+
 std::vector<std::filesystem::path> filesNamedBy(const std::filesystem::path& page,
                                                 const std::filesystem::path& root) {
   static const std::regex kLink(R"(\]\(([^)#:]+)(#[^)]*)?\))");

@@ -38,6 +38,15 @@ std::vector<ShownCommand> shownCommandsOf(const Block& block);
 /// lines, also none, and "..." within a line for anything.
 bool isShown(const std::vector<std::string>& shown, const std::vector<std::string>& actual);
 
+/// A command that a table offers.
+struct OfferedCommand {
+  std::size_t line = 0;
+  std::string command;
+};
+
+/// The commands of gk in tables that say how "to do this", in their order.
+std::vector<OfferedCommand> offeredCommandsOf(const std::filesystem::path& page);
+
 /// Words of a page that name files of the repository: targets of its links, relative to the page,
 /// and what stands as code and begins with the name of a folder that ships, relative to the root.
 /// Fenced blocks are left out.

@@ -10,6 +10,8 @@ namespace {
 using gk::test::Block;
 using gk::test::blocksOf;
 using gk::test::isShown;
+using gk::test::OfferedCommand;
+using gk::test::offeredCommandsOf;
 using gk::test::shownCommandsOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -77,6 +79,22 @@ TEST(ShownOutput, ThreeDotsInALineStandForAnything) {
   EXPECT_TRUE(isShown({"a ... c"}, {"a b b c"}));
   EXPECT_TRUE(isShown({"a..."}, {"a"}));
   EXPECT_FALSE(isShown({"a ... c"}, {"a b"}));
+}
+
+TEST_F(PageText, TablesOfferCommands) {
+  gk::test::writeFile(folder.file("page.md"), "| to do this | |\n"
+                                              "| --- | --- |\n"
+                                              "| one (`gk run`) | `gk one`, `gk two \\| cat` |\n"
+                                              "| other | bash: `source <(gk x)` |\n"
+                                              "\n"
+                                              "| command | |\n"
+                                              "| what | `gk three FILE` |\n");
+  const std::vector<OfferedCommand> found = offeredCommandsOf(folder.file("page.md"));
+  ASSERT_EQ(found.size(), 3U);
+  EXPECT_EQ(found[0].command, "gk one");
+  EXPECT_EQ(found[1].command, "gk two | cat");
+  EXPECT_EQ(found[1].line, 3U);
+  EXPECT_EQ(found[2].command, "source <(gk x)");
 }
 
 } // namespace

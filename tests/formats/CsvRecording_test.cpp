@@ -211,6 +211,12 @@ TEST(CsvRecording, BlankLinesStandAtTheEndOnly) {
   EXPECT_EQ(csvErrorOf("time,a\n\n0,1\n"), "2: a blank line before the end");
 }
 
+TEST(CsvRecording, NamesAreUtf8) {
+  EXPECT_EQ(csvErrorOf("time,Temp\xE9rature\n0,1\n"),
+            "1: column \"Temp\xEF\xBF\xBDrature\" is not UTF-8");
+  EXPECT_THAT(timesOf("time,Temp\xC3\xA9rature\n0,1\n"), ElementsAre(0));
+}
+
 TEST(CsvRecording, WindowsFilesAreFine) {
   const TempFile file(".csv", "\xEF\xBB\xBFtime,float/a\r\n0,1.5\r\n1,2.5\r\n");
   const auto sut = openRecording(file.path(), testKeyType);

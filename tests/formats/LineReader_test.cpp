@@ -80,6 +80,13 @@ TEST(LineReader, CarriageReturnsBelongToLineEnds) {
               ElementsAre("one", "", "a\rb", "last"));
 }
 
+TEST(LineReader, AFileWhoseLinesEndWithThemAloneIsRefused) {
+  const TempFile file(".csv", "time,a\r0,1\r0.02,2\r");
+  EXPECT_EQ(readErrorOf(file.path()).what(),
+            file.path() +
+                ":1: a carriage return (CR) in the line: lines have to end with LF or CR LF");
+}
+
 TEST(LineReader, AByteOrderMarkIsDroppedAtTheBeginningOnly) {
   EXPECT_THAT(linesOf(TempFile(".csv", "\xEF\xBB\xBFone\n\xEF\xBB\xBFtwo\n")),
               ElementsAre("one", "\xEF\xBB\xBFtwo"));

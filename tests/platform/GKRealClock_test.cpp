@@ -5,7 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <cmath>
 #include <latch>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -41,6 +44,62 @@ TEST(RealClock, SleepLastsAtLeastTheDuration) {
   sut->sleep(1000);
 
   EXPECT_GE(sut->elapsed() - before, 1000);
+}
+
+/// What a clock that is a thousand times slower than the computer's needs for ten microseconds.
+constexpr std::chrono::milliseconds kTenMicrosSlowly{10};
+
+TEST(RealClock, GoesAsFastAsItIsAskedTo) {
+  for (const double speed : {0.001, 2.5, 1000.0}) {
+    const auto before = std::chrono::steady_clock::now();
+    const std::shared_ptr<GKClock> sut = makeRealClock(0, speed);
+    const GKWallTime wall = sut->wallTime();
+    const auto made = std::chrono::steady_clock::now();
+
+    const std::chrono::duration<double, std::micro> least = std::chrono::steady_clock::now() - made;
+    const auto elapsed = static_cast<double>(sut->elapsed());
+    const std::chrono::duration<double, std::micro> most =
+        std::chrono::steady_clock::now() - before;
+
+    EXPECT_GE(elapsed, std::floor(least.count()) * speed - 1.0) << speed;
+    EXPECT_LE(elapsed, most.count() * speed + 0.001) << speed;
+    EXPECT_GT(wall.seconds, 1577836800) << speed;
+  }
+}
+
+TEST(RealClock, ASlowOneSleepsLonger) {
+  const std::shared_ptr<GKClock> sut = makeRealClock(0, 0.001);
+  const auto before = std::chrono::steady_clock::now();
+
+  sut->sleep(10);
+
+  EXPECT_GE(std::chrono::steady_clock::now() - before, kTenMicrosSlowly);
+  EXPECT_GE(sut->elapsed(), 10);
+}
+
+TEST(RealClock, ASlowOneEndsARunLater) {
+  const std::shared_ptr<GKClock> sut = makeRealClock(0, 0.001);
+  const auto before = std::chrono::steady_clock::now();
+
+  EXPECT_EQ(sut->run(nullptr, 10), GKClock::End::Until);
+
+  EXPECT_GE(std::chrono::steady_clock::now() - before, kTenMicrosSlowly);
+  EXPECT_GE(sut->elapsed(), 10);
+}
+
+TEST(RealClock, SleepsThatNobodyOutlivesAreSleeps) {
+  for (const double speed : {0.001, 1.0, 1000.0}) {
+    const std::shared_ptr<GKClock> sut = makeRealClock(0, speed);
+    std::atomic<bool> isAwake = false;
+    sut->post({}, [&] {
+      sut->sleep(std::numeric_limits<GKMicros>::max());
+      isAwake = true;
+    });
+    sut->sleep(1);
+    EXPECT_FALSE(isAwake) << speed;
+    sut->joinTasks();
+    EXPECT_TRUE(isAwake) << speed;
+  }
 }
 
 TEST(RealClock, WallTimeIsOfOurDays) {

@@ -133,7 +133,10 @@ protected:
 /// `loopPriority`: tasks that are loops run under the operating system's first-in-first-out
 /// scheduling at this priority (1 to 99); 0 leaves them as all others are. Where that is not
 /// permitted, nothing changes.
-GK_API std::shared_ptr<GKClock> makeRealClock(int loopPriority = 0);
+///
+/// `speed`, above 0: how many seconds of this clock pass in one of the computer's. Its wall time
+/// begins as the computer's and goes as fast.
+GK_API std::shared_ptr<GKClock> makeRealClock(int loopPriority = 0, double speed = 1.0);
 
 /// A clock that stands still while anything runs, and jumps to the next moment at which something
 /// is due as soon as everything is asleep. Exactly one task runs at a time, so that what happens is

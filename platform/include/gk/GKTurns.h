@@ -81,11 +81,11 @@ constexpr std::chrono::milliseconds kTurnPatience{100};
 
 /// The computer's own clock with turns. Whoever has the turn sees the time at which it began.
 ///
-/// The main thread has the turn from here on until `run`, at time 0. `loopPriority`: as for
-/// `makeRealClock`.
+/// The main thread has the turn from here on until `run`, at time 0. `patience` is the computer's
+/// time; `loopPriority`, `speed`: as for `makeRealClock`.
 GK_API std::shared_ptr<GKClock> makeTurnClock(std::shared_ptr<GKTurnObserver> observer,
                                               std::chrono::milliseconds patience = kTurnPatience,
-                                              int loopPriority = 0);
+                                              int loopPriority = 0, double speed = 1.0);
 
 /// A virtual clock (`makeVirtualClock`) whose turns are seen.
 GK_API std::shared_ptr<GKClock> makeVirtualClock(std::int64_t epochSeconds,
