@@ -44,7 +44,7 @@ test-all: test check lint
 	$(MAKE) other-release
 
 other-release:
-	./packaging/other-release.sh $(OTHER_RELEASE)
+	./packaging/other-release.sh $(OTHER_RELEASE) $(RELEASE)
 
 check: check-dependencies
 	$(MAKE) test PRESET=asan

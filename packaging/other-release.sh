@@ -1,7 +1,8 @@
 #!/bin/sh
 # Tries the other Debian release: a bare one in a folder, with this commit, `make run` and
 # `make test` in it, and compares what both releases' programs write, byte for byte. As root.
-# Usage: other-release.sh FOLDER; the folder is kept, and used again where it is there already.
+# Usage: other-release.sh FOLDER [RELEASE]; the folder is kept, and used again where it is there
+# already. RELEASE may be this machine's own: a bare system of it.
 set -eu
 
 folder=$1
@@ -9,6 +10,7 @@ source=$(cd "$(dirname "$0")/.." && pwd)
 here=$(. /etc/os-release && echo "$VERSION_CODENAME")
 other=trixie
 [ "$here" != trixie ] || other=bookworm
+other=${2:-$other}
 [ "$(id -u)" -eq 0 ] || { echo "other-release: needs root: it mounts and changes its root" >&2; exit 1; }
 
 # shellcheck disable=SC2016 # apt's own names
