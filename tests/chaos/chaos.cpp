@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <netinet/in.h>
 #include <optional>
+#include <poll.h>
 #include <sstream>
 #include <sys/socket.h>
 #include <thread>
@@ -33,11 +34,14 @@ using Clock = std::chrono::steady_clock;
 
 /// How long a host may take to get rid of clients that have gone: 128 calls may run, and one that
 /// switches the sonar on or off takes a second, one after the other.
-constexpr std::chrono::seconds kSettling{180};
+constexpr std::chrono::seconds kSettling{400};
 /// For how long it is looked at to see how many descriptors it keeps.
 constexpr std::chrono::milliseconds kLook{500};
-/// Clients a second, at most.
-constexpr std::uint64_t kRate = 2000;
+/// Between two looks whether it has. Each takes a port that cannot be had again for a minute, and
+/// there are 28,000 of them.
+constexpr int kBetweenLooks = 50;
+/// Clients a second, at most, for the same reason.
+constexpr std::uint64_t kRate = 400;
 
 struct Options {
   std::string gk;
@@ -100,7 +104,9 @@ public:
 
   /// A number of the host's description; nothing when it does not answer.
   std::optional<std::uint64_t> figure(const std::string& name) const {
-    const std::string text = get("/api/v1/host");
+    return figureIn(get("/api/v1/host"), name);
+  }
+  static std::optional<std::uint64_t> figureIn(const std::string& text, const std::string& name) {
     const std::size_t place = text.find("\"" + name + "\":");
     return place == std::string::npos
                ? std::nullopt
@@ -110,13 +116,15 @@ public:
   /// Waits until everybody has gone and all calls have returned.
   bool settle() const {
     const Clock::time_point limit = Clock::now() + kSettling;
+    std::string text;
     while (Clock::now() < limit) {
-      if (figure("connections") == 1 && figure("callsRunning") == 0) {
+      text = get("/api/v1/host");
+      if (figureIn(text, "connections") == 1 && figureIn(text, "callsRunning") == 0) {
         return true;
       }
-      std::this_thread::yield();
+      poll(nullptr, 0, kBetweenLooks);
     }
-    std::printf("%s\n", get("/api/v1/host").c_str());
+    std::printf("%s\n", text.empty() ? "no answer" : text.c_str());
     return false;
   }
 
