@@ -24,6 +24,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -31,6 +32,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -62,6 +65,42 @@ formats::LiveRows::Style styleOf(const SessionOptions& options) {
   }
   return style;
 }
+
+/// A file that is open already.
+class DescriptorOutlet final : public runtime::Outlet {
+public:
+  explicit DescriptorOutlet(int descriptor) : fDescriptor(descriptor) {}
+
+  void write(std::string_view line) override {
+    constexpr std::size_t enough = std::size_t{64} * 1024;
+    fBuffer += line;
+    if (fBuffer.size() >= enough) {
+      flush();
+    }
+  }
+  void flush() override {
+    std::string_view rest = fBuffer;
+    while (!rest.empty() && fError == 0) {
+      const ssize_t size = ::write(fDescriptor, rest.data(), rest.size());
+      fError = size < 0 ? errno : 0;
+      rest.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    }
+    fBuffer.clear();
+  }
+  void commit() override {
+    flush();
+    if (fError != 0) {
+      throw formats::OutputError(formats::OutputError::Kind::Write,
+                                 "cannot keep the output: " +
+                                     std::generic_category().message(fError));
+    }
+  }
+
+private:
+  const int fDescriptor;
+  std::string fBuffer;
+  int fError = 0;
+};
 
 /// The outputs of one run.
 class Outputs {
@@ -95,6 +134,10 @@ public:
           xQueue(std::make_unique<runtime::StandardOutlet>()), shown, options.logLevel,
           styleOf(options)));
       fPrinted.emplace(fReporters.back());
+    }
+    for (const SessionView::Extra& extra : view.extra) {
+      xAdd(boost::make_shared<runtime::JsonReporter>(
+          xQueue(std::make_unique<DescriptorOutlet>(extra.descriptor)), extra.kinds));
     }
   }
 
@@ -283,6 +326,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     const std::vector<std::string> inputs = inputFiles(hostOptions);
     openLog(options.logFile, inputs);
     const auto start = std::chrono::steady_clock::now();
+    Judgement judgement(view.judge, hostOptions);
     RunRecording recording(view.record, hostOptions);
     // Outlives the host, whose end waits for the calls of clients.
     const Listening listening =
@@ -336,6 +380,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     if (!view.robot.empty() && !ending.empty()) {
       fmt::print(stderr, "ended by {}\n", ending);
     }
+    const int judged = judgement.finish();
     if (played == kSuccess) {
       for (const std::string& missing : host.missingSamples()) {
         complain(formats::printable(missing));
@@ -343,7 +388,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
       sumUp(host.statistics(), std::chrono::steady_clock::now() - start);
       sumUpLoops(host.loops());
     }
-    return code;
+    return worseOf(code, judged);
   } catch (const formats::InputError& error) {
     fmt::print(stderr, "{}\n", error.what());
     return kBadInput;

@@ -97,6 +97,62 @@ private:
   Host& fHost;
 };
 
+/// Shows the turns of a virtual run to the judge, who learns from them that a moment is over, and
+/// to the recorder.
+class Host::Turns : public GK::GKTurnObserver {
+public:
+  Turns(boost::shared_ptr<Judge> judge, std::shared_ptr<GK::GKTurnObserver> next)
+      : fJudge(std::move(judge)), fNext(std::move(next)) {}
+
+  void onTurn(const GK::GKTurn& turn) override {
+    fJudge->onTime(turn.time);
+    if (fNext != nullptr) {
+      fNext->onTurn(turn);
+    }
+  }
+  void onTask(std::uint64_t number, const GK::GKTask& task) override {
+    if (fNext != nullptr) {
+      fNext->onTask(number, task);
+    }
+  }
+  void onOverlap() override {
+    if (fNext != nullptr) {
+      fNext->onOverlap();
+    }
+  }
+
+private:
+  boost::shared_ptr<Judge> fJudge;
+  std::shared_ptr<GK::GKTurnObserver> fNext;
+};
+
+/// The same of a run that is repeated.
+class Host::Schedule : public GK::GKSchedule {
+public:
+  Schedule(boost::shared_ptr<Judge> judge, std::shared_ptr<GK::GKSchedule> turns)
+      : fJudge(std::move(judge)), fTurns(std::move(turns)) {}
+
+  std::optional<GK::GKTurn> next() override {
+    const std::optional<GK::GKTurn> turn = fTurns->next();
+    if (turn) {
+      fTime = turn->time;
+    }
+    return turn;
+  }
+  void begin() override {
+    fJudge->onTime(fTime);
+    fTurns->begin();
+  }
+  std::optional<std::uint64_t> started(const GK::GKTask& task) override {
+    return fTurns->started(task);
+  }
+
+private:
+  boost::shared_ptr<Judge> fJudge;
+  std::shared_ptr<GK::GKSchedule> fTurns;
+  GK::GKMicros fTime = 0;
+};
+
 Host::Host(HostOptions options)
     : fOptions(std::move(options)), fClock(xMakeClock()),
       fDevices(fStore, fOptions.simulation ? devices::simulatedKeys() : devices::deviceKeys()),
@@ -109,8 +165,13 @@ Host::Host(HostOptions options)
         module, "subscribe", {GK::GKValue(kSubscriber)}, module + ".subscribe"});
   }
   fPlayer.add(std::move(subscriptions));
-  fPlayer.open(fOptions.files, fOptions.simulation ? simulatedTypeOf : devices::keyTypeOf);
-  fPlayer.setLoop(fOptions.isLoop);
+  fPlayer.open(fOptions.files, fOptions.simulation ? simulatedTypeOf : devices::keyTypeOf,
+               fOptions.companions);
+  fPlayer.setLoop(fOptions.isLoop, [judge = fOptions.judge](GK::GKMicros start) {
+    if (judge != nullptr) {
+      judge->onRound(start);
+    }
+  });
   if (fOptions.simulation) {
     fSimulation = std::make_unique<devices::Simulation>(fStore, *fOptions.simulation);
   }
@@ -123,10 +184,15 @@ std::shared_ptr<GK::GKClock> Host::xMakeClock() {
     fOptions.replay->attach(
         fStore, [this](const formats::Action& action) { xAct(action); },
         [this](const formats::CallAction& call) { fCalls->callNow(call); });
-    return GK::makeReplayClock(fOptions.replay);
+    return fOptions.judge != nullptr
+               ? GK::makeReplayClock(std::make_shared<Schedule>(fOptions.judge, fOptions.replay))
+               : GK::makeReplayClock(fOptions.replay);
   }
   if (fOptions.isVirtual) {
-    return GK::makeVirtualClock(fOptions.epoch, fOptions.recorder);
+    return fOptions.judge != nullptr
+               ? GK::makeVirtualClock(fOptions.epoch,
+                                      std::make_shared<Turns>(fOptions.judge, fOptions.recorder))
+               : GK::makeVirtualClock(fOptions.epoch, fOptions.recorder);
   }
   return fOptions.recorder != nullptr
              ? GK::makeTurnClock(fOptions.recorder, fOptions.turnPatience, fOptions.loopPriority)
@@ -144,6 +210,7 @@ Host::~Host() {
   try {
     fPlayer.stop();
     fIsExitAsked = false;
+    fIsGivenUp = true;
     shutdown();
   } catch (...) { // NOLINT(bugprone-empty-catch): nothing of the input is read on this way
   }
@@ -159,11 +226,18 @@ void Host::start() {
   }
   GK::GKObserverList::instance().add(fWatch);
   GK::GKObserverList::instance().add(fLoops);
+  if (fOptions.judge != nullptr) {
+    fOptions.judge->setMemory([this](const std::string& key) { return xRead(key); });
+    GK::GKObserverList::instance().add(fOptions.judge);
+  }
 
   const std::vector<formats::Action> preload =
       fOptions.replay != nullptr ? fOptions.replay->preload() : fPlayer.preload();
   for (const formats::Action& action : preload) {
     xAct(action);
+  }
+  for (const auto& [key, value] : fOptions.settings) {
+    fDevices.set(key, value);
   }
   fDevices.publish();
   if (fSimulation != nullptr) {
@@ -238,6 +312,9 @@ void Host::run(std::function<void()> atEnd) {
   const GK::GKClock::End end = fClock->run(&xInput(), fOptions.until);
   xEnd();
   fDuration = fClock->elapsed();
+  if (fOptions.judge != nullptr) {
+    fOptions.judge->onEnd(fDuration);
+  }
   if (!fIsExitAsked) {
     // Over for calls that have not returned: at a time limit, or because they are a loop.
     fCalls->abandon();
@@ -250,6 +327,13 @@ void Host::run(std::function<void()> atEnd) {
     for (const auto& reporter : fReporters) {
       reporter->mute();
     }
+    xFinishJudge();
+  }
+}
+
+void Host::xFinishJudge() {
+  if (fOptions.judge != nullptr && !fIsGivenUp) {
+    fOptions.judge->finish();
   }
 }
 
@@ -266,6 +350,10 @@ void Host::shutdown() {
   }
   if (fBroker != nullptr) {
     fBroker->shutdown();
+  }
+  xFinishJudge();
+  if (fOptions.judge != nullptr) {
+    GK::GKObserverList::instance().remove(fOptions.judge);
   }
   GK::GKObserverList::instance().remove(fWatch);
   GK::GKObserverList::instance().remove(fLoops);
@@ -307,6 +395,9 @@ RunStatistics Host::statistics() const {
 }
 
 void Host::xReport(Answer answer) {
+  if (fOptions.judge != nullptr) {
+    fOptions.judge->onAnswer(answer);
+  }
   for (const auto& reporter : fReporters) {
     reporter->answer(answer);
   }
@@ -339,7 +430,13 @@ void Host::xAct(const formats::Action& action) {
                      fDevices.unset(pattern);
                    }
                  },
-                 [this](const formats::CallAction& call) { fCalls->start(call); },
+                 [this](const formats::CallAction& call) {
+                   const std::uint64_t number = ++fCallNumber;
+                   if (fOptions.judge != nullptr) {
+                     fOptions.judge->onCall(call.label, number);
+                   }
+                   fCalls->start(call, number);
+                 },
                  [this](const formats::GetAction& get) {
                    for (const std::string& key : get.keys) {
                      xGet(key);
@@ -372,9 +469,12 @@ void Host::xAdmit(const formats::SetAction& set) {
   }
 }
 
+std::optional<GK::GKValue> Host::xRead(const std::string& key) const {
+  return xHasService(GK::GKMemory::kName) ? fStore->get(key) : std::nullopt;
+}
+
 void Host::xGet(const std::string& key) {
-  const std::optional<GK::GKValue> value =
-      xHasService(GK::GKMemory::kName) ? fStore->get(key) : std::nullopt;
+  const std::optional<GK::GKValue> value = xRead(key);
   Answer answer;
   answer.kind = Answer::Kind::Value;
   answer.time = fClock->elapsed();
