@@ -131,11 +131,16 @@ void TestReport::xTellHeld(const TestResult& result) const {
 
 void TestReport::xTellFailed(const TestResult& result) const {
   xPrint(fmt::format("{}: {}", result.test, statusName(result.status)));
+  const std::vector<std::string>* shown = nullptr;
   for (const Complaint& complaint : result.complaints) {
     xPrint(complaint.head());
-    for (const std::string& line : complaint.context) {
-      xPrint("    " + line);
+    // The same lines again would tell nothing.
+    if (shown == nullptr || *shown != complaint.context) {
+      for (const std::string& line : complaint.context) {
+        xPrint("    " + line);
+      }
     }
+    shown = &complaint.context;
   }
   if (fOptions.isVerbose && !fOptions.isJson) {
     xTellHeld(result);
