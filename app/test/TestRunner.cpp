@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <ctime>
@@ -16,8 +18,10 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <sys/wait.h>
+#include <system_error>
 #include <tuple>
 #include <utility>
 
@@ -25,8 +29,27 @@ namespace gk::app {
 
 namespace {
 
+/// So often people are shown how far the tests have come, whatever becomes of them.
+constexpr std::chrono::milliseconds kBetweenLooks{200};
+
 /// So many failures of a test are shown with the output around them.
 constexpr std::size_t kMostContexts = 10;
+
+/// "FILE:LINE: text" taken apart, and any other text as it is.
+Complaint complaintIn(const std::string& line) {
+  const std::size_t end = line.find(": ");
+  const std::size_t colon = end == std::string::npos ? end : line.rfind(':', end - 1);
+  std::size_t number = 0;
+  if (colon == std::string::npos || colon == 0) {
+    return {{}, 0, line, {}};
+  }
+  const char* last = line.data() + end;
+  const auto [rest, error] = std::from_chars(line.data() + colon + 1, last, number);
+  if (error != std::errc() || rest != last) {
+    return {{}, 0, line, {}};
+  }
+  return {line.substr(0, colon), number, line.substr(end + 2), {}};
+}
 
 /// A test on its way: one run after the other, each in a process of its own.
 class TestAtWork {
@@ -114,7 +137,10 @@ private:
 
   void judgeCode(const TestWishes& wishes) {
     const int code = fProcess->code();
-    if (wishes.exit != kExpectationFailed) {
+    const bool isTold = code == kExpectationFailed && wishes.exit == kSuccess;
+    fHasEndedWell = code == wishes.exit || isTold;
+    // What else failed tells more than what did not come of it.
+    if (fHasEndedWell && wishes.exit != kExpectationFailed) {
       for (const ExpectationResult& expectation : fResult.expectations) {
         if (!expectation.holds) {
           fMoments.emplace(fResult.complaints.size(), expectation.time);
@@ -123,12 +149,11 @@ private:
         }
       }
     }
-    const bool isTold = code == kExpectationFailed && wishes.exit == kSuccess;
-    if (code == wishes.exit || isTold) {
+    if (fHasEndedWell) {
       return;
     }
     if (code == kBadInput) {
-      fail(TestResult::Status::Malformed, {{}, 0, lastLine(), {}});
+      fail(TestResult::Status::Malformed, complaintIn(lastLine("")));
     } else {
       fail(TestResult::Status::Failed,
            {wishes.file.empty() ? fTest.input : wishes.file,
@@ -164,7 +189,7 @@ private:
   void judgeGolden() {
     const bool hasOutput = fProcess->code() != kBadInput;
     if (fIsUpdate) {
-      if (fResult.status != TestResult::Status::Malformed) {
+      if (fHasEndedWell) {
         updateGolden(hasOutput);
       }
       return;
@@ -231,17 +256,21 @@ private:
     fResult.err = fProcess->err().tail();
   }
 
-  /// The last line of standard error.
-  std::string lastLine() const {
-    std::string text = fProcess->err().tail();
-    while (text.ends_with('\n')) {
-      text.pop_back();
+  /// The last line of standard error that begins so; empty if there is none.
+  std::string lastLine(const std::string& beginning) const {
+    std::istringstream lines(fProcess->err().tail());
+    std::string last;
+    for (std::string line; std::getline(lines, line);) {
+      if (line.starts_with(beginning)) {
+        last = line;
+      }
     }
-    const std::size_t begin = text.find_last_of('\n');
-    return begin == std::string::npos ? text : text.substr(begin + 1);
+    return last;
   }
   std::string lastWords() const {
-    const std::string line = lastLine();
+    // What the program itself complains of comes before what it sums up to.
+    const std::string complaint = lastLine("gk: ");
+    const std::string line = complaint.empty() ? lastLine("") : complaint;
     return line.empty() ? " and nothing on standard error" : ": " + line;
   }
 
@@ -251,6 +280,8 @@ private:
   Step fStep = Step::First;
   unsigned int fRuns = 1;
   std::optional<TestProcess> fProcess;
+  /// With the exit code that was expected, or only for expectations that do not hold.
+  bool fHasEndedWell = false;
   /// The whole output of the first run.
   std::optional<Scratch> fFirst;
   /// When what complaints are about happened.
@@ -310,7 +341,7 @@ void TestRunner::run(const std::vector<TestCase>& tests, const Receiver& receive
       atWork.emplace(next, std::make_unique<TestAtWork>(tests[next], fOptions));
       ++next;
     }
-    auto deadline = TestProcess::Steady::time_point::max();
+    auto deadline = TestProcess::Steady::now() + kBetweenLooks;
     for (const auto& [index, test] : atWork) {
       deadline = std::min(deadline, test->process().deadline());
     }

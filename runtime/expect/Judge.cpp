@@ -195,16 +195,22 @@ void Judge::xOnEvent(Index index, const GK::GKNotice& notice) {
     }
     return;
   }
-  xOnSeen(index, {notice.time, formats::raisedText(notice.name, notice.value, notice.time)},
-          isMeant, formats::distanceTo(expectation.value, notice.value));
+  xOnSeen(index, {notice.time, notice.value, 0, {}}, isMeant,
+          formats::distanceTo(expectation.value, notice.value));
 }
 
 void Judge::xOnLog(Index index, const GK::GKNotice& notice) {
   const Expectation& expectation = fExpectations[index];
   if (notice.text.find(expectation.name) != std::string::npos) {
-    xOnSeen(index, {notice.time, formats::loggedText(notice.text, notice.level, notice.time)},
+    xOnSeen(index, {notice.time, {}, notice.level, notice.text},
             expectation.level == 0 || expectation.level == notice.level, formats::kNoMargin);
   }
+}
+
+std::string Judge::xSeenText(Index index, const Seen& seen) const {
+  return fExpectations[index].subject == Subject::Log
+             ? formats::loggedText(seen.text, seen.level, seen.time)
+             : formats::raisedText(fExpectations[index].name, seen.value, seen.time);
 }
 
 void Judge::xOnSeen(Index index, Seen seen, bool isMeant, double distance) {
@@ -220,14 +226,14 @@ void Judge::xOnSeen(Index index, Seen seen, bool isMeant, double distance) {
   const bool isOver = expectation.span && seen.time > end + xGrace();
   if (expectation.isNever) {
     if (isMeant && seen.time >= begin && !isOver) {
-      xFail(index, seen.text, seen.time);
+      xFail(index, xSeenText(index, seen), seen.time);
     }
   } else if (seen.time < begin) {
     (isMeant ? watched.before : watched.otherBefore) = std::move(seen);
   } else if (!isOver) {
     if (isMeant) {
       constexpr double perSecond = 1e6;
-      xHold(index, seen.text, seen.time,
+      xHold(index, xSeenText(index, seen), seen.time,
             static_cast<double>(std::max<GK::GKMicros>(end - seen.time, 0)) / perSecond);
     } else if (!watched.otherInside || distance < watched.otherDistance) {
       watched.otherInside = std::move(seen);

@@ -87,6 +87,7 @@ private:
   void xOnLog(Index index, const GK::GKNotice& notice);
   /// Something of this name: `isMeant` says whether it is what is expected.
   void xOnSeen(Index index, Seen seen, bool isMeant, double distance);
+  std::string xSeenText(Index index, const Seen& seen) const;
   void xFailOnNearest(Index index, std::optional<Seen> after);
   std::string xDidYouMean(const std::string& name) const;
 

@@ -39,8 +39,7 @@ void Judge::xFailOnNearest(Index index, std::optional<Seen> after) {
     nearest = nearerOf(watched.otherBefore, xBeginOf(index), watched.otherAfter, xEndOf(index));
   }
   if (nearest != nullptr) {
-    const Seen seen = *nearest;
-    xFail(index, seen.text, seen.time);
+    xFail(index, xSeenText(index, *nearest), nearest->time);
   } else if (expectation.subject == Kind::Log) {
     xFail(index, "it was never logged", xBeginOf(index));
   } else {
@@ -49,6 +48,9 @@ void Judge::xFailOnNearest(Index index, std::optional<Seen> after) {
 }
 
 std::string Judge::xDidYouMean(const std::string& name) const {
+  if (fRaised.contains(name)) {
+    return {}; // in another round of a loop
+  }
   return formats::didYouMean(
       formats::nearestNames(name, std::vector<std::string>(fRaised.begin(), fRaised.end())));
 }

@@ -11,9 +11,13 @@
 
 namespace gk::runtime {
 
-/// Something that was raised or logged, as it is told.
+/// Something that was raised or logged.
 struct Seen {
   GK::GKMicros time = 0;
+  /// Of an event.
+  GK::GKValue value;
+  // Of a log line.
+  int level = 0;
   std::string text;
 };
 

@@ -313,7 +313,8 @@ void Host::run(std::function<void()> atEnd) {
   xEnd();
   fDuration = fClock->elapsed();
   if (fOptions.judge != nullptr) {
-    fOptions.judge->onEnd(fDuration);
+    // Nothing more would have happened until then.
+    fOptions.judge->onEnd(end == GK::GKClock::End::Until ? *fOptions.until : fDuration);
   }
   if (!fIsExitAsked) {
     // Over for calls that have not returned: at a time limit, or because they are a loop.

@@ -58,7 +58,7 @@ private:
 TEST_F(Expect, WhatHoldsIsNotToldOf) {
   write("a.jsonl", kTouched + R"({"t":2,"expect":{"key":"FrontTactilTouched","value":0}}
 {"t":2,"expect":{"key":"robotPose","value":2}}
-{"expect":{"event":"FrontTactilTouched","count":2}}
+{"expect":{"event":"FrontTactilTouched","count":3}}
 )");
   const ProgramResult result = replay("a.jsonl");
   EXPECT_EQ(result.code, 0);
@@ -66,7 +66,7 @@ TEST_F(Expect, WhatHoldsIsNotToldOf) {
 }
 
 TEST_F(Expect, EachThatDoesNotHoldIsALineInTheOrderOfTheFile) {
-  write("a.jsonl", R"({"expect":{"event":"FrontTactilTouched","count":3}}
+  write("a.jsonl", R"({"expect":{"event":"FrontTactilTouched","count":4}}
 {"t":0.5,"set":{")" + kTouch +
                        R"(":1.0}}
 {"t":0.6,"never":{"event":"FrontTactilTouched","for":0.4}}
@@ -83,7 +83,7 @@ TEST_F(Expect, EachThatDoesNotHoldIsALineInTheOrderOfTheFile) {
   const std::string a = file("a.jsonl") + ":";
   EXPECT_EQ(result.code, 3);
   EXPECT_EQ(complaints(result),
-            a + "1: expected 3 of FrontTactilTouched, but 2\n" + a +
+            a + "1: expected 4 of FrontTactilTouched, but 3\n" + a +
                 "3: expected no FrontTactilTouched from 0.600 to 1.000 s, but FrontTactilTouched "
                 "0.0 at 0.980 s\n" +
                 a + "6: expected FrontTactilTouched 0.75 at 1.010 s, but it was 0.0\n" + a +
@@ -203,11 +203,14 @@ TEST_F(Expect, FilesBringTheirOptions) {
   EXPECT_THAT(result.out,
               HasSubstr(R"({"t":0.4,"kind":"value","key":"Settings/Mine/X","value":0.5})"));
   EXPECT_THAT(result.out, HasSubstr(R"({"t":0.5,"kind":"sample","values":{"robotPose":2.0}})"));
-  EXPECT_THAT(result.err, HasSubstr("gk: --sample: there was never a key Mine\n0.500 s, "));
+  EXPECT_THAT(
+      result.err,
+      HasSubstr(
+          "gk: --sample: there was never a key Mine; did you mean Settings/Mine/X?\n0.500 s, "));
   // Those of the command line are added, or win.
   const ProgramResult more =
       runGk({"replay", "--out", "-", "--until", "0.1", "--sample", "footContact", file("a.jsonl")});
-  EXPECT_THAT(more.out, HasSubstr(R"("values":{"robotPose":1.0,"footContact":0.0}})"));
+  EXPECT_THAT(more.out, HasSubstr(R"("values":{"robotPose":2.0,"footContact":0.0}})"));
   EXPECT_THAT(more.err, HasSubstr("0.100 s, "));
 }
 
@@ -220,7 +223,7 @@ TEST_F(Expect, OptionsThatAFileCannotHaveAreBadInput) {
       {R"(["--until","soon"])", "--until: soon is no time"},
       {R"(["--epoch","1.5"])", "--epoch: 1.5 is no whole number"},
       {R"(["--without","X"])", "--without: X is none of GKMemory, DCM, GKResourceManager"},
-      {R"(["--only","x"])", "--only: x"},
+      {R"(["--only","x"])", "--only: unknown kind of line \"x\""},
       {R"(["--setting","x"])", "--setting: x is not NAME=VALUE"},
   };
   for (const auto& [words, error] : cases) {

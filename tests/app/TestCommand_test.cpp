@@ -1,4 +1,5 @@
 #include "support/Gk.h"
+#include "support/Terminal.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,6 +20,7 @@ using gk::test::ProgramResult;
 using gk::test::readFile;
 using gk::test::runProgram;
 using gk::test::TemporaryFolder;
+using gk::test::TerminalProgram;
 using gk::test::writeFile;
 using testing::AllOf;
 using testing::EndsWith;
@@ -38,7 +40,7 @@ const std::string kHolds = R"({"t":0.5,"expect":{"event":"FrontTactilTouched","v
 )" + std::string(R"({"t":0.5,"set":{")") +
                            kTouch + R"(":1.0}}
 )";
-const std::string kFails = kTouched + R"({"expect":{"event":"FrontTactilTouched","count":2}}
+const std::string kFails = kTouched + R"({"expect":{"event":"FrontTactilTouched","count":3}}
 )";
 
 /// Nothing of the machine that these tests run on, but for what a test sets.
@@ -96,7 +98,7 @@ TEST_F(GkTest, AFailureComesWithWhatHappenedAroundItAndTheCommandThatRepeatsIt) 
   const ProgramResult result = test({"-j", "1"});
   EXPECT_EQ(result.code, 1);
   EXPECT_THAT(result.out, StartsWith("a b.jsonl: failed\n"
-                                     "a b.jsonl:3: expected 2 of FrontTactilTouched, but 1\n"
+                                     "a b.jsonl:3: expected 3 of FrontTactilTouched, but 2\n"
                                      "    {\"t\":0,"));
   EXPECT_THAT(result.out,
               HasSubstr(R"(    {"t":0.5,"kind":"event","name":"FrontTactilTouched","value":1.0})"));
@@ -262,6 +264,15 @@ TEST_F(GkTestTells, TheMarginOfWhatHolds) {
                    "\n"));
 }
 
+TEST_F(GkTestTells, ATerminalHowFarItHasCome) {
+  write("hangs.jsonl", R"({"t":0.1,"call":"Misbehaves.hang"}
+{"never":{"event":"X"}}
+)");
+  const std::string bar = "[" + std::string(40, ' ') + "]   0 %  0 of 1, 0 failed";
+  TerminalProgram sut({GK_PROGRAM, "test", "--library", kMisbehaves, file("hangs.jsonl")}, 80, 24);
+  sut.runUntil([&] { return sut.screen().text().find(bar) != std::string::npos; });
+}
+
 TEST_F(GkTestTells, TheSlowestTests) {
   write("a.jsonl", kHolds);
   write("b.jsonl", kHolds);
@@ -276,8 +287,8 @@ TEST_F(GkTestTells, GitHubWhereItGoesWrong) {
   const ProgramResult json = test({"--json"});
   unsetenv("GITHUB_ACTIONS");
   const std::string annotation =
-      "::error file=50%25%2Ca%3Ab.jsonl,line=3,title=50%25%2Ca%3Ab.jsonl failed::expected 2 of "
-      "FrontTactilTouched, but 1\n";
+      "::error file=50%25%2Ca%3Ab.jsonl,line=3,title=50%25%2Ca%3Ab.jsonl failed::expected 3 of "
+      "FrontTactilTouched, but 2\n";
   EXPECT_THAT(result.out, HasSubstr("\n" + annotation));
   EXPECT_THAT(json.out, Not(HasSubstr("::error")));
   EXPECT_THAT(json.err, HasSubstr(annotation));
@@ -420,7 +431,7 @@ TEST_F(GkTestShards, TogetherAreAllTestsAndMergeJoinsThem) {
   const ProgramResult merged = test({"merge", files[0], files[1], files[2]});
   EXPECT_EQ(merged.code, 1);
   EXPECT_THAT(merged.out, StartsWith("e.jsonl: failed\n"
-                                     "e.jsonl:3: expected 2 of FrontTactilTouched, but 1\n"
+                                     "e.jsonl:3: expected 3 of FrontTactilTouched, but 2\n"
                                      "4 passed, 1 failed in "));
   const ProgramResult json =
       test({"merge", "--json", "--junit", "out.xml", files[0], files[1], files[2]});

@@ -293,8 +293,9 @@ TEST_F(JudgeOfKeys, ForIsHeldAgainstEveryTickAndOnlyThem) {
   expectOf({R"({"t":1,"expect":{"key":"K","above":1,"for":0.04}})"});
   keys["K"] = 3;
   tick(1000);
-  keys["K"] = 0;
-  at(1010); // no tick
+  at(1010);
+  keys["K"] = 0; // between two ticks
+  at(1015);
   keys["K"] = 2;
   tick(1020);
   tick(1040);
@@ -306,8 +307,8 @@ TEST_F(JudgeOfKeys, ForIsHeldAgainstEveryTickAndOnlyThem) {
 }
 
 TEST_F(JudgeOfKeys, ForFailsAtTheTickOfItsEndAndAtItsBeginning) {
-  expectOf({R"({"t":1,"expect":{"key":"K","value":1,"for":0.04}})",
-            R"({"t":0.9,"expect":{"key":"K","value":0,"for":0.5}})"});
+  expectOf({R"({"t":0.9,"expect":{"key":"K","value":0,"for":0.5}})",
+            R"({"t":1,"expect":{"key":"K","value":1,"for":0.04}})"});
   keys["K"] = 1;
   tick(1000);
   tick(1020);
@@ -315,8 +316,8 @@ TEST_F(JudgeOfKeys, ForFailsAtTheTickOfItsEndAndAtItsBeginning) {
   tick(1040);
   finish(2000);
   EXPECT_THAT(failures(),
-              ElementsAre("2: expected K 0 from 0.900 to 1.400 s, but it was 1 at 0.900 s",
-                          "1: expected K 1 from 1.000 to 1.040 s, but it was 0 at 1.040 s"));
+              ElementsAre("1: expected K 0 from 0.900 to 1.400 s, but it was 1 at 0.900 s",
+                          "2: expected K 1 from 1.000 to 1.040 s, but it was 0 at 1.040 s"));
 }
 
 TEST_F(JudgeOfKeys, ForFailsWhenTheRunEndsBefore) {
@@ -442,8 +443,8 @@ TEST_F(JudgeInRealTime, WhatComesATickLateIsStillThere) {
   raise(2120, "X", 1);
   raise(2121, "Y", 1);
   finish(5000);
-  EXPECT_THAT(failures(), ElementsAre("2: expected Y within 0.1 s of 2.000, but it was never "
-                                      "raised"));
+  EXPECT_THAT(failures(), ElementsAre(HasSubstr(
+                              "2: expected Y within 0.1 s of 2.000, but it was never raised")));
 }
 
 TEST_F(JudgeInRealTime, ATickIsAsLongAsTheLoopSays) {
@@ -477,9 +478,8 @@ TEST_F(JudgeInRealTime, FailuresAreToldWhenTheyAreCertain) {
   at(1101);
   EXPECT_THAT(failures(), ElementsAre("1: expected X within 0.1 s of 1.000, but X 1 at 0.900 s"));
   raise(1200, "X", 1);
-  EXPECT_THAT(failures(),
-              ElementsAre(HasSubstr("1: "), "3: expected no X from 1.000 s on, but X 1 at 1.200 s",
-                          "2: expected at most 1 of X, but 2"));
+  EXPECT_THAT(failures(), ElementsAre(HasSubstr("1: "), "2: expected at most 1 of X, but 2",
+                                      "3: expected no X from 1.000 s on, but X 1 at 1.200 s"));
 }
 
 } // namespace
