@@ -1,6 +1,5 @@
 #include "app/test/JUnit.h"
 
-#include "app/test/TestReport.h"
 #include "formats/files/OutputFile.h"
 #include "formats/text/Utf8.h"
 
@@ -45,7 +44,7 @@ std::string testCase(const TestResult& result) {
   const char* element = result.status == TestResult::Status::Failed ? "failure" : "error";
   text +=
       fmt::format(">\n      <{} message=\"{}\" type=\"{}\">{}</{}>\n", element, xmlText(first.text),
-                  statusName(result.status), xmlText(complaintText(result)), element);
+                  statusName(result.status), xmlText(result.complaintText()), element);
   if (!result.out.empty()) {
     text += fmt::format("      <system-out>{}</system-out>\n", xmlText(result.out));
   }

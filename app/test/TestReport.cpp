@@ -68,17 +68,6 @@ std::string shellWord(const std::string& word) {
   return quoted + "'";
 }
 
-std::string complaintText(const TestResult& result) {
-  std::string text;
-  for (const Complaint& complaint : result.complaints) {
-    text += complaint.head() + "\n";
-    for (const std::string& line : complaint.context) {
-      text += "    " + line + "\n";
-    }
-  }
-  return text;
-}
-
 TestReport::TestReport(ReportOptions options)
     : fOptions(std::move(options)), fIsOnGitHub(isOnGitHub()) {}
 

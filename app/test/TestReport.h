@@ -52,9 +52,6 @@ private:
   std::vector<TestResult> fKept;
 };
 
-/// What became of a test, for people: "passed", "timed out".
-std::string complaintText(const TestResult& result);
-
 /// A word for a shell, in quotes where it needs them.
 std::string shellWord(const std::string& word);
 

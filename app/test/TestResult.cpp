@@ -32,6 +32,17 @@ std::string Complaint::head() const {
   return file + (line > 0 ? ":" + std::to_string(line) : "") + ": " + text;
 }
 
+std::string TestResult::complaintText() const {
+  std::string text;
+  for (const Complaint& complaint : complaints) {
+    text += complaint.head() + "\n";
+    for (const std::string& line : complaint.context) {
+      text += "    " + line + "\n";
+    }
+  }
+  return text;
+}
+
 const char* statusName(TestResult::Status status) {
   return kStatuses.at(static_cast<std::size_t>(status)).second;
 }

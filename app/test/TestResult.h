@@ -50,6 +50,8 @@ struct TestResult {
   std::string updated;
 
   bool hasPassed() const { return status == Status::Passed; }
+  /// All complaints with what is around them.
+  std::string complaintText() const;
 };
 
 /// "passed", "failed", "malformed", "crashed", "timeout".
