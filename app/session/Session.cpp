@@ -2,6 +2,7 @@
 
 #include "app/options/Command.h"
 #include "app/session/Complaints.h"
+#include "app/session/DescriptorOutlet.h"
 #include "app/session/Head.h"
 #include "app/session/ProgressBar.h"
 #include "app/session/RunRecording.h"
@@ -24,7 +25,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -32,8 +32,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
-#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -65,42 +63,6 @@ formats::LiveRows::Style styleOf(const SessionOptions& options) {
   }
   return style;
 }
-
-/// A file that is open already.
-class DescriptorOutlet final : public runtime::Outlet {
-public:
-  explicit DescriptorOutlet(int descriptor) : fDescriptor(descriptor) {}
-
-  void write(std::string_view line) override {
-    constexpr std::size_t enough = std::size_t{64} * 1024;
-    fBuffer += line;
-    if (fBuffer.size() >= enough) {
-      flush();
-    }
-  }
-  void flush() override {
-    std::string_view rest = fBuffer;
-    while (!rest.empty() && fError == 0) {
-      const ssize_t size = ::write(fDescriptor, rest.data(), rest.size());
-      fError = size < 0 ? errno : 0;
-      rest.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-    }
-    fBuffer.clear();
-  }
-  void commit() override {
-    flush();
-    if (fError != 0) {
-      throw formats::OutputError(formats::OutputError::Kind::Write,
-                                 "cannot keep the output: " +
-                                     std::generic_category().message(fError));
-    }
-  }
-
-private:
-  const int fDescriptor;
-  std::string fBuffer;
-  int fError = 0;
-};
 
 /// The outputs of one run.
 class Outputs {

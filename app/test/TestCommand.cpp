@@ -147,6 +147,12 @@ int runTests(const TestOptions& options) {
     }
     return kSuccess;
   }
+  const bool isUpdateOfNamed = isContinuousIntegration();
+  if (options.isUpdate && isUpdateOfNamed &&
+      std::ranges::none_of(tests, [](const TestCase& test) { return test.isNamed; })) {
+    complain(
+        "--update: with CI set nothing is written anew but for inputs that are named as files");
+  }
   RunnerOptions runner;
   runner.settings.libraries = options.libraries;
   runner.settings.settings = options.settings;
@@ -154,7 +160,7 @@ int runTests(const TestOptions& options) {
   runner.jobs = options.jobs;
   runner.repeat = options.repeat;
   runner.isUpdate = options.isUpdate;
-  runner.isUpdateOfNamed = isContinuousIntegration();
+  runner.isUpdateOfNamed = isUpdateOfNamed;
   ReportOptions show = reportOptions(options.show);
   show.alone = [&options](const std::string& test) { return aloneCommand(options, test); };
   TestReport report(std::move(show));

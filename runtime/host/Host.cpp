@@ -8,6 +8,7 @@
 #include "gk/DCM.h"
 #include "gk/GKMemory.h"
 #include "gk/GKResourceManager.h"
+#include "runtime/expect/JudgedTurns.h"
 
 #include <algorithm>
 #include <utility>
@@ -97,62 +98,6 @@ private:
   Host& fHost;
 };
 
-/// Shows the turns of a virtual run to the judge, who learns from them that a moment is over, and
-/// to the recorder.
-class Host::Turns : public GK::GKTurnObserver {
-public:
-  Turns(boost::shared_ptr<Judge> judge, std::shared_ptr<GK::GKTurnObserver> next)
-      : fJudge(std::move(judge)), fNext(std::move(next)) {}
-
-  void onTurn(const GK::GKTurn& turn) override {
-    fJudge->onTime(turn.time);
-    if (fNext != nullptr) {
-      fNext->onTurn(turn);
-    }
-  }
-  void onTask(std::uint64_t number, const GK::GKTask& task) override {
-    if (fNext != nullptr) {
-      fNext->onTask(number, task);
-    }
-  }
-  void onOverlap() override {
-    if (fNext != nullptr) {
-      fNext->onOverlap();
-    }
-  }
-
-private:
-  boost::shared_ptr<Judge> fJudge;
-  std::shared_ptr<GK::GKTurnObserver> fNext;
-};
-
-/// The same of a run that is repeated.
-class Host::Schedule : public GK::GKSchedule {
-public:
-  Schedule(boost::shared_ptr<Judge> judge, std::shared_ptr<GK::GKSchedule> turns)
-      : fJudge(std::move(judge)), fTurns(std::move(turns)) {}
-
-  std::optional<GK::GKTurn> next() override {
-    const std::optional<GK::GKTurn> turn = fTurns->next();
-    if (turn) {
-      fTime = turn->time;
-    }
-    return turn;
-  }
-  void begin() override {
-    fJudge->onTime(fTime);
-    fTurns->begin();
-  }
-  std::optional<std::uint64_t> started(const GK::GKTask& task) override {
-    return fTurns->started(task);
-  }
-
-private:
-  boost::shared_ptr<Judge> fJudge;
-  std::shared_ptr<GK::GKSchedule> fTurns;
-  GK::GKMicros fTime = 0;
-};
-
 Host::Host(HostOptions options)
     : fOptions(std::move(options)), fClock(xMakeClock()),
       fDevices(fStore, fOptions.simulation ? devices::simulatedKeys() : devices::deviceKeys()),
@@ -184,15 +129,10 @@ std::shared_ptr<GK::GKClock> Host::xMakeClock() {
     fOptions.replay->attach(
         fStore, [this](const formats::Action& action) { xAct(action); },
         [this](const formats::CallAction& call) { fCalls->callNow(call); });
-    return fOptions.judge != nullptr
-               ? GK::makeReplayClock(std::make_shared<Schedule>(fOptions.judge, fOptions.replay))
-               : GK::makeReplayClock(fOptions.replay);
+    return GK::makeReplayClock(judgedSchedule(fOptions.judge, fOptions.replay));
   }
   if (fOptions.isVirtual) {
-    return fOptions.judge != nullptr
-               ? GK::makeVirtualClock(fOptions.epoch,
-                                      std::make_shared<Turns>(fOptions.judge, fOptions.recorder))
-               : GK::makeVirtualClock(fOptions.epoch, fOptions.recorder);
+    return GK::makeVirtualClock(fOptions.epoch, judgedTurns(fOptions.judge, fOptions.recorder));
   }
   return fOptions.recorder != nullptr
              ? GK::makeTurnClock(fOptions.recorder, fOptions.turnPatience, fOptions.loopPriority)

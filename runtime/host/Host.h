@@ -176,8 +176,6 @@ private:
   class Watch;
   class Target;
   class Input;
-  class Turns;
-  class Schedule;
 
   std::shared_ptr<GK::GKClock> xMakeClock();
   GK::GKInput& xInput();

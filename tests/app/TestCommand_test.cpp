@@ -401,7 +401,11 @@ TEST_F(GkTestGolden, WhereOthersWorkIsTestedOnlyNamedInputsAreUpdated) {
 )");
   write("a.expected.jsonl", "old\n");
   setenv("CI", "true", 1);
-  EXPECT_EQ(test({"--update"}).code, 1);
+  const ProgramResult refused = test({"--update"});
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_EQ(refused.err,
+            "gk: --update: with CI set nothing is written anew but for inputs that are "
+            "named as files\n");
   EXPECT_EQ(readFile(file("a.expected.jsonl")), "old\n");
   EXPECT_EQ(test({"--update", "a.jsonl"}).code, 0);
   EXPECT_NE(readFile(file("a.expected.jsonl")), "old\n");
