@@ -74,13 +74,13 @@ public:
       }
       const auto take = xTakerOf(name);
       if (!value || value->empty()) {
-        throw formats::FormatError("\"options\": " + name + " takes a value");
+        throw formats::FormatError(fmt::format("\"options\": {} takes a value", name));
       }
       if (name.size() == fOptions.words[i].size()) {
         ++i;
       }
       if (const std::string wrong = take(*value); !wrong.empty()) {
-        throw formats::FormatError("\"options\": " + name + ": " + wrong);
+        throw formats::FormatError(fmt::format("\"options\": {}: {}", name, wrong));
       }
     }
   }

@@ -83,8 +83,13 @@ double distanceTo(const ExpectedValue& expected, const GK::GKValue& actual) {
   if (!expected.value || !numberOf(*expected.value) || !numberOf(actual)) {
     return kNoMargin;
   }
-  const double distance = std::abs(numberFor(*expected.value, actual) - *numberOf(actual));
-  return std::isnan(distance) ? kNoMargin : distance;
+  const double wanted = numberFor(*expected.value, actual);
+  const double found = *numberOf(actual);
+  const double distance = std::abs(wanted - found);
+  if (std::isnan(distance)) {
+    return kNoMargin;
+  }
+  return distance;
 }
 
 } // namespace gk::formats
