@@ -3,6 +3,7 @@
 #include "app/recordings/RecordingCommands.h"
 #include "app/run/RunCommands.h"
 #include "app/session/Process.h"
+#include "app/test/TestCommand.h"
 
 #include <fmt/format.h>
 
@@ -41,7 +42,7 @@ Environment:
   GK_TOKEN_FILE  the file of its token where --token-file is not given
   NO_COLOR       no colours on a terminal
 
-Exit codes: 0 done, 1 failed, 2 wrong input, option or name
+Exit codes: 0 done, 1 failed, 2 wrong input, option or name, 3 an expectation of a run does not hold
 )";
 
 int runProgram(int argc, char** argv) {
@@ -49,6 +50,7 @@ int runProgram(int argc, char** argv) {
   const Command run = line.program().titled("Run");
   addRunCommand(run);
   addReplayCommand(run);
+  addTestCommand(run);
   const Command ask = line.program().titled("Ask a running host");
   addModulesCommand(ask);
   addDescribeCommand(ask);

@@ -44,7 +44,18 @@ std::string checkGiven(std::string& text) {
   return text.empty() ? "the value is empty" : std::string();
 }
 
+/// The smaller the worse.
+int rankOf(int code) {
+  constexpr int ranks[] = {kBadInput, kFailure, kExpectationFailed, kSuccess};
+  const auto* found = std::ranges::find(ranks, code);
+  return found == std::end(ranks) ? -code : static_cast<int>(found - std::begin(ranks));
+}
+
 } // namespace
+
+int worseOf(int one, int other) {
+  return rankOf(one) <= rankOf(other) ? one : other;
+}
 
 Option Option::shows(const std::string& placeholder) const {
   fOption->type_name(placeholder);
@@ -209,7 +220,12 @@ std::function<std::vector<std::string>()> Command::takesRest() const {
 }
 
 void Command::does(Action action) const {
-  fApp->callback([chosen = fChosen, action = std::move(action)] { *chosen = action; });
+  fApp->callback([app = fApp, chosen = fChosen, action = std::move(action)] {
+    // Of a command and one of its commands the latter was meant.
+    if (app->get_subcommands().empty()) {
+      *chosen = action;
+    }
+  });
 }
 
 } // namespace gk::app

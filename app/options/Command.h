@@ -13,7 +13,11 @@ class Option;
 namespace gk::app {
 
 /// Exit codes of every command.
-enum ExitCode : int { kSuccess = 0, kFailure = 1, kBadInput = 2 };
+enum ExitCode : int { kSuccess = 0, kFailure = 1, kBadInput = 2, kExpectationFailed = 3 };
+
+/// Of the exit codes of several runs the one that tells most: ended by a signal, wrong input,
+/// failed, expectations that do not hold, done.
+int worseOf(int one, int other);
 
 /// An option or argument of a command; copies stand for the same one. Each operation returns the
 /// option itself.

@@ -43,6 +43,12 @@ const CLI::App& givenLast(const CLI::App& app) {
   return given.empty() ? app : givenLast(*given.back());
 }
 
+/// Whether words behind the command may be others than its commands.
+bool takesWords(const CLI::App& command) {
+  return std::ranges::any_of(command.get_options(),
+                             [](const CLI::Option* option) { return option->get_positional(); });
+}
+
 /// "-3" is a number.
 bool isOption(const std::string& word) {
   return word.size() > 1 && word[0] == '-' && word != "--" &&
@@ -91,6 +97,10 @@ bool hasCommands(const CLI::App& app) {
 const CLI::App& commandOf(const CLI::App& app, const std::vector<std::string>& words) {
   const CLI::App* command = &app;
   for (auto word = words.begin(); word != words.end() && hasCommands(*command); ++word) {
+    const auto isMeant = [&word](const CLI::App* one) { return one->get_name() == *word; };
+    if (takesWords(*command) && std::ranges::none_of(commandsIn(*command), isMeant)) {
+      break;
+    }
     command = &commandIn(*command, *word);
   }
   return *command;

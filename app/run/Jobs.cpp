@@ -30,8 +30,13 @@ struct Running {
   int errors = -1;
 };
 
-/// The last line of what a process wrote.
-std::string lastLine(int descriptor) {
+/// What a process wrote: its last line, and those before.
+struct Told {
+  std::string before;
+  std::string last;
+};
+
+Told toldBy(int descriptor) {
   std::string text;
   std::array<char, 4096> part{};
   ssize_t size = 0;
@@ -45,7 +50,7 @@ std::string lastLine(int descriptor) {
   }
   const std::size_t begin = text.find_last_of('\n', end);
   const std::size_t first = begin == std::string::npos ? 0 : begin + 1;
-  return text.substr(first, end + 1 - first);
+  return {text.substr(0, first), text.substr(first, end + 1 - first)};
 }
 
 /// Starts a job. Returns its process, or -1.
@@ -83,7 +88,7 @@ int runJobs(const std::vector<Job>& jobs, unsigned int parallel) {
       const pid_t process = errors >= 0 ? start(job, errors) : -1;
       if (process < 0) {
         fmt::print("{}: cannot be started: {}\n", job.name, std::strerror(errno));
-        result = std::max<int>(result, kFailure);
+        result = worseOf(result, kFailure);
         close(errors);
         continue;
       }
@@ -93,11 +98,15 @@ int runJobs(const std::vector<Job>& jobs, unsigned int parallel) {
     const auto ended = running.find(wait(&status));
     if (ended != running.end()) {
       const int code = WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status);
-      fmt::print("{}: {}\n", ended->second.name, lastLine(ended->second.errors));
+      const Told told = toldBy(ended->second.errors);
+      if (code == kExpectationFailed) {
+        fmt::print(stderr, "{}", told.before);
+      }
+      fmt::print("{}: {}\n", ended->second.name, told.last);
       std::fflush(stdout);
       close(ended->second.errors);
       running.erase(ended);
-      result = std::max(result, code);
+      result = worseOf(result, code);
     }
   }
   return result;

@@ -15,7 +15,8 @@ struct Job {
 
 /// Runs this program once for each job, up to `parallel` at a time, each in a process of its own
 /// with nothing on standard output. When one has ended, the last line that it wrote to standard
-/// error appears on standard output behind the job's name. Returns the largest exit code.
+/// error appears on standard output behind the job's name; expectations that do not hold are told
+/// on standard error. Returns the exit code that tells most.
 int runJobs(const std::vector<Job>& jobs, unsigned int parallel);
 
 } // namespace gk::app

@@ -1,8 +1,10 @@
 #include "app/run/Realtime.h"
 #include "app/run/RobotKeys.h"
 #include "app/run/RunCommands.h"
+#include "app/session/FileTests.h"
 #include "app/session/RecordOptions.h"
 #include "app/session/Session.h"
+#include "formats/text/InputError.h"
 #include "formats/text/Numbers.h"
 #include "formats/text/Printable.h"
 
@@ -13,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace gk::app {
@@ -95,14 +98,24 @@ std::string checkLimit(const std::string& text) {
   return devices::readLimit(text, ignored);
 }
 
-int run(const RunOptions& options) {
+int run(RunOptions options) {
   const bool isRobot = isSimulated(options);
   const bool isOnTour = isRobot && options.session.files.empty() && !options.isWithoutTour;
   if (options.isKeysAsked) {
     listKeys(isRobot);
     return kSuccess;
   }
+  FileTests tests;
+  try {
+    tests = readFileTests(options.session.files, options.session.isExpectingNothing);
+    applyFileOptions(tests, options.session);
+  } catch (const formats::InputError& error) {
+    fmt::print(stderr, "{}\n", error.what());
+    return kBadInput;
+  }
   runtime::HostOptions host = hostOptions(options.session);
+  host.beside = tests.companions;
+  host.companions = tests.ends;
   host.isVirtual = options.speed == kMax;
   host.speed = formats::parseDouble(options.speed).value_or(1.0);
   if (host.isVirtual && options.listen.isAddressGiven) {
@@ -124,6 +137,8 @@ int run(const RunOptions& options) {
     }
   }
   SessionView view;
+  view.judge.expectations = std::move(tests.expectations);
+  view.judge.isAtOnce = true;
   if (!host.isVirtual) {
     view.listen = options.listen;
     view.robot = robotText(host, isOnTour);

@@ -2,6 +2,7 @@
 
 #include "app/options/Command.h"
 #include "app/session/Complaints.h"
+#include "app/session/DescriptorOutlet.h"
 #include "app/session/Head.h"
 #include "app/session/ProgressBar.h"
 #include "app/session/RunRecording.h"
@@ -95,6 +96,10 @@ public:
           xQueue(std::make_unique<runtime::StandardOutlet>()), shown, options.logLevel,
           styleOf(options)));
       fPrinted.emplace(fReporters.back());
+    }
+    for (const SessionView::Extra& extra : view.extra) {
+      xAdd(boost::make_shared<runtime::JsonReporter>(
+          xQueue(std::make_unique<DescriptorOutlet>(extra.descriptor)), extra.kinds));
     }
   }
 
@@ -283,6 +288,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     const std::vector<std::string> inputs = inputFiles(hostOptions);
     openLog(options.logFile, inputs);
     const auto start = std::chrono::steady_clock::now();
+    Judgement judgement(view.judge, hostOptions);
     RunRecording recording(view.record, hostOptions);
     // Outlives the host, whose end waits for the calls of clients.
     const Listening listening =
@@ -336,6 +342,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     if (!view.robot.empty() && !ending.empty()) {
       fmt::print(stderr, "ended by {}\n", ending);
     }
+    const int judged = judgement.finish();
     if (played == kSuccess) {
       for (const std::string& missing : host.missingSamples()) {
         complain(formats::printable(missing));
@@ -343,7 +350,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
       sumUp(host.statistics(), std::chrono::steady_clock::now() - start);
       sumUpLoops(host.loops());
     }
-    return code;
+    return worseOf(code, judged);
   } catch (const formats::InputError& error) {
     fmt::print(stderr, "{}\n", error.what());
     return kBadInput;

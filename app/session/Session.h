@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/session/Judgement.h"
 #include "app/session/Listen.h"
 #include "app/session/SessionOptions.h"
 #include "runtime/host/Host.h"
@@ -8,6 +9,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace gk::app {
 
@@ -26,6 +28,14 @@ struct SessionView {
   std::optional<std::chrono::microseconds> wallLimit;
   /// Serves clients.
   std::optional<ListenOptions> listen;
+  /// What is expected of the run.
+  JudgeView judge;
+  /// More outputs in JSON Lines.
+  struct Extra {
+    int descriptor = -1;
+    formats::LineKinds kinds;
+  };
+  std::vector<Extra> extra;
   /// Which robot it is, for a run that tells people at its beginning what it is going to do; empty
   /// for one that does not.
   std::string robot;

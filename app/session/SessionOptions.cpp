@@ -1,12 +1,19 @@
 #include "app/session/SessionOptions.h"
 
+#include "formats/json/Json.h"
+#include "formats/json/JsonValue.h"
 #include "formats/lines/OutputLine.h"
 #include "formats/text/Numbers.h"
 #include "gk/DCM.h"
 #include "gk/GKMemory.h"
 #include "gk/GKResourceManager.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
 #include <filesystem>
+#include <utility>
 
 namespace gk::app {
 
@@ -26,7 +33,27 @@ std::string defaultLibrary() {
   return std::filesystem::exists(installed) ? installed : root / "lib" / kLibraryName;
 }
 
-/// Checks a list of kinds of lines. Returns the complaint, empty if there is none.
+std::vector<std::string> services() {
+  return {GK::GKMemory::kName, GK::DCM::kName, GK::GKResourceManager::kName};
+}
+
+/// What stands before the name of a setting in its key.
+constexpr const char* kSettings = "Settings/";
+
+/// A setting's key and value. What is no JSON value is a text.
+std::pair<std::string, GK::GKValue> settingOf(const std::string& setting) {
+  const std::size_t equals = setting.find('=');
+  const std::string text = setting.substr(equals + 1);
+  GK::GKValue value(text);
+  try {
+    value = formats::valueFromJson(formats::parseJson(text));
+  } catch (const formats::FormatError&) { // NOLINT(bugprone-empty-catch): it is a text
+  }
+  return {kSettings + setting.substr(0, equals), std::move(value)};
+}
+
+} // namespace
+
 std::string checkKinds(const std::string& names) {
   try {
     formats::LineKinds::parse(names);
@@ -36,7 +63,19 @@ std::string checkKinds(const std::string& names) {
   }
 }
 
-} // namespace
+std::string checkService(const std::string& name) {
+  const std::vector<std::string> names = services();
+  return std::ranges::find(names, name) != names.end()
+             ? std::string()
+             : fmt::format("{} is none of {}", name, fmt::join(names, ", "));
+}
+
+std::string checkSetting(const std::string& setting) {
+  const std::size_t equals = setting.find('=');
+  return equals != std::string::npos && equals > 0
+             ? std::string()
+             : setting + " is not NAME=VALUE, such as GKMine/Threshold=0.3";
+}
 
 std::string tourFile() {
   return rootFolder() / GK_DATADIR / "gksensors" / "tour.jsonl";
@@ -87,18 +126,29 @@ void addSessionOptions(const Command& command, SessionOptions& options) {
       .shows("MODULE")
       .onceEach();
   command.option("--without", options.without, "Leave a service out")
-      .oneOf({GK::GKMemory::kName, GK::DCM::kName, GK::GKResourceManager::kName})
+      .oneOf(services())
       .shows("GKMemory|DCM|GKResourceManager")
       .onceEach();
   command.option("--library", options.libraries, "Load this module library instead of ours")
       .shows("FILE")
       .onceEach();
+  command
+      .option("--setting", options.settings,
+              "Set the memory key Settings/NAME before a library is loaded")
+      .checked(checkSetting)
+      .shows("NAME=VALUE")
+      .onceEach();
+  command.section("Expectations");
+  command.flag(
+      "--no-expect", options.isExpectingNothing,
+      "Leave out what scenarios, and NAME.expect.jsonl beside an input, expect of the run");
   command.section("Time");
   command
       .option("--epoch", options.epoch,
               "Wall time at the start of the virtual clock, seconds since 1970")
       .shows("SECONDS")
-      .showsDefault();
+      .showsDefault()
+      .whenGiven([&options] { options.isEpochGiven = true; });
   command.option("--until", options.until, "End at this time, in seconds from the start")
       .within(0.0, formats::kMaxSeconds)
       .shows("SECONDS");
@@ -139,7 +189,13 @@ std::vector<std::string> sessionArguments(const SessionOptions& options) {
   addEach("--subscribe", options.subscribe);
   addEach("--without", options.without);
   addEach("--library", options.libraries);
-  add("--epoch", std::to_string(options.epoch));
+  addEach("--setting", options.settings);
+  if (options.isEpochGiven) {
+    add("--epoch", std::to_string(options.epoch));
+  }
+  if (options.isExpectingNothing) {
+    arguments.emplace_back("--no-expect");
+  }
   if (options.until) {
     add("--until", formats::doubleText(*options.until));
   }
@@ -152,6 +208,7 @@ std::vector<std::string> sessionArguments(const SessionOptions& options) {
 
 std::vector<std::string> inputFiles(const runtime::HostOptions& host) {
   std::vector<std::string> files = host.files;
+  files.insert(files.end(), host.beside.begin(), host.beside.end());
   files.insert(files.end(), host.libraries.begin(), host.libraries.end());
   if (host.replay != nullptr) {
     files.insert(files.end(), host.replay->files().begin(), host.replay->files().end());
@@ -173,6 +230,9 @@ runtime::HostOptions hostOptions(const SessionOptions& options) {
   host.sample.from = formats::toMicros(options.sampleFrom).value_or(0);
   if (options.sampleCount > 0) {
     host.sample.count = options.sampleCount;
+  }
+  for (const std::string& setting : options.settings) {
+    host.settings.push_back(settingOf(setting));
   }
   host.epoch = options.epoch;
   if (options.until) {

@@ -23,13 +23,22 @@ struct SessionOptions {
   std::vector<std::string> subscribe;
   std::vector<std::string> without;
   std::vector<std::string> libraries;
+  std::vector<std::string> settings;
   std::int64_t epoch = runtime::kDefaultEpoch;
+  bool isEpochGiven = false;
   std::optional<double> until;
   int logLevel = 4;
   std::string logFile;
+  /// What files expect of the run is left out.
+  bool isExpectingNothing = false;
 };
 
 void addSessionOptions(const Command& command, SessionOptions& options);
+
+// What is wrong with a value of --only, --without or --setting; empty if nothing is.
+std::string checkKinds(const std::string& names);
+std::string checkService(const std::string& name);
+std::string checkSetting(const std::string& setting);
 
 /// The scenario that shows what the simulated robot can notice.
 std::string tourFile();

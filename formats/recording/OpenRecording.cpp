@@ -3,6 +3,7 @@
 #include "formats/recording/CsvRecording.h"
 #include "formats/recording/McapRecording.h"
 #include "formats/recording/ScenarioRecording.h"
+#include "formats/recording/TestFile.h"
 
 #include <string_view>
 #include <utility>
@@ -10,6 +11,9 @@
 namespace gk::formats {
 
 std::unique_ptr<Recording> openRecording(const std::string& path, KeyTypeOf keyTypeOf) {
+  if (isBesideInputs(path)) {
+    throw InputError(path, 0, "lies beside an input with what is expected of it, and is none");
+  }
   constexpr std::string_view compressed = ".gz";
   std::string_view name = path;
   if (name.ends_with(compressed)) {

@@ -1,20 +1,22 @@
 #include "formats/recording/ScenarioRecording.h"
 
 #include "formats/lines/ScenarioLine.h"
+#include "formats/recording/TestFile.h"
 
-#include <string_view>
 #include <utility>
 
 namespace gk::formats {
 
-ScenarioRecording::ScenarioRecording(const std::string& path, KeyTypeOf keyTypeOf)
-    : fReader(path), fKeyTypeOf(std::move(keyTypeOf)) {
+ScenarioRecording::ScenarioRecording(const std::string& path, KeyTypeOf keyTypeOf, bool isCompanion)
+    : fReader(path), fKeyTypeOf(std::move(keyTypeOf)), fIsCompanion(isCompanion) {
   xReadLine();
 }
 
 void ScenarioRecording::play(RecordingTarget& target) {
   try {
-    target.act(fAction);
+    if (fAction) {
+      target.act(*fAction);
+    }
   } catch (const FormatError& error) {
     throw fReader.error(error.what());
   }
@@ -32,6 +34,13 @@ void ScenarioRecording::xReadLine() {
       if (isScenarioComment(*text)) {
         continue;
       }
+      if ((fIsCompanion || mayBeTestLine(*text)) && xPassTestLine(*text)) {
+        if (fTime) {
+          return;
+        }
+        continue;
+      }
+      fHasLines = true;
       ScenarioLine line = parseScenarioLine(*text, fKeyTypeOf);
       if (line.time) {
         fHasStarted = true;
@@ -47,6 +56,33 @@ void ScenarioRecording::xReadLine() {
   } catch (const FormatError& error) {
     throw fReader.error(error.what());
   }
+}
+
+bool ScenarioRecording::xPassTestLine(std::string_view text) {
+  const std::optional<TestLine> line = readTestLine(text);
+  if (!line) {
+    if (fIsCompanion) {
+      throw FormatError(kNoExpectation);
+    }
+    return false;
+  }
+  if (std::holds_alternative<FileOptions>(line->what)) {
+    if (fHasLines) {
+      throw FormatError(kLateOptions);
+    }
+  } else if (!fIsCompanion && !canBeReadTwice(fReader.path())) {
+    throw FormatError(kReadOnce);
+  }
+  fHasLines = true;
+  if (line->time) {
+    fHasStarted = true;
+    const GK::GKMicros time = fOrder.take(*line->time);
+    if (std::holds_alternative<EndMark>(line->what)) {
+      fAction.reset();
+      fTime = time;
+    }
+  }
+  return true;
 }
 
 } // namespace gk::formats

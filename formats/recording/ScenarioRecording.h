@@ -5,14 +5,20 @@
 #include "formats/recording/TimeOrder.h"
 #include "formats/text/LineReader.h"
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace gk::formats {
 
 /// A scenario: one JSON object a line, first those without a time, then those with one.
+///
+/// Expectations and options are checked and otherwise passed over: whoever wants them reads them
+/// before (`readTestFile`). At an "end" nothing is carried out.
 class ScenarioRecording final : public Recording {
 public:
-  ScenarioRecording(const std::string& path, KeyTypeOf keyTypeOf);
+  /// `isCompanion`: what stands beside another input, with no actions in it.
+  ScenarioRecording(const std::string& path, KeyTypeOf keyTypeOf, bool isCompanion = false);
 
   void play(RecordingTarget& target) override;
   void skip() override;
@@ -20,12 +26,16 @@ public:
 
 private:
   void xReadLine();
+  /// Reads a line that is not to be carried out. False for another line.
+  bool xPassTestLine(std::string_view text);
 
   LineReader fReader;
   KeyTypeOf fKeyTypeOf;
   TimeOrder fOrder;
-  /// What the current line asks for.
-  Action fAction;
+  const bool fIsCompanion;
+  /// What the current line asks for; nothing at an "end".
+  std::optional<Action> fAction;
+  bool fHasLines = false;
   bool fHasStarted = false;
 };
 

@@ -29,8 +29,8 @@ Answer answerOf(const formats::CallAction& call, GK::GKModuleCore& module) {
 Calls::Calls(boost::shared_ptr<GK::GKBroker> broker, Receiver receive)
     : fBroker(std::move(broker)), fReceive(std::move(receive)) {}
 
-void Calls::start(const formats::CallAction& call) {
-  xStart(call.module, call.method, call.label,
+void Calls::start(const formats::CallAction& call, std::uint64_t number) {
+  xStart(call.module, call.method, call.label, number,
          [call](GK::GKModuleCore& module) { return answerOf(call, module); });
 }
 
@@ -49,26 +49,28 @@ void Calls::startPage(const std::string& module) {
     }
     return answer;
   };
-  xStart(module, kPageMethod, module + "." + kPageMethod, work);
+  xStart(module, kPageMethod, module + "." + kPageMethod, 0, work);
 }
 
 void Calls::xStart(const std::string& module, const std::string& method, const std::string& label,
-                   Work work) {
+                   std::uint64_t number, Work work) {
   fPending.fetch_add(1, std::memory_order_relaxed);
-  GK::GKClock::instance().start({module, method}, [this, module, label, work = std::move(work)] {
-    tIsPendingCall = true;
-    Answer answer = xAnswer(module, work);
-    answer.time = GK::GKClock::instance().elapsed();
-    if (answer.name.empty()) {
-      answer.name = label;
-    }
-    if (!fIsAbandoned.load(std::memory_order_relaxed)) {
-      fReceive(std::move(answer));
-    }
-    if (std::exchange(tIsPendingCall, false)) {
-      fPending.fetch_sub(1, std::memory_order_relaxed);
-    }
-  });
+  GK::GKClock::instance().start({module, method},
+                                [this, module, label, number, work = std::move(work)] {
+                                  tIsPendingCall = true;
+                                  Answer answer = xAnswer(module, work);
+                                  answer.number = number;
+                                  answer.time = GK::GKClock::instance().elapsed();
+                                  if (answer.name.empty()) {
+                                    answer.name = label;
+                                  }
+                                  if (!fIsAbandoned.load(std::memory_order_relaxed)) {
+                                    fReceive(std::move(answer));
+                                  }
+                                  if (std::exchange(tIsPendingCall, false)) {
+                                    fPending.fetch_sub(1, std::memory_order_relaxed);
+                                  }
+                                });
 }
 
 Answer Calls::xAnswer(const std::string& module, const Work& work) const {

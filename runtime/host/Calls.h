@@ -7,6 +7,7 @@
 #include <boost/shared_ptr.hpp>
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -22,7 +23,8 @@ public:
   /// `receive` must stay valid until all tasks have ended.
   Calls(boost::shared_ptr<GK::GKBroker> broker, Receiver receive);
 
-  void start(const formats::CallAction& call);
+  /// `number` comes back in the answer.
+  void start(const formats::CallAction& call, std::uint64_t number);
   /// Calls on this thread, and tells nobody what came of it.
   void callNow(const formats::CallAction& call) const;
   /// Asks for a module's status page.
@@ -41,7 +43,7 @@ private:
   using Work = std::function<Answer(GK::GKModuleCore&)>;
 
   void xStart(const std::string& module, const std::string& method, const std::string& label,
-              Work work);
+              std::uint64_t number, Work work);
   Answer xAnswer(const std::string& module, const Work& work) const;
 
   boost::shared_ptr<GK::GKBroker> fBroker;

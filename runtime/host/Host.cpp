@@ -8,6 +8,7 @@
 #include "gk/DCM.h"
 #include "gk/GKMemory.h"
 #include "gk/GKResourceManager.h"
+#include "runtime/expect/JudgedTurns.h"
 
 #include <algorithm>
 #include <utility>
@@ -109,8 +110,13 @@ Host::Host(HostOptions options)
         module, "subscribe", {GK::GKValue(kSubscriber)}, module + ".subscribe"});
   }
   fPlayer.add(std::move(subscriptions));
-  fPlayer.open(fOptions.files, fOptions.simulation ? simulatedTypeOf : devices::keyTypeOf);
-  fPlayer.setLoop(fOptions.isLoop);
+  fPlayer.open(fOptions.files, fOptions.simulation ? simulatedTypeOf : devices::keyTypeOf,
+               fOptions.companions);
+  fPlayer.setLoop(fOptions.isLoop, [judge = fOptions.judge](GK::GKMicros start) {
+    if (judge != nullptr) {
+      judge->onRound(start);
+    }
+  });
   if (fOptions.simulation) {
     fSimulation = std::make_unique<devices::Simulation>(fStore, *fOptions.simulation);
   }
@@ -123,10 +129,10 @@ std::shared_ptr<GK::GKClock> Host::xMakeClock() {
     fOptions.replay->attach(
         fStore, [this](const formats::Action& action) { xAct(action); },
         [this](const formats::CallAction& call) { fCalls->callNow(call); });
-    return GK::makeReplayClock(fOptions.replay);
+    return GK::makeReplayClock(judgedSchedule(fOptions.judge, fOptions.replay));
   }
   if (fOptions.isVirtual) {
-    return GK::makeVirtualClock(fOptions.epoch, fOptions.recorder);
+    return GK::makeVirtualClock(fOptions.epoch, judgedTurns(fOptions.judge, fOptions.recorder));
   }
   return fOptions.recorder != nullptr
              ? GK::makeTurnClock(fOptions.recorder, fOptions.turnPatience, fOptions.loopPriority,
@@ -145,6 +151,7 @@ Host::~Host() {
   try {
     fPlayer.stop();
     fIsExitAsked = false;
+    fIsGivenUp = true;
     shutdown();
   } catch (...) { // NOLINT(bugprone-empty-catch): nothing of the input is read on this way
   }
@@ -160,11 +167,18 @@ void Host::start() {
   }
   GK::GKObserverList::instance().add(fWatch);
   GK::GKObserverList::instance().add(fLoops);
+  if (fOptions.judge != nullptr) {
+    fOptions.judge->setMemory([this](const std::string& key) { return xRead(key); });
+    GK::GKObserverList::instance().add(fOptions.judge);
+  }
 
   const std::vector<formats::Action> preload =
       fOptions.replay != nullptr ? fOptions.replay->preload() : fPlayer.preload();
   for (const formats::Action& action : preload) {
     xAct(action);
+  }
+  for (const auto& [key, value] : fOptions.settings) {
+    fDevices.set(key, value);
   }
   fDevices.publish();
   if (fSimulation != nullptr) {
@@ -239,6 +253,10 @@ void Host::run(std::function<void()> atEnd) {
   const GK::GKClock::End end = fClock->run(&xInput(), fOptions.until);
   xEnd();
   fDuration = fClock->elapsed();
+  if (fOptions.judge != nullptr) {
+    // Nothing more would have happened until then.
+    fOptions.judge->onEnd(end == GK::GKClock::End::Until ? *fOptions.until : fDuration);
+  }
   if (!fIsExitAsked) {
     // Over for calls that have not returned: at a time limit, or because they are a loop.
     fCalls->abandon();
@@ -251,6 +269,13 @@ void Host::run(std::function<void()> atEnd) {
     for (const auto& reporter : fReporters) {
       reporter->mute();
     }
+    xFinishJudge();
+  }
+}
+
+void Host::xFinishJudge() {
+  if (fOptions.judge != nullptr && !fIsGivenUp) {
+    fOptions.judge->finish();
   }
 }
 
@@ -267,6 +292,10 @@ void Host::shutdown() {
   }
   if (fBroker != nullptr) {
     fBroker->shutdown();
+  }
+  xFinishJudge();
+  if (fOptions.judge != nullptr) {
+    GK::GKObserverList::instance().remove(fOptions.judge);
   }
   GK::GKObserverList::instance().remove(fWatch);
   GK::GKObserverList::instance().remove(fLoops);
@@ -308,6 +337,9 @@ RunStatistics Host::statistics() const {
 }
 
 void Host::xReport(Answer answer) {
+  if (fOptions.judge != nullptr) {
+    fOptions.judge->onAnswer(answer);
+  }
   for (const auto& reporter : fReporters) {
     reporter->answer(answer);
   }
@@ -340,7 +372,13 @@ void Host::xAct(const formats::Action& action) {
                      fDevices.unset(pattern);
                    }
                  },
-                 [this](const formats::CallAction& call) { fCalls->start(call); },
+                 [this](const formats::CallAction& call) {
+                   const std::uint64_t number = ++fCallNumber;
+                   if (fOptions.judge != nullptr) {
+                     fOptions.judge->onCall(call.label, number);
+                   }
+                   fCalls->start(call, number);
+                 },
                  [this](const formats::GetAction& get) {
                    for (const std::string& key : get.keys) {
                      xGet(key);
@@ -373,9 +411,12 @@ void Host::xAdmit(const formats::SetAction& set) {
   }
 }
 
+std::optional<GK::GKValue> Host::xRead(const std::string& key) const {
+  return xHasService(GK::GKMemory::kName) ? fStore->get(key) : std::nullopt;
+}
+
 void Host::xGet(const std::string& key) {
-  const std::optional<GK::GKValue> value =
-      xHasService(GK::GKMemory::kName) ? fStore->get(key) : std::nullopt;
+  const std::optional<GK::GKValue> value = xRead(key);
   Answer answer;
   answer.kind = Answer::Kind::Value;
   answer.time = fClock->elapsed();

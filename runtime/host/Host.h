@@ -12,6 +12,7 @@
 #include "gk/GKObserver.h"
 #include "gk/GKTurns.h"
 #include "gk/GKWriteGate.h"
+#include "runtime/expect/Judge.h"
 #include "runtime/figures/LoopStatistics.h"
 #include "runtime/host/Calls.h"
 #include "runtime/host/FaultPlan.h"
@@ -31,6 +32,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace gk::devices {
@@ -46,10 +48,16 @@ constexpr std::int64_t kDefaultEpoch = 1'767'225'600;
 struct HostOptions {
   /// Recordings and scenarios to play, merged by time.
   std::vector<std::string> files;
+  /// Files beside them that are read as well, and those that may make the run go on. They have
+  /// nothing else to be played.
+  std::vector<std::string> beside;
+  std::vector<std::string> companions;
   /// Module libraries to load, in this order.
   std::vector<std::string> libraries;
   /// Services to leave out: "GKMemory", "DCM", "GKResourceManager".
   std::vector<std::string> without;
+  /// Memory keys that are there before the first library, whatever the files say.
+  std::vector<std::pair<std::string, GK::GKValue>> settings;
   /// Extractors to subscribe to from the start.
   std::vector<std::string> subscribe;
   /// What is reported after ticks.
@@ -83,6 +91,9 @@ struct HostOptions {
   std::chrono::milliseconds turnPatience = GK::kTurnPatience;
   /// A recorded run to be repeated instead of playing files; may be null.
   std::shared_ptr<RunReplay> replay;
+
+  /// What is expected of the run; may be null.
+  boost::shared_ptr<Judge> judge;
 };
 
 /// What a run did.
@@ -174,11 +185,13 @@ private:
   void xExpectExtractors() const;
   std::shared_ptr<GK::GKWriteGate> xMakeGate();
   void xEnd();
+  void xFinishJudge();
   bool xHasService(const char* name) const;
   void xReport(Answer answer);
   void xAct(const formats::Action& action);
   /// Raises `FormatError` when the world of the simulated robot refuses a value.
   void xAdmit(const formats::SetAction& set);
+  std::optional<GK::GKValue> xRead(const std::string& key) const;
   void xGet(const std::string& key);
   void xOnTick(GK::GKMicros time);
 
@@ -201,11 +214,15 @@ private:
   boost::shared_ptr<GK::GKBrokerManager> fManager;
   boost::shared_ptr<GK::GKBroker> fBroker;
   std::unique_ptr<Calls> fCalls;
+  /// So many calls of scenarios were made.
+  std::uint64_t fCallNumber = 0;
   std::vector<std::unique_ptr<Library>> fLibraries;
 
   std::function<void()> fAtEnd;
   bool fIsExitAsked = false;
   bool fIsDown = false;
+  /// The input was malformed, or somebody has no use for the rest of the run.
+  bool fIsGivenUp = false;
   GK::GKMicros fDuration = 0;
   std::atomic<std::uint64_t> fTicks{0};
   std::atomic<std::uint64_t> fEvents{0};

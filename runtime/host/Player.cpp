@@ -1,6 +1,7 @@
 #include "runtime/host/Player.h"
 
 #include "formats/recording/OpenRecording.h"
+#include "formats/recording/ScenarioRecording.h"
 #include "formats/text/Numbers.h"
 
 #include <algorithm>
@@ -45,14 +46,20 @@ void Player::add(std::vector<formats::Action> actions) {
   xChooseNext();
 }
 
-void Player::open(std::vector<std::string> files, formats::KeyTypeOf keyTypeOf) {
+void Player::open(std::vector<std::string> files, formats::KeyTypeOf keyTypeOf,
+                  std::vector<std::string> companions) {
   fFiles = std::move(files);
+  fCompanions = std::move(companions);
   fKeyTypeOf = std::move(keyTypeOf);
   xOpenFiles();
   xChooseNext();
 }
 
 void Player::xOpenFiles() {
+  for (const std::string& companion : fCompanions) {
+    fRecordings.push_back(
+        std::make_unique<formats::ScenarioRecording>(companion, fKeyTypeOf, true));
+  }
   for (const std::string& file : fFiles) {
     fRecordings.push_back(formats::openRecording(file, fKeyTypeOf));
   }
@@ -91,6 +98,9 @@ void Player::xChooseNext() {
     if (std::exchange(fIsFirstRound, false)) {
       fProblems = problems();
       fIsDamaged = !isComplete();
+    }
+    if (fOnRound) {
+      fOnRound(fRoundStart);
     }
     fRecordings.clear();
     xOpenFiles();

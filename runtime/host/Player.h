@@ -4,9 +4,11 @@
 #include "formats/recording/Recording.h"
 #include "gk/GKClock.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace gk::runtime {
@@ -25,11 +27,17 @@ public:
   /// Adds lines that are due at time 0.
   void add(std::vector<formats::Action> actions);
 
-  /// Opens the files and adds them. Raises `InputError`.
-  void open(std::vector<std::string> files, formats::KeyTypeOf keyTypeOf);
+  /// Opens the files and adds them. `companions`: files beside them, which have nothing to carry
+  /// out but may make the input go on. Raises `InputError`.
+  void open(std::vector<std::string> files, formats::KeyTypeOf keyTypeOf,
+            std::vector<std::string> companions = {});
 
-  /// From now on the files start again whenever all have ended.
-  void setLoop(bool isLoop) { fIsLoop = isLoop; }
+  /// From now on the files start again whenever all have ended. `onRound`, which may be null, is
+  /// told when they will.
+  void setLoop(bool isLoop, std::function<void(GK::GKMicros)> onRound = nullptr) {
+    fIsLoop = isLoop;
+    fOnRound = std::move(onRound);
+  }
 
   /// The actions that come before loading, file by file.
   std::vector<formats::Action> preload() const;
@@ -64,6 +72,7 @@ private:
 
   formats::RecordingTarget& fTarget;
   std::vector<std::string> fFiles;
+  std::vector<std::string> fCompanions;
   formats::KeyTypeOf fKeyTypeOf;
   std::vector<std::unique_ptr<formats::Recording>> fRecordings;
   /// The recording whose current line comes next, and when.
@@ -77,6 +86,7 @@ private:
   bool fIsFirstRound = true;
   bool fIsDamaged = false;
   bool fIsLoop = false;
+  std::function<void(GK::GKMicros)> fOnRound;
   bool fIsStopped = false;
 };
 

@@ -23,6 +23,8 @@ struct Answer {
 
   Kind kind = Kind::Result;
   GK::GKMicros time = 0;
+  /// Of a call of a scenario: the how manieth it was, from 1; otherwise 0.
+  std::uint64_t number = 0;
   /// The call's label, the key or the module.
   std::string name;
   /// Result or value; see `hasValue`.

@@ -1,3 +1,5 @@
+#include "formats/recording/TestFile.h"
+#include "support/Gk.h"
 #include "support/Golden.h"
 #include "support/Program.h"
 
@@ -8,31 +10,23 @@
 #include <optional>
 #include <sstream>
 
-// Replays every scenario under tests/scenarios and every recording under data, and compares what
-// comes out with the file of expected lines beside it, line by line.
-//
-// A scenario says in comments what is special about it:
-//   # options: --subscribe GKSonar     more options for the replay; file names are relative to the
-//                                       scenario's folder
-//   # exit: 2                           the exit code, 0 without
-//   # error: 7: unknown action          what the one line of standard error ends in; without, that
-//                                       is what the run sums up to
-//   # told: text                        lines of standard error before that, without "gk: "
-//   # stdout: text                      lines that a module prints on standard output
-// NAME.expected.jsonl holds the expected lines; without it the replay must leave no output.
-//
-// With GK_UPDATE_GOLDEN=1 the expected files are written anew, and the tests of those that were
-// different fail.
+// `gk test` runs every scenario under tests/scenarios and every recording under tests/recordings
+// twice and compares what comes out with the file of expected lines beside it. What is left to do
+// here is to see that none is passed over, and what it says of none: that a run tells nothing on
+// standard error but what it sums up to, or the error that its options name. A scenario says in
+// comments what else it tells before that:
+//   # told: text                        a line of standard error, without "gk: "
 
 namespace {
 
 namespace fs = std::filesystem;
 using gk::test::readFile;
+using gk::test::runGk;
 
 const fs::path kRoot = GK_SOURCE_DIR;
 const fs::path kScenarios = kRoot / "tests" / "scenarios";
-const fs::path kRecordings = kRoot / "data";
-constexpr const char* kExpectedEnding = ".expected.jsonl";
+const fs::path kRecordings = kRoot / "tests" / "recordings";
+const fs::path kExamples = kRoot / "examples";
 
 /// What a replay says on standard error when nothing is odd.
 constexpr const char* kSummary = "[0-9.]+ s, [0-9]+ ticks, [0-9]+ events in .*";
@@ -46,84 +40,40 @@ std::vector<std::string> linesOf(const std::string& text) {
   return lines;
 }
 
-/// What the comments of a scenario say.
-struct Directions {
-  std::vector<std::string> options;
-  int exit = 0;
-  std::string error;
-  std::vector<std::string> told;
-  std::string out;
-};
-
-Directions directionsOf(const fs::path& scenario) {
-  Directions directions;
-  for (const std::string& line : linesOf(readFile(scenario))) {
-    const auto rest = [&line](const std::string& word) -> std::optional<std::string> {
-      const std::string beginning = "# " + word + ": ";
-      return line.starts_with(beginning) ? std::optional(line.substr(beginning.size()))
-                                         : std::nullopt;
-    };
-    if (const auto options = rest("options")) {
-      std::istringstream words(*options);
-      for (std::string word; words >> word;) {
-        directions.options.push_back(word);
-      }
-    } else if (const auto code = rest("exit")) {
-      directions.exit = std::stoi(*code);
-    } else if (const auto error = rest("error")) {
-      directions.error = *error;
-    } else if (const auto told = rest("told")) {
-      directions.told.push_back("gk: " + *told);
-    } else if (const auto out = rest("stdout")) {
-      directions.out += *out + "\n";
-    }
-  }
-  return directions;
-}
-
-struct Replay {
-  gk::test::ProgramResult program;
-  std::optional<std::string> output;
-};
-
-Replay replay(const fs::path& file, const std::vector<std::string>& options) {
-  const gk::test::TemporaryFolder folder;
-  const std::string out = folder.file("out.jsonl");
-  std::vector<std::string> arguments = {GK_PROGRAM, "replay", "--out", out};
-  arguments.insert(arguments.end(), options.begin(), options.end());
-  arguments.push_back(file.filename().string());
-  Replay result;
-  result.program = gk::test::runProgram(std::move(arguments), file.parent_path());
-  if (fs::exists(out)) {
-    result.output = readFile(out);
-  }
-  return result;
-}
-
-void compareLines(const std::string& actual, const fs::path& expectedFile) {
-  gk::test::updateGolden(actual, expectedFile);
-  ASSERT_TRUE(fs::exists(expectedFile)) << expectedFile;
-  const std::vector<std::string> actualLines = linesOf(actual);
-  const std::vector<std::string> expectedLines = linesOf(readFile(expectedFile));
-  for (std::size_t i = 0; i < std::min(actualLines.size(), expectedLines.size()); ++i) {
-    ASSERT_EQ(actualLines[i], expectedLines[i]) << expectedFile.filename() << ":" << i + 1;
-  }
-  EXPECT_EQ(actualLines.size(), expectedLines.size()) << expectedFile.filename();
-}
-
-/// Files below `folder` with one of the endings, sorted, without their expected output.
-std::vector<fs::path> filesBelow(const fs::path& folder, const std::vector<std::string>& endings) {
+/// The inputs below a folder, sorted.
+std::vector<fs::path> inputsBelow(const fs::path& folder) {
   std::vector<fs::path> files;
   for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
-    const std::string name = entry.path().filename().string();
-    const bool isWanted = std::any_of(endings.begin(), endings.end(),
-                                      [&](const std::string& one) { return name.ends_with(one); });
-    if (isWanted && !name.ends_with(kExpectedEnding)) {
+    if (gk::formats::isInputName(entry.path().string())) {
       files.push_back(entry.path());
     }
   }
   std::sort(files.begin(), files.end());
   return files;
+}
+
+/// What the file, or the one beside it, wants for its run.
+gk::formats::FileOptions optionsOf(const std::string& input) {
+  if (gk::formats::isScenarioName(input)) {
+    if (const auto options = gk::formats::readTestFile(input, false).options) {
+      return *options;
+    }
+  }
+  const std::string beside = gk::formats::companionOf(input);
+  return fs::exists(beside)
+             ? gk::formats::readTestFile(beside, true).options.value_or(gk::formats::FileOptions())
+             : gk::formats::FileOptions();
+}
+
+std::vector<std::string> toldOf(const fs::path& input) {
+  constexpr std::string_view beginning = "# told: ";
+  std::vector<std::string> told;
+  for (const std::string& line : linesOf(readFile(input))) {
+    if (line.starts_with(beginning)) {
+      told.push_back("gk: " + line.substr(beginning.size()));
+    }
+  }
+  return told;
 }
 
 std::string testName(const testing::TestParamInfo<fs::path>& info) {
@@ -134,62 +84,65 @@ std::string testName(const testing::TestParamInfo<fs::path>& info) {
   return name;
 }
 
-class Scenario : public testing::TestWithParam<fs::path> {};
+class Input : public testing::TestWithParam<fs::path> {};
 
-TEST_P(Scenario, GivesTheExpectedLines) {
+TEST_P(Input, TellsNothingElse) {
   const fs::path& file = GetParam();
-  const Directions directions = directionsOf(file);
-  const Replay result = replay(file, directions.options);
+  const gk::formats::FileOptions options = optionsOf(file.string());
+  const gk::test::TemporaryFolder folder;
+  const std::string out = folder.file("out.jsonl");
+  const gk::test::ProgramResult result = runGk({"replay", "--out", out, file.string()});
 
-  EXPECT_EQ(result.program.code, directions.exit) << result.program.err;
-  EXPECT_EQ(result.program.out, directions.out);
-  std::vector<std::string> told = linesOf(result.program.err);
+  EXPECT_EQ(result.code, options.exit) << result.err;
+  EXPECT_EQ(result.out, options.out ? *options.out + "\n" : "");
+  EXPECT_EQ(fs::exists(out), options.exit != 2);
+  std::vector<std::string> told = linesOf(result.err);
   ASSERT_FALSE(told.empty());
-  if (directions.error.empty()) {
+  if (options.error.empty()) {
     EXPECT_THAT(told.back(), testing::MatchesRegex(kSummary));
   } else {
-    EXPECT_THAT(told.back(), testing::EndsWith(directions.error));
+    EXPECT_THAT(told.back(), testing::EndsWith(options.error));
   }
   told.pop_back();
-  EXPECT_EQ(told, directions.told);
-  const fs::path expected =
-      file.parent_path() / (file.filename().stem().stem().string() + kExpectedEnding);
-  if (directions.exit == 2) {
-    EXPECT_FALSE(result.output.has_value());
-  } else {
-    ASSERT_TRUE(result.output.has_value());
-    compareLines(*result.output, expected);
-  }
+  EXPECT_EQ(told, toldOf(file));
 }
 
-INSTANTIATE_TEST_SUITE_P(Golden, Scenario,
-                         testing::ValuesIn(filesBelow(kScenarios, {".jsonl", ".csv", ".gz"})),
-                         testName);
+INSTANTIATE_TEST_SUITE_P(Scenarios, Input, testing::ValuesIn(inputsBelow(kScenarios)), testName);
+INSTANTIATE_TEST_SUITE_P(Recordings, Input, testing::ValuesIn(inputsBelow(kRecordings)), testName);
 
-class Recording : public testing::TestWithParam<fs::path> {};
+TEST(GoldenFiles, AreWhatTwoRunsOfEachInputGive) {
+  const gk::test::ProgramResult result = runGk(
+      {"test", "--repeat", "2", kScenarios.string(), kRecordings.string(), kExamples.string()});
+  EXPECT_EQ(result.code, 0) << result.out << result.err;
+  EXPECT_EQ(result.err, "");
+  EXPECT_THAT(result.out, testing::MatchesRegex("[0-9]+ passed, 0 failed in [0-9.]+ s\n"));
+}
 
-TEST_P(Recording, GivesTheExpectedEventsTwice) {
-  std::vector<std::string> options = {"--only", "event,micro,resource,order,log"};
-  if (GetParam().filename().string().starts_with("us_")) {
-    options.insert(options.end(), {"--subscribe", "GKSonar"});
+TEST(GoldenFiles, AreThereForEveryScenarioAndRecording) {
+  std::string expected;
+  for (const fs::path& folder : {kRecordings, kScenarios}) {
+    for (const fs::path& input : inputsBelow(folder)) {
+      expected += input.string() + "\n";
+      if (optionsOf(input.string()).exit != 2) {
+        EXPECT_TRUE(fs::exists(gk::formats::goldenOf(input.string()))) << input;
+      }
+    }
   }
-  const Replay first = replay(GetParam(), options);
-  ASSERT_EQ(first.program.code, 0) << first.program.err;
-  EXPECT_THAT(linesOf(first.program.err), testing::ElementsAre(testing::MatchesRegex(kSummary)));
-  ASSERT_TRUE(first.output.has_value());
-  EXPECT_EQ(replay(GetParam(), options).output, first.output);
-  compareLines(*first.output, kRoot / "tests" / "recordings" /
-                                  (GetParam().filename().stem().string() + kExpectedEnding));
+  const gk::test::ProgramResult list =
+      runGk({"test", "--list", kScenarios.string(), kRecordings.string()});
+  EXPECT_EQ(list.out, expected);
+  EXPECT_GT(linesOf(list.out).size(), 250U);
 }
 
 TEST(Walk, StandsOnTheLeftAndOnTheRightFootInTurn) {
-  const Replay walk = replay(kRecordings / "feet_walk.csv",
-                             {"--only", "sample", "--sample", "leftFootContact,rightFootContact"});
-  ASSERT_TRUE(walk.output.has_value());
+  const gk::test::ProgramResult walk =
+      runGk({"replay", "--out", "-", "--only", "sample", "--sample",
+             "leftFootContact,rightFootContact", (kRecordings / "feet_walk.csv").string()});
+  ASSERT_EQ(walk.code, 0);
   std::size_t leftSteps = 0;
   std::size_t rightSteps = 0;
   std::string former;
-  for (const std::string& line : linesOf(*walk.output)) {
+  for (const std::string& line : linesOf(walk.out)) {
     const std::string values = line.substr(line.find("\"values\""));
     if (values != former) {
       leftSteps += values.find("\"leftFootContact\":1.0,\"rightFootContact\":0.0") != values.npos;
@@ -201,9 +154,6 @@ TEST(Walk, StandsOnTheLeftAndOnTheRightFootInTurn) {
   EXPECT_GT(leftSteps, 50U);
   EXPECT_GT(rightSteps, 50U);
 }
-
-INSTANTIATE_TEST_SUITE_P(Golden, Recording, testing::ValuesIn(filesBelow(kRecordings, {".csv"})),
-                         testName);
 
 /// A file of expected output that says "old", and GK_UPDATE_GOLDEN as it was at the end.
 struct GoldenFile : testing::Test {
