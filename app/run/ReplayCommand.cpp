@@ -1,11 +1,13 @@
 #include "app/run/Jobs.h"
 #include "app/run/RunCommands.h"
+#include "app/session/Complaints.h"
+#include "app/session/ReplayHost.h"
 #include "app/session/Session.h"
+#include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <set>
@@ -22,46 +24,18 @@ struct ReplayOptions {
   unsigned int jobs = 0;
 };
 
-/// True when the files are the parts of a recorded run, to be repeated as it was.
-bool isRun(const ReplayOptions& options) {
-  const auto& files = options.session.files;
-  return !options.isAsInput && std::all_of(files.begin(), files.end(), runtime::RunReplay::isRun);
-}
-
-/// What clients were refused in the recorded run they are refused again.
-void refuseAsBefore(runtime::HostOptions& host) {
-  const auto told = [&](const char* name) {
-    const auto found = host.replay->about().find(name);
-    return found != host.replay->about().end() ? found->second : std::string();
-  };
-  host.hadSimulation = told("robot").starts_with("sim");
-  host.limits = devices::limitsOf(told("limits"));
-}
-
 int replay(const ReplayOptions& options) {
-  runtime::HostOptions host = hostOptions(options.session);
-  host.isVirtual = true;
-  host.endsWithInput = !host.until.has_value();
   SessionView view;
   view.hasProgressBar = true;
   view.report = options.report;
   try {
-    if (isRun(options)) {
-      if (!host.subscribe.empty() || !host.without.empty()) {
-        fmt::print(stderr, "gk: a recorded run is repeated as it was, without --subscribe and "
-                           "--without; --as-input plays what came in as any other file\n");
-        return kBadInput;
-      }
-      host.replay = std::make_shared<runtime::RunReplay>(host.files);
-      host.without = host.replay->without();
-      refuseAsBefore(host);
-      host.files.clear();
-    }
+    return runSession(options.session, replayHost(options.session, options.isAsInput), view);
   } catch (const formats::InputError& error) {
     fmt::print(stderr, "{}\n", error.what());
-    return kBadInput;
+  } catch (const formats::FormatError& error) {
+    complain(error.what());
   }
-  return runSession(options.session, host, view);
+  return kBadInput;
 }
 
 /// Replays each file by itself. Their lines go to files in the folder that --out names.

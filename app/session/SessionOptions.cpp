@@ -26,7 +26,8 @@ std::string defaultLibrary() {
   return std::filesystem::exists(installed) ? installed : root / "lib" / kLibraryName;
 }
 
-/// Checks a list of kinds of lines. Returns the complaint, empty if there is none.
+} // namespace
+
 std::string checkKinds(const std::string& names) {
   try {
     formats::LineKinds::parse(names);
@@ -35,8 +36,6 @@ std::string checkKinds(const std::string& names) {
     return error.what();
   }
 }
-
-} // namespace
 
 std::string tourFile() {
   return rootFolder() / GK_DATADIR / "gksensors" / "tour.jsonl";

@@ -29,6 +29,9 @@ struct SessionOptions {
   std::string logFile;
 };
 
+/// Checks a list of kinds of lines. Returns the complaint, empty if there is none.
+std::string checkKinds(const std::string& names);
+
 void addSessionOptions(const Command& command, SessionOptions& options);
 
 /// The scenario that shows what the simulated robot can notice.
