@@ -27,6 +27,7 @@ struct RunOptions {
   std::optional<double> limit;
   std::string speed = "real";
   bool isRealtime = false;
+  bool isLockstep = false;
   std::string robot;
   std::uint64_t seed = devices::SimulationOptions().seed;
   bool isWithoutNoise = false;
@@ -80,15 +81,21 @@ std::string checkLimit(const std::string& text) {
 
 int run(const RunOptions& options) {
   const bool isRobot = isSimulated(options);
-  const bool isOnTour = isRobot && options.session.files.empty() && !options.isWithoutTour;
+  const bool isOnTour =
+      isRobot && options.session.files.empty() && !options.isWithoutTour && !options.isLockstep;
   if (options.isKeysAsked) {
     listKeys(isRobot);
     return kSuccess;
   }
   runtime::HostOptions host = hostOptions(options.session);
-  host.isVirtual = options.speed == "max";
+  host.isVirtual = options.isLockstep || options.speed == "max";
   if (host.isVirtual && options.listen.isAddressGiven) {
-    fmt::print(stderr, "gk: --listen needs real time, --speed max has none\n");
+    fmt::print(stderr, "gk: --listen needs real time, {} has none\n",
+               options.isLockstep ? "--lockstep" : "--speed max");
+    return kBadInput;
+  }
+  if (options.isLockstep && options.session.out == "-") {
+    fmt::print(stderr, "gk: --out: with --lockstep standard output is for answers\n");
     return kBadInput;
   }
   host.isLoop = options.isLoop;
@@ -111,6 +118,7 @@ int run(const RunOptions& options) {
     view.robot = robotText(host, isOnTour);
   }
   view.isAlwaysReadable = true;
+  view.isLockstep = options.isLockstep;
   view.isInterruptible = true;
   view.record = recorderOptions(options.record, host);
   host.turnPatience = std::chrono::milliseconds(std::llround(options.record.patience * 1e3));
@@ -134,10 +142,17 @@ void addRunCommand(const Command& program) {
   command.option("--for", options->limit, "End after this many seconds of wall time")
       .within(0.0, 1e9)
       .shows("SECONDS");
-  command.option("--speed", options->speed, "real, or max: virtual time, as fast as possible")
-      .oneOf({"real", "max"})
-      .shows("real|max")
-      .showsDefault();
+  const Option speed =
+      command.option("--speed", options->speed, "real, or max: virtual time, as fast as possible")
+          .oneOf({"real", "max"})
+          .shows("real|max")
+          .showsDefault();
+  command
+      .flag("--lockstep", options->isLockstep,
+            "Virtual time that moves on request: JSON-RPC on standard input and output, a line a "
+            "message, with Clock.advance, Memory.get and Memory.set besides the modules' methods")
+      .excludes(speed)
+      .excludes(command.argument("--until"));
   command.flag("--realtime", options->isRealtime,
                "Run the loops with real-time priority and locked memory, where permitted");
   addListenOptions(command, options->listen);

@@ -3,6 +3,7 @@
 #include "app/options/Command.h"
 #include "app/session/Complaints.h"
 #include "app/session/Head.h"
+#include "app/session/Lockstep.h"
 #include "app/session/ProgressBar.h"
 #include "app/session/RunRecording.h"
 #include "app/session/RunReport.h"
@@ -63,6 +64,13 @@ formats::LiveRows::Style styleOf(const SessionOptions& options) {
   return style;
 }
 
+/// Lines on standard error, at once.
+class StandardError final : public runtime::Outlet {
+public:
+  void write(std::string_view line) override { fmt::print(stderr, "{}", line); }
+  void flush() override {}
+};
+
 /// The outputs of one run.
 class Outputs {
 public:
@@ -87,7 +95,9 @@ public:
         fPrinted.emplace(nullptr); // Lines of a program for programs.
       }
     }
-    if (!options.isQuiet && (!isJson || (view.isAlwaysReadable && !isJsonOnTerminal))) {
+    if (view.isLockstep) {
+      xAddLog(options);
+    } else if (!options.isQuiet && (!isJson || (view.isAlwaysReadable && !isJsonOnTerminal))) {
       // Unless they are asked for, people are spared the bookkeeping of declarations and keys.
       const formats::LineKinds shown =
           options.only.empty() ? formats::LineKinds::parse(kReadableKinds) : kinds;
@@ -141,6 +151,16 @@ public:
 private:
   static constexpr const char* kReadableKinds =
       "event,micro,order,resource,log,result,error,value,page,sample";
+
+  /// Standard output is somebody else's: of what people want to see only the log is left.
+  void xAddLog(const SessionOptions& options) {
+    if (!options.isQuiet) {
+      xAdd(boost::make_shared<runtime::ReadableReporter>(
+          std::make_unique<StandardError>(), formats::LineKinds::parse("log"), options.logLevel,
+          formats::LiveRows::Style()));
+    }
+    fPrinted.emplace(nullptr);
+  }
 
   void xAdd(boost::shared_ptr<runtime::Reporter> reporter) {
     fReporters.push_back(std::move(reporter));
@@ -251,8 +271,9 @@ void openLog(const std::string& path, const std::vector<std::string>& inputs) {
   }
 }
 
-/// Start, run and shutdown. A start that fails has still run: its output stays.
-int play(runtime::Host& host, RunRecording& recording, Service& service,
+/// Start, run and shutdown. A start that fails has still run: its output stays. `lockstep` may be
+/// null.
+int play(runtime::Host& host, RunRecording& recording, Service& service, Lockstep* lockstep,
          const std::function<void()>& onStart) {
   try {
     host.start();
@@ -264,9 +285,14 @@ int play(runtime::Host& host, RunRecording& recording, Service& service,
   recording.confirm();
   service.open();
   onStart();
-  host.run([&service] { service.close(); });
+  int code = kSuccess;
+  if (lockstep != nullptr) {
+    code = guarded([&] { lockstep->drive(host); });
+  } else {
+    host.run([&service] { service.close(); });
+  }
   host.shutdown();
-  return kSuccess;
+  return code;
 }
 
 } // namespace
@@ -284,7 +310,11 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     openLog(options.logFile, inputs);
     const auto start = std::chrono::steady_clock::now();
     RunRecording recording(view.record, hostOptions);
-    // Outlives the host, whose end waits for the calls of clients.
+    // These outlive the host, whose end waits for the calls of clients.
+    std::optional<Lockstep> lockstep;
+    if (view.isLockstep) {
+      lockstep.emplace();
+    }
     const Listening listening =
         view.listen ? startGateway(*view.listen, hostOptions.limits, recording.source())
                     : Listening();
@@ -306,6 +336,9 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
           [&](const EndWish& wish) {
             ending = wish.text();
             host.requestEnd();
+            if (lockstep) {
+              lockstep->requestEnd();
+            }
             outputs.hurry();
           },
           view.wallLimit);
@@ -315,7 +348,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
       bar = boost::make_shared<ProgressBar>(host);
       GK::GKObserverList::instance().add(bar);
     }
-    const int played = play(host, recording, service, [&] {
+    const int played = play(host, recording, service, lockstep ? &*lockstep : nullptr, [&] {
       if (!view.robot.empty()) {
         fmt::print(stderr, "{}",
                    headText({view.robot, listening.text, listening.gateway != nullptr, hasPage(),

@@ -24,6 +24,8 @@ struct SessionView {
   /// Ends the run on SIGINT and SIGTERM, and after this time.
   bool isInterruptible = false;
   std::optional<std::chrono::microseconds> wallLimit;
+  /// The run's time moves on request only (`Lockstep`): standard output is for answers.
+  bool isLockstep = false;
   /// Serves clients.
   std::optional<ListenOptions> listen;
   /// Which robot it is, for a run that tells people at its beginning what it is going to do; empty

@@ -18,6 +18,8 @@ namespace gk::gateway {
 struct CallOutcome {
   std::optional<GK::GKValue> result;
   std::optional<RpcError> error;
+  /// A result that is no value, as JSON; only of the host's own methods.
+  std::string json;
 };
 
 /// Runs calls of clients in tasks of the platform, so that none holds up another or the gateway,

@@ -68,21 +68,34 @@ private:
 };
 
 /// What happens as time goes on: the recordings, and at equal times after them the simulated robot,
-/// which thus sees in each frame what was played by its end.
+/// which thus sees in each frame what was played by its end. Of a run in steps also what comes in
+/// between them, and last the ends of the steps, at which the time is what was asked for.
 class Host::Input : public GK::GKInput {
 public:
   explicit Input(Host& host) : fHost(host) {}
 
+  void setStep(GK::GKMicros end, std::function<void()> work) {
+    fStepEnd = end;
+    fWork = std::move(work);
+  }
+
   std::optional<GK::GKMicros> next() override {
-    const std::optional<GK::GKMicros> line = fHost.fPlayer.next();
-    if (fHost.fSimulation == nullptr) {
-      return line;
+    if (fWork) {
+      return fHost.fClock->elapsed();
     }
-    const GK::GKMicros frame = fHost.fSimulation->next();
-    return line ? std::min(*line, frame) : frame;
+    const std::optional<GK::GKMicros> due = xNextOfRun();
+    return due && fStepEnd ? std::min(*due, *fStepEnd) : due ? due : fStepEnd;
   }
 
   void apply() override {
+    if (fWork) {
+      std::exchange(fWork, nullptr)();
+      return;
+    }
+    if (fStepEnd && xNextOfRun().value_or(*fStepEnd + 1) > *fStepEnd) {
+      fStepEnd.reset();
+      return;
+    }
     const std::optional<GK::GKMicros> line = fHost.fPlayer.next();
     if (fHost.fSimulation != nullptr && (!line || fHost.fSimulation->next() < *line)) {
       fHost.fSimulation->advance(fHost.fClock->elapsed());
@@ -94,7 +107,18 @@ public:
   void onEnd() override { fHost.xEnd(); }
 
 private:
+  std::optional<GK::GKMicros> xNextOfRun() {
+    const std::optional<GK::GKMicros> line = fHost.fPlayer.next();
+    if (fHost.fSimulation == nullptr) {
+      return line;
+    }
+    const GK::GKMicros frame = fHost.fSimulation->next();
+    return line ? std::min(*line, frame) : frame;
+  }
+
   Host& fHost;
+  std::optional<GK::GKMicros> fStepEnd;
+  std::function<void()> fWork;
 };
 
 Host::Host(HostOptions options)
@@ -237,6 +261,21 @@ void Host::run(std::function<void()> atEnd) {
   fAtEnd = std::move(atEnd);
   const GK::GKClock::End end = fClock->run(&xInput(), fOptions.until);
   xEnd();
+  xFinish(end);
+}
+
+bool Host::advance(GK::GKMicros time, std::function<void()> work) {
+  fInput->setStep(time, std::move(work));
+  fStepEnd = fClock->run(&xInput(), time);
+  return fStepEnd != GK::GKClock::End::Requested;
+}
+
+void Host::endAdvancing() {
+  fInput->setStep(fClock->elapsed(), nullptr);
+  xFinish(fStepEnd);
+}
+
+void Host::xFinish(GK::GKClock::End end) {
   fDuration = fClock->elapsed();
   if (!fIsExitAsked) {
     // Over for calls that have not returned: at a time limit, or because they are a loop.

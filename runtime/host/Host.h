@@ -118,6 +118,14 @@ public:
   /// carried out. Raises `InputError`.
   void run(std::function<void()> atEnd = nullptr);
 
+  /// In place of `run`, on the virtual clock, for a run whose time moves on request: does `work`,
+  /// if there is any, as input that comes in now, and then lets everything happen that is due by
+  /// `time`, in microseconds since the start. It is `time` then. False once the run has ended, with
+  /// which `work` may not have been done. Raises `InputError`.
+  bool advance(GK::GKMicros time, std::function<void()> work = nullptr);
+  /// The end of such a run, before `shutdown`.
+  void endAdvancing();
+
   /// Ends everything, then checks what was not played of the input. Raises `InputError`.
   void shutdown();
 
@@ -168,6 +176,7 @@ private:
 
   std::shared_ptr<GK::GKClock> xMakeClock();
   GK::GKInput& xInput();
+  void xFinish(GK::GKClock::End end);
   void xStartServices();
   void xExpectExtractors() const;
   std::shared_ptr<GK::GKWriteGate> xMakeGate();
@@ -203,6 +212,8 @@ private:
 
   std::function<void()> fAtEnd;
   bool fIsExitAsked = false;
+  /// How the last step of a run in steps ended.
+  GK::GKClock::End fStepEnd = GK::GKClock::End::Until;
   bool fIsDown = false;
   GK::GKMicros fDuration = 0;
   std::atomic<std::uint64_t> fTicks{0};

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "formats/files/OutputFile.h"
+#include "formats/lines/Action.h"
+#include "gateway/figures/Counters.h"
+#include "gateway/robot/CallRunner.h"
+#include "gateway/robot/HostMethods.h"
+#include "gateway/robot/RpcService.h"
+#include "gk/GKTime.h"
+
+#include <boost/shared_ptr.hpp>
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace gk::gateway {
+class Robot;
+}
+namespace gk::runtime {
+class Host;
+}
+
+namespace gk::app {
+
+/// A run whose time moves on request: JSON-RPC 2.0, a line a message, from standard input to
+/// standard output, with the methods of all modules and "Clock.advance", "Memory.get" and
+/// "Memory.set". An answer comes when its call has returned; where that takes time, while some
+/// later request lets time pass.
+///
+/// For one thread, but for `requestEnd`. Must outlive the host's shutdown.
+class Lockstep {
+public:
+  /// Longest request in bytes.
+  static constexpr std::size_t kMostBytes = 1 << 20;
+
+  Lockstep();
+  ~Lockstep();
+  Lockstep(const Lockstep&) = delete;
+  Lockstep& operator=(const Lockstep&) = delete;
+
+  /// Lets time 0 happen, then does what is asked for until the input ends. The host has been
+  /// started, and has virtual time. Raises `InputError`, and `OutputError` when an answer cannot be
+  /// written.
+  void drive(runtime::Host& host);
+
+  /// Makes `drive` return soon. Any thread.
+  void requestEnd() noexcept;
+
+private:
+  class Requests;
+  class Raised;
+  struct Advance {
+    GK::GKMicros duration = 0;
+    gateway::HostMethods::Done done;
+  };
+
+  void xAddMethods();
+  void xHandle(const std::string& request);
+  void xAdvance(const Advance& advance);
+  void xAnswer(std::string answer);
+  bool xIsOver() const { return fHasEnded || fError.has_value(); }
+
+  formats::OutputFile fOut{formats::OutputFile::Standard()};
+  std::unique_ptr<Requests> fRequests;
+  boost::shared_ptr<Raised> fRaised;
+  gateway::Counters fCounters;
+  gateway::CallRunner fRunner;
+  gateway::HostMethods fMethods;
+  gateway::RpcService fService;
+
+  runtime::Host* fHost = nullptr;
+  std::shared_ptr<const gateway::Robot> fRobot;
+  GK::GKMicros fTime = 0;
+  /// Asked for by the request at hand.
+  std::deque<Advance> fAdvances;
+  bool fHasEnded = false;
+  /// Why an answer could not be written.
+  std::optional<formats::OutputError> fError;
+};
+
+} // namespace gk::app
