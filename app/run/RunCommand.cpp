@@ -89,9 +89,8 @@ int run(const RunOptions& options) {
   }
   runtime::HostOptions host = hostOptions(options.session);
   host.isVirtual = options.isLockstep || options.speed == "max";
-  if (host.isVirtual && options.listen.isAddressGiven) {
-    fmt::print(stderr, "gk: --listen needs real time, {} has none\n",
-               options.isLockstep ? "--lockstep" : "--speed max");
+  if (host.isVirtual && !options.isLockstep && options.listen.isAddressGiven) {
+    fmt::print(stderr, "gk: --listen needs real time, --speed max has none\n");
     return kBadInput;
   }
   if (options.isLockstep && options.session.out == "-") {
@@ -113,6 +112,9 @@ int run(const RunOptions& options) {
     }
   }
   SessionView view;
+  if (options.isLockstep && options.listen.isAddressGiven) {
+    view.listen = options.listen;
+  }
   if (!host.isVirtual) {
     view.listen = options.listen;
     view.robot = robotText(host, isOnTour);

@@ -116,9 +116,9 @@ public:
   Requests(const Requests&) = delete;
   Requests& operator=(const Requests&) = delete;
 
-  enum class Next : std::uint8_t { Line, TooLong, End };
+  enum class Next : std::uint8_t { Line, TooLong, Woken, End };
 
-  /// Waits for a line that is not blank.
+  /// Waits for a line that is not blank, or until it is woken.
   Next next(std::string& line) {
     while (true) {
       const std::size_t end = fBuffer.find('\n', fSearched);
@@ -140,7 +140,11 @@ public:
         fBuffer.clear();
       }
       fSearched = fBuffer.size();
-      if (!xRead()) {
+      const Next next = xRead();
+      if (next == Next::Woken) {
+        return next;
+      }
+      if (next == Next::End) {
         // A last line may lack its end.
         line = std::exchange(fBuffer, {});
         fSearched = 0;
@@ -152,30 +156,41 @@ public:
 
   /// Ends the input. Any thread.
   void end() noexcept {
+    fIsEnded.store(true);
+    wake();
+  }
+
+  /// Any thread.
+  void wake() noexcept {
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t ignored = write(fWake, &one, sizeof(one));
   }
 
 private:
-  /// Waits for more; false at the end.
-  bool xRead() {
+  /// Waits for more.
+  Next xRead() {
     while (true) {
       std::array<pollfd, 2> ready{{{STDIN_FILENO, POLLIN, 0}, {fWake, POLLIN, 0}}};
       if (poll(ready.data(), ready.size(), -1) < 0 && errno == EINTR) {
         continue;
       }
+      if (fIsEnded.load()) {
+        return Next::End;
+      }
       if (ready[1].revents != 0) {
-        return false;
+        std::uint64_t count = 0;
+        [[maybe_unused]] const ssize_t ignored = read(fWake, &count, sizeof(count));
+        return Next::Woken;
       }
       const std::size_t size = fBuffer.size();
       fBuffer.resize(size + kPiece);
       const ssize_t count = read(STDIN_FILENO, fBuffer.data() + size, kPiece);
       fBuffer.resize(size + (count > 0 ? static_cast<std::size_t>(count) : 0));
       if (count > 0) {
-        return true;
+        return Next::Line;
       }
       if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
-        return false;
+        return Next::End;
       }
     }
   }
@@ -183,6 +198,7 @@ private:
   static constexpr std::size_t kPiece = std::size_t{64} * 1024;
 
   const int fWake;
+  std::atomic<bool> fIsEnded{false};
   std::string fBuffer;
   /// What has not been given out begins here, and its end is looked for from there on.
   std::size_t fBegin = 0;
@@ -246,8 +262,53 @@ void Lockstep::xAddMethods() {
                }));
 }
 
+void Lockstep::outside(const std::function<void()>& work) {
+  if (std::this_thread::get_id() == fDriver.load() || GK::GKTask::current() != nullptr) {
+    work();
+    return;
+  }
+  Waiting waiting{&work, nullptr, false};
+  std::unique_lock lock(fMutex);
+  if (fIsClosed) {
+    return;
+  }
+  fWaiting.push_back(&waiting);
+  fRequests->wake();
+  fServed.wait(lock, [this, &waiting] { return waiting.isDone || fIsClosed; });
+  if (waiting.error) {
+    std::rethrow_exception(waiting.error);
+  }
+}
+
+void Lockstep::xServeOthers() {
+  std::unique_lock lock(fMutex);
+  while (!fWaiting.empty() && !xIsOver()) {
+    Waiting& waiting = *fWaiting.front();
+    fWaiting.pop_front();
+    lock.unlock();
+    fHasEnded = !fHost->advance(fTime, [&waiting] {
+      try {
+        (*waiting.work)();
+      } catch (...) {
+        waiting.error = std::current_exception();
+      }
+    });
+    lock.lock();
+    waiting.isDone = true;
+    fServed.notify_all();
+  }
+}
+
+void Lockstep::xEndOutside() {
+  const std::lock_guard lock(fMutex);
+  fIsClosed = true;
+  fWaiting.clear();
+  fServed.notify_all();
+}
+
 void Lockstep::drive(runtime::Host& host) {
   fHost = &host;
+  fDriver = std::this_thread::get_id();
   const gateway::CarryOut carryOut = [&host](const formats::Action& action,
                                              const std::function<void()>& work) {
     host.carryOut(action, work);
@@ -258,7 +319,11 @@ void Lockstep::drive(runtime::Host& host) {
   fHasEnded = !host.advance(0);
   std::string request;
   while (!xIsOver()) {
+    xServeOthers();
     const Requests::Next next = fRequests->next(request);
+    if (next == Requests::Next::Woken) {
+      continue;
+    }
     if (next == Requests::Next::End) {
       break;
     }
@@ -273,6 +338,7 @@ void Lockstep::drive(runtime::Host& host) {
     }
     xHandle(request);
   }
+  xEndOutside();
   // Calls that have not returned by now are answered no more.
   fHasEnded = true;
   fRunner.close();

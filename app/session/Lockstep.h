@@ -10,11 +10,16 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include <atomic>
+#include <condition_variable>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 
 namespace gk::gateway {
 class Robot;
@@ -30,7 +35,7 @@ namespace gk::app {
 /// "Memory.set". An answer comes when its call has returned; where that takes time, while some
 /// later request lets time pass.
 ///
-/// For one thread, but for `requestEnd`. Must outlive the host's shutdown.
+/// For one thread, but for `requestEnd` and `outside`. Must outlive the host's shutdown.
 class Lockstep {
 public:
   /// Longest request in bytes.
@@ -49,6 +54,11 @@ public:
   /// Makes `drive` return soon. Any thread.
   void requestEnd() noexcept;
 
+  /// Does something for a client that comes by another way, between two steps: nobody else may
+  /// touch the clock. Returns when it is done, with what it raises; without having done it once
+  /// `drive` is about to return. Any thread.
+  void outside(const std::function<void()>& work);
+
 private:
   class Requests;
   class Raised;
@@ -57,7 +67,16 @@ private:
     gateway::HostMethods::Done done;
   };
 
+  /// Somebody waits until this is done.
+  struct Waiting {
+    const std::function<void()>* work = nullptr;
+    std::exception_ptr error;
+    bool isDone = false;
+  };
+
   void xAddMethods();
+  void xServeOthers();
+  void xEndOutside();
   void xHandle(const std::string& request);
   void xAdvance(const Advance& advance);
   void xAnswer(std::string answer);
@@ -74,6 +93,12 @@ private:
   runtime::Host* fHost = nullptr;
   std::shared_ptr<const gateway::Robot> fRobot;
   GK::GKMicros fTime = 0;
+  std::atomic<std::thread::id> fDriver;
+  std::mutex fMutex;
+  std::condition_variable fServed;
+  std::deque<Waiting*> fWaiting;
+  bool fIsClosed = false;
+
   /// Asked for by the request at hand.
   std::deque<Advance> fAdvances;
   bool fHasEnded = false;

@@ -196,8 +196,9 @@ void sumUp(const runtime::RunStatistics& run, std::chrono::steady_clock::duratio
 /// the modules go, whichever way a run ends.
 class Service {
 public:
-  /// `gateway` may be null.
-  Service(gateway::Gateway* gateway, runtime::Host& host) : fGateway(gateway), fHost(host) {}
+  /// `gateway` may be null, as may `lockstep`.
+  Service(gateway::Gateway* gateway, runtime::Host& host, Lockstep* lockstep)
+      : fGateway(gateway), fHost(host), fLockstep(lockstep) {}
   ~Service() { close(); }
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
@@ -206,11 +207,23 @@ public:
     if (fGateway == nullptr) {
       return;
     }
+    gateway::CarryOut carryOut = [this](const formats::Action& action,
+                                        const std::function<void()>& work) {
+      fHost.carryOut(action, work);
+    };
+    gateway::Outside outside;
+    if (fLockstep != nullptr) {
+      outside = [lockstep = fLockstep](const std::function<void()>& work) {
+        lockstep->outside(work);
+      };
+      carryOut = [carryOut, outside](const formats::Action& action,
+                                     const std::function<void()>& work) {
+        outside([&] { carryOut(action, work); });
+      };
+    }
     fGateway->open(
-        fHost.broker(), [this] { return loopFigures(fHost.loops()); },
-        [this](const formats::Action& action, const std::function<void()>& work) {
-          fHost.carryOut(action, work);
-        });
+        fHost.broker(), [this] { return loopFigures(fHost.loops()); }, std::move(carryOut),
+        std::move(outside));
   }
   void close() {
     if (fGateway != nullptr) {
@@ -221,6 +234,7 @@ public:
 private:
   gateway::Gateway* fGateway;
   runtime::Host& fHost;
+  Lockstep* fLockstep;
 };
 
 /// Tells what of the input was not there to be played. Returns the exit code.
@@ -288,6 +302,7 @@ int play(runtime::Host& host, RunRecording& recording, Service& service, Lockste
   int code = kSuccess;
   if (lockstep != nullptr) {
     code = guarded([&] { lockstep->drive(host); });
+    service.close();
   } else {
     host.run([&service] { service.close(); });
   }
@@ -322,7 +337,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     for (const std::string& hint : host.inputHints()) {
       complain(hint);
     }
-    Service service(listening.gateway.get(), host);
+    Service service(listening.gateway.get(), host, lockstep ? &*lockstep : nullptr);
     Outputs outputs(options, view, !hostOptions.isVirtual, inputs);
     outputs.addTo(host);
     recording.attach(host);
@@ -353,6 +368,9 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
         fmt::print(stderr, "{}",
                    headText({view.robot, listening.text, listening.gateway != nullptr, hasPage(),
                              view.wallLimit}));
+      }
+      if (view.isLockstep && view.listen) {
+        complain(listening.text);
       }
       outputs.release();
     });

@@ -38,6 +38,9 @@ public:
   /// How calls are started from here on. Before the first one.
   void setCarryOut(CarryOut carryOut) { fCarryOut = std::move(carryOut); }
 
+  /// Where tasks are posted from here on, if not every thread may do that. Before the first call.
+  void setOutside(Outside outside) { fOutside = std::move(outside); }
+
   /// From here on no call is started: what is left of batches ends without having been run.
   void close() noexcept { fIsClosed.store(true, std::memory_order_relaxed); }
 
@@ -57,6 +60,7 @@ private:
 
   const std::size_t fLimit;
   CarryOut fCarryOut;
+  Outside fOutside;
   std::atomic<std::size_t> fRunning{0};
   std::atomic<bool> fIsClosed{false};
 };

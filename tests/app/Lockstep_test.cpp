@@ -4,9 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <fcntl.h>
+#include <stdexcept>
 #include <string>
-#include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 // Runs whose time moves on request: gk run --lockstep.
@@ -75,21 +78,23 @@ TEST_F(LockstepTest, EndsWithItsInputWithoutAWordOnStandardOutput) {
 }
 
 TEST_F(LockstepTest, TimeZeroHasHappenedBeforeTheFirstAnswer) {
-  const ProgramResult run = ask(request("1", "Memory.get", R"([["robotPose","no such key"]])") +
-                                request("2", "Clock.advance", "[0]"));
+  const ProgramResult run =
+      ask(request("1", "Memory.get", R"([["BatteryChargeChanged","no such key"]])") +
+          request("2", "Clock.advance", "[0]"));
   const std::vector<std::string> lines = linesOf(run.out);
   ASSERT_EQ(lines.size(), 2U) << run.out << run.err;
-  EXPECT_EQ(lines[0], result("1", R"({"robotPose":"Unknown"})"));
+  EXPECT_EQ(lines[0], result("1", R"({"BatteryChargeChanged":100})"));
   EXPECT_THAT(lines[1], StartsWith(R"({"jsonrpc":"2.0","id":2,"result":{"time":0,"events":[)"));
   EXPECT_THAT(lines[1], HasSubstr(R"({"t":0,"kind":"event","name":"robotPoseChanged","value":)"));
 }
 
 TEST_F(LockstepTest, WhatIsWrittenIsNoticedInTheNextTickAndToldByTheAdvanceInWhichThatIs) {
-  const ProgramResult run = ask(
-      request("1", "Clock.advance", "[0.01]") +
-      request("2", "Memory.set", "[{\"" + kTouch + "\":1}]") +
-      request("3", "Memory.get", "[[\"" + kTouch + "\"]]") + request("4", "Clock.advance", "[0]") +
-      request("5", "Clock.advance", R"({"seconds":0.01})") + request("6", "Clock.advance", "[1]"));
+  const ProgramResult run = ask(request("1", "Clock.advance", "[0.01]") +
+                                request("2", "Memory.set", "[{\"" + kTouch + "\":1}]") +
+                                request("3", "Memory.get", "[[\"" + kTouch + "\"]]") +
+                                request("4", "Clock.advance", "[0]") +
+                                request("5", "Clock.advance", R"({"seconds":0.01})") +
+                                request("6", "Clock.advance", "[0.1]"));
   const std::vector<std::string> lines = linesOf(run.out);
   ASSERT_EQ(lines.size(), 6U) << run.out << run.err;
   EXPECT_EQ(lines[1], result("2", "null"));
@@ -97,7 +102,7 @@ TEST_F(LockstepTest, WhatIsWrittenIsNoticedInTheNextTickAndToldByTheAdvanceInWhi
   EXPECT_EQ(lines[3], result("4", R"({"time":0.01,"events":[]})"));
   EXPECT_EQ(lines[4], result("5", R"({"time":0.02,"events":[{"t":0.02,"kind":"event",)"
                                   R"("name":"FrontTactilTouched","value":1.0}]})"));
-  EXPECT_EQ(lines[5], result("6", R"({"time":1.02,"events":[]})"));
+  EXPECT_EQ(lines[5], result("6", R"({"time":0.12,"events":[]})"));
 }
 
 TEST_F(LockstepTest, ACallIsMadeAtTheTimeThatWasAskedForWhetherAnythingHappensThenOrNot) {
@@ -118,7 +123,8 @@ TEST_F(LockstepTest, ACallThatSleepsIsAnsweredInTheAdvanceInWhichItReturns) {
     ids.push_back(line.substr(0, line.find(",\"result")));
   }
   EXPECT_THAT(ids, ElementsAre(R"({"jsonrpc":"2.0","id":2)", R"({"jsonrpc":"2.0","id":3)",
-                               R"({"jsonrpc":"2.0","id":1)", R"({"jsonrpc":"2.0","id":4)"));
+                               R"({"jsonrpc":"2.0","id":1)", R"({"jsonrpc":"2.0","id":4)",
+                               R"({"jsonrpc":"2.0","id":5)"));
   EXPECT_EQ(run.code, 0) << run.err; // the last call has not returned by the end
 }
 
@@ -158,14 +164,14 @@ TEST_F(LockstepTest, WrongParametersOfTheHostsMethodsAreToldAndChangeNothing) {
   const ProgramResult run =
       ask(request("1", "Clock.advance", "[-0.1]") + request("2", "Clock.advance", "[]") +
           request("3", "Clock.advance", R"(["1"])") + request("4", "Clock.advance", "[1e300]") +
-          request("5", "Clock.advance", "[4e12]") + request("6", "Clock.advance", "[1, 2]") +
+          request("5", "Clock.advance", "[\"nan\"]") + request("6", "Clock.advance", "[1, 2]") +
           request("7", "Memory.get", "[\"x\"]") + request("8", "Memory.set", "[[1]]") +
           request("9", "Memory.set", "[{\"mine\":1,\"" + kTouch + "\":\"word\"}]") +
           request("10", "Memory.get", R"([["mine"]])") +
           request("11", "GKBatery.getBatteryCharge", "[]"));
   const std::vector<std::string> lines = linesOf(run.out);
   ASSERT_EQ(lines.size(), 11U) << run.out;
-  for (const std::size_t i : {0U, 1U, 2U, 3U, 5U, 6U, 7U, 8U}) {
+  for (const std::size_t i : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U}) {
     EXPECT_THAT(lines[i], HasSubstr(R"("error":{"code":-32602)")) << i;
   }
   EXPECT_THAT(lines[8], HasSubstr(kTouch));
@@ -220,7 +226,7 @@ TEST_F(LockstepTest, TheSimulatedRobotStandsAndStepsAreOneLongRun) {
                                    "Value\"]]");
   const ProgramResult many = ask(steps + last, {});
   const ProgramResult one = ask(request("1", "Clock.advance", "[2]") + last, {});
-  EXPECT_THAT(one.out, HasSubstr(R"("robotPose":"Stand")")) << one.err;
+  EXPECT_THAT(one.out, HasSubstr(R"("robotPose":1.0)")) << one.err;
   EXPECT_EQ(linesOf(many.out).back(), linesOf(one.out).back());
 }
 
@@ -259,7 +265,7 @@ TEST_F(LockstepTest, OptionsThatSayOtherwiseAreRefused) {
 /// A run with a pipe in each direction.
 class Piped {
 public:
-  Piped() {
+  explicit Piped(const std::vector<std::string>& options = {"--quiet"}) {
     if (pipe(fIn) != 0 || pipe(fOut) != 0) {
       throw std::runtime_error("no pipe");
     }
@@ -270,8 +276,10 @@ public:
       for (const int end : {fIn[0], fIn[1], fOut[0], fOut[1]}) {
         close(end);
       }
-      std::vector<std::string> arguments = {GK_PROGRAM, "run",     "--lockstep",
-                                            "--quiet",  "--robot", "none"};
+      const int errors = open(fErrors.file("err").c_str(), O_CREAT | O_WRONLY | O_APPEND, 0600);
+      dup2(errors, STDERR_FILENO);
+      std::vector<std::string> arguments = {GK_PROGRAM, "run", "--lockstep", "--robot", "none"};
+      arguments.insert(arguments.end(), options.begin(), options.end());
       become(arguments);
     }
     close(fIn[0]);
@@ -303,6 +311,7 @@ public:
   void closeInput() { close(std::exchange(fIn[1], -1)); }
   void closeOutput() { close(std::exchange(fOut[0], -1)); }
   pid_t pid() const { return fPid; }
+  std::string errSoFar() const { return readFile(fErrors.file("err")); }
   int wait() {
     int status = 0;
     waitpid(std::exchange(fPid, -1), &status, 0);
@@ -310,6 +319,7 @@ public:
   }
 
 private:
+  TemporaryFolder fErrors;
   int fIn[2]{};
   int fOut[2]{};
   pid_t fPid = -1;
@@ -353,6 +363,31 @@ TEST(LockstepPipes, ASignalEndsItAlsoWhenNobodyReadsItsAnswers) {
   sut.say(many);
   kill(sut.pid(), SIGTERM);
   EXPECT_THAT(sut.wait(), testing::AnyOf(0, 1));
+}
+
+TEST(LockstepPipes, ClientsOfItsAddressAreServedBetweenTheSteps) {
+  Piped sut({"--listen", "127.0.0.1:0"});
+  sut.say(request("1", "Clock.advance", "[0.02]"));
+  sut.hear();
+  const std::string before = "listening at http://";
+  const std::string said = sut.errSoFar();
+  const std::size_t place = said.find(before);
+  ASSERT_NE(place, std::string::npos) << said;
+  const std::size_t begin = place + before.size();
+  const std::string address = said.substr(begin, said.find('/', begin) - begin);
+  const auto ask = [&address](std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), {"--host", address});
+    return runGk(std::move(arguments));
+  };
+  EXPECT_EQ(ask({"call", "GKBattery.getBatteryCharge"}).out, "100\n");
+  EXPECT_EQ(ask({"set", kTouch, "1"}).code, 0);
+  EXPECT_EQ(ask({"set", kTouch, "word"}).code, 1);
+  sut.say(request("2", "Clock.advance", "[0.02]"));
+  EXPECT_EQ(sut.hear(), result("2", R"({"time":0.04,"events":[{"t":0.04,"kind":"event",)"
+                                    R"("name":"FrontTactilTouched","value":1.0}]})"));
+  EXPECT_THAT(ask({"get", "FrontTactilTouched", "--json"}).out, HasSubstr("1.0"));
+  sut.closeInput();
+  EXPECT_EQ(sut.wait(), 0);
 }
 
 TEST(LockstepClients, AFewLinesOfShellAreAClient) {
