@@ -10,7 +10,7 @@ measure() {
   name=$1
   shift
   /usr/bin/time -f '%e %M' -o "$work/time" "$gk" diff --stat "$@" >"$work/out" || true
-  printf '%-44s %8s s %10s KiB   %s\n' "$name" $(cat "$work/time") "$(tail -n 1 "$work/out")"
+  printf '%-44s %8s s %10s KiB   %s\n' "$name" $(tail -n 1 "$work/time") "$(tail -n 1 "$work/out")"
 }
 
 # An hour of 25 keys at 50 Hz; every PLANTth value is another one.
@@ -21,7 +21,7 @@ sampled() {
       for (c = 0; c < 25; ++c) {
         value = (row * (c + 7)) % 1000 / 997
         if (plant > 0 && (row * 25 + c) % plant == plant - 1) value = 2
-        printf "%s\"Column/%d\":%.4f", c > 0 ? "," : "", c, value
+        printf "%s\"Column/%d\":%.4f", (c > 0 ? "," : ""), c, value
       }
       print "}}"
     }

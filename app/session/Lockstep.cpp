@@ -10,7 +10,6 @@
 #include "gateway/robot/Robot.h"
 #include "gk/GKError.h"
 #include "gk/GKObserver.h"
-#include "runtime/host/Host.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -245,6 +244,10 @@ void Lockstep::xAddMethods() {
       "Clock", "advance", [this](const json::value& params, gateway::HostMethods::Done done) {
         try {
           const GK::GKMicros duration = durationOf(onlyParameter(params, "seconds"));
+          constexpr auto latest = static_cast<GK::GKMicros>(formats::kMaxSeconds * 1e6);
+          if (duration > latest - fTime) {
+            throw formats::FormatError("seconds: there is no time so far from now");
+          }
           fAdvances.push_back({duration, std::move(done)});
         } catch (const formats::FormatError& error) {
           done({std::nullopt,
@@ -280,23 +283,24 @@ void Lockstep::outside(const std::function<void()>& work) {
   }
 }
 
-void Lockstep::xServeOthers() {
-  std::unique_lock lock(fMutex);
-  while (!fWaiting.empty() && !xIsOver()) {
-    Waiting& waiting = *fWaiting.front();
-    fWaiting.pop_front();
-    lock.unlock();
-    fHasEnded = !fHost->advance(fTime, [&waiting] {
-      try {
-        (*waiting.work)();
-      } catch (...) {
-        waiting.error = std::current_exception();
-      }
-    });
-    lock.lock();
-    waiting.isDone = true;
-    fServed.notify_all();
+/// What somebody waits for, if anybody does.
+std::optional<runtime::Host::Step> Lockstep::xStepOfOthers() {
+  const std::lock_guard lock(fMutex);
+  if (fWaiting.empty()) {
+    return std::nullopt;
   }
+  Waiting* waiting = fWaiting.front();
+  fWaiting.pop_front();
+  return runtime::Host::Step{fTime, [this, waiting] {
+                               try {
+                                 (*waiting->work)();
+                               } catch (...) {
+                                 waiting->error = std::current_exception();
+                               }
+                               const std::lock_guard served(fMutex);
+                               waiting->isDone = true;
+                               fServed.notify_all();
+                             }};
 }
 
 void Lockstep::xEndOutside() {
@@ -307,8 +311,6 @@ void Lockstep::xEndOutside() {
 }
 
 void Lockstep::drive(runtime::Host& host) {
-  fHost = &host;
-  fDriver = std::this_thread::get_id();
   const gateway::CarryOut carryOut = [&host](const formats::Action& action,
                                              const std::function<void()>& work) {
     host.carryOut(action, work);
@@ -316,78 +318,83 @@ void Lockstep::drive(runtime::Host& host) {
   fRunner.setCarryOut(carryOut);
   fRobot = std::make_shared<gateway::Robot>(
       host.broker(), [&host] { return loopFigures(host.loops()); }, carryOut);
-  fHasEnded = !host.advance(0);
-  std::string request;
-  while (!xIsOver()) {
-    xServeOthers();
-    const Requests::Next next = fRequests->next(request);
-    if (next == Requests::Next::Woken) {
-      continue;
-    }
-    if (next == Requests::Next::End) {
-      break;
-    }
-    if (next == Requests::Next::TooLong) {
-      std::string answer;
-      gateway::appendRpcError(answer, "null",
-                              {gateway::kInvalidRequest,
-                               "a request has at most " + std::to_string(kMostBytes) + " bytes",
-                               {}});
-      xAnswer(std::move(answer));
-      continue;
-    }
-    xHandle(request);
+  host.runInSteps([this] { return xNextStep(); });
+  if (fAdvance) {
+    // The run has ended in it; this is the last answer.
+    xFinishAdvance(GK::GKClock::instance().elapsed());
   }
-  xEndOutside();
   // Calls that have not returned by now are answered no more.
   fHasEnded = true;
+  xEndOutside();
   fRunner.close();
-  host.endAdvancing();
   fRobot.reset();
   if (fError) {
     throw formats::OutputError(*fError);
   }
 }
 
-void Lockstep::xHandle(const std::string& request) {
-  fHasEnded = !fHost->advance(fTime, [&] {
-    fService.handle(fRobot, request, [this](std::string answer) { xAnswer(std::move(answer)); });
-  });
-  while (!fAdvances.empty() && !xIsOver()) {
-    const Advance advance = std::move(fAdvances.front());
-    fAdvances.pop_front();
-    xAdvance(advance);
-  }
-}
-
-void Lockstep::xAdvance(const Advance& advance) {
-  gateway::CallOutcome outcome;
-  const auto latest = static_cast<GK::GKMicros>(formats::kMaxSeconds * 1e6);
-  if (advance.duration > latest - fTime) {
-    outcome.error = gateway::RpcError{
-        gateway::kInvalidParams, "Clock.advance seconds: there is no time so far from now", {}};
-  } else {
-    fTime += advance.duration;
-    const bool goesOn = fHost->advance(fTime);
-    std::string& text = outcome.json;
-    formats::JsonWriter writer(text);
-    std::string time;
-    formats::appendSeconds(time, goesOn ? fTime : GK::GKClock::instance().elapsed());
-    writer.beginObject().key("time").raw(time);
-    writer.key("events").raw("[" + fRaised->take() + "]").endObject();
-    if (!goesOn) {
-      // The run is over; this is the last answer.
-      advance.done(outcome);
-      fHasEnded = true;
-      return;
+std::optional<runtime::Host::Step> Lockstep::xNextStep() {
+  // It is this one that makes the step, too.
+  fDriver = std::this_thread::get_id();
+  while (!fError) {
+    if (fAdvance) {
+      // What follows in a batch comes in now, too.
+      return runtime::Host::Step{fTime, [this] { xFinishAdvance(fTime); }};
+    }
+    if (!fAdvances.empty()) {
+      fAdvance = std::move(fAdvances.front());
+      fAdvances.pop_front();
+      fTime += fAdvance->duration;
+      return runtime::Host::Step{fTime, nullptr};
+    }
+    if (std::optional<runtime::Host::Step> step = xStepOfOthers()) {
+      return step;
+    }
+    switch (fRequests->next(fRequest)) {
+    case Requests::Next::Line:
+      return runtime::Host::Step{fTime, [this] {
+                                   fService.handle(fRobot, fRequest, [this](std::string answer) {
+                                     xAnswer(std::move(answer));
+                                   });
+                                 }};
+    case Requests::Next::TooLong:
+      xRefuseLongRequest();
+      break;
+    case Requests::Next::Woken:
+      break;
+    case Requests::Next::End:
+      return std::nullopt;
     }
   }
-  // What follows in a batch comes in now, too.
-  fHasEnded = !fHost->advance(fTime, [&] { advance.done(outcome); });
+  return std::nullopt;
+}
+
+void Lockstep::xRefuseLongRequest() {
+  std::string answer;
+  gateway::appendRpcError(answer, "null",
+                          {gateway::kInvalidRequest,
+                           "a request has at most " + std::to_string(kMostBytes) + " bytes",
+                           {}});
+  xAnswer(std::move(answer));
+}
+
+void Lockstep::xFinishAdvance(GK::GKMicros time) {
+  const Advance advance = *std::exchange(fAdvance, std::nullopt);
+  gateway::CallOutcome outcome;
+  std::string seconds;
+  formats::appendSeconds(seconds, time);
+  formats::JsonWriter(outcome.json)
+      .beginObject()
+      .key("time")
+      .raw(seconds)
+      .key("events")
+      .raw("[" + fRaised->take() + "]")
+      .endObject();
+  advance.done(outcome);
 }
 
 void Lockstep::xAnswer(std::string answer) {
-  if (answer.empty() || xIsOver()) {
+  if (answer.empty() || fHasEnded || fError) {
     return;
   }
   try {

@@ -7,6 +7,7 @@
 #include "gateway/robot/HostMethods.h"
 #include "gateway/robot/RpcService.h"
 #include "gk/GKTime.h"
+#include "runtime/host/Host.h"
 
 #include <boost/shared_ptr.hpp>
 
@@ -23,9 +24,6 @@
 
 namespace gk::gateway {
 class Robot;
-}
-namespace gk::runtime {
-class Host;
 }
 
 namespace gk::app {
@@ -75,12 +73,12 @@ private:
   };
 
   void xAddMethods();
-  void xServeOthers();
+  std::optional<runtime::Host::Step> xNextStep();
+  std::optional<runtime::Host::Step> xStepOfOthers();
+  void xRefuseLongRequest();
+  void xFinishAdvance(GK::GKMicros time);
   void xEndOutside();
-  void xHandle(const std::string& request);
-  void xAdvance(const Advance& advance);
   void xAnswer(std::string answer);
-  bool xIsOver() const { return fHasEnded || fError.has_value(); }
 
   formats::OutputFile fOut{formats::OutputFile::Standard()};
   std::unique_ptr<Requests> fRequests;
@@ -90,9 +88,9 @@ private:
   gateway::HostMethods fMethods;
   gateway::RpcService fService;
 
-  runtime::Host* fHost = nullptr;
   std::shared_ptr<const gateway::Robot> fRobot;
   GK::GKMicros fTime = 0;
+  /// The thread that makes steps.
   std::atomic<std::thread::id> fDriver;
   std::mutex fMutex;
   std::condition_variable fServed;
@@ -101,6 +99,9 @@ private:
 
   /// Asked for by the request at hand.
   std::deque<Advance> fAdvances;
+  /// The one that is being made.
+  std::optional<Advance> fAdvance;
+  std::string fRequest;
   bool fHasEnded = false;
   /// Why an answer could not be written.
   std::optional<formats::OutputError> fError;

@@ -74,9 +74,19 @@ class Host::Input : public GK::GKInput {
 public:
   explicit Input(Host& host) : fHost(host) {}
 
-  void setStep(GK::GKMicros end, std::function<void()> work) {
-    fStepEnd = end;
-    fWork = std::move(work);
+  void setSteps(std::function<std::optional<Step>()> next) {
+    fNextStep = std::move(next);
+    fStepEnd = 0;
+  }
+
+  std::optional<GK::GKMicros> goOn() override {
+    std::optional<Step> step = fNextStep ? fNextStep() : std::nullopt;
+    if (!step) {
+      return std::nullopt;
+    }
+    fStepEnd = step->time;
+    fWork = std::move(step->work);
+    return fStepEnd;
   }
 
   std::optional<GK::GKMicros> next() override {
@@ -117,6 +127,7 @@ private:
   }
 
   Host& fHost;
+  std::function<std::optional<Step>()> fNextStep;
   std::optional<GK::GKMicros> fStepEnd;
   std::function<void()> fWork;
 };
@@ -264,15 +275,9 @@ void Host::run(std::function<void()> atEnd) {
   xFinish(end);
 }
 
-bool Host::advance(GK::GKMicros time, std::function<void()> work) {
-  fInput->setStep(time, std::move(work));
-  fStepEnd = fClock->run(&xInput(), time);
-  return fStepEnd != GK::GKClock::End::Requested;
-}
-
-void Host::endAdvancing() {
-  fInput->setStep(fClock->elapsed(), nullptr);
-  xFinish(fStepEnd);
+void Host::runInSteps(std::function<std::optional<Step>()> next) {
+  fInput->setSteps(std::move(next));
+  xFinish(fClock->run(&xInput(), 0));
 }
 
 void Host::xFinish(GK::GKClock::End end) {

@@ -118,13 +118,17 @@ public:
   /// carried out. Raises `InputError`.
   void run(std::function<void()> atEnd = nullptr);
 
-  /// In place of `run`, on the virtual clock, for a run whose time moves on request: does `work`,
-  /// if there is any, as input that comes in now, and then lets everything happen that is due by
-  /// `time`, in microseconds since the start. It is `time` then. False once the run has ended, with
-  /// which `work` may not have been done. Raises `InputError`.
-  bool advance(GK::GKMicros time, std::function<void()> work = nullptr);
-  /// The end of such a run, before `shutdown`.
-  void endAdvancing();
+  /// A step of a run whose time moves on request: `work`, if there is any, is done as input that
+  /// comes in now; then everything happens that is due by `time`, in microseconds since the start,
+  /// and it is `time`.
+  struct Step {
+    GK::GKMicros time = 0;
+    std::function<void()> work;
+  };
+  /// In place of `run`, on the virtual clock: what is due at time 0 happens, then one step after
+  /// the other until there is none. `next` gives them, on whichever thread has done what was due; a
+  /// step has been made when it is asked for the next one. Raises `InputError`.
+  void runInSteps(std::function<std::optional<Step>()> next);
 
   /// Ends everything, then checks what was not played of the input. Raises `InputError`.
   void shutdown();
@@ -212,8 +216,6 @@ private:
 
   std::function<void()> fAtEnd;
   bool fIsExitAsked = false;
-  /// How the last step of a run in steps ended.
-  GK::GKClock::End fStepEnd = GK::GKClock::End::Until;
   bool fIsDown = false;
   GK::GKMicros fDuration = 0;
   std::atomic<std::uint64_t> fTicks{0};

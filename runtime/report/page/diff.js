@@ -94,12 +94,12 @@ function drawLanes() {
     if (!drawDifference(inside, difference, number)) {
       return;
     }
-    // A sign for each as far as there is room.
-    const place = x((difference.a ?? difference.b)[0]) + 3;
+    // A sign for each as far as there is room; words stand on the other side.
+    const place = x((difference.a ?? difference.b)[0]) - 3;
     const key = difference.lane;
     if (number === chosen || place - (signed.get(key) ?? -Infinity) > 9) {
       signed.set(key, place);
-      inside.append(element("text", {class: `sign ${KINDS[difference.kind]}`, x: place,
+      inside.append(element("text", {class: `sign ${KINDS[difference.kind]}`, x: place, "text-anchor": "end",
         y: tops[difference.lane] + (difference.a ? 13 : HALF + 13)}, SIGNS[difference.kind]));
     }
   });
