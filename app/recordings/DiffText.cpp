@@ -23,6 +23,10 @@ using formats::Comparison;
 using formats::DifferenceKind;
 using formats::ReportedValue;
 
+/// Columns of names, and of time, kind and short values beside them.
+constexpr std::size_t kNameWidth = 34;
+constexpr std::size_t kLeastNameWidth = 12;
+constexpr std::size_t kOtherWidth = 42;
 /// Differences of one name that a terminal shows.
 constexpr std::size_t kMostOfName = 5;
 /// Text is put out in pieces of about this size.
@@ -74,12 +78,13 @@ std::string tellingOf(const Comparison::Difference& difference, const formats::V
   return text;
 }
 
-std::string rowOf(const Comparison::Difference& difference, const formats::ValuePool& pool) {
+std::string rowOf(const Comparison::Difference& difference, const formats::ValuePool& pool,
+                  std::size_t nameWidth) {
   constexpr double microsPerSecond = 1e6;
-  return fmt::format("{:10.3f}  {:<8} {:<34} {}",
+  return fmt::format("{:10.3f}  {:<8} {:<{}} {}",
                      static_cast<double>(difference.time()) / microsPerSecond,
                      formats::differenceName(difference.kind), nameText(*difference.name),
-                     tellingOf(difference, pool));
+                     nameWidth, tellingOf(difference, pool));
 }
 
 std::vector<std::string> countCells(const formats::DifferenceCounts& counts) {
@@ -117,6 +122,10 @@ void printDifferences(const Comparison& comparison) {
   const bool isFolded = isTerminal();
   const bool isColoured = hasColours();
   const std::size_t columns = isFolded ? screenSize().columns : 0;
+  // A narrow terminal has narrower columns, so that short values fit.
+  const std::size_t nameWidth =
+      isFolded ? std::clamp(columns - std::min(columns, kOtherWidth), kLeastNameWidth, kNameWidth)
+               : kNameWidth;
   std::map<const Comparison::Name*, std::size_t> shown;
   std::string text;
   comparison.forEach([&](const Comparison::Difference& difference) {
@@ -127,14 +136,14 @@ void printDifferences(const Comparison& comparison) {
       if (count > kMostOfName + 1) {
         return true;
       }
-      row = rowOf(difference, pool);
+      row = rowOf(difference, pool, nameWidth);
       if (count > kMostOfName) {
         row = fmt::format("{:>10}  more of {}: counted below", "...", nameText(*difference.name));
         colour = "2";
       }
       row = cutLine(row, columns);
     } else {
-      row = rowOf(difference, pool);
+      row = rowOf(difference, pool, nameWidth);
     }
     text += isColoured ? fmt::format("\x1b[{}m{}\x1b[0m\n", colour, row) : row + "\n";
     if (text.size() >= kPiece) {
