@@ -35,6 +35,7 @@ constexpr const char* kFooter = R"(Examples:
   gk events 'Sonar*'                           see some of its events
   gk run --record night.mcap                   keep a run in a file
   gk replay night.mcap --report night.html     repeat it, and make a page of it
+  gk diff night.mcap --library ./libmine.so    see what another library makes of it
   gk help recording convert                    what a command of a command takes
 
 Environment:
@@ -42,7 +43,8 @@ Environment:
   GK_TOKEN_FILE  the file of its token where --token-file is not given
   NO_COLOR       no colours on a terminal
 
-Exit codes: 0 done, 1 failed, 2 wrong input, option or name, 3 an expectation of a run does not hold
+Exit codes: 0 done, 1 failed (gk diff: different), 2 wrong input, option or name, 3 an expectation
+of a run does not hold
 )";
 
 int runProgram(int argc, char** argv) {
@@ -65,6 +67,7 @@ int runProgram(int argc, char** argv) {
   const Command recordings = line.program().titled("Recordings");
   addRecordCommand(recordings);
   addRecordingCommand(recordings);
+  addDiffCommand(recordings);
   addCompletionCommand(line);
   addHelpCommand(line);
   line.program().footer(kFooter);

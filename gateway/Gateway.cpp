@@ -109,10 +109,13 @@ public:
   const std::string& host() const noexcept { return fOptions.access.address.host; }
   std::uint16_t port() const noexcept { return fPort; }
 
-  void open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops, CarryOut carryOut) {
+  void open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops, CarryOut carryOut,
+            Outside outside) {
     auto robot = std::make_shared<const Robot>(std::move(broker), std::move(loops), carryOut);
-    xDo([this, robot = std::move(robot), carryOut = std::move(carryOut)]() mutable {
+    xDo([this, robot = std::move(robot), carryOut = std::move(carryOut),
+         outside = std::move(outside)]() mutable {
       fRunner.setCarryOut(std::move(carryOut));
+      fRunner.setOutside(std::move(outside));
       fHub.open(std::move(robot));
     });
   }
@@ -250,8 +253,9 @@ std::string Gateway::url() const {
   return "http://" + (isSix ? "[" + host + "]" : host) + ":" + std::to_string(port()) + "/";
 }
 
-void Gateway::open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops, CarryOut carryOut) {
-  fServer->open(std::move(broker), std::move(loops), std::move(carryOut));
+void Gateway::open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops, CarryOut carryOut,
+                   Outside outside) {
+  fServer->open(std::move(broker), std::move(loops), std::move(carryOut), std::move(outside));
 }
 
 void Gateway::close() {

@@ -17,7 +17,7 @@ namespace gk::gateway {
 /// figures, and streams over the Foxglove WebSocket protocol, on a thread of its own. Nothing in
 /// the host ever waits for a client.
 ///
-/// For one thread. Needs a clock of real time. Must outlive the broker's shutdown: calls of clients
+/// For one thread. Must outlive the broker's shutdown: calls of clients
 /// are tasks that the shutdown waits for.
 class Gateway {
 public:
@@ -35,8 +35,10 @@ public:
 
   /// From now on the modules of `broker` can be used. `loops` gives the figures of its loops, on
   /// any thread until `close`; empty where nobody measures them. `carryOut`, if given, does what
-  /// clients ask for.
-  void open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops = {}, CarryOut carryOut = {});
+  /// clients ask for. `outside`, if given, is where tasks are started: on a clock that does not let
+  /// every thread do so, and then `carryOut` has to see to that as well.
+  void open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops = {}, CarryOut carryOut = {},
+            Outside outside = {});
 
   /// Sends all clients away and lets go of the broker. Before the broker's shutdown; a second time
   /// does nothing.

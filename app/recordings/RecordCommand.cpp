@@ -7,6 +7,7 @@
 #include "formats/json/JsonText.h"
 #include "formats/mcap/Sink.h"
 #include "formats/mcap/Writer.h"
+#include "formats/run/RunFile.h"
 #include "formats/text/Numbers.h"
 #include "formats/text/Printable.h"
 
@@ -34,8 +35,6 @@ using Steady = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kFlushTime{750};
 
 constexpr const char* kLibrary = "gksensors " GK_VERSION;
-constexpr const char* kStreamMetadata = "gk.stream";
-constexpr const char* kLossMetadata = "gk.losses";
 
 struct RecordStreamOptions {
   ClientOptions client;
@@ -55,7 +54,7 @@ public:
 
   /// `host` has answered: the file is to stay.
   void begin(const std::string& host) {
-    fWriter.addMetadata({kStreamMetadata, {{"version", kLibrary}, {"host", host}}});
+    fWriter.addMetadata({formats::kStreamMetadata, {{"version", kLibrary}, {"host", host}}});
     fSink.file().appear();
   }
 
@@ -73,7 +72,7 @@ public:
   /// `losses`: what the host said of them last.
   void finish(const std::string& losses) {
     if (!losses.empty()) {
-      fWriter.addMetadata({kLossMetadata, {{"host", losses}}});
+      fWriter.addMetadata({formats::kLossMetadata, {{"host", losses}}});
     }
     fWriter.finish();
     fSink.sync();

@@ -33,6 +33,7 @@ struct RunOptions {
   std::optional<double> limit;
   std::string speed = kReal;
   bool isRealtime = false;
+  bool isLockstep = false;
   std::string robot;
   std::uint64_t seed = devices::SimulationOptions().seed;
   bool isWithoutNoise = false;
@@ -100,7 +101,8 @@ std::string checkLimit(const std::string& text) {
 
 int run(RunOptions options) {
   const bool isRobot = isSimulated(options);
-  const bool isOnTour = isRobot && options.session.files.empty() && !options.isWithoutTour;
+  const bool isOnTour =
+      isRobot && options.session.files.empty() && !options.isWithoutTour && !options.isLockstep;
   if (options.isKeysAsked) {
     listKeys(isRobot);
     return kSuccess;
@@ -116,10 +118,14 @@ int run(RunOptions options) {
   runtime::HostOptions host = hostOptions(options.session);
   host.beside = tests.companions;
   host.companions = tests.ends;
-  host.isVirtual = options.speed == kMax;
+  host.isVirtual = options.isLockstep || options.speed == kMax;
   host.speed = formats::parseDouble(options.speed).value_or(1.0);
-  if (host.isVirtual && options.listen.isAddressGiven) {
+  if (host.isVirtual && !options.isLockstep && options.listen.isAddressGiven) {
     fmt::print(stderr, "gk: --listen needs real time, --speed max has none\n");
+    return kBadInput;
+  }
+  if (options.isLockstep && options.session.out == "-") {
+    fmt::print(stderr, "gk: --out: with --lockstep standard output is for answers\n");
     return kBadInput;
   }
   host.isLoop = options.isLoop;
@@ -139,11 +145,15 @@ int run(RunOptions options) {
   SessionView view;
   view.judge.expectations = std::move(tests.expectations);
   view.judge.isAtOnce = true;
+  if (options.isLockstep && options.listen.isAddressGiven) {
+    view.listen = options.listen;
+  }
   if (!host.isVirtual) {
     view.listen = options.listen;
     view.robot = robotText(host, isOnTour);
   }
   view.isAlwaysReadable = true;
+  view.isLockstep = options.isLockstep;
   view.isInterruptible = true;
   view.record = recorderOptions(options.record, host);
   host.turnPatience = std::chrono::milliseconds(std::llround(options.record.patience * 1e3));
@@ -169,12 +179,20 @@ void addRunCommand(const Command& program) {
               "End after this many seconds of wall time, whatever the speed")
       .within(0.0, 1e9)
       .shows("SECONDS");
-  command
-      .option("--speed", options->speed,
+  const Option speed =
+      command
+          .option(
+              "--speed", options->speed,
               "real; 2: twice as fast, 0.5: half as fast; max: virtual time, as fast as possible")
-      .checked(checkSpeed)
-      .shows("real|max|NUMBER")
-      .showsDefault();
+          .checked(checkSpeed)
+          .shows("real|max|NUMBER")
+          .showsDefault();
+  command
+      .flag("--lockstep", options->isLockstep,
+            "Virtual time that moves on request: JSON-RPC on standard input and output, a line a "
+            "message, with Clock.advance, Memory.get and Memory.set besides the modules' methods")
+      .excludes(speed)
+      .excludes(command.argument("--until"));
   command.flag("--realtime", options->isRealtime,
                "Run the loops with real-time priority and locked memory, where permitted");
   addListenOptions(command, options->listen);

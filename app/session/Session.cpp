@@ -4,6 +4,7 @@
 #include "app/session/Complaints.h"
 #include "app/session/DescriptorOutlet.h"
 #include "app/session/Head.h"
+#include "app/session/Lockstep.h"
 #include "app/session/ProgressBar.h"
 #include "app/session/RunRecording.h"
 #include "app/session/RunReport.h"
@@ -64,6 +65,13 @@ formats::LiveRows::Style styleOf(const SessionOptions& options) {
   return style;
 }
 
+/// Lines on standard error, at once.
+class StandardError final : public runtime::Outlet {
+public:
+  void write(std::string_view line) override { fmt::print(stderr, "{}", line); }
+  void flush() override {}
+};
+
 /// The outputs of one run.
 class Outputs {
 public:
@@ -88,7 +96,9 @@ public:
         fPrinted.emplace(nullptr); // Lines of a program for programs.
       }
     }
-    if (!options.isQuiet && (!isJson || (view.isAlwaysReadable && !isJsonOnTerminal))) {
+    if (view.isLockstep) {
+      xAddLog(options);
+    } else if (!options.isQuiet && (!isJson || (view.isAlwaysReadable && !isJsonOnTerminal))) {
       // Unless they are asked for, people are spared the bookkeeping of declarations and keys.
       const formats::LineKinds shown =
           options.only.empty() ? formats::LineKinds::parse(kReadableKinds) : kinds;
@@ -147,6 +157,16 @@ private:
   static constexpr const char* kReadableKinds =
       "event,micro,order,resource,log,result,error,value,page,sample";
 
+  /// Standard output is somebody else's: of what people want to see only the log is left.
+  void xAddLog(const SessionOptions& options) {
+    if (!options.isQuiet) {
+      xAdd(boost::make_shared<runtime::ReadableReporter>(
+          std::make_unique<StandardError>(), formats::LineKinds::parse("log"), options.logLevel,
+          formats::LiveRows::Style()));
+    }
+    fPrinted.emplace(nullptr);
+  }
+
   void xAdd(boost::shared_ptr<runtime::Reporter> reporter) {
     fReporters.push_back(std::move(reporter));
   }
@@ -181,8 +201,9 @@ void sumUp(const runtime::RunStatistics& run, std::chrono::steady_clock::duratio
 /// the modules go, whichever way a run ends.
 class Service {
 public:
-  /// `gateway` may be null.
-  Service(gateway::Gateway* gateway, runtime::Host& host) : fGateway(gateway), fHost(host) {}
+  /// `gateway` may be null, as may `lockstep`.
+  Service(gateway::Gateway* gateway, runtime::Host& host, Lockstep* lockstep)
+      : fGateway(gateway), fHost(host), fLockstep(lockstep) {}
   ~Service() { close(); }
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
@@ -191,11 +212,23 @@ public:
     if (fGateway == nullptr) {
       return;
     }
+    gateway::CarryOut carryOut = [this](const formats::Action& action,
+                                        const std::function<void()>& work) {
+      fHost.carryOut(action, work);
+    };
+    gateway::Outside outside;
+    if (fLockstep != nullptr) {
+      outside = [lockstep = fLockstep](const std::function<void()>& work) {
+        lockstep->outside(work);
+      };
+      carryOut = [carryOut, outside](const formats::Action& action,
+                                     const std::function<void()>& work) {
+        outside([&] { carryOut(action, work); });
+      };
+    }
     fGateway->open(
-        fHost.broker(), [this] { return loopFigures(fHost.loops()); },
-        [this](const formats::Action& action, const std::function<void()>& work) {
-          fHost.carryOut(action, work);
-        });
+        fHost.broker(), [this] { return loopFigures(fHost.loops()); }, std::move(carryOut),
+        std::move(outside));
   }
   void close() {
     if (fGateway != nullptr) {
@@ -206,6 +239,7 @@ public:
 private:
   gateway::Gateway* fGateway;
   runtime::Host& fHost;
+  Lockstep* fLockstep;
 };
 
 /// Tells what of the input was not there to be played. Returns the exit code.
@@ -256,8 +290,9 @@ void openLog(const std::string& path, const std::vector<std::string>& inputs) {
   }
 }
 
-/// Start, run and shutdown. A start that fails has still run: its output stays.
-int play(runtime::Host& host, RunRecording& recording, Service& service,
+/// Start, run and shutdown. A start that fails has still run: its output stays. `lockstep` may be
+/// null.
+int play(runtime::Host& host, RunRecording& recording, Service& service, Lockstep* lockstep,
          const std::function<void()>& onStart) {
   try {
     host.start();
@@ -269,9 +304,15 @@ int play(runtime::Host& host, RunRecording& recording, Service& service,
   recording.confirm();
   service.open();
   onStart();
-  host.run([&service] { service.close(); });
+  int code = kSuccess;
+  if (lockstep != nullptr) {
+    code = guarded([&] { lockstep->drive(host); });
+    service.close();
+  } else {
+    host.run([&service] { service.close(); });
+  }
   host.shutdown();
-  return kSuccess;
+  return code;
 }
 
 } // namespace
@@ -290,7 +331,11 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     const auto start = std::chrono::steady_clock::now();
     Judgement judgement(view.judge, hostOptions);
     RunRecording recording(view.record, hostOptions);
-    // Outlives the host, whose end waits for the calls of clients.
+    // These outlive the host, whose end waits for the calls of clients.
+    std::optional<Lockstep> lockstep;
+    if (view.isLockstep) {
+      lockstep.emplace();
+    }
     const Listening listening =
         view.listen ? startGateway(*view.listen, hostOptions.limits, recording.source())
                     : Listening();
@@ -298,7 +343,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     for (const std::string& hint : host.inputHints()) {
       complain(hint);
     }
-    Service service(listening.gateway.get(), host);
+    Service service(listening.gateway.get(), host, lockstep ? &*lockstep : nullptr);
     Outputs outputs(options, view, !hostOptions.isVirtual, inputs);
     outputs.addTo(host);
     recording.attach(host);
@@ -312,6 +357,9 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
           [&](const EndWish& wish) {
             ending = wish.text();
             host.requestEnd();
+            if (lockstep) {
+              lockstep->requestEnd();
+            }
             outputs.hurry();
           },
           view.wallLimit);
@@ -321,11 +369,14 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
       bar = boost::make_shared<ProgressBar>(host);
       GK::GKObserverList::instance().add(bar);
     }
-    const int played = play(host, recording, service, [&] {
+    const int played = play(host, recording, service, lockstep ? &*lockstep : nullptr, [&] {
       if (!view.robot.empty()) {
         fmt::print(stderr, "{}",
                    headText({view.robot, listening.text, listening.gateway != nullptr, hasPage(),
                              view.wallLimit}));
+      }
+      if (view.isLockstep && view.listen) {
+        complain(listening.text);
       }
       outputs.release();
     });

@@ -26,6 +26,8 @@ struct SessionView {
   /// Ends the run on SIGINT and SIGTERM, and after this time.
   bool isInterruptible = false;
   std::optional<std::chrono::microseconds> wallLimit;
+  /// The run's time moves on request only (`Lockstep`): standard output is for answers.
+  bool isLockstep = false;
   /// Serves clients.
   std::optional<ListenOptions> listen;
   /// What is expected of the run.

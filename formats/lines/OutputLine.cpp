@@ -59,6 +59,12 @@ std::string_view lineKindName(LineKind kind) {
   return kNames[static_cast<std::size_t>(kind)];
 }
 
+std::optional<LineKind> findLineKind(std::string_view name) {
+  const auto* const found = std::ranges::find(kNames, name);
+  return found != kNames.end() ? std::optional(static_cast<LineKind>(found - kNames.begin()))
+                               : std::nullopt;
+}
+
 LineKinds LineKinds::all() {
   LineKinds kinds;
   kinds.fKinds.set();
@@ -70,11 +76,11 @@ LineKinds LineKinds::parse(std::string_view names) {
   for (;;) {
     const std::size_t comma = names.find(',');
     const std::string_view name = names.substr(0, comma);
-    const auto* const found = std::ranges::find(kNames, name);
-    if (found == kNames.end()) {
+    const std::optional<LineKind> kind = findLineKind(name);
+    if (!kind) {
       throw std::invalid_argument("unknown kind of line " + quotedText(name));
     }
-    kinds.fKinds.set(static_cast<std::size_t>(found - kNames.begin()));
+    kinds.fKinds.set(static_cast<std::size_t>(*kind));
     if (comma == std::string_view::npos) {
       return kinds;
     }

@@ -8,6 +8,7 @@
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -36,6 +37,8 @@ constexpr std::size_t kLineKinds = 12;
 
 /// The text of the member "kind".
 std::string_view lineKindName(LineKind kind);
+/// The kind of this name; nothing for what is none.
+std::optional<LineKind> findLineKind(std::string_view name);
 
 /// Some kinds of lines.
 class LineKinds {

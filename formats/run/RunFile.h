@@ -21,6 +21,11 @@ enum class RunClock : std::uint8_t {
   Turns
 };
 
+/// The metadata of a file with what a host told viewers, and those of any recording about what it
+/// lacks.
+inline constexpr const char* kStreamMetadata = "gk.stream";
+inline constexpr const char* kLossMetadata = "gk.losses";
+
 /// The members of the metadata `kRunMetadata` that a replay reads.
 inline constexpr const char* kClockMember = "clock";
 inline constexpr const char* kTurnsClock = "turns";

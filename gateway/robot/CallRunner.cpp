@@ -70,13 +70,20 @@ bool CallRunner::xReserve() {
 }
 
 void CallRunner::xPost(GK::GKTask name, std::function<void()> work) {
-  GK::GKClock::instance().post(std::move(name), [this, work = std::move(work)] {
-    try {
-      work();
-    } catch (...) { // NOLINT(bugprone-empty-catch): there is nobody left to tell
-    }
-    fRunning.fetch_sub(1, std::memory_order_relaxed);
-  });
+  const auto post = [&] {
+    GK::GKClock::instance().post(std::move(name), [this, work = std::move(work)] {
+      try {
+        work();
+      } catch (...) { // NOLINT(bugprone-empty-catch): there is nobody left to tell
+      }
+      fRunning.fetch_sub(1, std::memory_order_relaxed);
+    });
+  };
+  if (fOutside) {
+    fOutside(post);
+  } else {
+    post();
+  }
 }
 
 } // namespace gk::gateway

@@ -18,6 +18,8 @@ namespace gk::gateway {
 struct CallOutcome {
   std::optional<GK::GKValue> result;
   std::optional<RpcError> error;
+  /// A result that is no value, as JSON; only of the host's own methods.
+  std::string json;
 };
 
 /// Runs calls of clients in tasks of the platform, so that none holds up another or the gateway,
@@ -35,6 +37,9 @@ public:
 
   /// How calls are started from here on. Before the first one.
   void setCarryOut(CarryOut carryOut) { fCarryOut = std::move(carryOut); }
+
+  /// Where tasks are posted from here on, if not every thread may do that. Before the first call.
+  void setOutside(Outside outside) { fOutside = std::move(outside); }
 
   /// From here on no call is started: what is left of batches ends without having been run.
   void close() noexcept { fIsClosed.store(true, std::memory_order_relaxed); }
@@ -55,6 +60,7 @@ private:
 
   const std::size_t fLimit;
   CarryOut fCarryOut;
+  Outside fOutside;
   std::atomic<std::size_t> fRunning{0};
   std::atomic<bool> fIsClosed{false};
 };

@@ -11,4 +11,8 @@ namespace gk::gateway {
 using CarryOut =
     std::function<void(const formats::Action& action, const std::function<void()>& work)>;
 
+/// Does `work` where the host's clock lets it be done, and returns when that is done, with what it
+/// raises; when the host ends it may not be done at all. Any thread.
+using Outside = std::function<void(const std::function<void()>& work)>;
+
 } // namespace gk::gateway

@@ -130,6 +130,11 @@ void appendRpcResult(std::string& out, std::string_view id, const GK::GKValue* v
   writer.endObject();
 }
 
+void appendRpcResult(std::string& out, std::string_view id, std::string_view json) {
+  formats::JsonWriter writer(out);
+  beginReply(writer, id).key("result").raw(json).endObject();
+}
+
 void appendRpcError(std::string& out, std::string_view id, const RpcError& error) {
   formats::JsonWriter writer(out);
   beginReply(writer, id).key("error").beginObject();

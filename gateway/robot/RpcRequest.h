@@ -61,8 +61,10 @@ constexpr std::size_t kMaxBatch = 64;
 /// read makes one call with an error and the id null. Never raises anything.
 RpcRequest parseRpcRequest(std::string_view body);
 
-/// Each appends one reply object. `value` is null for a method without result.
+/// Each appends one reply object. `value` is null for a method without result; `json` is a result
+/// that is JSON already.
 void appendRpcResult(std::string& out, std::string_view id, const GK::GKValue* value);
+void appendRpcResult(std::string& out, std::string_view id, std::string_view json);
 void appendRpcError(std::string& out, std::string_view id, const RpcError& error);
 
 /// The error of a method that raised `error`.

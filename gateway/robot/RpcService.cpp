@@ -34,6 +34,8 @@ struct RpcService::Progress {
     const std::size_t before = text.size();
     if (outcome.error) {
       appendRpcError(text, call.id, *outcome.error);
+    } else if (!outcome.json.empty()) {
+      appendRpcResult(text, call.id, outcome.json);
     } else {
       appendRpcResult(text, call.id, outcome.result ? &*outcome.result : nullptr);
     }
@@ -64,16 +66,32 @@ void RpcService::xNext(const std::shared_ptr<Progress>& progress) {
       xCall(progress, call);
       return;
     }
-    progress->add(call, {std::nullopt, call.error});
+    progress->add(call, {std::nullopt, call.error, {}});
   }
   std::string& text = progress->text;
   progress->reply(progress->request.isBatch && !text.empty() ? "[" + text + "]" : std::move(text));
 }
 
+void RpcService::xCallHost(const std::shared_ptr<Progress>& progress, const RpcCall& call) {
+  const auto done = [this, progress, &call](const CallOutcome& outcome) {
+    progress->add(call, outcome);
+    xNext(progress);
+  };
+  if (const HostMethods::Method* method = fHost->find(call.module, call.method)) {
+    (*method)(call.params, done);
+  } else {
+    done({std::nullopt, fHost->noSuchMethod(call.module, call.method), {}});
+  }
+}
+
 void RpcService::xCall(const std::shared_ptr<Progress>& progress, const RpcCall& call) {
+  if (fHost != nullptr && fHost->hasModule(call.module)) {
+    xCallHost(progress, call);
+    return;
+  }
   auto resolved = progress->robot->resolve(call.module, call.method, call.params);
   if (auto* error = std::get_if<RpcError>(&resolved)) {
-    progress->add(call, {std::nullopt, std::move(*error)});
+    progress->add(call, {std::nullopt, std::move(*error), {}});
     xNext(progress);
     return;
   }
@@ -85,7 +103,7 @@ void RpcService::xCall(const std::shared_ptr<Progress>& progress, const RpcCall&
     xNext(progress);
   };
   if (!fRunner.start(std::get<BoundCall>(std::move(resolved)), done)) {
-    progress->add(call, {std::nullopt, busyError()});
+    progress->add(call, {std::nullopt, busyError(), {}});
     xNext(progress);
   }
 }

@@ -2,6 +2,7 @@
 
 #include "gateway/figures/Counters.h"
 #include "gateway/robot/CallRunner.h"
+#include "gateway/robot/HostMethods.h"
 #include "gateway/robot/Robot.h"
 #include "gateway/robot/RpcRequest.h"
 
@@ -19,10 +20,12 @@ public:
   /// or on that of `handle`.
   using Reply = std::function<void(std::string)>;
 
-  /// Both must outlive the calls' tasks, as must the service itself.
-  /// `answer`: most bytes of a reply.
-  RpcService(CallRunner& runner, Counters& counters, std::size_t answer)
-      : fRunner(runner), fCounters(counters), fAnswer(answer) {}
+  /// All must outlive the calls' tasks, as must the service itself. `answer`: most bytes of a
+  /// reply. `host`: methods of the host itself, which go before modules of their names; may be
+  /// null.
+  RpcService(CallRunner& runner, Counters& counters, std::size_t answer,
+             const HostMethods* host = nullptr)
+      : fRunner(runner), fCounters(counters), fAnswer(answer), fHost(host) {}
 
   void handle(std::shared_ptr<const Robot> robot, const std::string& body, Reply reply);
 
@@ -31,10 +34,12 @@ private:
 
   void xNext(const std::shared_ptr<Progress>& progress);
   void xCall(const std::shared_ptr<Progress>& progress, const RpcCall& call);
+  void xCallHost(const std::shared_ptr<Progress>& progress, const RpcCall& call);
 
   CallRunner& fRunner;
   Counters& fCounters;
   const std::size_t fAnswer;
+  const HostMethods* const fHost;
 };
 
 } // namespace gk::gateway

@@ -226,7 +226,7 @@ private:
         return next;
       } else if (!fIsMainWaiting) {
         xDeadlock();
-      } else {
+      } else if (!xGoesOn()) {
         return xWakeMain(sleeper || input ? End::Until : End::Idle);
       }
     }
@@ -286,6 +286,21 @@ private:
   }
 
   bool xIsBeyondLimit(GKMicros due) const { return fUntil.has_value() && due > *fUntil; }
+
+  /// Whether the input wants the run to go on behind the limit.
+  bool xGoesOn() {
+    if (fInput == nullptr || fIsJoining || !fUntil) {
+      return false;
+    }
+    try {
+      const std::optional<GKMicros> limit = fInput->goOn();
+      fUntil = limit ? limit : fUntil;
+      return limit.has_value();
+    } catch (...) {
+      xInputFailed();
+      return true;
+    }
+  }
 
   std::optional<GKMicros> xNextSleeper() const {
     if (fSleepers.isEmpty()) {

@@ -69,21 +69,44 @@ private:
 };
 
 /// What happens as time goes on: the recordings, and at equal times after them the simulated robot,
-/// which thus sees in each frame what was played by its end.
+/// which thus sees in each frame what was played by its end. Of a run in steps also what comes in
+/// between them, and last the ends of the steps, at which the time is what was asked for.
 class Host::Input : public GK::GKInput {
 public:
   explicit Input(Host& host) : fHost(host) {}
 
-  std::optional<GK::GKMicros> next() override {
-    const std::optional<GK::GKMicros> line = fHost.fPlayer.next();
-    if (fHost.fSimulation == nullptr) {
-      return line;
+  void setSteps(std::function<std::optional<Step>()> next) {
+    fNextStep = std::move(next);
+    fStepEnd = 0;
+  }
+
+  std::optional<GK::GKMicros> goOn() override {
+    std::optional<Step> step = fNextStep ? fNextStep() : std::nullopt;
+    if (!step) {
+      return std::nullopt;
     }
-    const GK::GKMicros frame = fHost.fSimulation->next();
-    return line ? std::min(*line, frame) : frame;
+    fStepEnd = step->time;
+    fWork = std::move(step->work);
+    return fStepEnd;
+  }
+
+  std::optional<GK::GKMicros> next() override {
+    if (fWork) {
+      return fHost.fClock->elapsed();
+    }
+    const std::optional<GK::GKMicros> due = xNextOfRun();
+    return due && fStepEnd ? std::min(*due, *fStepEnd) : due ? due : fStepEnd;
   }
 
   void apply() override {
+    if (fWork) {
+      std::exchange(fWork, nullptr)();
+      return;
+    }
+    if (fStepEnd && xNextOfRun().value_or(*fStepEnd + 1) > *fStepEnd) {
+      fStepEnd.reset();
+      return;
+    }
     const std::optional<GK::GKMicros> line = fHost.fPlayer.next();
     if (fHost.fSimulation != nullptr && (!line || fHost.fSimulation->next() < *line)) {
       fHost.fSimulation->advance(fHost.fClock->elapsed());
@@ -95,7 +118,19 @@ public:
   void onEnd() override { fHost.xEnd(); }
 
 private:
+  std::optional<GK::GKMicros> xNextOfRun() {
+    const std::optional<GK::GKMicros> line = fHost.fPlayer.next();
+    if (fHost.fSimulation == nullptr) {
+      return line;
+    }
+    const GK::GKMicros frame = fHost.fSimulation->next();
+    return line ? std::min(*line, frame) : frame;
+  }
+
   Host& fHost;
+  std::function<std::optional<Step>()> fNextStep;
+  std::optional<GK::GKMicros> fStepEnd;
+  std::function<void()> fWork;
 };
 
 Host::Host(HostOptions options)
@@ -252,6 +287,15 @@ void Host::run(std::function<void()> atEnd) {
   fAtEnd = std::move(atEnd);
   const GK::GKClock::End end = fClock->run(&xInput(), fOptions.until);
   xEnd();
+  xFinish(end);
+}
+
+void Host::runInSteps(std::function<std::optional<Step>()> next) {
+  fInput->setSteps(std::move(next));
+  xFinish(fClock->run(&xInput(), 0));
+}
+
+void Host::xFinish(GK::GKClock::End end) {
   fDuration = fClock->elapsed();
   if (fOptions.judge != nullptr) {
     // Nothing more would have happened until then.

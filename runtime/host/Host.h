@@ -131,6 +131,18 @@ public:
   /// carried out. Raises `InputError`.
   void run(std::function<void()> atEnd = nullptr);
 
+  /// A step of a run whose time moves on request: `work`, if there is any, is done as input that
+  /// comes in now; then everything happens that is due by `time`, in microseconds since the start,
+  /// and it is `time`.
+  struct Step {
+    GK::GKMicros time = 0;
+    std::function<void()> work;
+  };
+  /// In place of `run`, on the virtual clock: what is due at time 0 happens, then one step after
+  /// the other until there is none. `next` gives them, on whichever thread has done what was due; a
+  /// step has been made when it is asked for the next one. Raises `InputError`.
+  void runInSteps(std::function<std::optional<Step>()> next);
+
   /// Ends everything, then checks what was not played of the input. Raises `InputError`.
   void shutdown();
 
@@ -181,6 +193,7 @@ private:
 
   std::shared_ptr<GK::GKClock> xMakeClock();
   GK::GKInput& xInput();
+  void xFinish(GK::GKClock::End end);
   void xStartServices();
   void xExpectExtractors() const;
   std::shared_ptr<GK::GKWriteGate> xMakeGate();

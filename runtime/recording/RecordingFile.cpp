@@ -7,12 +7,6 @@
 
 namespace gk::runtime {
 
-namespace {
-
-constexpr const char* kLossMetadata = "gk.losses";
-
-} // namespace
-
 RecordingFile::RecordingFile(const std::string& path, const formats::OutputFileOptions& options,
                              const std::string& library)
     : fSink(path, options), fWriter(fSink, {formats::mcap::Compression::Zstd,
@@ -59,7 +53,7 @@ void RecordingFile::flush() {
 }
 
 void RecordingFile::finish(const RecordingLosses& losses) {
-  fWriter.addMetadata({kLossMetadata,
+  fWriter.addMetadata({formats::kLossMetadata,
                        {{"run_blocks", std::to_string(losses.blocks)},
                         {"messages", std::to_string(losses.messages)},
                         {"overlaps", std::to_string(losses.overlaps)}}});

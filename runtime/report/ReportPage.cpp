@@ -2,6 +2,7 @@
 
 #include "formats/json/JsonText.h"
 #include "formats/text/Numbers.h"
+#include "runtime/report/PageData.h"
 #include "runtime/report/ReportTemplate.h"
 
 #include <fmt/format.h>
@@ -134,25 +135,11 @@ std::string dataText(const ReportAbout& about, const ReportData& data) {
   return out;
 }
 
-/// Nothing in the data ends the element that it stands in.
-std::string escaped(std::string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (const char c : text) {
-    if (c == '<') {
-      out += "\\u003c";
-    } else {
-      out += c;
-    }
-  }
-  return out;
-}
-
 } // namespace
 
 std::string reportPage(const ReportAbout& about, const ReportData& data) {
   std::string page(kReportHead);
-  page += escaped(dataText(about, data));
+  page += pageData(dataText(about, data));
   page += kReportTail;
   return page;
 }

@@ -264,6 +264,34 @@ TEST(GkTerminal, WhatMattersStandsOutUnlessColoursAreNotWanted) {
             linesWith(coloured.screen().lines(), " event "));
 }
 
+TEST_P(OnTerminals, ANameThatDiffersOftenIsFoldedAndEachDifferenceFitsIntoItsLine) {
+  const TemporaryFolder folder;
+  const std::vector<std::string> command = {GK_PROGRAM, "diff", folder.file("a.jsonl"),
+                                            folder.file("b.jsonl")};
+  std::string a;
+  std::string b;
+  for (int i = 0; i < 12; ++i) {
+    const std::string begin =
+        "{\"t\":" + std::to_string(i) + R"(,"kind":"event","name":"Often","value":)";
+    a += begin + std::to_string(i) + "}\n";
+    b += begin + std::to_string(100 + i) + "}\n";
+  }
+  a += R"({"t":20,"kind":"event","name":"AnEventWithAVeryLongNameThatFitsIntoNoColumn","value":1})"
+       "\n";
+  writeFile(command[2], a);
+  writeFile(command[3], b);
+  TerminalProgram sut(command, GetParam(), 100);
+  EXPECT_EQ(sut.wait(), 1);
+  EXPECT_THAT(linesWith(sut.screen().lines(), " changed  Often "), SizeIs(5));
+  EXPECT_THAT(linesWith(sut.screen().lines(), " 4 -> 104"), SizeIs(1));
+  EXPECT_THAT(linesWith(sut.screen().lines(), "more of Often: counted below"), SizeIs(1));
+  EXPECT_THAT(linesWith(sut.screen().lines(), "    20.000  missing  AnEvent"), SizeIs(1));
+  EXPECT_THAT(sut.written(), HasSubstr("\x1b[33m"));
+  const ProgramResult piped = runGk({"diff", command[2], command[3]});
+  EXPECT_EQ(countOf(piped.out, " changed  Often "), 12U);
+  EXPECT_THAT(piped.out, Not(HasSubstr("\x1b")));
+}
+
 TEST(GkTerminal, APipeGetsALineForEachEvent) {
   const TemporaryFolder folder;
   const ProgramResult result = runGk({"replay", "--only", "event", raising(folder)});

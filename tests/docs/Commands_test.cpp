@@ -72,7 +72,7 @@ public:
     gk::test::writeFile(fFolder.path() / "bin" / "gk",
                         "#!/bin/sh\n"
                         "case \"$*\" in\n"
-                        "*listen*|*--speed*max*|*--keys*) ;;\n"
+                        "*listen*|*--speed*max*|*--keys*|*--lockstep*) ;;\n"
                         "run*) shift; set -- run --listen 127.0.0.1:0 \"$@\" ;;\n"
                         "esac\n"
                         "exec " GK_PROGRAM " \"$@\"\n");

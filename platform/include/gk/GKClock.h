@@ -49,6 +49,11 @@ public:
   /// the run. Must not sleep nor wait for a `GKMutex`.
   virtual void apply() = 0;
 
+  /// On the virtual clock, when all is done that is due by the time limit: a later limit up to
+  /// which the run goes on, or nothing. On whichever thread that was done; nothing else happens
+  /// meanwhile, so that it may wait for somebody outside.
+  virtual std::optional<GKMicros> goOn() { return std::nullopt; }
+
   /// The run has ended, and the thread that plays it has no turn yet on a clock that gives turns:
   /// it may wait here for threads that still want one.
   virtual void onEnd() {}
