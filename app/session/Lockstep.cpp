@@ -206,20 +206,26 @@ private:
   bool fIsSkipping = false;
 };
 
-/// The events that are raised, until somebody takes them.
+/// The events that are raised, until somebody takes them. Any thread: libraries may have threads of
+/// their own.
 class Lockstep::Raised final : public GK::GKObserver {
 public:
   void onNotice(const GK::GKNotice& notice) override {
     if (notice.kind == GK::GKNotice::Kind::Event || notice.kind == GK::GKNotice::Kind::MicroEvent) {
+      const std::lock_guard lock(fMutex);
       fText += fText.empty() ? "" : ",";
       formats::appendNotice(fText, notice);
       fText.pop_back(); // the end of the line
     }
   }
 
-  std::string take() { return std::exchange(fText, {}); }
+  std::string take() {
+    const std::lock_guard lock(fMutex);
+    return std::exchange(fText, {});
+  }
 
 private:
+  std::mutex fMutex;
   std::string fText;
 };
 

@@ -5,8 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <thread>
+#include <utility>
+#include <vector>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -47,6 +50,53 @@ TEST_F(VirtualClockRun, TaskDueJustBehindTheLimitIsLeftAsleep) {
 
   EXPECT_EQ(run(101), End::Idle);
   EXPECT_THAT(diary, ElementsAre("task at 101"));
+}
+
+/// Wants a run to go on up to each of these limits, and then raises what is to be raised.
+class SteppingInput : public test::ScriptedInput {
+public:
+  explicit SteppingInput(std::vector<GKMicros> limits) : fLimits(std::move(limits)) {}
+
+  std::optional<GKMicros> goOn() override {
+    asked.push_back(GKClock::instance().elapsed());
+    if (asked.size() <= fLimits.size()) {
+      return fLimits[asked.size() - 1];
+    }
+    if (isFailing) {
+      throw std::runtime_error("no step");
+    }
+    return std::nullopt;
+  }
+
+  /// When it was asked.
+  std::vector<GKMicros> asked;
+  bool isFailing = false;
+
+private:
+  const std::vector<GKMicros> fLimits;
+};
+
+TEST_F(VirtualClockRun, TheInputIsAskedForALaterLimitWhenAllUpToThePresentOneIsDone) {
+  postLoop("tick", 4);
+  SteppingInput stepping({kTick, kTick, 2 * kTick});
+  stepping.at(kTick, noting("input"));
+
+  EXPECT_EQ(sut().run(&stepping, 0), End::Until);
+
+  EXPECT_THAT(stepping.asked, ElementsAre(0, kTick, kTick, 2 * kTick));
+  EXPECT_THAT(diary, ElementsAre("tick at 0", "input at 20000", "tick at 20000", "tick at 40000"));
+}
+
+TEST_F(VirtualClockRun, TheInputIsAskedForALaterLimitAlsoWhereNothingIsLeft) {
+  SteppingInput stepping({5});
+  EXPECT_EQ(sut().run(&stepping, 0), End::Idle);
+  EXPECT_THAT(stepping.asked, ElementsAre(0, 0));
+}
+
+TEST_F(VirtualClockRun, WhatTheInputRaisesWhenItIsAskedForALimitEndsTheRun) {
+  SteppingInput stepping({});
+  stepping.isFailing = true;
+  EXPECT_THROW(sut().run(&stepping, 0), std::runtime_error);
 }
 
 TEST_F(VirtualClockRun, LimitOfARunDoesNotBindTheMainThreadAfterwards) {
