@@ -33,9 +33,6 @@ struct SessionOptions {
   bool isExpectingNothing = false;
 };
 
-/// Checks a list of kinds of lines. Returns the complaint, empty if there is none.
-std::string checkKinds(const std::string& names);
-
 void addSessionOptions(const Command& command, SessionOptions& options);
 
 // What is wrong with a value of --only, --without or --setting; empty if nothing is.

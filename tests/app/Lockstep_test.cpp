@@ -35,7 +35,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-std::vector<std::string> linesOf(const std::string& text) {
+std::vector<std::string> textLinesOf(const std::string& text) {
   std::vector<std::string> lines;
   std::size_t begin = 0;
   for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', begin)) {
@@ -82,7 +82,7 @@ TEST_F(LockstepTest, TimeZeroHasHappenedBeforeTheFirstAnswer) {
   const ProgramResult run =
       ask(request("1", "Memory.get", R"([["BatteryChargeChanged","no such key"]])") +
           request("2", "Clock.advance", "[0]"));
-  const std::vector<std::string> lines = linesOf(run.out);
+  const std::vector<std::string> lines = textLinesOf(run.out);
   ASSERT_EQ(lines.size(), 2U) << run.out << run.err;
   EXPECT_EQ(lines[0], result("1", R"({"BatteryChargeChanged":100})"));
   EXPECT_THAT(lines[1], StartsWith(R"({"jsonrpc":"2.0","id":2,"result":{"time":0,"events":[)"));
@@ -96,7 +96,7 @@ TEST_F(LockstepTest, WhatIsWrittenIsNoticedInTheNextTickAndToldByTheAdvanceInWhi
                                 request("4", "Clock.advance", "[0]") +
                                 request("5", "Clock.advance", R"({"seconds":0.01})") +
                                 request("6", "Clock.advance", "[0.1]"));
-  const std::vector<std::string> lines = linesOf(run.out);
+  const std::vector<std::string> lines = textLinesOf(run.out);
   ASSERT_EQ(lines.size(), 6U) << run.out << run.err;
   EXPECT_EQ(lines[1], result("2", "null"));
   EXPECT_EQ(lines[2], result("3", "{\"" + kTouch + "\":1.0}"));
@@ -120,7 +120,7 @@ TEST_F(LockstepTest, ACallThatSleepsIsAnsweredInTheAdvanceInWhichItReturns) {
       request("2", "GKBattery.getBatteryCharge", "[]") + request("3", "Clock.advance", "[0.9]") +
       request("4", "Clock.advance", "[0.9]") + request("5", "GKSonar.unsubscribe", R"(["me"])"));
   std::vector<std::string> ids;
-  for (const std::string& line : linesOf(run.out)) {
+  for (const std::string& line : textLinesOf(run.out)) {
     ids.push_back(line.substr(0, line.find(",\"result")));
   }
   EXPECT_THAT(ids, ElementsAre(R"({"jsonrpc":"2.0","id":2)", R"({"jsonrpc":"2.0","id":3)",
@@ -136,7 +136,7 @@ TEST_F(LockstepTest, RequestsOfABatchComeOneAfterTheOther) {
                       request("4", "GKBattery.getBatteryCharge", "[]") + "]";
   std::erase(batch, '\n');
   const ProgramResult run = ask(batch + "\n");
-  const std::vector<std::string> lines = linesOf(run.out);
+  const std::vector<std::string> lines = textLinesOf(run.out);
   ASSERT_EQ(lines.size(), 1U) << run.out << run.err;
   EXPECT_THAT(lines[0], StartsWith("[" + result("1", "null") + ","));
   EXPECT_THAT(lines[0], EndsWith(result("3", R"({"FrontTactilTouched":1.0})") + "," +
@@ -146,7 +146,7 @@ TEST_F(LockstepTest, RequestsOfABatchComeOneAfterTheOther) {
 TEST_F(LockstepTest, WhatIsNoRequestIsAnsweredByAnErrorAndNothingElseHappens) {
   const auto codeOf = [this](const std::string& line) {
     const ProgramResult run = ask(line + "\n" + request("9", "Clock.advance", "[0]"));
-    const std::vector<std::string> lines = linesOf(run.out);
+    const std::vector<std::string> lines = textLinesOf(run.out);
     EXPECT_EQ(run.code, 0) << run.err;
     EXPECT_EQ(lines.size(), 2U) << run.out;
     const std::string& answer = lines.at(0);
@@ -170,7 +170,7 @@ TEST_F(LockstepTest, WrongParametersOfTheHostsMethodsAreToldAndChangeNothing) {
           request("9", "Memory.set", "[{\"mine\":1,\"" + kTouch + "\":\"word\"}]") +
           request("10", "Memory.get", R"([["mine"]])") +
           request("11", "GKBatery.getBatteryCharge", "[]"));
-  const std::vector<std::string> lines = linesOf(run.out);
+  const std::vector<std::string> lines = textLinesOf(run.out);
   ASSERT_EQ(lines.size(), 11U) << run.out;
   for (const std::size_t i : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U}) {
     EXPECT_THAT(lines[i], HasSubstr(R"("error":{"code":-32602)")) << i;
@@ -185,7 +185,7 @@ TEST_F(LockstepTest, NotificationsAndBlankLinesGetNoAnswerAndTheLastLineNeedsNoE
       ask("\n  \n{\"jsonrpc\":\"2.0\",\"method\":\"Clock.advance\",\"params\":"
           "[1]}\n{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"Clock.advance\","
           "\"params\":[1]}");
-  ASSERT_EQ(linesOf(run.out).size(), 1U) << run.out;
+  ASSERT_EQ(textLinesOf(run.out).size(), 1U) << run.out;
   EXPECT_THAT(run.out, StartsWith(R"({"jsonrpc":"2.0","id":1,"result":{"time":2,)"));
 }
 
@@ -196,7 +196,7 @@ TEST_F(LockstepTest, FilesArePlayedAsTimeMoves) {
   const ProgramResult run =
       ask(request("1", "Clock.advance", "[0.98]") + request("2", "Clock.advance", "[0.02]"),
           {file("in.jsonl"), "--out", file("out.jsonl"), "--only", "event"});
-  const std::vector<std::string> lines = linesOf(run.out);
+  const std::vector<std::string> lines = textLinesOf(run.out);
   ASSERT_EQ(lines.size(), 2U) << run.out << run.err;
   EXPECT_THAT(lines[0], Not(HasSubstr("FrontTactilTouched\",\"value\":1.0")));
   EXPECT_EQ(lines[1], result("2", R"({"time":1,"events":[{"t":1,"kind":"event",)"
@@ -212,7 +212,7 @@ TEST_F(LockstepTest, AScenariosExitEndsTheRunWithALastAnswer) {
       ask(request("1", "Clock.advance", "[2]") + request("2", "Clock.advance", "[1]"),
           {file("in.jsonl")});
   EXPECT_EQ(run.code, 0) << run.err;
-  ASSERT_EQ(linesOf(run.out).size(), 1U) << run.out;
+  ASSERT_EQ(textLinesOf(run.out).size(), 1U) << run.out;
   EXPECT_THAT(run.out, StartsWith(R"({"jsonrpc":"2.0","id":1,"result":{"time":0.5,)"));
 }
 
@@ -228,7 +228,7 @@ TEST_F(LockstepTest, TheSimulatedRobotStandsAndStepsAreOneLongRun) {
   const ProgramResult many = ask(steps + last, {});
   const ProgramResult one = ask(request("1", "Clock.advance", "[2]") + last, {});
   EXPECT_THAT(one.out, HasSubstr(R"("robotPose":1.0)")) << one.err;
-  EXPECT_EQ(linesOf(many.out).back(), linesOf(one.out).back());
+  EXPECT_EQ(textLinesOf(many.out).back(), textLinesOf(one.out).back());
 }
 
 TEST_F(LockstepTest, ARecordingOfItIsRepeatedToTheByte) {
