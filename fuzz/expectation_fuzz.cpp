@@ -64,7 +64,8 @@ void judge(const std::vector<Expectation>& expectations, bool isRealTime, bool i
   sut.onEnd(3'000'000);
   sut.finish();
   for (const int times : told) {
-    gk::fuzz::require(times == (isLoop ? 2 : 1), "each is judged once a round");
+    // The second round is cut short.
+    gk::fuzz::require(times == 1 || (isLoop && times == 2), "each is judged once a round");
   }
 }
 

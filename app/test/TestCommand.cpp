@@ -222,8 +222,8 @@ void addShowOptions(const Command& command, ShowOptions& options) {
 }
 
 void addMergeCommand(const Command& test) {
-  const Command command =
-      test.subcommand("merge", "Join what --json has written for the shards of the same tests");
+  const Command command = test.titled("Shards").subcommand(
+      "merge", "Join what --json has written for the shards of the same tests");
   struct Options {
     std::vector<std::string> files;
     ShowOptions show;

@@ -305,6 +305,7 @@ void Judge::onRound(GK::GKMicros start) {
 void Judge::onEnd(GK::GKMicros end) {
   const std::lock_guard lock(fMutex);
   xAdvance(end);
+  fIsCut = fRound > 1;
   xFinishKeys(end);
   fEnd = end;
   fNextDue.store(kNever, std::memory_order_relaxed);

@@ -106,6 +106,8 @@ private:
   void xFinishKey(Index index, GK::GKMicros end);
   void xFinishCount(Index index, GK::GKMicros end);
   void xFailOnEnd(Index index, GK::GKMicros end);
+  /// In a round that the run's end has cut short: it could still have gone either way.
+  void xLeaveOpen(Index index);
 
   void xFail(Index index, const std::string& but, GK::GKMicros time);
   void xHold(Index index, const std::string& how, GK::GKMicros time,
@@ -140,6 +142,8 @@ private:
   GK::GKMicros fStart = 0;
   unsigned int fRound = 1;
   bool fHasRounds = false;
+  /// The present round is not the first, and the run's end has cut it short.
+  bool fIsCut = false;
   /// How long a tick is in real time.
   GK::GKMicros fTick = 20'000;
   std::optional<GK::GKMicros> fEnd;

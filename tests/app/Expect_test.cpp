@@ -287,7 +287,7 @@ TEST_F(Expect, ARunOnTheVirtualClockJudgesEachRound) {
                             "0.620")));
   EXPECT_THAT(result.err,
               HasSubstr("a.jsonl:4: expected at least 1 of robotPoseChanged, but 0 (round 2)\n"));
-  EXPECT_THAT(result.err, HasSubstr("(round 3)\n"));
+  EXPECT_THAT(result.err, Not(HasSubstr("(round 3)\n")));
 }
 
 TEST_F(Expect, ARunInRealTimeTellsFailuresWhenTheyAreCertain) {

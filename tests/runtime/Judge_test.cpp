@@ -432,6 +432,25 @@ TEST_F(JudgeOfRounds, EachRoundIsJudgedByItself) {
   finish(3000);
   EXPECT_THAT(failures(), ElementsAre("1: expected X within 0.1 s of 2.200, but X 1 at 2.301 s "
                                       "(round 2)"));
+  EXPECT_EQ(verdicts.size(), 2U); // The count is open.
+}
+
+TEST_F(JudgeOfRounds, OneThatTheEndCutsShortIsJudgedByWhatIsCertain) {
+  expectOf({R"({"t":0.1,"expect":{"event":"X"}})", R"({"t":0.1,"never":{"event":"Z"}})",
+            R"({"t":0.6,"expect":{"event":"X"}})",
+            R"({"t":0.6,"expect":{"key":"Nobody","value":1}})",
+            R"({"expect":{"event":"X","count":1}})", R"({"expect":{"event":"Z","atMost":0}})",
+            R"({"expect":{"order":["Y"]}})", R"({"expect":{"call":"L"}})"});
+  fJudge->onRound(1000 * kMs);
+  at(1000);
+  EXPECT_EQ(verdicts.size(), 8U);
+  verdicts.clear();
+  raise(1200, "Z", 1);
+  finish(1500);
+  EXPECT_THAT(failures(),
+              ElementsAre("2: expected no Z from 1.100 s on, but Z 1 at 1.200 s (round 2)",
+                          HasSubstr("1: expected X within 0.1 s of 1.100, but it was never raised"),
+                          "6: expected at most 0 of Z, but 1 (round 2)"));
   EXPECT_EQ(verdicts.size(), 3U);
 }
 
