@@ -248,19 +248,21 @@ void Lockstep::requestEnd() noexcept {
 void Lockstep::xAddMethods() {
   fMethods.add(
       "Clock", "advance", [this](const json::value& params, gateway::HostMethods::Done done) {
+        GK::GKMicros duration = 0;
         try {
-          const GK::GKMicros duration = durationOf(onlyParameter(params, "seconds"));
+          duration = durationOf(onlyParameter(params, "seconds"));
           constexpr auto latest = static_cast<GK::GKMicros>(formats::kMaxSeconds * 1e6);
           if (duration > latest - fTime) {
             throw formats::FormatError("seconds: there is no time so far from now");
           }
-          fAdvances.push_back({duration, std::move(done)});
         } catch (const formats::FormatError& error) {
           done({std::nullopt,
                 gateway::RpcError{
                     gateway::kInvalidParams, std::string("Clock.advance ") + error.what(), {}},
                 {}});
+          return;
         }
+        fAdvances.push_back({duration, std::move(done)});
       });
   fMethods.add("Memory", "get", atOnce([this](const json::value& params) {
                  return valuesOf(*fRobot, onlyParameter(params, "keys"));
@@ -276,16 +278,17 @@ void Lockstep::outside(const std::function<void()>& work) {
     work();
     return;
   }
-  Waiting waiting{&work, nullptr, false};
+  const auto waiting = std::make_shared<Waiting>();
+  waiting->work = &work;
   std::unique_lock lock(fMutex);
   if (fIsClosed) {
     return;
   }
-  fWaiting.push_back(&waiting);
+  fWaiting.push_back(waiting);
   fRequests->wake();
-  fServed.wait(lock, [this, &waiting] { return waiting.isDone || fIsClosed; });
-  if (waiting.error) {
-    std::rethrow_exception(waiting.error);
+  fServed.wait(lock, [this, &waiting] { return waiting->isDone || fIsClosed; });
+  if (waiting->error) {
+    std::rethrow_exception(waiting->error);
   }
 }
 
@@ -295,7 +298,7 @@ std::optional<runtime::Host::Step> Lockstep::xStepOfOthers() {
   if (fWaiting.empty()) {
     return std::nullopt;
   }
-  Waiting* waiting = fWaiting.front();
+  const std::shared_ptr<Waiting> waiting = fWaiting.front();
   fWaiting.pop_front();
   return runtime::Host::Step{fTime, [this, waiting] {
                                try {

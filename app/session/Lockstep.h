@@ -94,7 +94,7 @@ private:
   std::atomic<std::thread::id> fDriver;
   std::mutex fMutex;
   std::condition_variable fServed;
-  std::deque<Waiting*> fWaiting;
+  std::deque<std::shared_ptr<Waiting>> fWaiting;
   bool fIsClosed = false;
 
   /// Asked for by the request at hand.

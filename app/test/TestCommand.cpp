@@ -166,22 +166,21 @@ int runTests(const TestOptions& options) {
   TestReport report(std::move(show));
   const auto start = std::chrono::steady_clock::now();
   auto progress = std::make_unique<ProgressLine>();
-  TestRunner(std::move(runner))
-      .run(
-          tests,
-          [&](TestResult result) {
-            if (!result.hasPassed() || options.show.isVerbose || !result.updated.empty()) {
-              progress = std::make_unique<ProgressLine>(); // What it drew makes room.
-            }
-            report.add(std::move(result));
-          },
-          [&](std::size_t done) {
-            if (progress->isDue()) {
-              progress->show(
-                  static_cast<double>(done) / static_cast<double>(tests.size()),
-                  fmt::format("{} of {}, {} failed", done, tests.size(), report.failed()));
-            }
-          });
+  TestRunner work(std::move(runner));
+  work.run(
+      tests,
+      [&](TestResult result) {
+        if (!result.hasPassed() || options.show.isVerbose || !result.updated.empty()) {
+          progress = std::make_unique<ProgressLine>(); // What it drew makes room.
+        }
+        report.add(std::move(result));
+      },
+      [&](std::size_t done) {
+        if (progress->isDue()) {
+          progress->show(static_cast<double>(done) / static_cast<double>(tests.size()),
+                         fmt::format("{} of {}, {} failed", done, tests.size(), report.failed()));
+        }
+      });
   progress.reset();
   sum.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   return report.finish(sum);

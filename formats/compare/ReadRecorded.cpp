@@ -203,7 +203,11 @@ private:
     if (metadata.name == kLossMetadata) {
       for (const auto& [name, value] : metadata.values) {
         if (!value.empty() && value != "0") {
-          run.warnings.push_back(fPath + ": something is missing in it: " + name + ": " + value);
+          run.warnings.emplace_back(fPath)
+              .append(": something is missing in it: ")
+              .append(name)
+              .append(": ")
+              .append(value);
         }
       }
     }

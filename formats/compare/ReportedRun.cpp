@@ -66,7 +66,8 @@ ReportedRun::Row* ReportedRun::xRow(LineKind kind, std::string_view name) {
     if (fChoice.isIgnored(text)) {
       fIgnored.insert(std::move(text));
     } else {
-      entry->second = &fRows.emplace_back(Row{kind, std::move(text), {}, true});
+      fRows.push_back(Row{kind, std::move(text), {}, true});
+      entry->second = &fRows.back();
     }
   }
   return entry->second;

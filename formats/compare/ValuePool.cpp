@@ -94,7 +94,8 @@ bool SameWithin::xIsNear(float left, float right) const {
   // Half of the distance to the next float, at most, is lost by reading a decimal number.
   constexpr double rounding = std::numeric_limits<float>::epsilon() / 2;
   const double most = fTolerance + rounding * (std::abs(double{left}) + std::abs(double{right}));
-  return !isExact() && std::isfinite(most) && std::abs(double{left} - double{right}) <= most;
+  const bool isLimited = std::isfinite(most);
+  return !isExact() && isLimited && std::abs(double{left} - double{right}) <= most;
 }
 
 bool SameWithin::xIsNear(const GKValue& left, const GKValue& right) const {

@@ -22,7 +22,7 @@ RpcError HostMethods::noSuchMethod(const std::string& module, const std::string&
   std::string known;
   if (const auto found = fMethods.find(module); found != fMethods.end()) {
     for (const auto& [name, work] : found->second) {
-      known += (known.empty() ? "" : ", ") + module + "." + name;
+      known.append(known.empty() ? "" : ", ").append(module).append(".").append(name);
     }
   }
   return {kNoSuchMethod, "there is no method " + module + "." + method + "; there is " + known, {}};
