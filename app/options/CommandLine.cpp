@@ -35,7 +35,8 @@ int CommandLine::run(int argc, const char* const* argv) const {
   const auto option =
       std::ranges::find_if(words, [](const std::string& word) { return word.starts_with('-'); });
   try {
-    const CLI::App& subject = commandOf(app, {words.begin(), option});
+    const std::vector<std::string> names(words.begin(), option);
+    const CLI::App& subject = commandOf(app, names);
     app.parse(argc, argv);
     expectNoSlip(app, words);
     if (fParser->chosen) {
