@@ -222,10 +222,7 @@ std::string textMember(const json::value& object, std::string_view name) {
 }
 
 double numberMember(const json::value& object, std::string_view name) {
-  const json::value& value = member(object, name);
-  return value.is_double()  ? value.get_double()
-         : value.is_int64() ? static_cast<double>(value.get_int64())
-                            : 0;
+  return formats::numberFromJson(member(object, name)).value_or(0);
 }
 
 std::vector<json::value> listMember(const json::value& object, std::string_view name) {

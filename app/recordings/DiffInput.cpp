@@ -173,9 +173,7 @@ void runReported(const std::string& file, const DiffRunOptions& options,
   }
   const FileTests tests = readFileTests(session.files, false);
   applyFileOptions(tests, session);
-  runtime::HostOptions hostOptions = replayHost(session, false);
-  hostOptions.beside = tests.companions;
-  hostOptions.companions = tests.ends;
+  const runtime::HostOptions hostOptions = replayHost(session, tests, false);
   addFacts(file, session, hostOptions, run);
   zu::log::setConsoleLevel(0);
   runtime::Host host(hostOptions);

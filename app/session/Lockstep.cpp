@@ -2,6 +2,7 @@
 
 #include "app/session/Listen.h"
 #include "devices/DeviceKeys.h"
+#include "formats/json/JsonValue.h"
 #include "formats/json/JsonWriter.h"
 #include "formats/json/KeyTypes.h"
 #include "formats/lines/OutputLine.h"
@@ -41,11 +42,9 @@ const json::value& onlyParameter(const json::value& params, const char* name) {
   throw formats::FormatError(std::string("takes (") + name + ")");
 }
 
-GK::GKMicros durationOf(const json::value& seconds) {
-  const std::optional<GK::GKMicros> duration =
-      seconds.is_int64()    ? formats::toMicros(static_cast<double>(seconds.get_int64()))
-      : seconds.is_double() ? formats::toMicros(seconds.get_double())
-                            : std::nullopt;
+GK::GKMicros durationOf(const json::value& value) {
+  const std::optional<double> seconds = formats::numberFromJson(value);
+  const std::optional<GK::GKMicros> duration = seconds ? formats::toMicros(*seconds) : std::nullopt;
   if (!duration || *duration < 0) {
     throw formats::FormatError("seconds: a number from 0 on");
   }

@@ -15,7 +15,7 @@ int runReplay(const SessionOptions& session, const FileTests& tests, SessionView
               bool isAsInput) {
   runtime::HostOptions host;
   try {
-    host = replayHost(session, isAsInput);
+    host = replayHost(session, tests, isAsInput);
     if (host.replay != nullptr && !tests.ends.empty()) {
       throw formats::FormatError(
           "a recorded run ends where it did, and " + tests.ends.front() +
@@ -28,8 +28,6 @@ int runReplay(const SessionOptions& session, const FileTests& tests, SessionView
     complain(error.what());
     return kBadInput;
   }
-  host.beside = tests.companions;
-  host.companions = tests.ends;
   view.judge.expectations = tests.expectations;
   return runSession(session, host, view);
 }

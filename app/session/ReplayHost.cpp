@@ -22,8 +22,11 @@ void refuseAsBefore(runtime::HostOptions& host) {
 
 } // namespace
 
-runtime::HostOptions replayHost(const SessionOptions& options, bool isAsInput) {
+runtime::HostOptions replayHost(const SessionOptions& options, const FileTests& tests,
+                                bool isAsInput) {
   runtime::HostOptions host = hostOptions(options);
+  host.beside = tests.companions;
+  host.companions = tests.ends;
   host.isVirtual = true;
   host.endsWithInput = !host.until.has_value();
   // The files are the parts of one run then.

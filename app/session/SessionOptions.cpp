@@ -81,6 +81,14 @@ std::string tourFile() {
   return rootFolder() / GK_DATADIR / "gksensors" / "tour.jsonl";
 }
 
+void addSettingOption(const Command& command, std::vector<std::string>& settings) {
+  command
+      .option("--setting", settings, "Set the memory key Settings/NAME before a library is loaded")
+      .checked(checkSetting)
+      .shows("NAME=VALUE")
+      .onceEach();
+}
+
 void addSessionOptions(const Command& command, SessionOptions& options) {
   command
       .option(
@@ -132,12 +140,7 @@ void addSessionOptions(const Command& command, SessionOptions& options) {
   command.option("--library", options.libraries, "Load this module library instead of ours")
       .shows("FILE")
       .onceEach();
-  command
-      .option("--setting", options.settings,
-              "Set the memory key Settings/NAME before a library is loaded")
-      .checked(checkSetting)
-      .shows("NAME=VALUE")
-      .onceEach();
+  addSettingOption(command, options.settings);
   command.section("Expectations");
   command.flag(
       "--no-expect", options.isExpectingNothing,

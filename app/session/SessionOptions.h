@@ -34,6 +34,8 @@ struct SessionOptions {
 };
 
 void addSessionOptions(const Command& command, SessionOptions& options);
+/// "--setting" alone, for commands that make sessions of their own.
+void addSettingOption(const Command& command, std::vector<std::string>& settings);
 
 // What is wrong with a value of --only, --without or --setting; empty if nothing is.
 std::string checkKinds(const std::string& names);

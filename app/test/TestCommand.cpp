@@ -274,12 +274,7 @@ void addRunnerOptions(const Command& command, TestOptions& options) {
               "Load this module library instead of ours and those that files name")
       .shows("FILE")
       .onceEach();
-  command
-      .option("--setting", options.settings,
-              "Set the memory key Settings/NAME before a library is loaded")
-      .checked(checkSetting)
-      .shows("NAME=VALUE")
-      .onceEach();
+  addSettingOption(command, options.settings);
 }
 
 } // namespace

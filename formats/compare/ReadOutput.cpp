@@ -57,11 +57,8 @@ public:
   }
 
   GK::GKMicros time() const {
-    const json::value& found = at("t");
-    const std::optional<GK::GKMicros> time = found.is_int64()
-                                                 ? toMicros(static_cast<double>(found.get_int64()))
-                                             : found.is_double() ? toMicros(found.get_double())
-                                                                 : std::nullopt;
+    const std::optional<double> seconds = numberFromJson(at("t"));
+    const std::optional<GK::GKMicros> time = seconds ? toMicros(*seconds) : std::nullopt;
     if (!time || *time < 0) {
       throw FormatError("\"t\" is a time in seconds, from 0 on");
     }

@@ -142,11 +142,8 @@ private:
 
   static GK::GKMicros xTime(const json::object& message) {
     const json::value* found = message.if_contains("t_s");
-    const std::optional<GK::GKMicros> time = found == nullptr ? std::nullopt
-                                             : found->is_int64()
-                                                 ? toMicros(static_cast<double>(found->get_int64()))
-                                             : found->is_double() ? toMicros(found->get_double())
-                                                                  : std::nullopt;
+    const std::optional<double> seconds = found != nullptr ? numberFromJson(*found) : std::nullopt;
+    const std::optional<GK::GKMicros> time = seconds ? toMicros(*seconds) : std::nullopt;
     if (!time) {
       failOn(kEventsTopic, "\"t_s\" is a time in seconds");
     }

@@ -32,6 +32,12 @@ template <class Int> GK::GKValue intFromJson(Int value) {
 
 } // namespace
 
+std::optional<double> numberFromJson(const boost::json::value& json) {
+  return json.is_int64()    ? std::optional(static_cast<double>(json.get_int64()))
+         : json.is_double() ? std::optional(json.get_double())
+                            : std::nullopt;
+}
+
 float specialFloat(const boost::json::object& json) {
   const boost::json::value* name = json.if_contains(kFloatMember);
   if (json.size() == 1 && name != nullptr && name->is_string()) {

@@ -6,6 +6,7 @@
 
 #include <boost/json/value.hpp>
 
+#include <optional>
 #include <string>
 
 /// Values of the platform as JSON: bools, strings, arrays and null (invalid) are themselves, a
@@ -15,6 +16,10 @@ namespace gk::formats {
 
 /// Raises `FormatError` for ints beyond 32 bits and for other objects.
 GK::GKValue valueFromJson(const boost::json::value& json);
+
+/// The number, whether it is written as an int or as a float; nothing for everything else, ints
+/// beyond 64 bits included.
+std::optional<double> numberFromJson(const boost::json::value& json);
 
 void appendJson(std::string& out, const GK::GKValue& value);
 

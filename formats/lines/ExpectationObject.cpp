@@ -156,10 +156,8 @@ private:
     if (value == nullptr) {
       return std::nullopt;
     }
-    const double number = value->is_int64()    ? static_cast<double>(value->get_int64())
-                          : value->is_double() ? value->get_double()
-                                               : std::numeric_limits<double>::quiet_NaN();
-    if (!std::isfinite(number)) {
+    const std::optional<double> number = numberFromJson(*value);
+    if (!number || !std::isfinite(*number)) {
       fail(name, "takes a number");
     }
     return number;

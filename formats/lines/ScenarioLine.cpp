@@ -2,6 +2,7 @@
 
 #include "formats/json/Json.h"
 #include "formats/json/JsonValue.h"
+#include "formats/lines/LineTime.h"
 #include "formats/lines/OperationNames.h"
 
 #include <boost/json/array.hpp>
@@ -19,7 +20,6 @@ namespace {
 
 namespace json = boost::json;
 
-constexpr std::string_view kTimeMember = "t";
 
 std::string_view view(json::string_view text) {
   return {text.data(), text.size()};
@@ -202,20 +202,6 @@ const Kind& kindOf(const json::object& line) {
   return *kind;
 }
 
-std::optional<double> timeOf(const json::object& line) {
-  const json::value* time = line.if_contains(kTimeMember);
-  if (time == nullptr) {
-    return std::nullopt;
-  }
-  if (time->is_int64()) {
-    return static_cast<double>(time->get_int64());
-  }
-  if (time->is_double()) {
-    return time->get_double();
-  }
-  throw FormatError("\"t\" takes seconds as a number");
-}
-
 } // namespace
 
 bool isScenarioComment(std::string_view text) {
@@ -228,7 +214,7 @@ ScenarioLine parseScenarioLine(std::string_view text, const KeyTypeOf& keyTypeOf
     throw FormatError("a line is an object");
   }
   const json::object& line = value.get_object();
-  const std::optional<double> time = timeOf(line);
+  const std::optional<double> time = lineTime(line);
   const Kind& kind = kindOf(line);
   if (!time && kind.allowed == Allowed::After) {
     throw FormatError(quotedText(kind.name) + " needs a time \"t\"");

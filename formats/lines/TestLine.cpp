@@ -3,6 +3,7 @@
 #include "formats/json/Json.h"
 #include "formats/json/JsonText.h"
 #include "formats/lines/ExpectationObject.h"
+#include "formats/lines/LineTime.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -16,7 +17,6 @@ namespace {
 
 namespace json = boost::json;
 
-constexpr std::string_view kTime = "t";
 constexpr std::string_view kExpect = "expect";
 constexpr std::string_view kNever = "never";
 constexpr std::string_view kEnd = "end";
@@ -59,20 +59,6 @@ FileOptions readOptions(const json::object& line) {
   return options;
 }
 
-std::optional<double> secondsOf(const json::object& line) {
-  const json::value* time = line.if_contains(kTime);
-  if (time == nullptr) {
-    return std::nullopt;
-  }
-  if (time->is_int64()) {
-    return static_cast<double>(time->get_int64());
-  }
-  if (time->is_double()) {
-    return time->get_double();
-  }
-  throw FormatError("\"t\" takes seconds as a number");
-}
-
 /// What makes the line one of these; empty for another line.
 std::string_view testKindOf(const json::object& line) {
   for (const std::string_view kind : {kOptions, kExpect, kNever, kEnd}) {
@@ -110,13 +96,13 @@ std::optional<TestLine> readTestLine(std::string_view text) {
   }
   for (const json::key_value_pair& member : object) {
     const std::string_view name = viewOf(member.key());
-    if (name != kTime && name != kind) {
+    if (name != kTimeMember && name != kind) {
       throw FormatError(quotedText(kind) + " stands in a line of its own, without " +
                         quotedText(name));
     }
   }
   TestLine line;
-  line.time = secondsOf(object);
+  line.time = lineTime(object);
   if (kind == kEnd) {
     const json::value& end = object.at(kEnd);
     if (!end.is_bool() || !end.get_bool()) {

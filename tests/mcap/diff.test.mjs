@@ -10,7 +10,7 @@ import {tmpdir} from "node:os";
 import {join} from "node:path";
 import {pathToFileURL} from "node:url";
 
-import {chromium} from "playwright-core";
+import {nextFrame, openFile, startBrowser} from "./page.mjs";
 
 const folder = mkdtempSync(join(tmpdir(), "gk-diff-"));
 const file = join(folder, "diff.html");
@@ -25,7 +25,7 @@ before(async () => {
     event(40, "</script><img src=x onerror=alert(1)>", "<b>")].join("\n"));
   const result = spawnSync(process.env.GK_PROGRAM, ["diff", "--html", file, join(folder, "a.jsonl"), join(folder, "b.jsonl")]);
   assert.equal(result.status, 1, String(result.stderr));
-  browser = await chromium.launch({executablePath: process.env.GK_CHROMIUM, args: ["--no-sandbox", "--disable-gpu"]});
+  browser = await startBrowser();
 });
 
 after(async () => {
@@ -33,20 +33,9 @@ after(async () => {
   rmSync(folder, {recursive: true});
 });
 
-async function open(options = {}) {
-  const context = await browser.newContext({offline: true, viewport: {width: 1250, height: 900}, ...options});
-  const page = await context.newPage();
-  page.complaints = [];
-  page.requested = [];
-  page.on("pageerror", (error) => page.complaints.push(String(error)));
-  page.on("console", (message) => message.type() === "error" && page.complaints.push(message.text()));
-  page.on("request", (request) => page.requested.push(request.url()));
-  await page.goto(pathToFileURL(file).href);
-  return page;
-}
+const open = (options) => openFile(browser, file, options);
 
 const place = (page) => page.locator("#place").textContent();
-const nextFrame = (page) => page.evaluate(() => new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done))));
 const press = async (page, key) => {
   await page.keyboard.press(key);
   await nextFrame(page);

@@ -10,7 +10,7 @@ import {tmpdir} from "node:os";
 import {join} from "node:path";
 import {pathToFileURL} from "node:url";
 
-import {chromium} from "playwright-core";
+import {nextFrame, openFile, startBrowser} from "./page.mjs";
 
 const data = join(process.env.GK_SOURCE_DIR, "data");
 const folder = mkdtempSync(join(tmpdir(), "gk-report-"));
@@ -20,10 +20,7 @@ let browser;
 before(async () => {
   execFileSync(process.env.GK_PROGRAM, ["replay", "--subscribe", "GKSonar", "--report", file, "--out",
     join(folder, "out.jsonl"), join(data, "imu_fall_forward.csv"), join(data, "us_wallrobot.csv")], {stdio: "ignore"});
-  browser = await chromium.launch({
-    executablePath: process.env.GK_CHROMIUM,
-    args: ["--no-sandbox", "--disable-gpu"],
-  });
+  browser = await startBrowser();
 });
 
 after(async () => {
@@ -31,22 +28,9 @@ after(async () => {
   rmSync(folder, {recursive: true});
 });
 
-/// Opens the report; complaints and requests of the page are kept.
-async function open(options = {}) {
-  const context = await browser.newContext({offline: true, viewport: {width: 1250, height: 900}, ...options});
-  const page = await context.newPage();
-  page.complaints = [];
-  page.requested = [];
-  page.on("pageerror", (error) => page.complaints.push(String(error)));
-  page.on("console", (message) => message.type() === "error" && page.complaints.push(message.text()));
-  page.on("request", (request) => page.requested.push(request.url()));
-  await page.goto(pathToFileURL(file).href);
-  return page;
-}
+const open = (options) => openFile(browser, file, options);
 
 const shownWindow = (page) => page.locator("#window").textContent();
-/// Drawing happens with the next frame.
-const nextFrame = (page) => page.evaluate(() => new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done))));
 const paper = (page) => page.evaluate(() => getComputedStyle(document.body).backgroundColor);
 
 test("it draws poses, events and plots, and asks for nothing else", async () => {
