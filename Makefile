@@ -6,11 +6,13 @@ RUN ?=
 OTHER_RELEASE ?= build/other-release
 FUZZ_SECONDS ?= 60
 SOAK_HOURS ?= 100
+# Scenarios and shards.
+SLURM ?= 200 4
 CHAOS_SECONDS ?= 600
 # What the host may take of time and memory; sanitizers keep what is freed for a while.
 CHAOS ?= $(if $(filter asan tsan,$(PRESET)),1 --growth=64 --end=20000)
 
-.PHONY: help run test test-all other-release check lint coverage fuzz soak bench bench-check load chaos web-tests dependencies check-dependencies build clean
+.PHONY: help run test test-all slurm other-release check lint coverage fuzz soak bench bench-check load chaos web-tests dependencies check-dependencies build clean
 
 help:
 	@echo "make run       install what is missing, build, and watch a simulated robot in real time"
@@ -18,6 +20,7 @@ help:
 	@echo "make check     run the tests under the sanitizers"
 	@echo "make lint      run the static checks"
 	@echo "make test-all  run all of that, with clang and in the other Debian release too"
+	@echo "make slurm     test scenarios in shards on a Slurm of this machine alone, as root"
 	@echo "make coverage  tell which lines and branches of platform/ and modules/ the tests reach"
 	@echo "make fuzz      look for inputs that break something, FUZZ_SECONDS=$(FUZZ_SECONDS) a target"
 	@echo "make soak      run SOAK_HOURS=$(SOAK_HOURS) of the robot's time and watch memory and descriptors"
@@ -41,7 +44,13 @@ test: dependencies
 # What takes too long for every day, or needs more than this machine has.
 test-all: test check lint
 	$(MAKE) test PRESET=clang
+	$(MAKE) slurm
 	$(MAKE) other-release
+
+# One of the scenarios is wrong on purpose.
+slurm: build
+	./packaging/install-dependencies.sh packaging/debian-packages-slurm.txt
+	PATH="$(CURDIR)/build/release/bin:$$PATH" ./examples/slurm/try.sh $(SLURM); test $$? = 1
 
 other-release:
 	./packaging/other-release.sh $(OTHER_RELEASE) $(RELEASE)

@@ -1,7 +1,7 @@
 #include "formats/mcap/Reader.h"
 #include "formats/mcap/Recover.h"
 #include "formats/mcap/Verify.h"
-#include "formats/run/RunLog.h"
+#include "formats/run/RunLogReader.h"
 #include "formats/text/FormatError.h"
 
 #include <cstddef>
@@ -19,9 +19,14 @@ namespace mcap = gk::formats::mcap;
 /// Enough for every shape of a chunk, small enough to try many.
 constexpr std::uint64_t kMaxChunk = 1 << 20;
 
-void readEntries(std::string_view block) {
-  gk::formats::RunLogReader entries(block);
+/// A block, and the same again as the one that follows it.
+void readEntries(std::string_view block, const char* encoding) {
+  gk::formats::RunLogReader entries;
   try {
+    entries.begin(block, 1, encoding);
+    while (entries.next()) {
+    }
+    entries.begin(block, 2, encoding);
     while (entries.next()) {
     }
   } catch (const gk::formats::FormatError&) {
@@ -34,7 +39,8 @@ void read(std::string_view bytes) {
   mcap::Reader reader(source, kMaxChunk);
   while (const auto item = reader.next()) {
     if (const auto* message = std::get_if<mcap::Message>(&*item)) {
-      readEntries(message->data);
+      readEntries(message->data, gk::formats::kRunEncoding);
+      readEntries(message->data, gk::formats::kFirstRunEncoding);
     }
   }
 }
@@ -54,7 +60,8 @@ void save(std::string_view bytes) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  readEntries(bytes);
+  readEntries(bytes, gk::formats::kRunEncoding);
+  readEntries(bytes, gk::formats::kFirstRunEncoding);
   try {
     read(bytes);
     mcap::MemorySource source(bytes);

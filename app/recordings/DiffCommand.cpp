@@ -4,6 +4,7 @@
 #include "app/session/Complaints.h"
 #include "app/session/SessionOptions.h"
 #include "formats/compare/ComparisonJson.h"
+#include "formats/compare/ReadReported.h"
 #include "formats/files/OutputError.h"
 #include "formats/json/JsonWriter.h"
 #include "formats/text/FormatError.h"
@@ -64,6 +65,7 @@ public:
                                 "is no recorded run, which could be compared with what the library "
                                 "makes of it: name a second file");
     }
+    fA.from = fB.from = formats::recordedFrom(file);
     readReported(file, DiffInput::Run, fA);
     runReported(file, fOptions.run, fB);
     xCompare();
@@ -78,6 +80,7 @@ public:
       throw formats::FormatError("--library, --subscribe and --sample are for what has to be run: "
                                  "both files tell already what was reported");
     }
+    fA.from = fB.from = std::max(xFrom(a, kindA), xFrom(b, kindB));
     xRead(a, kindA, fA);
     xRead(b, kindB, fB);
     xCompare();
@@ -108,6 +111,11 @@ public:
   }
 
 private:
+  /// Of a recording that was cut the beginning can only be run.
+  static GK::GKMicros xFrom(const std::string& file, DiffInput kind) {
+    return kind == DiffInput::Run || kind == DiffInput::Stream ? formats::recordedFrom(file) : 0;
+  }
+
   void xRead(const std::string& file, DiffInput kind, formats::ReportedRun& run) const {
     if (kind == DiffInput::Playable) {
       runReported(file, fOptions.run, run);

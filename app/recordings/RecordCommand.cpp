@@ -49,8 +49,7 @@ class StreamFile {
 public:
   StreamFile(const std::string& path, bool keepsEarlier)
       : fSink(path, {{}, keepsEarlier}),
-        fWriter(fSink,
-                {formats::mcap::Compression::Zstd, formats::mcap::Writer::kChunkSize, kLibrary}) {}
+        fWriter(fSink, {.level = formats::mcap::Compressor::kThorough, .library = kLibrary}) {}
 
   /// `host` has answered: the file is to stay.
   void begin(const std::string& host) {

@@ -2,6 +2,7 @@
 
 #include "formats/mcap/Compression.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,5 +26,16 @@ int recoverRecording(const std::string& file, const std::string& out, bool isOve
 /// The same recording as a file of another kind, told by the ending.
 int convertRecording(const std::string& file, const std::string& out,
                      formats::mcap::Compression compression, bool isOverwriting);
+
+/// A part of a recording, in seconds of the run.
+struct RecordingPart {
+  double from = 0;
+  /// To the end where there is none.
+  std::optional<double> to;
+};
+
+/// A part of a recording as a new one: a run from its beginning to the end of the part.
+int cutRecording(const std::string& file, const std::string& out, const RecordingPart& part,
+                 bool isOverwriting);
 
 } // namespace gk::app

@@ -5,6 +5,7 @@
 #include "formats/files/OutputError.h"
 #include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
+#include "formats/text/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -22,6 +23,7 @@ struct RecordingOptions {
   std::vector<std::string> topics;
   std::string compression = "zstd";
   bool isOverwriting = false;
+  RecordingPart part;
 };
 
 /// Errors of all kinds as one line and an exit code.
@@ -80,6 +82,20 @@ void addRecordingCommand(const Command& program) {
       .oneOf({"zstd", "lz4", "none"})
       .shows("zstd|lz4|none")
       .showsDefault();
+  const Command cut =
+      add("cut", "Keep a part of a recording: a run from its beginning to the end of the part",
+          [options] {
+            return cutRecording(options->file, options->out, options->part, options->isOverwriting);
+          });
+  addOut(cut, "The new file");
+  cut.option("--from", options->part.from,
+             "Where the part begins, in seconds of the run: viewers' messages before it are left "
+             "out, and it is told to be shown from there")
+      .within(0.0, formats::kMaxSeconds)
+      .shows("SECONDS");
+  cut.option("--to", options->part.to, "Where it ends: nothing behind it is kept")
+      .within(0.0, formats::kMaxSeconds)
+      .shows("SECONDS");
 }
 
 } // namespace gk::app

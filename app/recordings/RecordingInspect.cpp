@@ -7,8 +7,8 @@
 #include "formats/lines/ScenarioText.h"
 #include "formats/mcap/Reader.h"
 #include "formats/mcap/Verify.h"
+#include "formats/run/RunBlocks.h"
 #include "formats/run/RunCheck.h"
-#include "formats/run/RunLog.h"
 #include "formats/text/InputError.h"
 #include "formats/text/Printable.h"
 #include "formats/text/WallTime.h"
@@ -75,8 +75,10 @@ public:
       fmt::print("  {:<{}}  {}\n", formats::printable(name), widest, formats::printable(text));
     }
     xPrintChannels();
-    for (const mcap::Problem& problem : fReader.problems().kept()) {
-      fmt::print("problem at byte {}: {}\n", problem.offset, problem.text);
+    for (const mcap::Problems* problems : {&fReader.problems(), &fRunProblems}) {
+      for (const mcap::Problem& problem : problems->kept()) {
+        fmt::print("problem at byte {}: {}\n", problem.offset, problem.text);
+      }
     }
   }
 
@@ -127,30 +129,28 @@ private:
     fEnd = fMessages == 0 ? message.logTime : std::max(fEnd, message.logTime);
     ++fMessages;
     ++fCounts[message.channelId];
-    if (fReader.channel(message.channelId).messageEncoding == formats::kRunEncoding) {
-      xCountRun(message.data);
+    if (fRun.isBlock(message)) {
+      fRun.begin(message);
+      xCountRun();
     }
   }
 
-  void xCountRun(std::string_view block) {
-    formats::RunLogReader entries(block);
-    try {
-      while (const std::optional<formats::RunEntry> entry = entries.next()) {
-        fTurns += std::holds_alternative<formats::RunTurn>(*entry) ? 1 : 0;
-        fActions += std::holds_alternative<formats::RunAction>(*entry) ? 1 : 0;
-        fOverlaps += std::holds_alternative<formats::RunOverlap>(*entry) ? 1 : 0;
-        if (const auto* lost = std::get_if<formats::RunLost>(&*entry)) {
-          fLost += lost->blocks;
-        }
+  void xCountRun() {
+    while (const std::optional<formats::RunEntry> entry = fRun.next()) {
+      fTurns += std::holds_alternative<formats::RunTurn>(*entry) ? 1 : 0;
+      fActions += std::holds_alternative<formats::RunAction>(*entry) ? 1 : 0;
+      fOverlaps += std::holds_alternative<formats::RunOverlap>(*entry) ? 1 : 0;
+      if (const auto* lost = std::get_if<formats::RunLost>(&*entry)) {
+        fLost += lost->blocks;
       }
-    } catch (const formats::FormatError& error) {
-      fmt::print("problem in {}: {}\n", formats::kRunTopic, error.what());
     }
   }
 
   const std::string fFile;
   mcap::FileSource fSource;
   mcap::Reader fReader;
+  mcap::Problems fRunProblems;
+  formats::RunBlocks fRun{fReader, fRunProblems};
   std::vector<mcap::Metadata> fMetadata;
   std::uint64_t fAttachments = 0;
   std::uint64_t fMessages = 0;
@@ -166,8 +166,7 @@ private:
 /// Makes the entries of a run log JSON.
 class EntryText {
 public:
-  EntryText(std::string& out, std::map<std::uint64_t, std::string>& keys)
-      : fOut(out), fKeys(keys) {}
+  EntryText(std::string& out, const formats::RunBlocks& run) : fOut(out), fRun(run) {}
 
   void operator()(const formats::RunTurn& turn) {
     fOut += fmt::format(R"({{"turn":{},"t":)", turn.task);
@@ -184,17 +183,14 @@ public:
     fOut += '}';
   }
   void operator()(const formats::RunKey& key) {
-    fKeys[key.index] = key.name;
     fOut += fmt::format(R"({{"key":{},"name":)", key.index);
     formats::appendJsonString(fOut, key.name);
     fOut += '}';
   }
   void operator()(const formats::RunValues& values) {
     formats::SetAction set;
-    for (const auto& [index, value] : values.values) {
-      const auto key = fKeys.find(index);
-      set.values.emplace_back(key != fKeys.end() ? key->second : fmt::format("key {}", index),
-                              value);
+    for (const formats::RunValue& value : values.values) {
+      set.values.emplace_back(*fRun.key(value.key), values.value(value));
     }
     formats::appendScenarioLine(fOut, std::nullopt, set);
   }
@@ -212,27 +208,27 @@ public:
 
 private:
   std::string& fOut;
-  std::map<std::uint64_t, std::string>& fKeys;
+  const formats::RunBlocks& fRun;
   GK::GKMicros fTime = 0;
 };
 
 /// A message as JSON: itself where it is, a run log's entries, otherwise its length.
-void appendMessageText(std::string& out, const mcap::Channel& channel, std::string_view data,
-                       std::map<std::uint64_t, std::string>& keys) {
-  if (channel.messageEncoding == "json") {
-    out += data;
-  } else if (channel.messageEncoding == formats::kRunEncoding) {
-    formats::RunLogReader entries(data);
-    EntryText text(out, keys);
+void appendMessageText(std::string& out, const mcap::Reader& reader, const mcap::Message& message,
+                       formats::RunBlocks& run) {
+  if (reader.channel(message.channelId).messageEncoding == "json") {
+    out += message.data;
+  } else if (run.isBlock(message)) {
+    run.begin(message);
+    EntryText text(out, run);
     const char* separator = "[";
-    while (const std::optional<formats::RunEntry> entry = entries.next()) {
+    while (const std::optional<formats::RunEntry> entry = run.next()) {
       out += separator;
       std::visit(text, *entry);
       separator = ",";
     }
     out += ']';
   } else {
-    out += fmt::format(R"({{"bytes":{}}})", data.size());
+    out += fmt::format(R"({{"bytes":{}}})", message.data.size());
   }
 }
 
@@ -272,7 +268,8 @@ int verifyRecording(const std::string& file) {
 int printRecording(const std::string& file, const std::vector<std::string>& topics) {
   mcap::FileSource source(file);
   mcap::Reader reader(source);
-  std::map<std::uint64_t, std::string> keys;
+  mcap::Problems runProblems;
+  formats::RunBlocks run(reader, runProblems);
   std::string line;
   while (const std::optional<mcap::Item> item = reader.next()) {
     const auto* message = std::get_if<mcap::Message>(&*item);
@@ -286,23 +283,21 @@ int printRecording(const std::string& file, const std::vector<std::string>& topi
     line = R"({"topic":)";
     formats::appendJsonString(line, channel.topic);
     line += fmt::format(R"(,"log_time":{},"message":)", message->logTime);
-    try {
-      appendMessageText(line, channel, message->data, keys);
-      line += "}\n";
-      if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size()) {
-        std::clearerr(stdout); // told here, and not once more at the end
-        throw formats::OutputError(formats::OutputError::Kind::Write,
-                                   "cannot write standard output: " +
-                                       std::generic_category().message(errno));
-      }
-    } catch (const formats::FormatError& error) {
-      fmt::print(stderr, "gk: {}: a message of {}: {}\n", file, channel.topic, error.what());
+    appendMessageText(line, reader, *message, run);
+    line += "}\n";
+    if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size()) {
+      std::clearerr(stdout); // told here, and not once more at the end
+      throw formats::OutputError(formats::OutputError::Kind::Write,
+                                 "cannot write standard output: " +
+                                     std::generic_category().message(errno));
     }
   }
-  for (const mcap::Problem& problem : reader.problems().kept()) {
-    fmt::print(stderr, "gk: {}: byte {}: {}\n", file, problem.offset, problem.text);
+  for (const mcap::Problems* problems : {&reader.problems(), &std::as_const(runProblems)}) {
+    for (const mcap::Problem& problem : problems->kept()) {
+      fmt::print(stderr, "gk: {}: byte {}: {}\n", file, problem.offset, problem.text);
+    }
   }
-  return reader.problems().count() == 0 ? kSuccess : kFailure;
+  return reader.problems().count() + runProblems.count() == 0 ? kSuccess : kFailure;
 }
 
 } // namespace gk::app

@@ -3,6 +3,7 @@
 #include "gk/GKClock.h"
 
 #include <utility>
+#include <vector>
 
 namespace gk::app {
 
@@ -23,7 +24,23 @@ std::vector<runtime::RecordedMessage> ChannelMessages::ofTick(GK::GKMicros time,
   }
   loop.nextSample = time + kSamplePeriod;
   const auto isWanted = [](std::uint32_t) { return true; };
-  return xRecorded(fChannels.ofTick(time, task.module, loop.ticks, isWanted), time);
+  std::vector<gateway::ChannelMessage> samples =
+      fChannels.ofTick(time, task.module, loop.ticks, isWanted);
+  std::erase_if(samples, [this, time](const gateway::ChannelMessage& message) {
+    return xIsRepeated(message, time);
+  });
+  return xRecorded(std::move(samples), time);
+}
+
+bool ChannelMessages::xIsRepeated(const gateway::ChannelMessage& message, GK::GKMicros time) {
+  const auto [entry, isFirst] = fSamples.try_emplace(message.channel);
+  Sample& sample = entry->second;
+  if (!isFirst && sample.payload == message.payload && time - sample.time < kRepeatPeriod) {
+    return true;
+  }
+  sample.payload = message.payload;
+  sample.time = time;
+  return false;
 }
 
 std::vector<runtime::RecordedMessage>

@@ -27,12 +27,20 @@ constexpr double kCurrentPerTorque = 0.35;
 constexpr double kAngleNoise = 0.0008;                     // rad
 constexpr double kAngleStep = 2 * std::numbers::pi / 4096; // rad, encoders of 12 bits
 constexpr double kWeightNoise = 0.008;                     // kg
+constexpr double kWeightStep = 0.01;                       // kg
 constexpr double kAccelerationNoise = 0.06;                // m/s^2
+constexpr double kAccelerationStep = 9.80665 / 256;        // m/s^2
 constexpr double kRateNoise = 0.005;                       // rad/s
+constexpr double kRateStep = 0.005;                        // rad/s
+constexpr double kInclinationStep = 0.001;                 // rad
 constexpr double kDistanceNoise = 0.003;                   // m
 constexpr double kDistanceStep = 0.01;                     // m
 constexpr double kCurrentNoise = 0.004;                    // A
+constexpr double kCurrentStep = 0.002;                     // A
 constexpr double kTemperatureStep = 1.0;                   // degC
+constexpr double kChargeStep = 0.0001;                     // of a full battery
+constexpr double kBatteryCurrentStep = 0.02;               // A
+constexpr double kSpeedStep = 0.005;                       // m/s
 /// How long a bumper's spring keeps its switch closed after the last contact, s.
 constexpr double kBumperRelease = 0.1;
 /// Nearest distance that an ultrasonic sensor tells, m.
@@ -236,7 +244,7 @@ void Simulation::xWriteAll() {
   if (fMoving != nullptr) {
     fMoving->store(fPlayer.isMoving());
   }
-  put(fSpeed, fPhysics.speed());
+  put(fSpeed, fNoise.inSteps(fPhysics.speed(), kSpeedStep));
 }
 
 void Simulation::xWriteJoints() {
@@ -246,7 +254,8 @@ void Simulation::xWriteJoints() {
   for (std::size_t i = 0; i < fJoints.size(); ++i) {
     const Joint& joint = fJoints[i];
     put(joint.position, measured(fPhysics.angle(i)));
-    put(joint.current, std::max(0.0, joint.servo.current() + fNoise.of(kCurrentNoise)));
+    const double current = joint.servo.current() + fNoise.of(kCurrentNoise);
+    put(joint.current, std::max(0.0, fNoise.inSteps(current, kCurrentStep)));
     put(joint.temperature, fNoise.inSteps(joint.servo.temperature(), kTemperatureStep));
   }
   put(fCoupled, measured(fPhysics.coupledAngle()));
@@ -265,7 +274,8 @@ void Simulation::xWriteFeet() {
     double total = 0;
     for (std::size_t cell = 0; cell < kCells; ++cell) {
       const double weight = fPhysics.cellForce(side, static_cast<Cell>(cell)) / Physics::kGravity;
-      const double measured = std::max(0.0, weight + fNoise.of(kWeightNoise));
+      const double measured =
+          std::max(0.0, fNoise.inSteps(weight + fNoise.of(kWeightNoise), kWeightStep));
       put(foot.cells[cell], measured);
       total += measured;
     }
@@ -281,11 +291,11 @@ void Simulation::xWriteTouches() {
 }
 
 void Simulation::xWriteInertia() {
-  put(fAngles[0], fInertia.angleX());
-  put(fAngles[1], fInertia.angleY());
+  put(fAngles[0], fNoise.inSteps(fInertia.angleX(), kInclinationStep));
+  put(fAngles[1], fNoise.inSteps(fInertia.angleY(), kInclinationStep));
   for (std::size_t axis = 0; axis < 3; ++axis) {
-    put(fAccelerations[axis], fAcceleration[axis]);
-    put(fRates[axis], fRate[axis]);
+    put(fAccelerations[axis], fNoise.inSteps(fAcceleration[axis], kAccelerationStep));
+    put(fRates[axis], fNoise.inSteps(fRate[axis], kRateStep));
   }
 }
 
@@ -305,8 +315,8 @@ void Simulation::xWriteSonar() {
 }
 
 void Simulation::xWriteBattery() {
-  put(fCharge, fBattery.charge());
-  put(fCurrent, fBattery.current());
+  put(fCharge, fNoise.inSteps(fBattery.charge(), kChargeStep));
+  put(fCurrent, fNoise.inSteps(fBattery.current(), kBatteryCurrentStep));
   putInt(fStatus, fBattery.status());
   putInt(fCellVoltage, fBattery.cellVoltage());
 }

@@ -3,8 +3,9 @@
 #include "formats/json/JsonValue.h"
 #include "formats/mcap/Reader.h"
 #include "formats/mcap/Source.h"
+#include "formats/run/RunCut.h"
 #include "formats/run/RunFile.h"
-#include "formats/run/RunLog.h"
+#include "formats/run/RunLogReader.h"
 #include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
 #include "formats/text/Numbers.h"
@@ -69,6 +70,22 @@ public:
     return kind;
   }
 
+  /// The same for where what is in it begins.
+  GK::GKMicros from() {
+    while (const std::optional<mcap::Item> item = fReader->next()) {
+      const auto* metadata = std::get_if<mcap::Metadata>(&*item);
+      if (metadata == nullptr) {
+        break;
+      }
+      const auto text = metadata->values.find(kCutFromMember);
+      if (metadata->name == kCutMetadata && text != metadata->values.end()) {
+        const std::optional<double> seconds = parseDouble(text->second);
+        return (seconds ? toMicros(*seconds) : std::nullopt).value_or(0);
+      }
+    }
+    return 0;
+  }
+
   void read(ReportedRun& run, const ReadProgress& progress) {
     run.told = LineKinds::parse("event,micro,log");
     if (run.isWanted(LineKind::Log)) {
@@ -121,8 +138,9 @@ private:
   /// The time in the run of a message that tells it.
   std::optional<GK::GKMicros> xTimeOf(const mcap::Message& message) const {
     const mcap::Channel& channel = fReader->channel(message.channelId);
-    if (channel.messageEncoding == kRunEncoding) {
-      RunLogReader entries(message.data);
+    if (isRunEncoding(channel.messageEncoding)) {
+      RunLogReader entries;
+      entries.begin(message.data, message.sequence, channel.messageEncoding);
       while (const std::optional<RunEntry> entry = entries.next()) {
         if (const auto* turn = std::get_if<RunTurn>(&*entry)) {
           return turn->time;
@@ -227,6 +245,10 @@ private:
 };
 
 } // namespace
+
+GK::GKMicros recordedFrom(const std::string& path) {
+  return RecordedFile(path).from();
+}
 
 RecordedKind recordedKind(const std::string& path) {
   return RecordedFile(path).kind();

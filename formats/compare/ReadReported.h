@@ -28,6 +28,10 @@ enum class RecordedKind : std::uint8_t {
 
 RecordedKind recordedKind(const std::string& path);
 
+/// From where on a recording tells what was reported: later than the run's start when it was cut.
+/// Raises `InputError`.
+GK::GKMicros recordedFrom(const std::string& path);
+
 /// Adds the events and log lines that a recording holds for viewers. Levels of the log that viewers
 /// do not tell apart are one. Raises `InputError`.
 void readRecorded(const std::string& path, ReportedRun& run,

@@ -15,7 +15,7 @@ bool ReportedChoice::isIgnored(const std::string& name) const {
 
 void ReportedRun::add(GK::GKMicros time, LineKind kind, std::string_view name,
                       const GK::GKValue& value) {
-  if (!isWanted(kind)) {
+  if (!isWanted(kind) || time < from) {
     return;
   }
   if (Row* row = xRow(kind, name)) {

@@ -71,6 +71,8 @@ public:
   /// What is known about the run: name and text, in the order in which they are shown. "file" comes
   /// first.
   std::vector<std::pair<std::string, std::string>> facts;
+  /// What is reported before this time is left out.
+  GK::GKMicros from = 0;
   /// Kinds of lines that its source can hold.
   LineKinds told = LineKinds::all();
   /// What may be wrong with it: one line each.

@@ -12,9 +12,6 @@ namespace {
 /// In the order of `Compression`.
 constexpr std::array<std::string_view, 3> kNames{"", "zstd", "lz4"};
 
-/// The fastest level that still shrinks tables of slowly moving numbers well.
-constexpr int kZstdLevel = 3;
-
 std::size_t checkedZstd(std::size_t result) {
   if (ZSTD_isError(result) != 0) {
     throw FormatError(std::string("zstd: ") + ZSTD_getErrorName(result));
@@ -58,8 +55,8 @@ struct Compressor::Context {
   std::unique_ptr<ZSTD_CCtx, Free> zstd{checked(ZSTD_createCCtx())};
 };
 
-Compressor::Compressor(Compression compression)
-    : fCompression(compression), fContext(std::make_unique<Context>()) {}
+Compressor::Compressor(Compression compression, int level)
+    : fCompression(compression), fLevel(level), fContext(std::make_unique<Context>()) {}
 Compressor::~Compressor() = default;
 
 void Compressor::compress(std::string_view bytes, std::string& out) {
@@ -70,7 +67,7 @@ void Compressor::compress(std::string_view bytes, std::string& out) {
   case Compression::Zstd:
     out.resize(ZSTD_compressBound(bytes.size()));
     out.resize(checkedZstd(ZSTD_compressCCtx(fContext->zstd.get(), out.data(), out.size(),
-                                             bytes.data(), bytes.size(), kZstdLevel)));
+                                             bytes.data(), bytes.size(), fLevel)));
     return;
   case Compression::Lz4:
     out.resize(LZ4F_compressFrameBound(bytes.size(), nullptr));

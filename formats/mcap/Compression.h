@@ -19,7 +19,12 @@ std::optional<Compression> findCompression(std::string_view name);
 /// Compresses chunks, one at a time: each becomes a frame of its own. For one thread.
 class Compressor {
 public:
-  explicit Compressor(Compression compression);
+  /// Levels of zstd: the fastest one that still shrinks tables of slowly moving numbers well, and
+  /// one for what comes slowly and is to be kept.
+  static constexpr int kQuick = 3;
+  static constexpr int kThorough = 9;
+
+  explicit Compressor(Compression compression, int level = kQuick);
   ~Compressor();
   Compressor(const Compressor&) = delete;
   Compressor& operator=(const Compressor&) = delete;
@@ -33,6 +38,7 @@ private:
   struct Context;
 
   const Compression fCompression;
+  const int fLevel;
   std::unique_ptr<Context> fContext;
 };
 

@@ -4,6 +4,8 @@
 #include "formats/mcap/Crc.h"
 #include "formats/mcap/Decode.h"
 
+#include <algorithm>
+#include <string>
 #include <utility>
 
 namespace gk::formats::mcap {
@@ -28,7 +30,7 @@ template <class T> bool define(std::map<std::uint16_t, T>& known, T definition, 
 } // namespace
 
 Reader::Reader(Source& source, std::uint64_t maxChunk)
-    : fScanner(source, fProblems), fLoader(source, maxChunk) {}
+    : fSource(source), fScanner(source, fProblems), fLoader(source, maxChunk) {}
 
 const Schema* Reader::schema(std::uint16_t id) const {
   const auto found = fSchemas.find(id);
@@ -95,8 +97,43 @@ std::optional<Item> Reader::xTake(const RecordPlace& place) {
 void Reader::xLoadChunk(const RecordPlace& place) {
   ++fChunks;
   fInner = InnerRecords();
+  if (fWanted && !xMayHoldWanted(place)) {
+    return;
+  }
   fInner = InnerRecords(fLoader.load(place));
   fChunkOffset = place.offset;
+}
+
+/// By the indexes behind the chunk: one for each of its channels.
+bool Reader::xMayHoldWanted(const RecordPlace& chunk) {
+  std::optional<RecordPlace> index = fScanner.at(chunk.end());
+  if (fWantedChannels.empty() || !index || index->opcode != Opcode::MessageIndex) {
+    return true;
+  }
+  constexpr std::uint64_t idSize = sizeof(std::uint16_t);
+  for (; index && index->opcode == Opcode::MessageIndex; index = fScanner.at(index->end())) {
+    if (index->length < idSize ||
+        fWantedChannels.contains(
+            ByteCursor(fScanner.content(*index, idSize)).number<std::uint16_t>())) {
+      return true;
+    }
+  }
+  return false;
+}
+
+void Reader::xReadSummary() {
+  const std::optional<Footer> footer = fScanner.footer();
+  if (!footer || footer->summaryStart == 0) {
+    return;
+  }
+  for (std::optional<RecordPlace> place = fScanner.at(footer->summaryStart);
+       place && (place->opcode == Opcode::Schema || place->opcode == Opcode::Channel);
+       place = fScanner.at(place->end())) {
+    // A message may lie in the scanner's memory.
+    std::string content;
+    fSource.read(place->contentAt(), std::min(place->length, Scanner::kMaxRecord), content);
+    xDefine(place->opcode, content, place->offset);
+  }
 }
 
 std::optional<Item> Reader::xNextInner() {
@@ -130,6 +167,9 @@ void Reader::xDefine(Opcode opcode, std::string_view content, std::uint64_t offs
       if (channel.schemaId != 0 && schema(channel.schemaId) == nullptr) {
         throw FormatError("channel " + std::to_string(channel.id) + " has an unknown schema");
       }
+      if (fWanted && fWanted(channel)) {
+        fWantedChannels.insert(channel.id);
+      }
       isNew = define(fChannels, std::move(channel), "channel");
     }
     fDefinitionBytes += isNew ? content.size() : 0;
@@ -140,8 +180,15 @@ void Reader::xDefine(Opcode opcode, std::string_view content, std::uint64_t offs
 
 std::optional<Item> Reader::xTakeMessage(std::string_view content, std::uint64_t offset) {
   const Message message = decodeMessage(content);
+  if (!fChannels.contains(message.channelId) && !std::exchange(fIsSummaryRead, true)) {
+    // Where the chunk that told of it is damaged.
+    xReadSummary();
+  }
   if (!fChannels.contains(message.channelId)) {
     fProblems.add(offset, "message of the unknown channel " + std::to_string(message.channelId));
+    return std::nullopt;
+  }
+  if (fWanted && !fWantedChannels.contains(message.channelId)) {
     return std::nullopt;
   }
   return message;

@@ -6,9 +6,12 @@
 #include "formats/mcap/Source.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string_view>
+#include <utility>
 #include <variant>
 
 namespace gk::formats::mcap {
@@ -22,8 +25,15 @@ using Item = std::variant<Message, Metadata, Attachment>;
 /// to its last whole chunk is read. For one thread.
 class Reader {
 public:
+  /// True for a channel that is wanted.
+  using Wanted = std::function<bool(const Channel&)>;
+
   /// Raises `FormatError` when the file does not begin as it must. `source` outlives the reader.
   explicit Reader(Source& source, std::uint64_t maxChunk = ChunkLoader::kMaxChunk);
+
+  /// Only messages of these channels are given out. Chunks that hold others alone, by what the
+  /// indexes behind them tell, are not read, once a channel that is wanted is known.
+  void want(Wanted wanted) { fWanted = std::move(wanted); }
 
   /// The next message, metadata or attachment in the order of the file; nothing at the end.
   /// Raises only what `source` raises.
@@ -53,7 +63,11 @@ private:
   /// Takes note of a schema or a channel.
   void xDefine(Opcode opcode, std::string_view content, std::uint64_t offset);
   void xLoadChunk(const RecordPlace& place);
+  bool xMayHoldWanted(const RecordPlace& chunk);
+  /// Takes what the summary tells of schemas and channels.
+  void xReadSummary();
 
+  Source& fSource;
   Problems fProblems;
   Scanner fScanner;
   ChunkLoader fLoader;
@@ -65,6 +79,9 @@ private:
   std::map<std::uint16_t, Schema> fSchemas;
   std::map<std::uint16_t, Channel> fChannels;
   std::uint64_t fDefinitionBytes = 0;
+  bool fIsSummaryRead = false;
+  Wanted fWanted;
+  std::set<std::uint16_t> fWantedChannels;
   std::string fProfile;
   std::string fLibrary;
 };

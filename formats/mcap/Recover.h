@@ -16,9 +16,10 @@ struct Recovered {
   bool isCut = false;
 };
 
-/// Writes everything that can be read of a file as a new, whole one. Raises `FormatError` for what
+/// Writes everything that can be read of a file as a new, whole one. The topic `apart` gets chunks
+/// of its own. Raises `FormatError` for what
 /// does not begin as an MCAP file does, `OutputError`, and what `source` raises.
 Recovered recover(Source& source, Sink& sink, Compression compression,
-                  const Progress& progress = nullptr);
+                  const Progress& progress = nullptr, const std::string& apart = {});
 
 } // namespace gk::formats::mcap

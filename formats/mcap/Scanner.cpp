@@ -37,7 +37,7 @@ Scanner::Scanner(Source& source, Problems& problems)
   }
 }
 
-std::optional<RecordPlace> Scanner::xPlaceAt(std::uint64_t offset) {
+std::optional<RecordPlace> Scanner::at(std::uint64_t offset) {
   fSource.read(offset, kRecordHead, fHead);
   if (fHead.size() < kRecordHead) {
     return std::nullopt;
@@ -53,7 +53,7 @@ std::optional<RecordPlace> Scanner::xPlaceAt(std::uint64_t offset) {
 
 std::optional<RecordPlace> Scanner::next() {
   while (!fIsAtEnd) {
-    const std::optional<RecordPlace> place = xPlaceAt(fPosition);
+    const std::optional<RecordPlace> place = at(fPosition);
     if (!place) {
       fIsAtEnd = !xResume();
       continue;
@@ -120,7 +120,7 @@ std::optional<std::uint64_t> Scanner::xNextIndexedChunk(std::uint64_t from) {
   if (!end || end->summaryStart == 0) {
     return chunk;
   }
-  std::optional<RecordPlace> place = xPlaceAt(end->summaryStart);
+  std::optional<RecordPlace> place = at(end->summaryStart);
   while (place && place->opcode != Opcode::Footer) {
     if (place->opcode == Opcode::ChunkIndex && place->length <= kMaxRecord) {
       try {
@@ -133,7 +133,7 @@ std::optional<std::uint64_t> Scanner::xNextIndexedChunk(std::uint64_t from) {
         return chunk;
       }
     }
-    place = xPlaceAt(place->end());
+    place = at(place->end());
   }
   return chunk;
 }

@@ -62,6 +62,9 @@ public:
   /// The next record; nothing behind the footer or at the end.
   std::optional<RecordPlace> next();
 
+  /// The record that begins at this place; nothing where none can.
+  std::optional<RecordPlace> at(std::uint64_t offset);
+
   /// Reads a record's content, at most `most` bytes. The view is good until the next call. Raises
   /// `FormatError` for a record that is too long.
   std::string_view content(const RecordPlace& place, std::uint64_t most = kMaxRecord);
@@ -78,7 +81,6 @@ public:
   std::optional<Footer> footer();
 
 private:
-  std::optional<RecordPlace> xPlaceAt(std::uint64_t offset);
   std::optional<std::uint64_t> xNextIndexedChunk(std::uint64_t from);
   bool xResume();
 

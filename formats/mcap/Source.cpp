@@ -14,6 +14,10 @@ namespace gk::formats::mcap {
 
 namespace {
 
+/// Pieces up to this size are read from a window of that size.
+constexpr std::size_t kSmall = 256;
+constexpr std::size_t kWindow = 8192;
+
 InputError failure(const std::string& path, const std::string& why) {
   return {path, 0, "cannot be read: " + why};
 }
@@ -42,6 +46,19 @@ FileSource::~FileSource() {
 }
 
 void FileSource::read(std::uint64_t offset, std::size_t count, std::string& out) {
+  if (count > kSmall) {
+    xRead(offset, count, out);
+    return;
+  }
+  if (offset < fWindowAt || offset + count > fWindowAt + fWindow.size()) {
+    xRead(offset, kWindow, fWindow);
+    fWindowAt = offset;
+  }
+  const std::uint64_t from = std::min<std::uint64_t>(offset - fWindowAt, fWindow.size());
+  out.assign(fWindow, from, count);
+}
+
+void FileSource::xRead(std::uint64_t offset, std::size_t count, std::string& out) {
   const std::uint64_t left = offset < fSize ? fSize - offset : 0;
   out.resize(static_cast<std::size_t>(std::min<std::uint64_t>(count, left)));
   std::size_t done = 0;

@@ -32,9 +32,14 @@ public:
   void read(std::uint64_t offset, std::size_t count, std::string& out) override;
 
 private:
+  void xRead(std::uint64_t offset, std::size_t count, std::string& out);
+
   std::string fPath;
   int fFile;
   std::uint64_t fSize = 0;
+  /// What lies around the last small piece that was read: heads of records are small and many.
+  std::string fWindow;
+  std::uint64_t fWindowAt = 0;
 };
 
 /// Memory, which must outlive the source.

@@ -61,8 +61,8 @@ private:
 };
 
 Writer::Writer(Sink& sink, Options options)
-    : fSink(sink), fChunkSize(options.chunkSize), fCompressor(options.compression),
-      fChunkIndexes(std::make_unique<Spill>()) {
+    : fSink(sink), fChunkSize(options.chunkSize), fApartTopic(std::move(options.apart)),
+      fCompressor(options.compression, options.level), fChunkIndexes(std::make_unique<Spill>()) {
   std::string start(kMagic);
   appendHeader(start, "", options.library);
   xWrite(start);
@@ -103,20 +103,19 @@ void Writer::write(std::uint16_t channel, std::uint64_t logTime, std::uint64_t p
 }
 
 void Writer::write(const Message& message) {
-  if (fMessages.empty()) {
-    fChunkStart = message.logTime;
-    fChunkEnd = message.logTime;
-  }
-  fChunkStart = std::min(fChunkStart, message.logTime);
-  fChunkEnd = std::max(fChunkEnd, message.logTime);
-  MessageIndex& index = fIndexes[message.channelId];
+  const bool isApart = fChannels[message.channelId - 1U].topic == fApartTopic;
+  OpenChunk& chunk = isApart ? fApart : fShared;
+  const bool isFirst = chunk.isEmpty();
+  chunk.start = isFirst ? message.logTime : std::min(chunk.start, message.logTime);
+  chunk.end = isFirst ? message.logTime : std::max(chunk.end, message.logTime);
+  MessageIndex& index = chunk.indexes[message.channelId];
   index.channelId = message.channelId;
-  index.entries.push_back({message.logTime, fMessages.size()});
-  appendMessage(fMessages, message);
+  index.entries.push_back({message.logTime, chunk.messages.size()});
+  appendMessage(chunk.messages, message);
   xCountTime(message.logTime);
   ++fStatistics.channelMessageCounts[message.channelId];
-  if (fMessages.size() >= fChunkSize) {
-    closeChunk();
+  if (chunk.messages.size() >= fChunkSize) {
+    xClose(chunk);
   }
 }
 
@@ -126,36 +125,48 @@ void Writer::xCountTime(std::uint64_t time) {
   fStatistics.endTime = isFirst ? time : std::max(fStatistics.endTime, time);
 }
 
-/// The schemas and channels of the open chunk's messages, in the order in which they must come.
-std::string Writer::xChunkPreamble() const {
-  std::set<std::uint16_t> schemas;
-  for (const auto& [id, index] : fIndexes) {
-    schemas.insert(fChannels[id - 1U].schemaId);
+/// A channel, behind its schema, unless they have been told of.
+void Writer::xDefine(const Channel& channel) {
+  if (!fToldChannels.insert(channel.id).second) {
+    return;
   }
-  std::string preamble;
-  for (const std::uint16_t id : schemas) {
-    if (id != 0) {
-      appendSchema(preamble, fSchemas[id - 1U]);
+  if (channel.schemaId != 0 && fToldSchemas.insert(channel.schemaId).second) {
+    appendSchema(fRecords, fSchemas[channel.schemaId - 1U]);
+  }
+  appendChannel(fRecords, channel);
+}
+
+void Writer::xAppendDefinitions(const OpenChunk& chunk) {
+  if (fStatistics.chunkCount % kRepeatChunks == 0) {
+    fToldSchemas.clear();
+    for (const std::uint16_t id : std::exchange(fToldChannels, {})) {
+      xDefine(fChannels[id - 1U]);
     }
   }
-  for (const auto& [id, index] : fIndexes) {
-    appendChannel(preamble, fChannels[id - 1U]);
+  for (const auto& [id, index] : chunk.indexes) {
+    xDefine(fChannels[id - 1U]);
   }
-  return preamble;
 }
 
 void Writer::closeChunk() {
-  if (fMessages.empty()) {
+  const bool isApartFirst = fApart.start <= fShared.start;
+  xClose(isApartFirst ? fApart : fShared);
+  xClose(isApartFirst ? fShared : fApart);
+}
+
+void Writer::xClose(OpenChunk& chunk) {
+  if (chunk.isEmpty()) {
     return;
   }
-  fRecords = xChunkPreamble();
+  fRecords.clear();
+  xAppendDefinitions(chunk);
   const std::size_t preamble = fRecords.size();
-  fRecords += fMessages;
+  fRecords += chunk.messages;
   fCompressor.compress(fRecords, fCompressed);
 
   ChunkHead head;
-  head.startTime = fChunkStart;
-  head.endTime = fChunkEnd;
+  head.startTime = chunk.start;
+  head.endTime = chunk.end;
   head.uncompressedSize = fRecords.size();
   head.uncompressedCrc = crcOf(fRecords);
   head.compression = compressionName(fCompressor.compression());
@@ -173,19 +184,19 @@ void Writer::closeChunk() {
   xWrite(fHead);
   xWrite(fCompressed);
   index.length = fOffset - index.offset;
-  xWriteMessageIndexes(index, preamble);
+  xWriteMessageIndexes(chunk, index, preamble);
 
   std::string record;
   appendChunkIndex(record, index);
   fChunkIndexes->add(record);
   ++fStatistics.chunkCount;
-  fMessages.clear();
-  fIndexes.clear();
+  chunk.messages.clear();
+  chunk.indexes.clear();
 }
 
-void Writer::xWriteMessageIndexes(ChunkIndex& index, std::size_t preamble) {
+void Writer::xWriteMessageIndexes(OpenChunk& chunk, ChunkIndex& index, std::size_t preamble) {
   const std::uint64_t start = fOffset;
-  for (auto& [id, messages] : fIndexes) {
+  for (auto& [id, messages] : chunk.indexes) {
     for (MessageIndex::Entry& entry : messages.entries) {
       entry.offset += preamble;
     }

@@ -14,9 +14,11 @@
 
 namespace gk::formats::mcap {
 
-/// Writes a file as its messages come: in chunks that each stand alone (the schemas and channels of
-/// its messages come first in every chunk), with message indexes behind each chunk, a summary
-/// with indexes and statistics at the end, and all checksums.
+/// Writes a file as its messages come: in chunks with message indexes behind them, a summary with
+/// indexes and statistics at the end, and all checksums.
+///
+/// The schemas and channels of its messages come first in a chunk when they are new, and every
+/// `kRepeatChunks`th chunk tells all that there are, so that not much is lost with a damaged one.
 ///
 /// Memory does not grow with the file: the chunks' indexes wait for the end in a temporary file.
 /// All operations raise `OutputError` when the file cannot be written, and `FormatError` for more
@@ -24,13 +26,18 @@ namespace gk::formats::mcap {
 class Writer {
 public:
   static constexpr std::size_t kChunkSize = 1 << 20;
+  static constexpr std::uint64_t kRepeatChunks = 16;
 
   struct Options {
     Compression compression = Compression::Zstd;
     /// A chunk that has grown to this many bytes, uncompressed, is closed.
     std::size_t chunkSize = kChunkSize;
+    /// How hard is tried to make chunks small, as zstd counts.
+    int level = Compressor::kQuick;
     /// Name of the program that writes.
-    std::string library;
+    std::string library{};
+    /// A topic with chunks of its own: who wants it alone need not read the others.
+    std::string apart{};
   };
 
   /// Begins the file. `sink` outlives the writer.
@@ -55,9 +62,9 @@ public:
   void addMetadata(const Metadata& metadata);
   void addAttachment(const Attachment& attachment);
 
-  /// Closes the chunk that is being filled, if there is one, and hands it to the sink.
+  /// Closes the chunks that are being filled, if there are any, and hands them to the sink.
   void closeChunk();
-  bool hasOpenChunk() const noexcept { return !fMessages.empty(); }
+  bool hasOpenChunk() const noexcept { return !fShared.isEmpty() || !fApart.isEmpty(); }
 
   /// Writes the summary and the end. Nothing may follow.
   void finish();
@@ -69,13 +76,27 @@ public:
 private:
   class Spill;
 
+  /// A chunk that is being filled: its messages, where they lie, and when the first and the last of
+  /// them was.
+  struct OpenChunk {
+    bool isEmpty() const noexcept { return messages.empty(); }
+
+    std::string messages;
+    std::map<std::uint16_t, MessageIndex> indexes;
+    std::uint64_t start = 0;
+    std::uint64_t end = 0;
+  };
+
   void xWrite(std::string_view bytes);
-  std::string xChunkPreamble() const;
-  void xWriteMessageIndexes(ChunkIndex& index, std::size_t preamble);
+  void xClose(OpenChunk& chunk);
+  void xAppendDefinitions(const OpenChunk& chunk);
+  void xDefine(const Channel& channel);
+  void xWriteMessageIndexes(OpenChunk& chunk, ChunkIndex& index, std::size_t preamble);
   void xCountTime(std::uint64_t time);
 
   Sink& fSink;
   const std::size_t fChunkSize;
+  const std::string fApartTopic;
   Compressor fCompressor;
   std::uint64_t fOffset = 0;
   /// Of everything up to the end of data.
@@ -86,11 +107,11 @@ private:
   std::vector<std::uint32_t> fNextSequence;
   Statistics fStatistics;
 
-  /// The open chunk: its messages, where they lie, and when the first and the last of them was.
-  std::string fMessages;
-  std::map<std::uint16_t, MessageIndex> fIndexes;
-  std::uint64_t fChunkStart = 0;
-  std::uint64_t fChunkEnd = 0;
+  OpenChunk fShared;
+  OpenChunk fApart;
+  /// Channels and schemas that a chunk has told of.
+  std::set<std::uint16_t> fToldChannels;
+  std::set<std::uint16_t> fToldSchemas;
 
   std::unique_ptr<Spill> fChunkIndexes;
   std::string fAttachmentIndexes;

@@ -14,11 +14,9 @@ McapRecording::McapRecording(const std::string& path) : fFile(path) {
 void McapRecording::xReadPreload() {
   SetAction values;
   while (std::optional<RunEntry> entry = fFile.next()) {
-    if (auto* read = std::get_if<RunValues>(&*entry)) {
-      for (auto& [index, value] : read->values) {
-        if (const std::string* key = fFile.key(index)) {
-          values.values.emplace_back(*key, std::move(value));
-        }
+    if (const auto* read = std::get_if<RunValues>(&*entry)) {
+      for (const RunValue& value : read->values) {
+        values.values.emplace_back(*fFile.key(value.key), read->value(value));
       }
     } else if (auto* action = std::get_if<RunAction>(&*entry)) {
       fPreload.push_back(std::move(action->action));
@@ -38,10 +36,10 @@ void McapRecording::xReadPreload() {
 }
 
 void McapRecording::xReadLine() {
-  fValues.values.clear();
+  fValues.clear();
   fActions.clear();
   fTime = fFollowing ? std::optional(fFollowing->time) : std::nullopt;
-  const auto isEmpty = [this] { return fValues.values.empty() && fActions.empty(); };
+  const auto isEmpty = [this] { return fValues.empty() && fActions.empty(); };
   fFollowing.reset();
   while (std::optional<RunEntry> entry = fFile.next()) {
     if (const auto* turn = std::get_if<RunTurn>(&*entry)) {
@@ -50,8 +48,10 @@ void McapRecording::xReadLine() {
         return;
       }
       fTime = turn->time;
-    } else if (auto* values = std::get_if<RunValues>(&*entry)) {
-      fValues = std::move(*values);
+    } else if (const auto* values = std::get_if<RunValues>(&*entry)) {
+      for (const RunValue& value : values->values) {
+        fValues.emplace_back(value.key, values->value(value));
+      }
     } else if (auto* action = std::get_if<RunAction>(&*entry)) {
       fActions.push_back(std::move(action->action));
     }
@@ -62,7 +62,7 @@ void McapRecording::xReadLine() {
 }
 
 void McapRecording::play(RecordingTarget& target) {
-  for (const auto& [index, value] : fValues.values) {
+  for (const auto& [index, value] : fValues) {
     if (GK::GKMemoryCell* cell = xCell(index, target)) {
       cell->store(value);
     }
@@ -74,13 +74,9 @@ void McapRecording::play(RecordingTarget& target) {
 }
 
 GK::GKMemoryCell* McapRecording::xCell(std::uint64_t index, RecordingTarget& target) {
-  const std::string* key = fFile.key(index);
-  if (key == nullptr) {
-    return nullptr;
-  }
   fCells.resize(std::max<std::size_t>(fCells.size(), index + 1));
   if (fCells[index] == nullptr) {
-    fCells[index] = target.column(*key);
+    fCells[index] = target.column(*fFile.key(index));
   }
   return fCells[index];
 }

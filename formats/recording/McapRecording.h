@@ -3,8 +3,10 @@
 #include "formats/recording/Recording.h"
 #include "formats/run/RunFile.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace gk::formats {
@@ -30,7 +32,7 @@ private:
   RunFile fFile;
   /// The turn that begins behind the current line.
   std::optional<RunTurn> fFollowing;
-  RunValues fValues;
+  std::vector<std::pair<std::uint64_t, GK::GKValue>> fValues;
   std::vector<Action> fActions;
   /// By number of the key; null before its first value.
   std::vector<GK::GKMemoryCell*> fCells;

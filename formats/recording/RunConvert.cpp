@@ -4,7 +4,7 @@
 #include "formats/lines/ScenarioText.h"
 #include "formats/mcap/Writer.h"
 #include "formats/run/RunFile.h"
-#include "formats/run/RunLog.h"
+#include "formats/run/RunLogWriter.h"
 #include "formats/text/Numbers.h"
 
 #include <cmath>
@@ -153,7 +153,9 @@ void writeRow(const Table& table, GK::GKMicros time, const TextSink& out) {
 
 void convertToMcap(Recording& recording, mcap::Sink& sink, mcap::Compression compression,
                    mcap::StringMap about, const ConvertProgress& progress) {
-  mcap::Writer writer(sink, {compression, mcap::Writer::kChunkSize, about["version"]});
+  mcap::Writer writer(sink, {.compression = compression,
+                             .level = mcap::Compressor::kThorough,
+                             .library = about["version"]});
   writer.addMetadata({kRunMetadata, std::move(about)});
   const std::uint16_t channel = writer.addChannel(kRunTopic, kRunEncoding, 0);
   RunLogWriter log;

@@ -1,20 +1,15 @@
 #include "formats/run/RunFile.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace gk::formats {
 
-namespace {
-
-/// More keys than this a run does not have.
-constexpr std::uint64_t kMaxKeys = 1 << 20;
-
-} // namespace
-
 RunFile::RunFile(const std::string& path) : fPath(path), fSource(path) {
   try {
     fReader = std::make_unique<mcap::Reader>(fSource);
+    fBlocks = std::make_unique<RunBlocks>(*fReader, fBadBlocks);
+    fReader->want(
+        [](const mcap::Channel& channel) { return isRunEncoding(channel.messageEncoding); });
   } catch (const FormatError& error) {
     throw InputError(path, 0, error.what());
   }
@@ -33,11 +28,8 @@ bool RunFile::xNextBlock() {
       continue;
     }
     const auto* message = std::get_if<mcap::Message>(&*item);
-    if (message != nullptr &&
-        fReader->channel(message->channelId).messageEncoding == kRunEncoding) {
-      fBlock = message->data;
-      fEntries = RunLogReader(fBlock);
-      fIsNameless = false;
+    if (message != nullptr) {
+      fBlocks->begin(*message);
       return true;
     }
   }
@@ -45,44 +37,17 @@ bool RunFile::xNextBlock() {
 }
 
 std::optional<RunEntry> RunFile::next() {
-  while (true) {
-    try {
-      if (std::optional<RunEntry> entry = fEntries.next()) {
-        xTake(*entry);
-        return entry;
-      }
-    } catch (const FormatError& error) {
-      fBadBlocks.add(fReader->itemOffset(), std::string("run log: ") + error.what());
+  do {
+    if (std::optional<RunEntry> entry = fBlocks->next()) {
+      return entry;
     }
-    if (!xNextBlock()) {
-      return std::nullopt;
-    }
-  }
-}
-
-void RunFile::xTake(const RunEntry& entry) {
-  if (const auto* key = std::get_if<RunKey>(&entry)) {
-    if (key->index >= kMaxKeys) {
-      throw FormatError("too many keys");
-    }
-    fKeys.resize(std::max<std::size_t>(fKeys.size(), key->index + 1));
-    fKeys[key->index] = key->name;
-  } else if (const auto* values = std::get_if<RunValues>(&entry); values && !fIsNameless) {
-    const auto isNameless = [this](const auto& value) { return this->key(value.first) == nullptr; };
-    fIsNameless = std::any_of(values->values.begin(), values->values.end(), isNameless);
-    if (fIsNameless) {
-      fBadBlocks.add(fReader->itemOffset(), "run log: values of keys of which the names are lost");
-    }
-  }
+  } while (xNextBlock());
+  return std::nullopt;
 }
 
 RunClock RunFile::clock() const {
   const auto found = fAbout.find(kClockMember);
   return found != fAbout.end() && found->second == kTurnsClock ? RunClock::Turns : RunClock::None;
-}
-
-const std::string* RunFile::key(std::uint64_t index) const {
-  return index < fKeys.size() && !fKeys[index].empty() ? &fKeys[index] : nullptr;
 }
 
 std::vector<std::string> RunFile::problems() const {

@@ -2,7 +2,7 @@
 
 #include "formats/mcap/Reader.h"
 #include "formats/mcap/Source.h"
-#include "formats/run/RunLog.h"
+#include "formats/run/RunBlocks.h"
 #include "formats/text/InputError.h"
 
 #include <cstdint>
@@ -47,7 +47,7 @@ public:
   RunClock clock() const;
 
   /// A key by its number; null when the entry that told its name was lost.
-  const std::string* key(std::uint64_t index) const;
+  const std::string* key(std::uint64_t index) const { return fBlocks->key(index); }
 
   const std::string& path() const noexcept { return fPath; }
   bool isCut() const noexcept { return fReader->isCut(); }
@@ -59,18 +59,13 @@ public:
 
 private:
   bool xNextBlock();
-  void xTake(const RunEntry& entry);
 
   std::string fPath;
   mcap::FileSource fSource;
   std::unique_ptr<mcap::Reader> fReader;
   mcap::StringMap fAbout;
-  std::string fBlock;
-  RunLogReader fEntries;
-  std::vector<std::string> fKeys;
   mcap::Problems fBadBlocks;
-  /// The present block has values of keys of which the names are lost.
-  bool fIsNameless = false;
+  std::unique_ptr<RunBlocks> fBlocks;
 };
 
 } // namespace gk::formats

@@ -5,12 +5,10 @@
 #include "gk/GKValue.h"
 
 #include <cstdint>
-#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <variant>
-#include <vector>
 
 /// What a recording keeps of a run so that it can be repeated exactly: who ran when, and what came
 /// from outside.
@@ -19,14 +17,20 @@
 /// asleep or ends, and time stands still meanwhile. Behind each turn stand the device keys that had
 /// changed when it began, and the tasks and inputs that came up during it.
 ///
-/// The log is kept in blocks, the messages of one channel. A block is a sequence of entries: a byte
-/// that tells the kind, then numbers in LEB128 and texts with their length in front. Times are
-/// counted from the turn before, the first of a block from the start of the run.
+/// The log is kept in blocks, the messages of one channel: written by `RunLogWriter`, read by
+/// `RunLogReader`, byte by byte in docs/recordings.md.
 namespace gk::formats {
 
-/// The channel of the log, and how its messages are encoded.
+/// The channel of the log, and how its messages are encoded: now, and by gksensors 0.1.
 inline constexpr const char* kRunTopic = "/gk/run";
-inline constexpr const char* kRunEncoding = "gk.run.1";
+inline constexpr const char* kRunEncoding = "gk.run.2";
+inline constexpr const char* kFirstRunEncoding = "gk.run.1";
+
+/// True for an encoding of run logs that can be read.
+inline bool isRunEncoding(std::string_view encoding) {
+  return encoding == kRunEncoding || encoding == kFirstRunEncoding;
+}
+
 /// The metadata that says what run it was.
 inline constexpr const char* kRunMetadata = "gk.run";
 
@@ -54,9 +58,28 @@ struct RunKey {
   std::uint64_t index = 0;
   std::string name;
 };
-/// Keys that have changed, by number, in ascending order.
+/// What a key has changed to.
+struct RunValue {
+  std::uint32_t key = 0;
+  /// Of a float, an int, or a bool as 0 or 1. Where it is none of these, which one of the large
+  /// ones it is.
+  std::uint32_t bits = 0;
+  GK::GKValue::Type type = GK::GKValue::Type::Invalid;
+
+  bool isScalar() const noexcept {
+    return type == GK::GKValue::Type::Float || type == GK::GKValue::Type::Int ||
+           type == GK::GKValue::Type::Bool;
+  }
+};
+/// Keys that have changed, by number, in ascending order. Good until the reader's next call.
 struct RunValues {
-  std::vector<std::pair<std::uint64_t, GK::GKValue>> values;
+  std::span<const RunValue> values;
+  std::span<const GK::GKValue> large;
+  /// Blocks before this one are missing, and without them its values cannot be read.
+  bool areLost = false;
+
+  /// One of `values`.
+  GK::GKValue value(const RunValue& one) const;
 };
 /// Something came from outside: a line of a scenario, calls and writes of clients included.
 struct RunAction {
@@ -78,62 +101,5 @@ struct RunOverlap {};
 
 using RunEntry = std::variant<RunTurn, RunWall, RunTask, RunKey, RunValues, RunAction, RunStart,
                               RunLost, RunOverlap>;
-
-/// Writes entries into a block. For one thread.
-class RunLogWriter {
-public:
-  void add(const RunTurn& turn);
-  void add(const RunWall& wall);
-  void add(const RunTask& task);
-  void add(const RunKey& key);
-  void add(const RunAction& action);
-  void add(const RunStart& start);
-  void add(const RunLost& lost);
-  void add(const RunOverlap&);
-
-  /// Values come one by one: begun, in ascending order of their numbers, ended.
-  void beginValues() { fValueCount = 0; }
-  void addValue(std::uint64_t index, const GK::GKValue& value);
-  void endValues();
-
-  bool isEmpty() const noexcept { return fBlock.empty(); }
-  std::size_t size() const noexcept { return fBlock.size(); }
-  /// Time of the block's first turn.
-  GK::GKMicros startTime() const noexcept { return fStart.value_or(fTime); }
-
-  /// The block. The next entry begins another one.
-  std::string take();
-
-private:
-  std::string fBlock;
-  std::optional<GK::GKMicros> fStart;
-  GK::GKMicros fTime = 0;
-  std::string fValues;
-  std::uint64_t fValueCount = 0;
-  std::uint64_t fLastIndex = 0;
-};
-
-/// Reads the entries of a block. For one thread.
-class RunLogReader {
-public:
-  /// Entries that a block may have: more are refused.
-  static constexpr std::size_t kMaxValues = 1 << 20;
-
-  explicit RunLogReader(std::string_view block = {}) : fBlock(block) {}
-
-  /// The next entry; nothing at the end of the block. Raises `FormatError` for what is no entry.
-  std::optional<RunEntry> next();
-
-private:
-  std::uint64_t xNumber();
-  std::string_view xBytes(std::uint64_t count);
-  std::string_view xText() { return xBytes(xNumber()); }
-  GK::GKValue xValue(std::uint64_t code);
-  RunValues xValues();
-
-  std::string_view fBlock;
-  std::size_t fPosition = 0;
-  GK::GKMicros fTime = 0;
-};
 
 } // namespace gk::formats

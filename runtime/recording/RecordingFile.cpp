@@ -9,8 +9,9 @@ namespace gk::runtime {
 
 RecordingFile::RecordingFile(const std::string& path, const formats::OutputFileOptions& options,
                              const std::string& library)
-    : fSink(path, options), fWriter(fSink, {formats::mcap::Compression::Zstd,
-                                            formats::mcap::Writer::kChunkSize, library}) {}
+    : fSink(path, options), fWriter(fSink, {.level = formats::mcap::Compressor::kThorough,
+                                            .library = library,
+                                            .apart = formats::kRunTopic}) {}
 
 void RecordingFile::begin(std::int64_t epoch, const formats::mcap::StringMap& about) {
   fHasBegun = true;

@@ -131,6 +131,7 @@ void RunRecorder::xWriteTurn() {
 /// Tells a replay that begins here what it has to know.
 void RunRecorder::xWriteState() {
   fPartStart = fTurn.time;
+  fLog.beginAnew();
   if (const std::uint64_t lost = std::exchange(fLost, 0); lost > 0) {
     fLog.add(RunLost{lost});
   }
@@ -177,19 +178,25 @@ void RunRecorder::xTakeOver() {
 }
 
 void RunRecorder::xEndBlock() {
+  xKeepBlock();
+  if (!fMustKeepAll && fWaiting > fLimit) {
+    fDropped += fBlocks.size();
+    // A block of its own: the one behind it begins anew.
+    fLog.add(RunLost{fBlocks.size()});
+    fBlocks.clear();
+    fWaiting = 0;
+    fIsPartDue = true;
+    xKeepBlock();
+  }
+}
+
+void RunRecorder::xKeepBlock() {
   RunBlock block;
   block.time = fLog.startTime();
   block.data = fLog.take();
   block.isPartStart = std::exchange(fIsPartStart, false);
   fWaiting += block.data.size();
   fBlocks.push_back(std::move(block));
-  if (!fMustKeepAll && fWaiting > fLimit) {
-    fDropped += fBlocks.size();
-    fLog.add(RunLost{fBlocks.size()});
-    fBlocks.clear();
-    fWaiting = 0;
-    fIsPartDue = true;
-  }
 }
 
 RunBlocks RunRecorder::take(bool isAll) {

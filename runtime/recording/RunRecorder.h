@@ -1,6 +1,6 @@
 #pragma once
 
-#include "formats/run/RunLog.h"
+#include "formats/run/RunLogWriter.h"
 #include "gk/GKMemoryStore.h"
 #include "gk/GKPriorityMutex.h"
 #include "gk/GKTurns.h"
@@ -98,6 +98,7 @@ private:
   void xWriteState();
   void xTakeOver();
   void xEndBlock();
+  void xKeepBlock();
   void xWatch(const std::string& key);
 
   const bool fMustKeepAll;

@@ -30,6 +30,37 @@ constexpr std::size_t kMaxWarnings = 20;
 
 } // namespace
 
+void RunReplay::Values::clear() {
+  scalars.clear();
+  large.clear();
+}
+
+void RunReplay::Values::add(Values&& others) {
+  scalars.insert(scalars.end(), others.scalars.begin(), others.scalars.end());
+  std::move(others.large.begin(), others.large.end(), std::back_inserter(large));
+  others.clear();
+}
+
+void RunReplay::Values::store() const {
+  for (const Scalar& one : scalars) {
+    one.cell->storeBits(one.type, one.bits);
+  }
+  for (const auto& [cell, value] : large) {
+    cell->store(value);
+  }
+}
+
+/// Its memory is kept: there are many of them.
+void RunReplay::Segment::clear() {
+  turn = {};
+  values.clear();
+  state.clear();
+  actions.clear();
+  tasks.clear();
+  isBehindAction = false;
+  isInNextPart = false;
+}
+
 /// What comes from outside comes as turns of the schedule begin, whoever has them: there is nothing
 /// left to be due.
 class RunReplay::Input : public GK::GKInput {
@@ -140,10 +171,8 @@ void RunReplay::xReadPreload() {
   formats::SetAction values;
   while (std::optional<RunEntry> entry = xNextEntry()) {
     if (auto* read = std::get_if<RunValues>(&*entry)) {
-      for (auto& [index, value] : read->values) {
-        if (const std::string* key = fFile->key(index)) {
-          values.values.emplace_back(*key, std::move(value));
-        }
+      for (const formats::RunValue& value : read->values) {
+        values.values.emplace_back(*fFile->key(value.key), read->value(value));
       }
     } else if (auto* action = std::get_if<RunAction>(&*entry)) {
       fPreload.push_back(std::move(action->action));
@@ -161,12 +190,13 @@ void RunReplay::xReadPreload() {
 }
 
 void RunReplay::xReadSegment() {
-  fNext.reset();
-  if (!fFollowing) {
+  fHasNext = fFollowing.has_value();
+  if (!fHasNext) {
     return;
   }
-  Segment segment;
-  segment.values = std::exchange(fState, {});
+  Segment& segment = fNext;
+  segment.clear();
+  segment.values.add(std::move(fState));
   segment.turn = {fFollowing->task, fFollowing->time, fWallOffset};
   fTime = fFollowing->time;
   fFollowing.reset();
@@ -176,21 +206,16 @@ void RunReplay::xReadSegment() {
       break;
     }
     if (std::holds_alternative<RunStart>(*entry)) {
-      if (segment.stateAt) {
-        const auto begin = segment.values.begin() + static_cast<std::ptrdiff_t>(*segment.stateAt);
-        fState.assign(std::make_move_iterator(begin),
-                      std::make_move_iterator(segment.values.end()));
-        segment.values.erase(begin, segment.values.end());
-      }
+      fState.add(std::move(segment.state));
       xSkipState();
       break;
     }
     const bool isAction = std::holds_alternative<RunAction>(*entry);
-    xTake(*std::move(entry), segment);
+    xTake(*entry, segment);
     segment.isBehindAction = isAction;
   }
+  segment.values.add(std::move(segment.state));
   segment.turn.wallOffset = fWallOffset;
-  fNext = std::move(segment);
 }
 
 /// A new part begins: but for the values, what it tells a replay that begins with it, as a turn of
@@ -210,8 +235,8 @@ void RunReplay::xSkipState() {
   }
 }
 
-void RunReplay::xTake(RunEntry entry, Segment& segment) {
-  if (auto* values = std::get_if<RunValues>(&entry)) {
+void RunReplay::xTake(RunEntry& entry, Segment& segment) {
+  if (const auto* values = std::get_if<RunValues>(&entry)) {
     xTakeValues(*values, segment);
   } else if (auto* action = std::get_if<RunAction>(&entry)) {
     segment.actions.push_back({std::move(action->action), std::nullopt});
@@ -219,7 +244,7 @@ void RunReplay::xTake(RunEntry entry, Segment& segment) {
     xTakeTask(std::move(*task), segment);
   } else if (const auto* key = std::get_if<RunKey>(&entry); key != nullptr && key->index == 0) {
     // Keys are numbered anew where a part begins, and only there.
-    segment.stateAt = segment.values.size();
+    segment.isInNextPart = true;
   } else if (const auto* wall = std::get_if<RunWall>(&entry)) {
     fWallOffset = wall->offset;
   } else if (const auto* lost = std::get_if<RunLost>(&entry)) {
@@ -241,14 +266,13 @@ void RunReplay::xTakeTask(RunTask task, Segment& segment) {
 }
 
 std::optional<GK::GKTurn> RunReplay::next() {
-  return fNext ? std::optional(fNext->turn) : std::nullopt;
+  return fHasNext ? std::optional(fNext.turn) : std::nullopt;
 }
 
 void RunReplay::begin() {
-  Segment segment = *std::exchange(fNext, std::nullopt);
-  for (const auto& [cell, value] : segment.values) {
-    cell->store(value);
-  }
+  std::swap(fPresent, fNext);
+  Segment& segment = fPresent;
+  segment.values.store();
   // The log tells what starts during a turn behind the turn, so all of it is known before.
   fExpected.insert(fExpected.end(), segment.tasks.begin(), segment.tasks.end());
   const bool isLoading = fTurns++ == 0;
@@ -257,14 +281,14 @@ void RunReplay::begin() {
     // Before the libraries nobody can call: no log of ours tells so.
     fLostActions += segment.actions.size();
   } else {
-    xCarryOut(std::move(segment.actions));
+    xCarryOut(segment.actions);
   }
 }
 
 /// Most comes in turns of nobody, but a call of a client may begin where the one before it ends, in
 /// that one's task. To start early does no harm: what is started waits for its turn. A call for
 /// which the run had no task was done where it stands: a client's write.
-void RunReplay::xCarryOut(std::vector<OutsideAction> actions) {
+void RunReplay::xCarryOut(std::vector<OutsideAction>& actions) {
   for (OutsideAction& one : actions) {
     if (const auto* call = std::get_if<formats::CallAction>(&one.action); call && !one.task) {
       fCallNow(*call);
@@ -278,17 +302,21 @@ void RunReplay::xCarryOut(std::vector<OutsideAction> actions) {
   }
 }
 
-void RunReplay::xTakeValues(RunValues& values, Segment& segment) {
-  for (auto& [index, value] : values.values) {
-    const std::string* key = fFile->key(index);
-    if (key == nullptr) {
-      continue;
+void RunReplay::xTakeValues(const RunValues& values, Segment& segment) {
+  Values& target = segment.isInNextPart ? segment.state : segment.values;
+  for (const formats::RunValue& value : values.values) {
+    if (value.key >= fCells.size()) {
+      fCells.resize(value.key + 1);
     }
-    fCells.resize(std::max<std::size_t>(fCells.size(), index + 1));
-    if (fCells[index] == nullptr) {
-      fCells[index] = &fStore->cell(*key);
+    GK::GKMemoryCell*& cell = fCells[value.key];
+    if (cell == nullptr) {
+      cell = &fStore->cell(*fFile->key(value.key));
     }
-    segment.values.emplace_back(fCells[index], std::move(value));
+    if (value.isScalar()) {
+      target.scalars.push_back({cell, value.type, value.bits});
+    } else {
+      target.large.emplace_back(cell, values.value(value));
+    }
   }
 }
 

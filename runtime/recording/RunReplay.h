@@ -66,7 +66,21 @@ public:
 private:
   class Input;
 
-  using Values = std::vector<std::pair<GK::GKMemoryCell*, GK::GKValue>>;
+  /// What cells are set to at the beginning of a turn.
+  struct Values {
+    struct Scalar {
+      GK::GKMemoryCell* cell = nullptr;
+      GK::GKValue::Type type = GK::GKValue::Type::Invalid;
+      std::uint32_t bits = 0;
+    };
+
+    void clear();
+    void add(Values&& others);
+    void store() const;
+
+    std::vector<Scalar> scalars;
+    std::vector<std::pair<GK::GKMemoryCell*, GK::GKValue>> large;
+  };
 
   /// What came from outside, and the task that it started.
   struct OutsideAction {
@@ -76,26 +90,29 @@ private:
 
   /// One turn and what the log tells of it.
   struct Segment {
+    void clear();
+
     GK::GKTurn turn;
     Values values;
+    /// The state with which the next part starts, once the file has ended.
+    Values state;
     std::vector<OutsideAction> actions;
     std::vector<formats::RunTask> tasks;
     /// The entry read last is an action.
     bool isBehindAction = false;
-    /// Where in `values` the state begins with which the next part starts.
-    std::optional<std::size_t> stateAt;
+    bool isInNextPart = false;
   };
 
   void xReadPreload();
   /// Reads the turn that follows, if there is one.
   void xReadSegment();
-  void xTake(formats::RunEntry entry, Segment& segment);
+  void xTake(formats::RunEntry& entry, Segment& segment);
   std::optional<formats::RunEntry> xNextEntry();
   bool xOpenNext();
-  void xTakeValues(formats::RunValues& values, Segment& segment);
+  void xTakeValues(const formats::RunValues& values, Segment& segment);
   void xTakeTask(formats::RunTask task, Segment& segment);
   void xSkipState();
-  void xCarryOut(std::vector<OutsideAction> actions);
+  void xCarryOut(std::vector<OutsideAction>& actions);
   void xWarn(const std::string& text);
 
   std::vector<std::string> fFiles;
@@ -120,7 +137,10 @@ private:
   std::unique_ptr<Input> fInput;
 
   /// The segment that comes next; its turn was read ahead as the end of the one before.
-  std::optional<Segment> fNext;
+  Segment fNext;
+  bool fHasNext = false;
+  /// The segment that has begun.
+  Segment fPresent;
   std::optional<formats::RunTurn> fFollowing;
   std::int64_t fWallOffset = 0;
   std::int64_t fEpoch = 0;

@@ -266,7 +266,7 @@ TEST_F(Files, AFullDiskUnderARecordingIsToldAtOnceAndFoundByTheDoctor) {
 TEST_F(Files, ARecordingThatMayNotGrowGoesOnInPartsThatAreRepeatedTogether) {
   // Blocks of 512 bytes.
   const ProgramResult run =
-      runProgram(shell("ulimit -f 80; gk run --no-listen --for 5 --record " + file("run.mcap")));
+      runProgram(shell("ulimit -f 48; gk run --no-listen --for 5 --record " + file("run.mcap")));
   EXPECT_EQ(run.code, 1);
   EXPECT_THAT(run.err, AllOf(HasSubstr("gk: cannot write " + file("run.mcap") + ": File too large"),
                              HasSubstr("gk: the recording goes on in " + file("run-002.mcap"))));

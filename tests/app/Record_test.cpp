@@ -385,33 +385,29 @@ TEST_F(Record, AFlippedByteIsNamedAndTheRestIsSaved) {
           .code,
       0);
   const std::string whole = readFile(fRecording);
-  const auto flipAt = [&](std::size_t place) {
-    std::string bytes = whole;
-    bytes[place] = static_cast<char>(bytes[place] ^ 1);
-    writeFile(fRecording, bytes);
-    const ProgramResult verify = runGk({"recording", "verify", fRecording});
-    EXPECT_EQ(verify.code, 1);
-    return verify.out.find(": chunk: ") != std::string::npos;
+  // Flips a byte at the first place behind this one where that has this consequence.
+  const auto flipBehind = [&](std::size_t place, const std::string& consequence) {
+    constexpr std::size_t step = 10'000;
+    for (std::string found; found.find(consequence) == std::string::npos; place += step) {
+      ASSERT_LT(place, whole.size());
+      std::string bytes = whole;
+      bytes[place] = static_cast<char>(bytes[place] ^ 1);
+      writeFile(fRecording, bytes);
+      const ProgramResult verify = runGk({"recording", "verify", fRecording});
+      EXPECT_EQ(verify.code, 1);
+      found = verify.out + runGk({"replay", "--out", fReplayOutput, fRecording}).err;
+    }
   };
   const std::string saved = file("saved.mcap");
-  // What is not in a chunk is in the indexes between them.
-  std::size_t place = whole.size() * 3 / 4;
-  while (!flipAt(place)) {
-    constexpr std::size_t step = 10'000;
-    place += step;
-    ASSERT_LT(place, whole.size());
-  }
+  flipBehind(whole.size() / 2, "gk: 1 damaged places were left out of the repetition\n");
+  EXPECT_EQ(runGk({"replay", "--out", fReplayOutput, fRecording}).code, 1);
   EXPECT_EQ(runGk({"recording", "recover", fRecording, saved}).code, 0);
   EXPECT_EQ(runGk({"recording", "verify", saved}).code, 0);
-  const ProgramResult replay = runGk({"replay", "--out", fReplayOutput, fRecording});
-  EXPECT_EQ(replay.code, 1);
-  EXPECT_THAT(replay.err, HasSubstr("gk: 1 damaged places were left out of the repetition\n"));
 
   // Without its first chunk nobody knows the names of the keys.
-  EXPECT_TRUE(flipAt(1000));
+  flipBehind(1000, "values of keys of which the names are lost");
   EXPECT_EQ(runGk({"recording", "recover", "--overwrite", fRecording, saved}).code, 1);
-  EXPECT_EQ(runGk({"recording", "verify", saved}).code, 1);
-  EXPECT_EQ(runGk({"replay", "--out", fReplayOutput, saved}).code, 1);
+  EXPECT_EQ(runGk({"replay", "--out", fReplayOutput, fRecording}).code, 1);
 }
 
 TEST_F(Record, ARecordingOfAnyKindBecomesAnyOther) {
@@ -459,10 +455,107 @@ TEST_F(Record, ADamagedRecordingIsNotCompressedAnew) {
 
 TEST_F(Record, PartsOfARunWithoutALimitOfSpeedAreNearlyAsLargeAsAskedFor) {
   const ProgramResult run = runGk({"run", "--speed", "max", "--until", "120", "--record",
-                                   fRecording, "--record-split", "1MB", "--out", fRunOutput});
+                                   fRecording, "--record-split", "400kB", "--out", fRunOutput});
   ASSERT_EQ(run.code, 0) << run.err;
   ASSERT_TRUE(fs::exists(file("run-002.mcap"))) << run.err;
-  EXPECT_LT(fs::file_size(file("run-001.mcap")), 2'000'000U);
+  EXPECT_LT(fs::file_size(file("run-001.mcap")), 800'000U);
+}
+
+/// Output lines up to a time, in seconds.
+std::vector<std::string> linesUntil(const std::string& path, double end) {
+  std::vector<std::string> lines = linesOf(readFile(path));
+  std::erase_if(lines, [end](const std::string& line) {
+    const std::string before = R"({"t":)";
+    return line.starts_with(before) && std::stod(line.substr(before.size())) > end;
+  });
+  return lines;
+}
+
+TEST_F(Record, APartIsKeptWithEverythingThatCameBefore) {
+  run({"--speed", "max", "--until", "30"});
+  const std::string part = file("part.mcap");
+  const ProgramResult cut =
+      runGk({"recording", "cut", fRecording, part, "--from", "12.5", "--to", "20"});
+  ASSERT_EQ(cut.code, 0) << cut.err;
+  EXPECT_THAT(cut.out, StartsWith(part + ": "));
+  EXPECT_EQ(runGk({"recording", "verify", part}).code, 0);
+  EXPECT_LT(fs::file_size(part), fs::file_size(fRecording) * 3 / 4);
+
+  // It says what is to be shown, and viewers find that alone in it.
+  EXPECT_THAT(runGk({"recording", "info", part}).out, HasSubstr("gk.cut.from"));
+  const std::vector<std::string> messages =
+      linesOf(runGk({"recording", "cat", "--topic", "/tick", part}).out);
+  EXPECT_EQ(messages.size(), 76U); // ten a second, both ends included
+  EXPECT_THAT(messages.front(), HasSubstr(R"("log_time":1767225612500000000,)"));
+
+  // It is repeated as the whole is, as far as it goes, and differs in nothing from what it tells.
+  ASSERT_EQ(runGk({"replay", part, "--only", "event,micro", "--out", fReplayOutput}).code, 0);
+  ASSERT_EQ(runGk({"replay", fRecording, "--only", "event,micro", "--out", fRunOutput}).code, 0);
+  EXPECT_EQ(linesOf(readFile(fReplayOutput)), linesUntil(fRunOutput, 20));
+  const ProgramResult diff = runGk({"diff", part});
+  EXPECT_EQ(diff.code, 0) << diff.out;
+  EXPECT_EQ(runGk({"diff", fRecording, part}).code, 1);
+  EXPECT_EQ(runGk({"diff", part, part}).code, 0);
+
+  // A part of a part.
+  ASSERT_EQ(runGk({"recording", "cut", part, file("less.mcap"), "--to", "15"}).code, 0);
+  ASSERT_EQ(
+      runGk({"replay", file("less.mcap"), "--only", "event,micro", "--out", fReplayOutput}).code,
+      0);
+  EXPECT_EQ(linesOf(readFile(fReplayOutput)), linesUntil(fRunOutput, 15));
+}
+
+TEST_F(Record, APartOfATableOrAScenarioEndsWhereItShould) {
+  const std::string table = kData + "us_wallrobot.csv";
+  ASSERT_EQ(runGk({"recording", "cut", table, file("part.csv"), "--to", "2"}).code, 0);
+  const std::vector<std::string> rows = linesOf(readFile(file("part.csv")));
+  EXPECT_LE(std::stod(rows.back()), 2.0);
+  EXPECT_GT(std::stod(rows.back()), 1.5);
+  writeFile(file("three.jsonl"), R"({"t": 1, "set": {"A": 1}}
+{"t": 2, "set": {"A": 2}}
+{"t": 2.5, "set": {"A": 3}}
+)");
+  ASSERT_EQ(runGk({"recording", "cut", file("three.jsonl"), file("two.jsonl"), "--to", "2"}).code,
+            0);
+  EXPECT_EQ(linesOf(readFile(file("two.jsonl"))).size(), 2U);
+  ASSERT_EQ(runGk({"recording", "cut", file("three.jsonl"), file("two.mcap"), "--to", "2"}).code,
+            0);
+  EXPECT_EQ(runGk({"recording", "verify", file("two.mcap")}).code, 0);
+}
+
+TEST_F(Record, APartThatCannotBeIsRefusedAndNothingIsLeft) {
+  run({"--speed", "max", "--until", "2"});
+  const std::string part = file("part.mcap");
+  const auto refused = [&](const std::vector<std::string>& options) {
+    std::vector<std::string> arguments = {"recording", "cut", fRecording, part};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    const ProgramResult result = runGk(arguments);
+    EXPECT_EQ(result.code, 2);
+    EXPECT_FALSE(fs::exists(part));
+    return result.err;
+  };
+  EXPECT_EQ(refused({"--from", "2", "--to", "1"}), "gk: --to 1 comes before --from 2\n");
+  EXPECT_THAT(refused({"--from", "nan"}), HasSubstr("--from"));
+  EXPECT_THAT(refused({"--to", "-1"}), HasSubstr("--to"));
+  std::string bytes = readFile(fRecording);
+  bytes[bytes.size() / 3] = static_cast<char>(bytes[bytes.size() / 3] ^ 1);
+  writeFile(fRecording, bytes);
+  EXPECT_EQ(refused({"--to", "1"}),
+            fRecording + ": is damaged; gk recording recover saves what can be read\n");
+  writeFile(file("a.csv"), "time,KEY\n0,1\n");
+  EXPECT_THAT(runGk({"recording", "cut", file("a.csv"), file("b.csv"), "--from", "1"}).err,
+              HasSubstr("--from is for .mcap files"));
+  EXPECT_FALSE(fs::exists(file("b.csv")));
+}
+
+TEST_F(Record, ARecordingOfTheFirstEncodingIsRepeated) {
+  const std::string old = GK_SOURCE_DIR "/fuzz/corpus/mcap/run_zstd.mcap";
+  EXPECT_EQ(runGk({"recording", "verify", old}).code, 0);
+  ASSERT_EQ(runGk({"replay", old, "--out", fReplayOutput}).code, 0);
+  ASSERT_EQ(runGk({"recording", "cut", old, file("new.mcap")}).code, 0);
+  ASSERT_EQ(runGk({"replay", file("new.mcap"), "--out", fRunOutput}).code, 0);
+  EXPECT_THAT(runGk({"recording", "info", file("new.mcap")}).out, HasSubstr("gk.run.2"));
+  expectSameOutput(fRunOutput, fReplayOutput);
 }
 
 TEST_F(Record, WhatIsNoRecordingIsOneLineAndExitCodeTwo) {

@@ -16,7 +16,7 @@ inline constexpr const char* kTestLibrary = "gksensors-test";
 /// an attachment. Message n carries {"n": n} and has the time n * 1000.
 inline std::string makeFile(Compression compression = Compression::Zstd, int chunks = 3) {
   MemorySink sink;
-  Writer writer(sink, {compression, Writer::kChunkSize, kTestLibrary});
+  Writer writer(sink, {.compression = compression, .library = kTestLibrary});
   const std::uint16_t schema = writer.addSchema("count", "jsonschema", R"({"type":"object"})");
   const std::uint16_t first = writer.addChannel("/first", "json", schema, {{"unit", "1"}});
   const std::uint16_t second = writer.addChannel("/second", "json", 0);

@@ -141,12 +141,69 @@ TEST(Mcap, BehindADamagedLengthReadingGoesOnWithTheNextIndexedChunk) {
   EXPECT_EQ(reader.problems().kept().front().offset, chunk.offset);
 }
 
-TEST(Mcap, EveryChunkStandsAlone) {
-  const std::string file = makeFile();
+/// The file with the first of its chunks damaged.
+std::string withDamagedFirstChunk(std::string file) {
   const RecordPlace first = placesOf(file, Opcode::Chunk)[0];
-  std::string without = file;
-  without.erase(first.offset, first.end() - first.offset);
-  EXPECT_THAT(messagesOf(without), SizeIs(6));
+  file[first.end() - 1] = static_cast<char>(file[first.end() - 1] ^ 1);
+  return file;
+}
+
+TEST(Mcap, ChannelsOfADamagedChunkAreKnownFromTheSummary) {
+  EXPECT_THAT(messagesOf(withDamagedFirstChunk(makeFile())), SizeIs(6));
+}
+
+TEST(Mcap, ChannelsOfADamagedChunkAreToldAgainInAFileWithoutASummary) {
+  constexpr int chunks = 20;
+  std::string file = withDamagedFirstChunk(makeFile(Compression::Zstd, chunks));
+  file.erase(placesOf(file, Opcode::DataEnd)[0].offset);
+  EXPECT_THAT(messagesOf(file), SizeIs(3 * (chunks - Writer::kRepeatChunks)));
+}
+
+/// A file with messages on two topics in turn, the first of which has chunks of its own.
+std::string makeFileApart() {
+  MemorySink sink;
+  Writer writer(sink, {.library = kTestLibrary, .apart = "/apart"});
+  const std::uint16_t apart = writer.addChannel("/apart", "json", 0);
+  const std::uint16_t other = writer.addChannel("/other", "json", 0);
+  for (std::uint64_t time = 0; time < 30; ++time) {
+    const bool isApart = time % 3 != 0;
+    writer.write(isApart ? apart : other, time, time, isApart ? "apart" : "other");
+    if (time % 10 == 9) {
+      writer.closeChunk();
+    }
+  }
+  writer.finish();
+  return sink.bytes();
+}
+
+TEST(Mcap, ATopicMayHaveChunksOfItsOwn) {
+  const std::string file = makeFileApart();
+  EXPECT_EQ(verdictOf(file).problems.count(), 0U);
+  EXPECT_EQ(verdictOf(file).statistics.chunkCount, 6U);
+  const std::vector<std::string> messages = messagesOf(file);
+  EXPECT_THAT(messages, SizeIs(30));
+  EXPECT_EQ(std::count(messages.begin(), messages.end(), "apart"), 20);
+}
+
+TEST(Mcap, ChunksWithoutAWantedChannelAreNotRead) {
+  std::string file = makeFileApart();
+  // Damaged ones are no matter to somebody who does not want what is in them.
+  for (const RecordPlace& chunk : placesOf(file, Opcode::Chunk)) {
+    MemorySource source(file);
+    ChunkLoader loader(source);
+    if (loader.load(chunk).find("other") != std::string_view::npos) {
+      file[chunk.end() - 1] = static_cast<char>(file[chunk.end() - 1] ^ 1);
+    }
+  }
+  const auto read = [&file](const char* topic) {
+    MemorySource source(file);
+    Reader reader(source);
+    reader.want([topic](const Channel& channel) { return channel.topic == topic; });
+    const std::size_t messages = messagesOf(reader).size();
+    return std::pair(messages, reader.problems().count());
+  };
+  EXPECT_EQ(read("/apart"), std::pair(20UL, 1UL)); // the first chunk, before anything was known
+  EXPECT_EQ(read("/other"), std::pair(0UL, 3UL));
 }
 
 TEST(Mcap, WhatIsNoRecordingIsRefused) {
@@ -202,7 +259,8 @@ TEST(Mcap, AFileOfRandomBytesBehindTheMagicComesToAnEnd) {
 
 TEST(Mcap, ChunksAreClosedWhenTheyAreFull) {
   MemorySink sink;
-  Writer writer(sink, {Compression::None, 1000, kTestLibrary});
+  Writer writer(sink,
+                {.compression = Compression::None, .chunkSize = 1000, .library = kTestLibrary});
   const std::uint16_t channel = writer.addChannel("/x", "json", 0);
   for (int i = 0; i < 100; ++i) {
     writer.write(channel, 0, 0, std::string(69, 'x')); // 100 bytes each with its head

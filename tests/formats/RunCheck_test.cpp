@@ -1,7 +1,7 @@
 #include "formats/mcap/Source.h"
 #include "formats/mcap/Writer.h"
 #include "formats/run/RunCheck.h"
-#include "formats/run/RunLog.h"
+#include "formats/run/RunLogWriter.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -51,7 +51,8 @@ TEST(RunCheck, ARunThatCanBeReadHasNoProblems) {
 }
 
 TEST(RunCheck, ABlockThatIsNoneIsNamedWithItsChunk) {
-  const mcap::Problems problems = problemsOf(recordingOf({goodBlock(true), "\xFF"}));
+  const mcap::Problems problems =
+      problemsOf(recordingOf({goodBlock(true), std::string("\0\1\0\0\xFF", 5)}));
   ASSERT_THAT(problems.kept(), SizeIs(1));
   EXPECT_GT(problems.kept()[0].offset, 8U);
   EXPECT_EQ(problems.kept()[0].text, "run log: an entry of an unknown kind");
@@ -60,7 +61,23 @@ TEST(RunCheck, ABlockThatIsNoneIsNamedWithItsChunk) {
 TEST(RunCheck, AValueOfAKeyWithoutANameIsNamed) {
   const mcap::Problems problems = problemsOf(recordingOf({goodBlock(false)}));
   ASSERT_THAT(problems.kept(), SizeIs(1));
-  EXPECT_THAT(problems.kept()[0].text, HasSubstr("a value of key 0, which has no name"));
+  EXPECT_THAT(problems.kept()[0].text, HasSubstr("values of keys of which the names are lost"));
+}
+
+TEST(RunCheck, ValuesBehindAMissingBlockAreNamedOnce) {
+  RunLogWriter log;
+  log.add(RunKey{0, "key"});
+  std::vector<std::string> blocks;
+  for (int i = 0; i < 4; ++i) {
+    log.beginValues();
+    log.addValue(0, GK::GKValue(1.0F));
+    log.endValues();
+    blocks.push_back(log.take());
+  }
+  EXPECT_EQ(problemsOf(recordingOf(blocks)).count(), 0U);
+  const mcap::Problems problems =
+      problemsOf(recordingOf({goodBlock(true), blocks[0].substr(0, 1), blocks[2], blocks[3]}));
+  EXPECT_THAT(problems.kept(), SizeIs(1));
 }
 
 TEST(RunCheck, ARunThatIsAnnouncedAndNotThereIsAProblem) {

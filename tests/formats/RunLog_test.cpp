@@ -1,4 +1,5 @@
-#include "formats/run/RunLog.h"
+#include "formats/run/RunLogReader.h"
+#include "formats/run/RunLogWriter.h"
 #include "formats/text/FormatError.h"
 
 #include <gmock/gmock.h>
@@ -15,7 +16,7 @@ namespace {
 using testing::ElementsAre;
 
 /// All entries of a block, each as a short text.
-std::vector<std::string> entriesOf(const std::string& block) {
+std::vector<std::string> entriesOf(RunLogReader& reader) {
   struct Text {
     std::string operator()(const RunTurn& turn) {
       return "turn " + std::to_string(turn.task) + " " + std::to_string(turn.time);
@@ -29,10 +30,10 @@ std::vector<std::string> entriesOf(const std::string& block) {
     }
     std::string operator()(const RunValues& values) {
       std::string text = "values";
-      for (const auto& [index, value] : values.values) {
-        text += " " + std::to_string(index) + ":" + value.typeName();
+      for (const RunValue& value : values.values) {
+        text += " " + std::to_string(value.key) + ":" + values.value(value).typeName();
       }
-      return text;
+      return values.areLost ? text + " are lost" : text;
     }
     std::string operator()(const RunAction& action) {
       return "action " + std::to_string(action.action.index());
@@ -45,11 +46,37 @@ std::vector<std::string> entriesOf(const std::string& block) {
     std::string operator()(const RunOverlap&) { return "overlap"; }
   };
   std::vector<std::string> entries;
-  RunLogReader reader(block);
   while (const std::optional<RunEntry> entry = reader.next()) {
     entries.push_back(std::visit(Text(), *entry));
   }
   return entries;
+}
+
+std::vector<std::string> entriesOf(const std::string& block, const char* encoding = kRunEncoding) {
+  RunLogReader reader;
+  reader.begin(block, 1, encoding);
+  return entriesOf(reader);
+}
+
+/// The values of a block that changes keys once or never.
+std::vector<std::pair<std::uint32_t, GK::GKValue>> valuesOf(RunLogReader& reader) {
+  std::vector<std::pair<std::uint32_t, GK::GKValue>> all;
+  while (const std::optional<RunEntry> entry = reader.next()) {
+    if (const auto* values = std::get_if<RunValues>(&*entry)) {
+      for (const RunValue& value : values->values) {
+        all.emplace_back(value.key, values->value(value));
+      }
+    }
+  }
+  return all;
+}
+
+void addValues(RunLogWriter& log, const std::vector<std::pair<std::uint32_t, GK::GKValue>>& all) {
+  log.beginValues();
+  for (const auto& [key, value] : all) {
+    log.addValue(key, value);
+  }
+  log.endValues();
 }
 
 TEST(RunLog, EveryEntryIsReadAsItWasWritten) {
@@ -98,9 +125,9 @@ TEST(RunLog, ValuesKeepTypeAndBits) {
   }
   sut.endValues();
   const std::string block = sut.take();
-  RunLogReader reader(block);
-  const auto entry = reader.next();
-  const auto& read = std::get<RunValues>(*entry).values;
+  RunLogReader reader;
+  reader.begin(block, 1, kRunEncoding);
+  const std::vector<std::pair<std::uint32_t, GK::GKValue>> read = valuesOf(reader);
   ASSERT_EQ(read.size(), values.size());
   for (std::size_t i = 0; i < values.size(); ++i) {
     EXPECT_EQ(read[i].first, i * i);
@@ -113,7 +140,7 @@ TEST(RunLog, ValuesKeepTypeAndBits) {
   }
 }
 
-TEST(RunLog, EveryCutBlockIsAnErrorOrEndsBetweenEntries) {
+TEST(RunLog, EveryCutBlockIsAnError) {
   RunLogWriter sut;
   sut.add(RunTurn{2, 1000});
   sut.beginValues();
@@ -122,19 +149,115 @@ TEST(RunLog, EveryCutBlockIsAnErrorOrEndsBetweenEntries) {
   sut.endValues();
   sut.add(RunTask{3, "M", "f"});
   const std::string block = sut.take();
-  const std::vector<std::string> whole = entriesOf(block);
-  int errors = 0;
+  EXPECT_EQ(entriesOf(block).size(), 3U);
   for (std::size_t length = 0; length < block.size(); ++length) {
-    try {
-      const std::vector<std::string> part = entriesOf(block.substr(0, length));
-      ASSERT_LT(part.size(), whole.size());
-      EXPECT_TRUE(std::equal(part.begin(), part.end(), whole.begin()));
-    } catch (const FormatError&) {
-      ++errors;
-    }
+    EXPECT_THROW(entriesOf(block.substr(0, length)), FormatError) << length;
   }
-  // Between entries lie three places, the block's beginning included.
-  EXPECT_EQ(errors, static_cast<int>(block.size()) - 3);
+  EXPECT_THROW(entriesOf(block + "x"), FormatError);
+}
+
+TEST(RunLog, ValuesThatComeBackAreReadFromAmongTheLatest) {
+  std::mt19937 random(5);
+  // More different ones than are kept, floats and ints in turn, keys that come and go.
+  RunLogWriter sut;
+  RunLogReader reader;
+  std::size_t bytes = 0;
+  std::size_t count = 0;
+  for (std::uint32_t block = 0; block < 50; ++block) {
+    std::vector<std::vector<std::pair<std::uint32_t, GK::GKValue>>> told;
+    for (int turn = 0; turn < 20; ++turn) {
+      std::vector<std::pair<std::uint32_t, GK::GKValue>> values;
+      for (std::uint32_t key = 0; key < 130; ++key) {
+        const auto step = static_cast<std::int32_t>(random() % (key < 100 ? 8 : 400));
+        if (random() % 3 != 0) {
+          values.emplace_back(key, key == 7 && block % 2 == 0
+                                       ? GK::GKValue(step)
+                                       : GK::GKValue(static_cast<float>(step) / 10));
+        }
+      }
+      addValues(sut, values);
+      count += values.size();
+      told.push_back(std::move(values));
+    }
+    const std::string data = sut.take();
+    bytes += data.size();
+    reader.begin(data, block, kRunEncoding);
+    for (const auto& values : told) {
+      const std::optional<RunEntry> entry = reader.next();
+      const auto& read = std::get<RunValues>(*entry);
+      ASSERT_EQ(read.values.size(), values.size());
+      for (std::size_t i = 0; i < values.size(); ++i) {
+        EXPECT_EQ(read.values[i].key, values[i].first);
+        EXPECT_EQ(read.value(read.values[i]), values[i].second);
+      }
+    }
+    EXPECT_FALSE(reader.next());
+  }
+  // Two bytes and a half on average, most of them a key's coming and going and the rare ones.
+  EXPECT_LT(bytes, count * 5 / 2);
+}
+
+TEST(RunLog, BehindAMissingBlockValuesAreLostUntilOneBeginsAnew) {
+  RunLogWriter sut;
+  std::vector<std::string> blocks;
+  for (GK::GKMicros time = 0; time <= RunLogWriter::kAnewTime + 2'000'000; time += 1'000'000) {
+    sut.add(RunTurn{2, time});
+    addValues(sut, {{3, GK::GKValue(time == 0 ? 1.0F : 2.0F)}});
+    blocks.push_back(sut.take());
+  }
+  RunLogReader reader;
+  std::string read;
+  for (std::uint32_t i = 0; i < blocks.size(); ++i) {
+    if (i == 2) {
+      continue;
+    }
+    reader.begin(blocks[i], i, kRunEncoding);
+    const std::vector<std::string> entries = entriesOf(reader);
+    EXPECT_EQ(entries[0], "turn 2 " + std::to_string(i * 1'000'000));
+    read += entries[1] == "values 3:float" ? 'v' : entries[1] == "values are lost" ? '-' : '?';
+    EXPECT_EQ(reader.isBlind(), read.back() == '-');
+  }
+  EXPECT_EQ(read, "vv--------vv");
+}
+
+TEST(RunLog, BehindABlockThatCannotBeReadValuesAreLost) {
+  RunLogWriter sut;
+  addValues(sut, {{3, GK::GKValue(1.0F)}});
+  const std::string first = sut.take();
+  addValues(sut, {{3, GK::GKValue(1.0F)}});
+  const std::string second = sut.take();
+  RunLogReader reader;
+  EXPECT_THROW(reader.begin(first.substr(0, 3), 0, kRunEncoding), FormatError);
+  reader.begin(second, 1, kRunEncoding);
+  EXPECT_THAT(entriesOf(reader), ElementsAre("values are lost"));
+  reader.begin(first, 2, kRunEncoding);
+  EXPECT_THAT(entriesOf(reader), ElementsAre("values 3:float"));
+  reader.begin(second, 3, kRunEncoding);
+  EXPECT_THAT(entriesOf(reader), ElementsAre("values 3:float"));
+  // Nor behind one that was not read to its end.
+  reader.begin(first, 4, kRunEncoding);
+  reader.begin(second, 5, kRunEncoding);
+  EXPECT_THAT(entriesOf(reader), ElementsAre("values are lost"));
+}
+
+TEST(RunLog, BlocksOfTheFirstEncodingAreRead) {
+  using namespace std::string_literals;
+  const std::string block = "\x04\x03\x01k"s        // key 3, "k"
+                            "\x01\x02\xE8\x07"s     // task 2 at 1000 microseconds
+                            "\x05\x02"s             // two values:
+                            "\x0C\x00\x00\xC0\x3F"s // key 3, a float, 1.5
+                            "\x0B\x05\"txt\""s      // the second one behind it, a text
+                            "\x09"s;                // an overlap
+  RunLogReader reader;
+  // Each stands alone, whatever their numbers.
+  for (const std::uint32_t number : {7U, 3U}) {
+    reader.begin(block, number, kFirstRunEncoding);
+    EXPECT_THAT(entriesOf(reader),
+                ElementsAre("key 3 k", "turn 2 1000", "values 3:float 5:string", "overlap"));
+  }
+  reader.begin(block, 1, kFirstRunEncoding);
+  EXPECT_THAT(valuesOf(reader), ElementsAre(testing::Pair(3, GK::GKValue(1.5F)),
+                                            testing::Pair(5, GK::GKValue("txt"))));
 }
 
 TEST(RunLog, RandomBytesAreErrorsOrEntries) {
@@ -144,10 +267,12 @@ TEST(RunLog, RandomBytesAreErrorsOrEntries) {
     for (int i = 0; i < 24; ++i) {
       block.push_back(static_cast<char>(random() % (round % 2 == 0 ? 256 : 12)));
     }
-    try {
-      entriesOf(block);
-    } catch (const FormatError&) {
-      continue;
+    for (const char* encoding : {kRunEncoding, kFirstRunEncoding}) {
+      try {
+        entriesOf(block, encoding);
+      } catch (const FormatError&) {
+        continue;
+      }
     }
   }
 }

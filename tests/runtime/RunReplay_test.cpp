@@ -1,6 +1,7 @@
 #include "formats/mcap/Sink.h"
 #include "formats/mcap/Writer.h"
 #include "formats/run/RunFile.h"
+#include "formats/run/RunLogWriter.h"
 #include "gk/GKMemoryStore.h"
 #include "runtime/recording/RunReplay.h"
 #include "support/Gk.h"
@@ -186,9 +187,12 @@ TEST_F(RunReplayTest, BlocksThatAreMissingAreCounted) {
 }
 
 /// A recording of which the file is in order and the run is not.
+/// A block of an entry of an unknown kind.
+const std::string kNoEntry("\0\1\0\0\xFF", 5);
+
 class UnreadableRun : public testing::Test {
 protected:
-  UnreadableRun() { writeRun(fPath, {"\xFF", "\xFF"}); }
+  UnreadableRun() { writeRun(fPath, {kNoEntry, kNoEntry}); }
 
   const TemporaryFolder fFolder;
   const std::string fPath = fFolder.file("run.mcap");

@@ -36,6 +36,8 @@ public:
   /// Without a lock and without waiting for other writers, unless a string or array goes.
   void storeFloat(float value);
   void storeInt(std::int32_t value);
+  /// A value of a type without a string or an array, given by its bits.
+  void storeBits(GKValue::Type type, std::uint32_t bits) { xStoreScalar(wordOf(type, bits)); }
 
   /// False until the first `store`: the cell was made, but the key is not there yet.
   bool exists() const noexcept { return (xWord() & kExists) != 0; }
