@@ -18,7 +18,7 @@ help:
 	@echo "make check     run the tests under the sanitizers"
 	@echo "make lint      run the static checks"
 	@echo "make test-all  run all of that, with clang and in the other Debian release too"
-	@echo "make coverage  tell which lines and branches of platform/ and modules/ the tests reach"
+	@echo "make coverage  tell which lines and branches of platform/, sdk/ and modules/ the tests reach"
 	@echo "make fuzz      look for inputs that break something, FUZZ_SECONDS=$(FUZZ_SECONDS) a target"
 	@echo "make soak      run SOAK_HOURS=$(SOAK_HOURS) of the robot's time and watch memory and descriptors"
 	@echo "make bench     run the benchmarks"
@@ -54,14 +54,14 @@ check: check-dependencies
 # clang-tidy knows better than cppcheck which values are only passed on.
 lint: check-dependencies
 	cmake --preset lint
-	run-clang-tidy -quiet -p build/lint '/(platform|modules|formats|devices|runtime|gateway|app)/(?!StaticFilesData)'
+	run-clang-tidy -quiet -p build/lint '/(platform|sdk|modules|formats|devices|runtime|gateway|app)/(?!StaticFilesData|ModuleTemplateData)'
 	cppcheck --std=c++20 --quiet --error-exitcode=1 --enable=warning,performance,portability \
 	  --suppress=passedByValue --suppress=accessMoved:gateway/server/WebSocketConnection.cpp \
-	  --suppress=returnTempReference:platform/services/GKDelivery.cpp -I platform/include -I . platform modules formats devices runtime gateway app
+	  --suppress=returnTempReference:platform/services/GKDelivery.cpp -I platform/include -I sdk/include -I . -i sdk/template platform sdk modules formats devices runtime gateway app
 
 coverage: check-dependencies
 	$(MAKE) test PRESET=coverage
-	gcovr --root . --object-directory build/coverage --filter platform/ --filter modules/ \
+	gcovr --root . --object-directory build/coverage --filter platform/ --filter sdk/ --filter modules/ \
 	  --exclude-throw-branches --exclude-unreachable-branches --print-summary
 
 fuzz: check-dependencies

@@ -1,0 +1,68 @@
+#!/bin/sh
+# What others build on an installed platform: our examples, and the project that `gk new` writes.
+# Installs into a folder of its own and builds them there, without anything of the sources.
+# Usage: authors_test.sh SOURCE_DIR BUILD_DIR WORK_DIR COMPILER
+set -eu
+source=$1
+build=$2
+work=$3
+compiler=$4
+
+fail() {
+  echo "authors_test: $*" >&2
+  exit 1
+}
+
+rm -rf "$work"
+mkdir -p "$work"
+for component in program platform modules dev; do
+  cmake --install "$build" --prefix "$work/prefix" --component $component >"$work/install.log" ||
+    fail "component $component: $(cat "$work/install.log")"
+done
+PATH=$work/prefix/bin:$PATH
+export PATH
+gk --version | grep -q "platform" || fail "the installed gk does not run"
+
+# As strict as users may be: no warning comes from our headers, no flag from our targets.
+build_and_test() {
+  cmake -S "$1" -B "$1/build" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
+    -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wpedantic -Wshadow -Werror" \
+    -DCMAKE_CXX_COMPILER_LAUNCHER="$(command -v ccache || true)" >"$1/log" 2>&1 &&
+    cmake --build "$1/build" >>"$1/log" 2>&1 &&
+    ctest --test-dir "$1/build" --output-on-failure --no-tests=error >>"$1/log" 2>&1 ||
+    fail "$1: $(cat "$1/log")"
+  grep -E "tests passed|ns a tick" "$1/log"
+}
+
+for example in fall_alarm step_counter; do
+  cp -r "$source/examples/$example" "$work/$example"
+  build_and_test "$work/$example"
+done
+
+cd "$work"
+gk new module GKProbe | grep -q "cmake -B build" || fail "gk new does not say how to go on"
+build_and_test "$work/GKProbe"
+grep -q "$source" GKProbe/build/compile_commands.json 2>/dev/null && fail "a path of ours reaches others"
+
+# Installed, a library is found by its name.
+cmake --install GKProbe/build >>GKProbe/log
+gk replay --library GKProbe --only event GKProbe/scenarios/held.jsonl | grep -q GKProbeHeld ||
+  fail "an installed library is not found by its name"
+
+# What the platform exports are its own names.
+foreign=$(nm -DC --defined-only prefix/lib*/libgkplatform.so prefix/lib/*/libgkplatform.so 2>/dev/null |
+  grep -v ':$' | sed 's/^[0-9a-f]* . //' |
+  grep -vE '^((typeinfo|typeinfo name|vtable|VTT) for |non-virtual thunk to )?(GK|zu)::' | grep -v '^$' || true)
+[ -z "$foreign" ] || fail "libgkplatform.so exports $foreign"
+exports=$(nm -D --defined-only GKProbe/build/libGKProbe.so | awk '{print $NF}' | sort | tr '\n' ' ')
+[ "$exports" = "_closeModule _createModule " ] || fail "a module library exports $exports"
+readelf -nW GKProbe/build/libGKProbe.so | grep -q '\.note\.gk\.module' || fail "no note"
+
+# The pkg-config file names what a compiler needs.
+if command -v pkg-config >/dev/null; then
+  pc=$(dirname "$(find prefix -name gkplatform.pc)")
+  # shellcheck disable=SC2046 # a list of words
+  "$compiler" -std=c++20 -shared -fPIC $(PKG_CONFIG_PATH=$pc pkg-config --cflags gkplatform) \
+    GKProbe/GKProbe.cpp $(PKG_CONFIG_PATH=$pc pkg-config --libs gkplatform) -o libByHand.so
+  gk library check ./libByHand.so
+fi
