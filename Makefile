@@ -10,7 +10,7 @@ CHAOS_SECONDS ?= 600
 # What the host may take of time and memory; sanitizers keep what is freed for a while.
 CHAOS ?= $(if $(filter asan tsan,$(PRESET)),1 --growth=64 --end=20000)
 
-.PHONY: help run test test-all other-release check lint coverage fuzz soak bench bench-check load chaos web-tests dependencies check-dependencies build clean
+.PHONY: help run test test-all other-release check lint coverage fuzz abi-check soak bench bench-check load chaos web-tests dependencies check-dependencies build clean
 
 help:
 	@echo "make run       install what is missing, build, and watch a simulated robot in real time"
@@ -20,6 +20,7 @@ help:
 	@echo "make test-all  run all of that, with clang and in the other Debian release too"
 	@echo "make coverage  tell which lines and branches of platform/, sdk/ and modules/ the tests reach"
 	@echo "make fuzz      look for inputs that break something, FUZZ_SECONDS=$(FUZZ_SECONDS) a target"
+	@echo "make abi-check  hold the platform's binary interface against the recorded one"
 	@echo "make soak      run SOAK_HOURS=$(SOAK_HOURS) of the robot's time and watch memory and descriptors"
 	@echo "make bench     run the benchmarks"
 	@echo "make bench-check  count a tick's instructions and hold them against the record"
@@ -41,6 +42,7 @@ test: dependencies
 # What takes too long for every day, or needs more than this machine has.
 test-all: test check lint
 	$(MAKE) test PRESET=clang
+	$(MAKE) abi-check
 	$(MAKE) other-release
 
 other-release:
@@ -68,6 +70,11 @@ fuzz: check-dependencies
 	cmake --preset fuzz
 	cmake --build --preset fuzz
 	./fuzz/run.sh build/fuzz $(FUZZ_SECONDS)
+
+abi-check: check-dependencies
+	cmake --preset abi
+	cmake --build --preset abi --target gkplatform
+	./packaging/abi-check.sh build/abi/lib/libgkplatform.so
 
 soak: dependencies
 	cmake --preset release

@@ -58,6 +58,19 @@ exports=$(nm -D --defined-only GKProbe/build/libGKProbe.so | awk '{print $NF}' |
 [ "$exports" = "_closeModule _createModule " ] || fail "a module library exports $exports"
 readelf -nW GKProbe/build/libGKProbe.so | grep -q '\.note\.gk\.module' || fail "no note"
 
+# Without /proc as well, where that can be tried; the loader then does not know where the program is.
+if unshare -m mount -t tmpfs none /proc 2>/dev/null; then
+  LD_LIBRARY_PATH=$(dirname "$work"/prefix/lib*/libgkextractor.a) unshare -m sh -c 'mount -t tmpfs none /proc && gk replay --library GKProbe --only event "$1"' - \
+    GKProbe/scenarios/held.jsonl | grep -q GKProbeHeld || fail "without /proc no library is found"
+fi
+
+# What the page for authors shows is the source of a library.
+awk '/^```cpp$/ {inside = 1; next} /^```$/ {inside = 0} inside' "$source/docs/modules.md" >Shown.cpp
+"$compiler" -std=c++20 -Wall -Wextra -Wpedantic -Werror -shared -fPIC -I prefix/include/gkplatform Shown.cpp \
+  -L "$(dirname prefix/lib*/libgkextractor.a)" -lgkextractor -lgkplatform -o libShown.so ||
+  fail "docs/modules.md shows what does not compile"
+gk replay --library +./libShown.so --only log "$source/examples/touched.jsonl" >Shown.log 2>&1 || fail "$(cat Shown.log)"
+
 # The pkg-config file names what a compiler needs.
 if command -v pkg-config >/dev/null; then
   pc=$(dirname "$(find prefix -name gkplatform.pc)")
