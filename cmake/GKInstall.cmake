@@ -9,6 +9,8 @@ set(GK_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/gkplatform)
 set(GK_INSTALL_MODULESDIR ${CMAKE_INSTALL_LIBDIR}/gksensors/modules)
 set(GK_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/gkplatform)
 
+option(GK_INSTALL_DEBUG_FILES "Installed files are stripped, with their debug information beside them" ON)
+
 function(gk_install target)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "COMPONENT;DESTINATION;EXPORT" "")
   get_target_property(type ${target} TYPE)
@@ -33,6 +35,9 @@ function(gk_install target)
   # Where the installed ones find each other, as in the build folder.
   file(RELATIVE_PATH up /${folder} /${CMAKE_INSTALL_LIBDIR})
   set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${up}")
+  if(NOT GK_INSTALL_DEBUG_FILES)
+    return()
+  endif()
   install(CODE "set(FOLDER \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${folder}\")
 set(NAME \"$<TARGET_FILE_NAME:${target}>\")
 set(OBJCOPY \"${CMAKE_OBJCOPY}\")

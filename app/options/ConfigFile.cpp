@@ -117,9 +117,11 @@ private:
       return;
     }
     names.push_back(name);
+    const bool isFlag = option->get_expected_min() == 0;
     for (const std::string& value : item.inputs) {
-      if (option->get_expected_min() > 0 || value == "true") {
-        words.push_back(option->get_expected_min() > 0 ? name + "=" + value : name);
+      if (!isFlag || value == "true") {
+        words.push_back(name);
+        words.back().append(isFlag ? "" : "=" + value);
       } else if (value != "false") {
         refuse(fFile, item.name + ": " + value + " is none of true, false");
       }

@@ -37,6 +37,7 @@ std::filesystem::path programFile() {
   std::filesystem::path file = std::filesystem::read_symlink("/proc/self/exe", error);
   if (error) {
     // Without /proc: as whoever started it has called it.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): an address is what the kernel gives
     const auto* called = reinterpret_cast<const char*>(::getauxval(AT_EXECFN));
     file = std::filesystem::canonical(called != nullptr ? called : "", error);
   }
@@ -75,6 +76,7 @@ std::vector<std::string> addLibraries(const std::vector<std::string>& before,
 
 std::vector<std::string> libraryNames(const std::vector<std::string>& marked) {
   std::vector<std::string> names;
+  names.reserve(marked.size());
   for (const std::string& name : marked) {
     names.push_back(isAddition(name) ? name.substr(1) : name);
   }

@@ -99,8 +99,9 @@ Platform::~Platform() {
   GK::GKBrokerManager::setInstance(nullptr);
   GK::GKObserverList::instance().remove(fWatch);
   GK::GKClock::install(nullptr);
-  for (auto library = fLibraries.rbegin(); library != fLibraries.rend(); ++library) {
-    dlclose(*library);
+  while (!fLibraries.empty()) {
+    dlclose(fLibraries.back());
+    fLibraries.pop_back();
   }
 }
 

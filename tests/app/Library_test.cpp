@@ -187,6 +187,34 @@ TEST(Recording, IsRepeatedWithItsLibrariesAndSettings) {
   EXPECT_THAT(other.out, testing::Not(testing::HasSubstr("\"Echo\"")));
 }
 
+TEST(Watch, ReplaysAnewWhenAFileOrALibraryChanges) {
+  const TemporaryFolder folder;
+  const std::string input = folder.file("s.jsonl");
+  const std::string mine = folder.file("libmine.so");
+  const auto replaceMine = [&folder, &mine](const std::string& name) {
+    std::filesystem::copy_file(library(name), folder.file("new.so"));
+    std::filesystem::rename(folder.file("new.so"), mine);
+  };
+  replaceMine("Echo");
+  gk::test::writeFile(input, "{\"t\": 0, \"get\": [\"first\"]}\n");
+  gk::test::Program sut({"/usr/bin/env", "--default-signal=INT", GK_PROGRAM, "replay", "--watch",
+                         "--out", "-", "--only", "value,result,error", "--library", mine, input});
+  const auto runsUntil = [&sut](const std::string& text) {
+    sut.runUntil([&] { return sut.outSoFar().find(text) != std::string::npos; });
+  };
+  runsUntil("\"first\"");
+  gk::test::writeFile(input, "{\"t\": 0, \"get\": [\"second\"]}\n");
+  runsUntil("\"second\"");
+  EXPECT_THAT(sut.errSoFar(), testing::HasSubstr("gk: s.jsonl changed\n"));
+  gk::test::writeFile(input, "{\"t\": 0, \"call\": \"Listener.getCount\"}\n");
+  runsUntil("\"kind\":\"error\"");
+  replaceMine("Listener");
+  runsUntil("\"call\":\"Listener.getCount\",\"value\":0");
+  EXPECT_THAT(sut.errSoFar(), testing::HasSubstr("gk: libmine.so changed\n"));
+  kill(sut.pid(), SIGINT);
+  EXPECT_EQ(sut.wait().code, 128 + SIGINT);
+}
+
 TEST(Config, GivesOptionsThatTheCommandLineReplaces) {
   const TemporaryFolder folder;
   const std::string config = folder.file("gk.conf");

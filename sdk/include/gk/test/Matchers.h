@@ -8,6 +8,7 @@
 #include <cmath>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// What tests say of `Platform::events()` and `Platform::log()`, such as
@@ -31,15 +32,38 @@ inline void PrintTo(const LogLine& line, std::ostream* out) {
        << ": " << line.text;
 }
 
-MATCHER_P(IsValue, value, std::string(negation ? "is not " : "is ") + textOf(GK::GKValue(value))) {
-  return isSame(arg, GK::GKValue(value));
-}
+/// Matches values that are the same.
+class IsValue {
+public:
+  using is_gtest_matcher = void;
+  explicit IsValue(GK::GKValue value) : fValue(std::move(value)) {}
 
-/// To the microsecond.
-MATCHER_P(IsTime, seconds, "is at " + std::to_string(seconds) + " s") {
-  constexpr double half = 0.5e-6;
-  return std::abs(arg - seconds) < half;
-}
+  bool MatchAndExplain(const GK::GKValue& actual, std::ostream*) const {
+    return isSame(actual, fValue);
+  }
+  void DescribeTo(std::ostream* out) const { *out << "is " << textOf(fValue); }
+  void DescribeNegationTo(std::ostream* out) const { *out << "is not " << textOf(fValue); }
+
+private:
+  GK::GKValue fValue;
+};
+
+/// Matches times, in seconds, that are the same to the microsecond.
+class IsTime {
+public:
+  using is_gtest_matcher = void;
+  explicit IsTime(double seconds) : fSeconds(seconds) {}
+
+  bool MatchAndExplain(double actual, std::ostream*) const {
+    constexpr double half = 0.5e-6;
+    return std::abs(actual - fSeconds) < half;
+  }
+  void DescribeTo(std::ostream* out) const { *out << "is at " << fSeconds << " s"; }
+  void DescribeNegationTo(std::ostream* out) const { *out << "is not at " << fSeconds << " s"; }
+
+private:
+  double fSeconds;
+};
 
 using EventsMatcher = testing::Matcher<const std::vector<Event>&>;
 using LogMatcher = testing::Matcher<const std::vector<LogLine>&>;
