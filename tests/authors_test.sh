@@ -44,6 +44,17 @@ gk new module GKProbe | grep -q "cmake -B build" || fail "gk new does not say ho
 build_and_test "$work/GKProbe"
 grep -q "$source" GKProbe/build/compile_commands.json 2>/dev/null && fail "a path of ours reaches others"
 
+# A folder in which the platform was built does as well as one to which it was installed, and another
+# version does not do.
+cmake -S GKProbe -B GKProbe/build2 -G Ninja -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$build" >GKProbe/log2 2>&1 &&
+  grep -q "gkplatform_DIR:PATH=$build/" GKProbe/build2/CMakeCache.txt && cmake --build GKProbe/build2 --target GKProbe >>GKProbe/log2 2>&1 ||
+  fail "the build folder is no prefix: $(cat GKProbe/log2)"
+gk library check GKProbe/build2/libGKProbe.so >/dev/null || fail "what is built on the build folder does not fit"
+sed 's/find_package(gkplatform [0-9.]*/find_package(gkplatform 0.1/' GKProbe/CMakeLists.txt >GKProbe/other
+mv GKProbe/other GKProbe/CMakeLists.txt
+! cmake -S GKProbe -B GKProbe/build3 -G Ninja >GKProbe/log3 2>&1 && grep -q "version: $(gk --version | cut -d " " -f 2)" GKProbe/log3 ||
+  fail "another version of the platform is taken: $(cat GKProbe/log3)"
+
 # Installed, a library is found by its name.
 cmake --install GKProbe/build >>GKProbe/log
 gk replay --library GKProbe --only event GKProbe/scenarios/held.jsonl | grep -q GKProbeHeld ||
