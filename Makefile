@@ -10,7 +10,7 @@ CHAOS_SECONDS ?= 600
 # What the host may take of time and memory; sanitizers keep what is freed for a while.
 CHAOS ?= $(if $(filter asan tsan,$(PRESET)),1 --growth=64 --end=20000)
 
-.PHONY: help run test test-all other-release check lint coverage fuzz abi-check soak bench bench-check load chaos web-tests dependencies check-dependencies build clean
+.PHONY: help run test test-all other-release check lint coverage fuzz abi-check docs packages package-test soak bench bench-check load chaos web-tests dependencies check-dependencies build clean
 
 help:
 	@echo "make run       install what is missing, build, and watch a simulated robot in real time"
@@ -21,6 +21,8 @@ help:
 	@echo "make coverage  tell which lines and branches of platform/, sdk/ and modules/ the tests reach"
 	@echo "make fuzz      look for inputs that break something, FUZZ_SECONDS=$(FUZZ_SECONDS) a target"
 	@echo "make abi-check  hold the platform's binary interface against the recorded one"
+	@echo "make docs      write the reference of the public headers, in build/docs"
+	@echo "make packages  make the Debian packages, in build/packages; make package-test tries them on a bare system"
 	@echo "make soak      run SOAK_HOURS=$(SOAK_HOURS) of the robot's time and watch memory and descriptors"
 	@echo "make bench     run the benchmarks"
 	@echo "make bench-check  count a tick's instructions and hold them against the record"
@@ -43,6 +45,8 @@ test: dependencies
 test-all: test check lint
 	$(MAKE) test PRESET=clang
 	$(MAKE) abi-check
+	$(MAKE) packages
+	$(MAKE) package-test
 	$(MAKE) other-release
 
 other-release:
@@ -70,6 +74,22 @@ fuzz: check-dependencies
 	cmake --preset fuzz
 	cmake --build --preset fuzz
 	./fuzz/run.sh build/fuzz $(FUZZ_SECONDS)
+
+docs: check-dependencies
+	mkdir -p build/docs
+	doxygen docs/Doxyfile
+	@echo "The reference of the public headers is in build/docs/html"
+
+# Of the sources as git knows them, whatever else lies here.
+PACKAGES = build/packages
+packages: dependencies
+	./packaging/install-dependencies.sh packaging/debian-packages-packages.txt
+	./packaging/packages.sh $(PACKAGES)
+
+package-test:
+	./packaging/install-dependencies.sh packaging/debian-packages-other-release.txt
+	./packaging/install-dependencies.sh packaging/debian-packages-packages.txt
+	./packaging/package-test.sh $(PACKAGES) build/package-test
 
 abi-check: check-dependencies
 	cmake --preset abi
