@@ -2,6 +2,9 @@
 #include "support/Environment.h"
 #include "support/Gk.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 // Libraries that cannot be loaded: one line that names the file and the reason, exit code 1, and
 // whatever had come up goes down in order.
 
