@@ -12,7 +12,7 @@ CHAOS_SECONDS ?= 600
 # What the host may take of time and memory; sanitizers keep what is freed for a while.
 CHAOS ?= $(if $(filter asan tsan,$(PRESET)),1 --growth=64 --end=20000)
 
-.PHONY: help run test test-all slurm other-release check lint coverage fuzz soak bench bench-check load chaos web-tests dependencies check-dependencies build clean
+.PHONY: help run test test-all slurm other-release check lint coverage fuzz abi-check docs packages package-test soak bench bench-check load chaos web-tests dependencies check-dependencies build clean
 
 help:
 	@echo "make run       install what is missing, build, and watch a simulated robot in real time"
@@ -21,8 +21,11 @@ help:
 	@echo "make lint      run the static checks"
 	@echo "make test-all  run all of that, with clang and in the other Debian release too"
 	@echo "make slurm     test scenarios in shards on a Slurm of this machine alone, as root"
-	@echo "make coverage  tell which lines and branches of platform/ and modules/ the tests reach"
+	@echo "make coverage  tell which lines and branches of platform/, sdk/ and modules/ the tests reach"
 	@echo "make fuzz      look for inputs that break something, FUZZ_SECONDS=$(FUZZ_SECONDS) a target"
+	@echo "make abi-check  hold the platform's binary interface against the recorded one"
+	@echo "make docs      write the reference of the public headers, in build/docs"
+	@echo "make packages  make the Debian packages, in build/packages; make package-test tries them on a bare system"
 	@echo "make soak      run SOAK_HOURS=$(SOAK_HOURS) of the robot's time and watch memory and descriptors"
 	@echo "make bench     run the benchmarks"
 	@echo "make bench-check  count a tick's instructions and hold them against the record"
@@ -45,6 +48,9 @@ test: dependencies
 test-all: test check lint
 	$(MAKE) test PRESET=clang
 	$(MAKE) slurm
+	$(MAKE) abi-check
+	$(MAKE) packages
+	$(MAKE) package-test
 	$(MAKE) other-release
 
 # One of the scenarios is wrong on purpose.
@@ -63,20 +69,41 @@ check: check-dependencies
 # clang-tidy knows better than cppcheck which values are only passed on.
 lint: check-dependencies
 	cmake --preset lint
-	run-clang-tidy -quiet -p build/lint '/(platform|modules|formats|devices|runtime|gateway|app)/(?!StaticFilesData)'
+	run-clang-tidy -quiet -p build/lint '/(platform|sdk|modules|formats|devices|runtime|gateway|app)/(?!StaticFilesData|ModuleTemplateData)'
 	cppcheck --std=c++20 --quiet --error-exitcode=1 --enable=warning,performance,portability \
 	  --suppress=passedByValue --suppress=accessMoved:gateway/server/WebSocketConnection.cpp \
-	  --suppress=returnTempReference:platform/services/GKDelivery.cpp -I platform/include -I . platform modules formats devices runtime gateway app
+	  --suppress=returnTempReference:platform/services/GKDelivery.cpp -I platform/include -I sdk/include -I . -i sdk/template platform sdk modules formats devices runtime gateway app
 
 coverage: check-dependencies
 	$(MAKE) test PRESET=coverage
-	gcovr --root . --object-directory build/coverage --filter platform/ --filter modules/ \
+	gcovr --root . --object-directory build/coverage --filter platform/ --filter sdk/ --filter modules/ \
 	  --exclude-throw-branches --exclude-unreachable-branches --print-summary
 
 fuzz: check-dependencies
 	cmake --preset fuzz
 	cmake --build --preset fuzz
 	./fuzz/run.sh build/fuzz $(FUZZ_SECONDS)
+
+docs: check-dependencies
+	mkdir -p build/docs
+	doxygen docs/Doxyfile
+	@echo "The reference of the public headers is in build/docs/html"
+
+# Of the sources as git knows them, whatever else lies here.
+PACKAGES = build/packages
+packages: dependencies
+	./packaging/install-dependencies.sh packaging/debian-packages-packages.txt
+	./packaging/packages.sh $(PACKAGES)
+
+package-test:
+	./packaging/install-dependencies.sh packaging/debian-packages-other-release.txt
+	./packaging/install-dependencies.sh packaging/debian-packages-packages.txt
+	./packaging/package-test.sh $(PACKAGES) build/package-test
+
+abi-check: check-dependencies
+	cmake --preset abi
+	cmake --build --preset abi --target gkplatform
+	./packaging/abi-check.sh build/abi/lib/libgkplatform.so
 
 soak: dependencies
 	cmake --preset release

@@ -1,9 +1,11 @@
 #include "app/ask/AskCommands.h"
+#include "app/authors/AuthorCommands.h"
 #include "app/options/CommandLine.h"
 #include "app/recordings/RecordingCommands.h"
 #include "app/run/RunCommands.h"
 #include "app/session/Process.h"
 #include "app/test/TestCommand.h"
+#include "gk/GKVersion.h"
 
 #include <fmt/format.h>
 
@@ -29,6 +31,9 @@ void addHelpCommand(const CommandLine& line) {
   });
 }
 
+constexpr const char* kVersion =
+    "gk " GK_VERSION " (module platform " GK_PLATFORM_ABI ", commit " GK_COMMIT ")";
+
 constexpr const char* kFooter = R"(Examples:
   gk run                                       the simulated robot, until Ctrl-C
   gk set Simulation/Touch/Head/Touch/Front on  touch its head, from another shell
@@ -41,6 +46,7 @@ constexpr const char* kFooter = R"(Examples:
 Environment:
   GK_HOST        the host to ask where --host is not given; else 127.0.0.1:8090
   GK_TOKEN_FILE  the file of its token where --token-file is not given
+  GK_LIBRARY_PATH  folders in which --library NAME is looked for first
   NO_COLOR       no colours on a terminal
 
 Exit codes: 0 done, 1 failed (gk diff: different), 2 wrong input, option or name, 3 an expectation
@@ -48,7 +54,7 @@ of a run does not hold
 )";
 
 int runProgram(int argc, char** argv) {
-  const CommandLine line("gk", "gk: sensor modules of a small humanoid robot", "gk " GK_VERSION);
+  const CommandLine line("gk", "gk: sensor modules of a small humanoid robot", kVersion);
   const Command run = line.program().titled("Run");
   addRunCommand(run);
   addReplayCommand(run);
@@ -68,6 +74,9 @@ int runProgram(int argc, char** argv) {
   addRecordCommand(recordings);
   addRecordingCommand(recordings);
   addDiffCommand(recordings);
+  const Command authors = line.program().titled("Write modules");
+  addNewCommand(authors);
+  addLibraryCommand(authors);
   addCompletionCommand(line);
   addHelpCommand(line);
   line.program().footer(kFooter);

@@ -1,6 +1,6 @@
 #include "gk/GKBroker.h"
 #include "gk/GKMemoryProxy.h"
-#include "gk/GKModule.h"
+#include "gk/GKModuleLibrary.h"
 
 #include <atomic>
 #include <string>
@@ -45,7 +45,4 @@ private:
   std::atomic<int> fCount{0};
 };
 
-extern "C" GK_API int _createModule(boost::shared_ptr<GK::GKBroker> broker) {
-  GK::GKModule::createModule<HeadPats>(broker);
-  return 0;
-}
+GK_MODULE_LIBRARY(HeadPats)

@@ -7,17 +7,18 @@ cd "$1" || exit 1
 library=$2
 failed=0
 
-houses='platform modules formats devices runtime gateway app'
+houses='platform sdk modules formats devices runtime gateway app'
 # shellcheck disable=SC2086 # a list of words
-includes=$(find $houses -name '*.h' -o -name '*.cpp' | xargs grep -HE '^#include "')
+includes=$(find $houses \( -name '*.h' -o -name '*.cpp' \) -not -path 'sdk/template/*' | xargs grep -HE '^#include "')
 
 # A line for each include: folder and name of the file that includes, then of what is included. Public
-# headers of the platform belong to the folder with their source, or to the one that is named here.
+# headers belong to the folder with their source, or to the one that is named here.
 plain=$(echo "$includes" | awk '
   BEGIN {
-    home["GKApi"] = home["GKConvert"] = home["GKMemoryPlace"] = home["GKTime"] = "platform/values"
+    home["GKApi"] = home["GKConvert"] = home["GKMemoryPlace"] = home["GKTime"] = home["GKVersion"] = "platform/values"
     home["GKTurns"] = "platform/time"
-    while (("find platform -name \"*.cpp\"" | getline file) > 0) {
+    home["GKModuleLibrary"] = home["GKModuleNote"] = "platform/modules"
+    while (("find platform sdk -name \"*.cpp\"" | getline file) > 0) {
       name = file; sub(/.*\//, "", name); sub(/\.cpp$/, "", name); sub(/\/[^\/]*$/, "", file)
       home[name] = file
     }
@@ -25,7 +26,8 @@ plain=$(echo "$includes" | awk '
   function place(path,   folder, name) {
     name = path; sub(/.*\//, "", name); sub(/\.(h|cpp)$/, "", name)
     folder = path; sub(/\/[^\/]*$/, "", folder)
-    if (folder ~ /^(platform\/include\/)?(gk|zu)$/) folder = home[name]
+    if (folder ~ /^(sdk\/include\/)?gk\/test$/) folder = "sdk/test"
+    else if (folder ~ /^((platform|sdk)\/include\/)?(gk|zu)$/) folder = home[name]
     return folder " " name
   }
   { file = $1; sub(/:#include$/, "", file); gsub(/"/, "", $2); print place(file), place($2) }')

@@ -1,5 +1,6 @@
 #include "app/options/Command.h"
 
+#include "app/options/ConfigFile.h"
 #include "formats/text/NearestNames.h"
 
 #include <CLI/CLI.hpp>
@@ -217,6 +218,13 @@ Option Command::argument(const std::string& name) const {
 std::function<std::vector<std::string>()> Command::takesRest() const {
   fApp->allow_extras();
   return [app = fApp] { return app->remaining(); };
+}
+
+void Command::takesConfig(const std::string& text) const {
+  // Read before the line is, of which its options become a part.
+  fApp->add_option_function<std::string>(
+          kConfigOption, [](const std::string&) {}, text)
+      ->type_name("FILE");
 }
 
 void Command::does(Action action) const {

@@ -96,6 +96,9 @@ public:
   /// when the line has been read.
   std::function<std::vector<std::string>()> takesRest() const;
 
+  /// The command takes options from a file as well, which "--config" names.
+  void takesConfig(const std::string& text) const;
+
   /// What is to be done when this command was given.
   void does(Action action) const;
 

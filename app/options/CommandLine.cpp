@@ -1,5 +1,6 @@
 #include "app/options/CommandLine.h"
 
+#include "app/options/ConfigFile.h"
 #include "app/options/Slips.h"
 
 #include <CLI/CLI.hpp>
@@ -34,10 +35,13 @@ int CommandLine::run(int argc, const char* const* argv) const {
   const std::vector<std::string> words(argv + 1, argv + argc);
   const auto option =
       std::ranges::find_if(words, [](const std::string& word) { return word.starts_with('-'); });
+  ConfiguredLine line;
   try {
     const std::vector<std::string> names(words.begin(), option);
     const CLI::App& subject = commandOf(app, names);
-    app.parse(argc, argv);
+    line = configured(app, subject, words);
+    // The parser takes them from the end.
+    app.parse(std::vector<std::string>(line.words.rbegin(), line.words.rend()));
     expectNoSlip(app, words);
     if (fParser->chosen) {
       return fParser->chosen();
@@ -47,7 +51,10 @@ int CommandLine::run(int argc, const char* const* argv) const {
   } catch (const CLI::Success& request) {
     return app.exit(request);
   } catch (const CLI::ParseError& error) {
-    fmt::print(stderr, "{}: {}\n", app.get_name(), complaintOf(app, error));
+    const std::string complaint = complaintOf(app, error);
+    const bool isOfFile = std::ranges::any_of(
+        line.fromFile, [&](const std::string& name) { return complaint.starts_with(name + ":"); });
+    fmt::print(stderr, "{}: {}{}\n", app.get_name(), isOfFile ? line.file + ": " : "", complaint);
     return kBadInput;
   }
 }

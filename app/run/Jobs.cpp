@@ -1,6 +1,7 @@
 #include "app/run/Jobs.h"
 
 #include "app/options/Command.h"
+#include "app/session/Libraries.h"
 
 #include <fmt/format.h>
 
@@ -20,7 +21,6 @@ namespace gk::app {
 
 namespace {
 
-constexpr const char* kThisProgram = "/proc/self/exe";
 constexpr int kSignalled = 128;
 
 /// A process that is running for a job.
@@ -69,7 +69,8 @@ pid_t start(const Job& job, int errors) {
   posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   posix_spawn_file_actions_adddup2(&actions, errors, STDERR_FILENO);
   pid_t process = -1;
-  const int error = posix_spawn(&process, kThisProgram, &actions, nullptr, raw.data(), environ);
+  const int error =
+      posix_spawn(&process, programFile().c_str(), &actions, nullptr, raw.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   errno = error;
   return error == 0 ? process : -1;

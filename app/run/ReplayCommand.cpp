@@ -1,7 +1,10 @@
 #include "app/run/Jobs.h"
 #include "app/run/RunCommands.h"
+#include "app/run/Watching.h"
 #include "app/session/FileTests.h"
+#include "app/session/Libraries.h"
 #include "app/session/Replay.h"
+#include "formats/recording/TestFile.h"
 #include "formats/text/InputError.h"
 
 #include <fmt/format.h>
@@ -18,6 +21,7 @@ namespace {
 struct ReplayOptions {
   SessionOptions session;
   bool isAsInput = false;
+  bool isWatching = false;
   std::string report;
   /// 0: all files are one input.
   unsigned int jobs = 0;
@@ -73,6 +77,44 @@ int replayEach(const ReplayOptions& options) {
   return runJobs(jobs, options.jobs);
 }
 
+/// What a run reads: inputs, what lies beside them, libraries.
+std::vector<std::string> filesOf(const SessionOptions& session) {
+  std::vector<std::string> files = session.files;
+  for (const std::string& file : session.files) {
+    files.push_back(formats::companionOf(file));
+  }
+  for (const std::string& name : libraryNames(session.libraries)) {
+    try {
+      files.push_back(runtime::findLibrary(name, libraryFolders()));
+    } catch (const runtime::LoadError&) { // NOLINT(bugprone-empty-catch): each run says so
+    }
+  }
+  return files;
+}
+
+/// The same replay anew each time that one of its files has changed.
+int watch(const ReplayOptions& options) {
+  if (options.jobs > 0) {
+    fmt::print(stderr, "gk: --watch: is about one run, and does not go with --jobs\n");
+    return kBadInput;
+  }
+  std::vector<std::string> arguments = sessionArguments(options.session);
+  if (options.session.isQuiet) {
+    arguments.insert(arguments.begin(), "--quiet");
+  }
+  for (const std::string& name : options.session.show) {
+    arguments.insert(arguments.begin(), {"--show", name});
+  }
+  if (!options.report.empty()) {
+    arguments.insert(arguments.begin(), {"--report", options.report});
+  }
+  if (options.isAsInput) {
+    arguments.insert(arguments.begin(), "--as-input");
+  }
+  arguments.insert(arguments.begin(), "replay");
+  return runOnChanges(arguments, filesOf(options.session));
+}
+
 } // namespace
 
 void addReplayCommand(const Command& program) {
@@ -84,6 +126,9 @@ void addReplayCommand(const Command& program) {
   command.section("Input");
   command.flag("--as-input", options->isAsInput,
                "Play what came into a recorded run, in ticks of its own");
+  command.flag("--watch", options->isWatching,
+               "Replay anew whenever an input, what lies beside it or a library changes, until "
+               "Ctrl-C");
   command.section("Output");
   command
       .option("--report", options->report,
@@ -95,7 +140,12 @@ void addReplayCommand(const Command& program) {
               "names a folder")
       .within(1, 1024)
       .shows("N");
-  command.does([options] { return options->jobs > 0 ? replayEach(*options) : replay(*options); });
+  command.does([options] {
+    if (options->isWatching) {
+      return watch(*options);
+    }
+    return options->jobs > 0 ? replayEach(*options) : replay(*options);
+  });
 }
 
 } // namespace gk::app

@@ -1,5 +1,6 @@
 #include "app/session/FileTests.h"
 
+#include "app/session/Libraries.h"
 #include "formats/recording/TestFile.h"
 #include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
@@ -41,9 +42,11 @@ void addBefore(std::vector<std::string>& given, std::vector<std::string> values)
 
 /// A library that is named by a path lies where it does for the file that names it.
 std::string besideFile(const std::string& file, const std::string& library) {
-  return library.find('/') == std::string::npos
-             ? library
-             : (std::filesystem::path(file).parent_path() / library).string();
+  const std::string mark = library.starts_with('+') ? "+" : "";
+  const std::string name = library.substr(mark.size());
+  return runtime::isLibraryPath(name)
+             ? mark + (std::filesystem::path(file).parent_path() / name).string()
+             : library;
 }
 
 std::vector<std::string> split(const std::string& text) {
@@ -119,7 +122,7 @@ private:
     if (name == "--library") {
       return [this](const std::string& value) {
         libraries.push_back(besideFile(fOptions.file, value));
-        return std::string();
+        return checkLibraryName(value);
       };
     }
     if (name == "--sample") {
@@ -198,9 +201,7 @@ std::string applyFileOptions(const FileTests& tests, SessionOptions& session) {
   addBefore(session.without, std::move(file.without));
   addBefore(session.sample, std::move(file.sample));
   addBefore(session.settings, std::move(file.settings));
-  if (session.libraries.empty()) {
-    session.libraries = std::move(file.libraries);
-  }
+  session.libraries = addLibraries(file.libraries, session.libraries);
   if (file.epoch && !session.isEpochGiven) {
     session.epoch = *file.epoch;
   }

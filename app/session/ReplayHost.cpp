@@ -1,23 +1,37 @@
 #include "app/session/ReplayHost.h"
 
+#include "app/session/Libraries.h"
 #include "formats/text/FormatError.h"
 
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace gk::app {
 
 namespace {
 
+/// A member of what the recorded run tells about itself; empty when there is none.
+std::string told(const runtime::RunReplay& replay, const char* name) {
+  const auto found = replay.about().find(name);
+  return found != replay.about().end() ? found->second : std::string();
+}
+
 /// What clients were refused in the recorded run they are refused again.
 void refuseAsBefore(runtime::HostOptions& host) {
-  const auto told = [&](const char* name) {
-    const auto found = host.replay->about().find(name);
-    return found != host.replay->about().end() ? found->second : std::string();
-  };
-  host.hadSimulation = told("robot").starts_with("sim");
-  host.limits = devices::limitsOf(told("limits"));
+  host.hadSimulation = told(*host.replay, "robot").starts_with("sim");
+  host.limits = devices::limitsOf(told(*host.replay, "limits"));
+}
+
+/// The libraries that it had, unless the options say otherwise.
+std::vector<std::string> librariesAsBefore(const runtime::RunReplay& replay,
+                                           const SessionOptions& options) {
+  std::vector<std::string> libraries = recordedLibraries(told(replay, "libraries"));
+  if (libraries.empty()) {
+    libraries.emplace_back(kOwnLibrary);
+  }
+  return libraryNames(addLibraries(libraries, options.libraries));
 }
 
 } // namespace
@@ -39,6 +53,7 @@ runtime::HostOptions replayHost(const SessionOptions& options, const FileTests& 
   }
   host.replay = std::make_shared<runtime::RunReplay>(host.files);
   host.without = host.replay->without();
+  host.libraries = librariesAsBefore(*host.replay, options);
   refuseAsBefore(host);
   host.files.clear();
   return host;

@@ -8,6 +8,7 @@
 #include "app/session/ProgressBar.h"
 #include "app/session/RunRecording.h"
 #include "app/session/RunReport.h"
+#include "app/session/ServiceNotifier.h"
 #include "app/terminal/LiveStyle.h"
 #include "app/terminal/SignalWatch.h"
 #include "app/terminal/TerminalState.h"
@@ -349,6 +350,8 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     recording.attach(host);
     RunReport report(view.report, options.files, inputs);
     report.attach(host);
+    const boost::shared_ptr<ServiceNotifier> notifier =
+        view.isInterruptible ? ServiceNotifier::make() : nullptr;
     // Written by the watch, which has ended when it is read.
     std::string ending;
     std::optional<SignalWatch> watch;
@@ -356,6 +359,9 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
       watch.emplace(
           [&](const EndWish& wish) {
             ending = wish.text();
+            if (notifier != nullptr) {
+              notifier->stopping();
+            }
             host.requestEnd();
             if (lockstep) {
               lockstep->requestEnd();
@@ -378,8 +384,13 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
       if (view.isLockstep && view.listen) {
         complain(listening.text);
       }
+      if (notifier != nullptr) {
+        notifier->ready(*host.broker(), listening.text);
+        GK::GKObserverList::instance().add(notifier);
+      }
       outputs.release();
     });
+    GK::GKObserverList::instance().remove(notifier);
     GK::GKObserverList::instance().remove(bar);
     bar.reset();
     int code = played;

@@ -1,5 +1,6 @@
 #include "app/session/SessionOptions.h"
 
+#include "app/session/Libraries.h"
 #include "formats/json/Json.h"
 #include "formats/json/JsonValue.h"
 #include "formats/lines/OutputLine.h"
@@ -12,26 +13,11 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <utility>
 
 namespace gk::app {
 
 namespace {
-
-constexpr const char* kLibraryName = "libgksensors.so";
-
-/// The folder that bin/ lies in, in a build folder as when installed.
-std::filesystem::path rootFolder() {
-  return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path();
-}
-
-/// Our own module library.
-std::string defaultLibrary() {
-  const std::filesystem::path root = rootFolder();
-  const std::filesystem::path installed = root / GK_LIBDIR / kLibraryName;
-  return std::filesystem::exists(installed) ? installed : root / "lib" / kLibraryName;
-}
 
 std::vector<std::string> services() {
   return {GK::GKMemory::kName, GK::DCM::kName, GK::GKResourceManager::kName};
@@ -70,6 +56,10 @@ std::string checkService(const std::string& name) {
              : fmt::format("{} is none of {}", name, fmt::join(names, ", "));
 }
 
+std::string checkLibraryName(const std::string& name) {
+  return name.empty() || name == "+" ? "the name is empty" : std::string();
+}
+
 std::string checkSetting(const std::string& setting) {
   const std::size_t equals = setting.find('=');
   return equals != std::string::npos && equals > 0
@@ -81,12 +71,21 @@ std::string tourFile() {
   return rootFolder() / GK_DATADIR / "gksensors" / "tour.jsonl";
 }
 
-void addSettingOption(const Command& command, std::vector<std::string>& settings) {
+void addLibraryOptions(const Command& command, std::vector<std::string>& libraries,
+                       std::vector<std::string>& settings) {
+  command
+      .option("--library", libraries,
+              "Load this module library instead of ours, by its name or as a file; +NAME loads it "
+              "besides")
+      .checked(checkLibraryName)
+      .shows("NAME|+NAME|FILE")
+      .onceEach();
   command
       .option("--setting", settings, "Set the memory key Settings/NAME before a library is loaded")
       .checked(checkSetting)
       .shows("NAME=VALUE")
       .onceEach();
+  command.takesConfig("Take options from this file: `name = value` in lines, and [settings]");
 }
 
 void addSessionOptions(const Command& command, SessionOptions& options) {
@@ -137,10 +136,7 @@ void addSessionOptions(const Command& command, SessionOptions& options) {
       .oneOf(services())
       .shows("GKMemory|DCM|GKResourceManager")
       .onceEach();
-  command.option("--library", options.libraries, "Load this module library instead of ours")
-      .shows("FILE")
-      .onceEach();
-  addSettingOption(command, options.settings);
+  addLibraryOptions(command, options.libraries, options.settings);
   command.section("Expectations");
   command.flag(
       "--no-expect", options.isExpectingNothing,
@@ -212,7 +208,11 @@ std::vector<std::string> sessionArguments(const SessionOptions& options) {
 std::vector<std::string> inputFiles(const runtime::HostOptions& host) {
   std::vector<std::string> files = host.files;
   files.insert(files.end(), host.beside.begin(), host.beside.end());
-  files.insert(files.end(), host.libraries.begin(), host.libraries.end());
+  for (const std::string& library : host.libraries) {
+    if (runtime::isLibraryPath(library)) {
+      files.push_back(library);
+    }
+  }
   if (host.replay != nullptr) {
     files.insert(files.end(), host.replay->files().begin(), host.replay->files().end());
   }
@@ -222,10 +222,8 @@ std::vector<std::string> inputFiles(const runtime::HostOptions& host) {
 runtime::HostOptions hostOptions(const SessionOptions& options) {
   runtime::HostOptions host;
   host.files = options.files;
-  host.libraries = options.libraries;
-  if (host.libraries.empty()) {
-    host.libraries.push_back(defaultLibrary());
-  }
+  host.libraries = libraryNames(addLibraries({kOwnLibrary}, options.libraries));
+  host.libraryFolders = libraryFolders();
   host.without = options.without;
   host.subscribe = options.subscribe;
   host.sample.keys = options.sample;

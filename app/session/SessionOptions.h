@@ -22,6 +22,7 @@ struct SessionOptions {
   std::uint64_t sampleCount = 0;
   std::vector<std::string> subscribe;
   std::vector<std::string> without;
+  /// As they are named, additions with their "+".
   std::vector<std::string> libraries;
   std::vector<std::string> settings;
   std::int64_t epoch = runtime::kDefaultEpoch;
@@ -34,12 +35,14 @@ struct SessionOptions {
 };
 
 void addSessionOptions(const Command& command, SessionOptions& options);
-/// "--setting" alone, for commands that make sessions of their own.
-void addSettingOption(const Command& command, std::vector<std::string>& settings);
+/// "--library", "--setting" and "--config" alone, for commands that make sessions of their own.
+void addLibraryOptions(const Command& command, std::vector<std::string>& libraries,
+                       std::vector<std::string>& settings);
 
-// What is wrong with a value of --only, --without or --setting; empty if nothing is.
+// What is wrong with a value of --only, --without, --library or --setting; empty if nothing is.
 std::string checkKinds(const std::string& names);
 std::string checkService(const std::string& name);
+std::string checkLibraryName(const std::string& name);
 std::string checkSetting(const std::string& setting);
 
 /// The scenario that shows what the simulated robot can notice.

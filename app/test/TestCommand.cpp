@@ -269,12 +269,7 @@ void addRunnerOptions(const Command& command, TestOptions& options) {
       "--update", options.isUpdate,
       "Write NAME.expected.jsonl anew; with CI set only of inputs that are named as files");
   command.section("Modules");
-  command
-      .option("--library", options.libraries,
-              "Load this module library instead of ours and those that files name")
-      .shows("FILE")
-      .onceEach();
-  addSettingOption(command, options.settings);
+  addLibraryOptions(command, options.libraries, options.settings);
 }
 
 } // namespace

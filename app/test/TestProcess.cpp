@@ -46,17 +46,28 @@ void becomeTest() {
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-/// The libraries that are loaded when files name no others.
+/// The files of the libraries that are loaded when tests name no others. Those that cannot be
+/// loaded are left out: each test says so itself.
 std::vector<std::string> usualLibraries(const TestSettings& settings) {
   SessionOptions session;
   session.libraries = settings.libraries;
-  return hostOptions(session).libraries;
+  const runtime::HostOptions host = hostOptions(session);
+  std::vector<std::string> files;
+  for (const std::string& name : host.libraries) {
+    try {
+      files.push_back(std::filesystem::absolute(runtime::findLibrary(name, host.libraryFolders)));
+      runtime::checkLibrary(files.back());
+    } catch (const runtime::LoadError&) {
+      return {};
+    }
+  }
+  return files;
 }
 
-void load(const std::vector<std::string>& libraries) {
-  for (const std::string& library : libraries) {
+void load(const std::vector<std::string>& files) {
+  for (const std::string& file : files) {
     // Never closed: the handle of each test is a second one.
-    ::dlopen(std::filesystem::absolute(library).c_str(), RTLD_NOW | RTLD_LOCAL);
+    ::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
   }
 }
 

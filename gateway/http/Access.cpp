@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cerrno>
 #include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/random.h>
@@ -92,6 +93,19 @@ Address parseAddress(std::string_view text) {
   return address;
 }
 
+namespace {
+
+/// The rights that others must not have. What a service manager hands to a service shows the right
+/// of the service itself as that of a group.
+mode_t othersIn(const std::string& path) {
+  const char* credentials = std::getenv("CREDENTIALS_DIRECTORY");
+  const bool isHandedOver = credentials != nullptr && *credentials == '/' &&
+                            path.starts_with(credentials + std::string("/"));
+  return isHandedOver ? S_IWGRP | S_IXGRP | S_IRWXO : S_IRWXG | S_IRWXO;
+}
+
+} // namespace
+
 std::string readToken(const std::string& path) {
   const auto fail = [&path](const std::string& why) {
     throw AccessError("--token-file: " + path + ": " + why);
@@ -108,7 +122,7 @@ std::string readToken(const std::string& path) {
   if (!isKnown) {
     fail("no regular file");
   }
-  if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+  if ((status.st_mode & othersIn(path)) != 0) {
     fail("others may read or write it; chmod 600 " + path + " mends that");
   }
   std::string token(trimmed(std::string_view(text).substr(0, text.find('\n'))));

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "gk/GKMemoryFastAccess.h"
 #include "gk/GKMemoryPlace.h"
 #include "gk/GKMemoryProxy.h"
 #include "gk/GKModule.h"
-#include "modules/extractor/GKMemoryFastAccess.h"
 
 #include <boost/circular_buffer.hpp>
 #include <boost/shared_ptr.hpp>

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "gk/GKMemoryFastAccess.h"
 #include "gk/GKMemoryProxy.h"
 #include "gk/GKModule.h"
-#include "modules/extractor/GKMemoryFastAccess.h"
 
 #include <boost/circular_buffer.hpp>
 #include <boost/shared_ptr.hpp>

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "gk/GKMemoryFastAccess.h"
 #include "gk/GKMemoryProxy.h"
 #include "gk/GKModule.h"
 #include "gk/GKProxy.h"
 #include "gk/GKValue.h"
-#include "modules/extractor/GKMemoryFastAccess.h"
 
 #include <boost/shared_ptr.hpp>
 

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "gk/GKExtractor.h"
+#include "gk/GKMemoryFastAccess.h"
 #include "gk/GKMemoryPlace.h"
 #include "gk/GKMutex.h"
 #include "gk/GKTime.h"
-#include "modules/extractor/GKExtractor.h"
-#include "modules/extractor/GKMemoryFastAccess.h"
 #include "modules/sensors/SensorKeys.h"
 
 #include <boost/container/flat_map.hpp>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "gk/DCMProxy.h"
+#include "gk/GKExtractor.h"
 #include "gk/GKMemoryProxy.h"
 #include "gk/GKValue.h"
-#include "modules/extractor/GKExtractor.h"
 #include "zu/os.h"
 
 #include <boost/circular_buffer.hpp>

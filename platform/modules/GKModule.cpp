@@ -1,5 +1,7 @@
 #include "gk/GKModule.h"
 
+#include "gk/GKVersion.h"
+
 namespace GK {
 
 GKModule::GKModule(const boost::shared_ptr<GKBroker>& broker, std::string name)
@@ -10,7 +12,7 @@ GKModule::~GKModule() = default;
 void GKModule::execute() {}
 
 std::string GKModule::version() {
-  return GK_VERSION;
+  return GK_PLATFORM_VERSION;
 }
 
 void GKModule::exit() {}

@@ -169,10 +169,9 @@ std::shared_ptr<GK::GKClock> Host::xMakeClock() {
   if (fOptions.isVirtual) {
     return GK::makeVirtualClock(fOptions.epoch, judgedTurns(fOptions.judge, fOptions.recorder));
   }
-  return fOptions.recorder != nullptr
-             ? GK::makeTurnClock(fOptions.recorder, fOptions.turnPatience, fOptions.loopPriority,
-                                 fOptions.speed)
-             : GK::makeRealClock(fOptions.loopPriority, fOptions.speed);
+  return fOptions.recorder != nullptr ? GK::makeTurnClock(fOptions.recorder, fOptions.turnPatience,
+                                                          fOptions.loopPriority, fOptions.speed)
+                                      : GK::makeRealClock(fOptions.loopPriority, fOptions.speed);
 }
 
 GK::GKInput& Host::xInput() {
@@ -223,8 +222,8 @@ void Host::start() {
     fOptions.recorder->start(fStore, preload);
   }
   xStartServices();
-  for (const std::string& path : fOptions.libraries) {
-    fLibraries.push_back(std::make_unique<Library>(path));
+  for (const std::string& name : fOptions.libraries) {
+    fLibraries.push_back(std::make_unique<Library>(findLibrary(name, fOptions.libraryFolders)));
     fLibraries.back()->createModules(fBroker);
   }
   xExpectExtractors();

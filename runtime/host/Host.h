@@ -52,8 +52,9 @@ struct HostOptions {
   /// nothing else to be played.
   std::vector<std::string> beside;
   std::vector<std::string> companions;
-  /// Module libraries to load, in this order.
+  /// Module libraries to load, in this order, by name or path, and where those with a name are.
   std::vector<std::string> libraries;
+  std::vector<std::string> libraryFolders;
   /// Services to leave out: "GKMemory", "DCM", "GKResourceManager".
   std::vector<std::string> without;
   /// Memory keys that are there before the first library, whatever the files say.

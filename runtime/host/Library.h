@@ -1,24 +1,27 @@
 #pragma once
 
 #include "gk/GKBroker.h"
+#include "runtime/host/LibraryNote.h"
 
 #include <boost/shared_ptr.hpp>
 
-#include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace gk::runtime {
 
-/// A module library cannot be loaded; `what()` names the file and the reason, on one line.
-class LoadError : public std::runtime_error {
-public:
-  using std::runtime_error::runtime_error;
-};
+/// The file of a module library that is named in the way of `--library`: with a "/" in it or ".so"
+/// at its end it is a path; otherwise the name of libNAME.so in the first of `folders` that has it.
+/// Raises `LoadError`, which lists the folders.
+std::string findLibrary(const std::string& name, const std::vector<std::string>& folders);
+/// Whether such a name is a path.
+bool isLibraryPath(const std::string& name);
 
 /// A loaded module library. For one thread.
 class Library {
 public:
-  /// Opens the library. Raises `LoadError` when there is no such library or it has no entry.
+  /// Opens the library, whose note was looked at before any of its code runs. Raises `LoadError`
+  /// when there is no such library, it does not fit or has no entry.
   explicit Library(const std::string& path);
   /// Closes the library. Its modules must be gone.
   ~Library();

@@ -63,11 +63,11 @@ public:
       fs::copy(kRoot / shipped, fFolder.path() / shipped, fs::copy_options::recursive);
     }
     fs::create_directories(fFolder.path() / "build" / "release");
-    fs::create_directories(fFolder.path() / "platform");
     fs::create_directories(fFolder.path() / "bin");
-    link(kRoot / "platform" / "include", "platform/include");
-    link(fs::path(GK_PROGRAM).parent_path(), "build/release/bin");
-    link(fs::path(GK_LIBRARY).parent_path(), "build/release/lib");
+    const fs::path prefix = fs::path(GK_PROGRAM).parent_path().parent_path();
+    for (const char* part : {"bin", "lib", "include"}) {
+      link(prefix / part, std::string("build/release/") + part);
+    }
     // Hosts of other tests run on the same machine, so nobody can count on the default address.
     gk::test::writeFile(fFolder.path() / "bin" / "gk",
                         "#!/bin/sh\n"
@@ -232,7 +232,8 @@ TEST_P(DocsPage, SaysWhatItsCommandsDo) {
 }
 
 TEST_P(DocsPage, MarksEveryBlockOfCommands) {
-  static const std::set<std::string> kLanguages = {"sh", "console", "jsonl", "cpp", "csv", "text"};
+  static const std::set<std::string> kLanguages = {"sh", "console", "jsonl", "cpp", "cmake", "toml",
+                                                "csv", "text"};
   static const std::set<std::string> kMarks = {"host", "interrupted", "judges", "installs",
                                                "elsewhere"};
   static const std::regex kCommand(R"(^(\$ |(gk|make|curl|cmake|ctest|npm|ssh) ).*)");

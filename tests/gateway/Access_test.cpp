@@ -1,4 +1,5 @@
 #include "gateway/http/Access.h"
+#include "support/Environment.h"
 #include "support/Program.h"
 
 #include <gmock/gmock.h>
@@ -186,6 +187,17 @@ TEST_F(TokenFile, HoldsTheTokenInItsFirstLine) {
   EXPECT_EQ(readToken(write(kToken + "\nsecond line\n")), kToken);
   EXPECT_EQ(readToken(write("  " + kToken + " \r\n")), kToken);
   EXPECT_EQ(readToken(write(kToken, 0400)), kToken);
+}
+
+TEST_F(TokenFile, HandedOverByAServiceManagerMayBeReadByItsGroup) {
+  const gk::test::Environment credentials("CREDENTIALS_DIRECTORY", folder.path().string());
+  EXPECT_EQ(readToken(write(kToken, 0440)), kToken);
+  for (const mode_t mode : {0444U, 0460U, 0441U}) {
+    EXPECT_THAT(complaintOf([&] { readToken(write(kToken, mode)); }), HasSubstr("chmod 600"))
+        << mode;
+  }
+  const gk::test::Environment elsewhere("CREDENTIALS_DIRECTORY", folder.path().string() + "/other");
+  EXPECT_THAT(complaintOf([&] { readToken(write(kToken, 0440)); }), HasSubstr("chmod 600"));
 }
 
 TEST_F(TokenFile, MustNotBeOpenToOthers) {

@@ -24,9 +24,9 @@ class StreamSessionTest : public testing::Test {
 protected:
   StreamSessionTest() {
     probe->initModule();
-    platform.insert("Device/SubDeviceList/US/Left/Sensor/Value", 0.5F);
+    platform.set("Device/SubDeviceList/US/Left/Sensor/Value", 0.5F);
     platform.memory().declareEvent("ProbeEvent", "Probe", GK::GKCaller::Module);
-    hub.open(std::make_shared<const Robot>(platform.broker));
+    hub.open(std::make_shared<const Robot>(platform.broker()));
   }
   ~StreamSessionTest() override {
     GK::GKObserverList::instance().remove(notices);
@@ -94,7 +94,7 @@ protected:
   }
 
   GK::test::TestPlatform platform;
-  boost::shared_ptr<test::Probe> probe = boost::make_shared<test::Probe>(platform.broker);
+  boost::shared_ptr<test::Probe> probe = boost::make_shared<test::Probe>(platform.broker());
   boost::shared_ptr<NoticeQueue> notices = [] {
     auto queue = boost::make_shared<NoticeQueue>([] {});
     GK::GKObserverList::instance().add(queue);
@@ -272,7 +272,7 @@ TEST_F(StreamSessionTest, ParametersAreMemoryKeysByName) {
 }
 
 TEST_F(StreamSessionTest, AllParametersAreTheConfigurationOnly) {
-  platform.insert("RobotConfig/Body/Device/Legs/Version", 3);
+  platform.set("RobotConfig/Body/Device/Legs/Version", 3);
   connectAndForget();
   sut->onText(R"({"op":"getParameters","parameterNames":[]})");
   EXPECT_THAT(received(),
@@ -303,14 +303,14 @@ TEST_F(StreamSessionTest, WatchedParametersAreToldWhenTheyChange) {
   EXPECT_THAT(received(), ElementsAre(HasSubstr(R"("value":0.5)")));
   tick();
   EXPECT_THAT(received(), IsEmpty());
-  platform.insert(key, 0.6F);
-  platform.insert("Mine", 1);
+  platform.set(key, 0.6F);
+  platform.set("Mine", 1);
   tick();
-  platform.insert(key, 0.7F);
+  platform.set(key, 0.7F);
   tick();
   EXPECT_THAT(received(), ElementsAre(HasSubstr(R"("value":0.7)")));
   sut->onText(R"({"op":"unsubscribeParameterUpdates","parameterNames":[]})");
-  platform.insert(key, 0.8F);
+  platform.set(key, 0.8F);
   tick();
   EXPECT_THAT(received(), IsEmpty());
 }
@@ -339,7 +339,7 @@ TEST_F(StreamSessionTest, AnAnswerThatWouldBeTooLargeIsCutAndSaysSo) {
   StreamSession::Limits limits;
   limits.answer = 1000;
   connectAndForget(limits);
-  platform.insert("Large", std::string(600, 'x'));
+  platform.set("Large", std::string(600, 'x'));
   sut->onText(R"({"op":"getParameters","parameterNames":["Large","Large"],"id":"q"})");
   EXPECT_THAT(received(),
               ElementsAre(HasSubstr("the answer has only 1 of the parameters"), HasSubstr("xxx")));
@@ -352,7 +352,7 @@ TEST_F(StreamSessionTest, ManyLargeChangesComeInPieces) {
   connectAndForget();
   std::string names;
   for (int i = 0; i < 10; ++i) {
-    platform.insert("Large" + std::to_string(i), std::string(60'000, 'x'));
+    platform.set("Large" + std::to_string(i), std::string(60'000, 'x'));
     names += (i == 0 ? "\"Large" : ",\"Large") + std::to_string(i) + "\"";
   }
   sut->onText(R"({"op":"subscribeParameterUpdates","parameterNames":[)" + names + "]}");

@@ -1,5 +1,5 @@
+#include "gk/GKExtractor.h"
 #include "gk/GKProxy.h"
-#include "modules/extractor/GKExtractor.h"
 #include "support/TestModules.h"
 
 #include <gtest/gtest.h>
@@ -38,10 +38,10 @@ class ConcurrencyTest : public testing::Test {
 protected:
   ConcurrencyTest() {
     GKClock::install(nullptr);
-    boost::make_shared<Listener>(platform.broker)->initModule();
-    _createModule(platform.broker);
-    sensors = boost::dynamic_pointer_cast<GKExtractor>(platform.broker->findModule("GKSensors"));
-    sonar = boost::dynamic_pointer_cast<GKExtractor>(platform.broker->findModule("GKSonar"));
+    boost::make_shared<Listener>(platform.broker())->initModule();
+    _createModule(platform.broker());
+    sensors = boost::dynamic_pointer_cast<GKExtractor>(platform.broker()->findModule("GKSensors"));
+    sonar = boost::dynamic_pointer_cast<GKExtractor>(platform.broker()->findModule("GKSonar"));
   }
 
   /// Repeats `work` on a thread of its own. Refusals are part of the game.
@@ -79,12 +79,12 @@ protected:
     });
     start([this](int i) {
       const auto value = static_cast<float>(i % 2);
-      platform.insert("Device/SubDeviceList/Head/Touch/Front/Sensor/Value", value);
-      platform.insert("Device/SubDeviceList/US/Left/Sensor/Value", value);
-      platform.insert("Device/SubDeviceList/Battery/Charge/Sensor/Value", value);
-      platform.insert("a text of many types", i % 3 == 0 ? GKValue("text") : GKValue(i));
-      platform.store->get("a text of many types");
-      platform.store->get("robotPoseSince");
+      platform.set("Device/SubDeviceList/Head/Touch/Front/Sensor/Value", value);
+      platform.set("Device/SubDeviceList/US/Left/Sensor/Value", value);
+      platform.set("Device/SubDeviceList/Battery/Charge/Sensor/Value", value);
+      platform.set("a text of many types", i % 3 == 0 ? GKValue("text") : GKValue(i));
+      platform.store()->get("a text of many types");
+      platform.store()->get("robotPoseSince");
     });
     start([this](int) {
       for (const char* event : {"FrontTactilTouched", "robotPoseChanged"}) {
@@ -99,7 +99,7 @@ protected:
            {std::pair("GKRobotPose", "getActualPoseAndTime"),
             std::pair("GKBattery", "getBatteryCharge"), std::pair("GKSonar", "_getFilteredValues"),
             std::pair("GKMemory", "getEventList")}) {
-        platform.broker->getProxy(module, 0)->call<GKValue>(method);
+        platform.broker()->getProxy(module, 0)->call<GKValue>(method);
       }
     });
     start([this](int) {
@@ -140,19 +140,18 @@ TEST_F(ConcurrencyTest, ManyClientsWhileTheLoopRuns) {
 
 TEST_F(ConcurrencyTest, ExitBesideRunningTicks) {
   start([this](int i) {
-    platform.insert("Device/SubDeviceList/Head/Touch/Front/Sensor/Value",
-                    static_cast<float>(i % 2));
+    platform.set("Device/SubDeviceList/Head/Touch/Front/Sensor/Value", static_cast<float>(i % 2));
     sensors->exit();
     sensors->unsubscribe("sensors");
     sensors->subscribe("sensors", 20, 0.0F);
-    platform.broker->getProxy("GKSensors", 0)->callVoid("getCurrentPeriod");
+    platform.broker()->getProxy("GKSensors", 0)->callVoid("getCurrentPeriod");
   });
   // Looks the siblings up anew while a tick may use them.
   start([this](int) {
     if (sensors->getCurrentPeriod() < 0) {
       return;
     }
-    platform.broker->getProxy("GKSensors", 0)->postCall("run");
+    platform.broker()->getProxy("GKSensors", 0)->postCall("run");
   });
   joinAll();
   sensors->exit();
@@ -160,9 +159,9 @@ TEST_F(ConcurrencyTest, ExitBesideRunningTicks) {
 
 TEST_F(ConcurrencyTest, ShutdownInTheMiddleOfManyClients) {
   startAllClients();
-  platform.broker->shutdown();
+  platform.broker()->shutdown();
   joinAll();
-  EXPECT_TRUE(platform.broker->getModules().empty());
+  EXPECT_TRUE(platform.broker()->getModules().empty());
 }
 
 } // namespace

@@ -14,7 +14,7 @@ namespace {
 /// Names of the modules in the order of their registration, without the platform's services.
 std::vector<std::string> moduleNames(const test::TestPlatform& platform) {
   std::vector<std::string> names;
-  for (const auto& module : platform.broker->getModules()) {
+  for (const auto& module : platform.broker()->getModules()) {
     const std::string& name = module->getName();
     if (name != GKMemory::kName && name != DCM::kName && name != GKResourceManager::kName) {
       names.push_back(name);
@@ -25,28 +25,31 @@ std::vector<std::string> moduleNames(const test::TestPlatform& platform) {
 
 TEST(Entry, CreatesTheFiveModulesInOrder) {
   test::TestModules platform;
-  EXPECT_EQ(_createModule(platform.broker), 0);
+  EXPECT_EQ(_createModule(platform.broker()), 0);
   EXPECT_THAT(moduleNames(platform),
               ElementsAre("GKSonar", "GKFsr", "GKRobotPose", "GKBattery", "GKSensors"));
 }
 
 TEST(Entry, MakesTheHostsManagerItsOwnAndAddsTheBrokerToIt) {
   test::TestModules platform;
+  const auto manager = GKBrokerManager::getInstance();
   GKBrokerManager::setInstance(boost::make_shared<GKBrokerManager>());
-  _createModule(platform.broker);
-  EXPECT_EQ(GKBrokerManager::getInstance(), platform.manager);
-  EXPECT_EQ(GKBrokerManager::getInstance()->getRandomBroker(), platform.broker);
+  _createModule(platform.broker());
+  EXPECT_EQ(GKBrokerManager::getInstance(), manager);
+  EXPECT_EQ(GKBrokerManager::getInstance()->getRandomBroker(), platform.broker());
 }
 
 TEST(Entry, BrokerWhoseManagerIsGoneStillGetsItsModules) {
   test::TestModules platform;
-  platform.broker = boost::make_shared<GKBroker>("orphan", nullptr);
-  boost::make_shared<GKMemory>(platform.broker, platform.store)->initModule();
-  EXPECT_EQ(_createModule(platform.broker), 0);
-  EXPECT_NE(GKBrokerManager::getInstance(), platform.manager);
-  EXPECT_EQ(GKBrokerManager::getInstance()->getRandomBroker(), platform.broker);
+  const auto manager = GKBrokerManager::getInstance();
+  const auto orphan = boost::make_shared<GKBroker>("orphan", nullptr);
+  boost::make_shared<GKMemory>(orphan, platform.store())->initModule();
+  EXPECT_EQ(_createModule(orphan), 0);
+  EXPECT_NE(GKBrokerManager::getInstance(), manager);
+  EXPECT_EQ(GKBrokerManager::getInstance()->getRandomBroker(), orphan);
   platform.sleep(50);
   EXPECT_THAT(platform.recorder->ticks(), ElementsAre(0, 20000, 40000));
+  orphan->shutdown();
 }
 
 /// A module that was loaded before the library.
@@ -65,9 +68,9 @@ public:
 
 TEST(Entry, WhoSubscribedToASonarEventBeforeTheLibraryCameSwitchesTheSonarOn) {
   test::TestModules platform;
-  const auto listener = GKModule::createModule<SonarListener>(platform.broker);
+  const auto listener = GKModule::createModule<SonarListener>(platform.broker());
   platform.memory().subscribeToEvent("SonarNothingDetected", "Listener", "onEvent");
-  _createModule(platform.broker);
+  _createModule(platform.broker());
   platform.sleep(2100);
 
   const auto orders = platform.recorder->ofKind(GKNotice::Kind::Order);
@@ -84,21 +87,21 @@ TEST(Entry, FailedModuleLeavesThoseBeforeItAndNoneAfterIt) {
   test::TestModules platform;
   // The pose module reads this key in its constructor; the foot contact module did so before.
   platform.faults->fail(GKOperation::GetData, "RobotConfig/Body/Device/Legs/Version", 1);
-  EXPECT_THROW(_createModule(platform.broker), GKError);
+  EXPECT_THROW(_createModule(platform.broker()), GKError);
   EXPECT_THAT(moduleNames(platform), ElementsAre("GKSonar", "GKFsr"));
 }
 
 TEST(Entry, SecondCallFailsAtTheFirstModule) {
   test::TestModules platform;
-  _createModule(platform.broker);
-  EXPECT_THROW(_createModule(platform.broker), GKError);
+  _createModule(platform.broker());
+  EXPECT_THROW(_createModule(platform.broker()), GKError);
   EXPECT_THAT(moduleNames(platform), testing::SizeIs(5));
 }
 
 TEST(Entry, CloseDoesNothing) {
   test::TestModules platform;
   EXPECT_EQ(_closeModule(), 0);
-  _createModule(platform.broker);
+  _createModule(platform.broker());
   EXPECT_EQ(_closeModule(), 0);
   EXPECT_THAT(moduleNames(platform), testing::SizeIs(5));
   platform.sleep(10);
@@ -107,7 +110,7 @@ TEST(Entry, CloseDoesNothing) {
 
 TEST(Entry, ShutdownEndsTheLoop) {
   test::TestModules platform;
-  _createModule(platform.broker);
+  _createModule(platform.broker());
   platform.sleep(10);
   platform.shutdown();
   EXPECT_THAT(platform.recorder->ticks(), ElementsAre(0));
@@ -129,7 +132,7 @@ TEST(CreateModule, FailedInitCallsExitOnceAndPassesTheErrorOn) {
   test::TestPlatform platform;
   Failing<GKError>::exits = 0;
   try {
-    GKModule::createModule<Failing<GKError>>(platform.broker);
+    GKModule::createModule<Failing<GKError>>(platform.broker());
     FAIL() << "no GKError";
   } catch (const GKError& error) {
     EXPECT_EQ(error.getModule(), "GKX");
@@ -144,7 +147,7 @@ TEST(CreateModule, FailedInitCallsExitOnceAndPassesTheErrorOn) {
 TEST(CreateModule, OtherErrorsOfInitPassWithoutExit) {
   test::TestPlatform platform;
   Failing<OtherError>::exits = 0;
-  EXPECT_THROW(GKModule::createModule<Failing<OtherError>>(platform.broker), OtherError);
+  EXPECT_THROW(GKModule::createModule<Failing<OtherError>>(platform.broker()), OtherError);
   EXPECT_EQ(Failing<OtherError>::exits, 0);
 }
 

@@ -14,7 +14,7 @@ TEST(GKBatteryPlug, WorkingMotorsGetTheSmallerOffset) {
   BatteryPlatform platform;
   const auto sut = make(platform);
   const auto sampleOf = [&](float current) {
-    platform.insert(kLastJoint, current);
+    platform.set(kLastJoint, current);
     return Peer::motorSample(*sut);
   };
   EXPECT_EQ(sampleOf(0.0F), 2.5F);
@@ -29,8 +29,8 @@ TEST(GKBatteryPlug, AllJointsAreAddedUp) {
   BatteryPlatform platform;
   const auto sut = make(platform);
   for (const char* joint : kStiffnessJoints) {
-    platform.insert(std::string("Device/SubDeviceList/") + joint + "/ElectricCurrent/Sensor/Value",
-                    0.5F);
+    platform.set(std::string("Device/SubDeviceList/") + joint + "/ElectricCurrent/Sensor/Value",
+                 0.5F);
   }
   EXPECT_EQ(Peer::motorSample(*sut), 12.5F + 0.83F);
 }
@@ -39,9 +39,9 @@ TEST(GKBatteryPlug, JointsAreAddedFromTheHeadOn) {
   BatteryPlatform platform;
   const auto sut = make(platform);
   // 2^24 swallows a single 1 that comes after it.
-  platform.insert(kFirstJoint, 16777216.0F);
-  platform.insert(kSecondJoint, 1.0F);
-  platform.insert(kLastJoint, -16777216.0F);
+  platform.set(kFirstJoint, 16777216.0F);
+  platform.set(kSecondJoint, 1.0F);
+  platform.set(kLastJoint, -16777216.0F);
   EXPECT_EQ(Peer::motorSample(*sut), 2.5F);
 }
 
@@ -49,13 +49,13 @@ TEST(GKBatteryPlug, WithoutAnyJointTheMotorsAreIdle) {
   BatteryPlatform platform;
   GKMemoryFastAccess::StopAllAccess(); // nothing connects from here on, and nothing says so
   const auto sut = make(platform);
-  platform.insert(kFirstJoint, 50.0F);
+  platform.set(kFirstJoint, 50.0F);
   EXPECT_EQ(Peer::motorSample(*sut), 2.5F);
 }
 
 TEST(GKBatteryPlug, TheMeansKeepAShareOfTheirHistory) {
   BatteryPlatform platform;
-  platform.insert(kCurrent, 0.5F);
+  platform.set(kCurrent, 0.5F);
   const auto sut = make(platform);
   // 50 samples of 2.5 and of 0.5 from the first tick on, and the former mean on top.
   EXPECT_EQ(Peer::score(*sut), 0.5F * 2.5F + 2.5F);
@@ -68,9 +68,9 @@ TEST(GKBatteryPlug, ASampleLeavesTheWindowAfterFiftyTicks) {
   BatteryPlatform platform;
   const auto sut = make(platform);
   Peer::score(*sut); // fills the window with zeroes
-  platform.insert(kCurrent, 50.0F);
+  platform.set(kCurrent, 50.0F);
   Peer::score(*sut);
-  platform.insert(kCurrent, 0.0F);
+  platform.set(kCurrent, 0.0F);
   for (int i = 0; i < 49; ++i) {
     Peer::score(*sut);
     EXPECT_GE(Peer::batteryMean(*sut), 1.0F) << i;
@@ -92,7 +92,7 @@ TEST(GKBatteryPlug, TheFormerMeanComesFirstInTheSum) {
 
 TEST(GKBatteryPlug, TheFirstDecisionIsTakenSilentlyAtTickFifty) {
   BatteryPlatform platform;
-  platform.insert(kCurrent, kChargeCurrent);
+  platform.set(kCurrent, kChargeCurrent);
   const auto sut = make(platform);
   EXPECT_THAT(tick(platform, *sut, 49), IsEmpty());
   EXPECT_FALSE(Peer::isPlugged(*sut));
@@ -103,9 +103,9 @@ TEST(GKBatteryPlug, TheFirstDecisionIsTakenSilentlyAtTickFifty) {
 
 TEST(GKBatteryPlug, ATickThatFailsDoesNotCountTowardsTheDecision) {
   BatteryPlatform platform;
-  platform.insert(kCurrent, kChargeCurrent);
+  platform.set(kCurrent, kChargeCurrent);
   const auto sut = make(platform);
-  platform.insert(kCharge, 0.5F);
+  platform.set(kCharge, 0.5F);
   platform.faults->fail(GKOperation::RaiseEvent, "BatteryChargeChanged");
   EXPECT_THROW(sut->updatePowerPlugged(), GKError);
   tick(platform, *sut, 49);
@@ -116,12 +116,12 @@ TEST(GKBatteryPlug, ATickThatFailsDoesNotCountTowardsTheDecision) {
 
 TEST(GKBatteryPlug, TellsWhenThePowerIsPulledAndPluggedIn) {
   BatteryPlatform platform;
-  platform.insert(kCurrent, kChargeCurrent);
+  platform.set(kCurrent, kChargeCurrent);
   const auto sut = make(platform);
   tick(platform, *sut, 50);
-  platform.insert(kCurrent, kDrainCurrent);
+  platform.set(kCurrent, kDrainCurrent);
   EXPECT_THAT(tick(platform, *sut, 60), ElementsAre("event BatteryPowerPluggedChanged false"));
-  platform.insert(kCurrent, kChargeCurrent);
+  platform.set(kCurrent, kChargeCurrent);
   EXPECT_THAT(tick(platform, *sut, 60), ElementsAre("event BatteryPowerPluggedChanged true"));
 }
 
@@ -157,24 +157,24 @@ TEST(GKBatteryPlug, PluggedOutNeedsLessThanTheLowerScore) {
 
 TEST(GKBatteryPlug, AFullBatteryIsPluggedInWhateverTheCurrents) {
   BatteryPlatform platform;
-  platform.insert(kCurrent, kDrainCurrent);
+  platform.set(kCurrent, kDrainCurrent);
   const auto sut = make(platform);
   tick(platform, *sut, 50);
-  platform.insert(kStatus, kFullCharged);
+  platform.set(kStatus, kFullCharged);
   EXPECT_THAT(tick(platform, *sut), ElementsAre("event BatteryFullChargedFlagChanged true",
                                                 "event BatteryPowerPluggedChanged true"));
   EXPECT_THAT(tick(platform, *sut, 100), IsEmpty());
-  platform.insert(kStatus, 0);
+  platform.set(kStatus, 0);
   EXPECT_THAT(tick(platform, *sut), ElementsAre("event BatteryFullChargedFlagChanged false",
                                                 "event BatteryPowerPluggedChanged false"));
 }
 
 TEST(GKBatteryPlug, ARefusedPlugEventLeavesTheTickAndIsNotRaisedAgain) {
   BatteryPlatform platform;
-  platform.insert(kCurrent, kDrainCurrent);
+  platform.set(kCurrent, kDrainCurrent);
   const auto sut = make(platform);
   tick(platform, *sut, 50);
-  platform.insert(kStatus, kFullCharged);
+  platform.set(kStatus, kFullCharged);
   platform.faults->fail(GKOperation::RaiseEvent, "BatteryPowerPluggedChanged");
   EXPECT_THROW(sut->updatePowerPlugged(), GKError);
   platform.recorder->clear();

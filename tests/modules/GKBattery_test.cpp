@@ -55,8 +55,8 @@ TEST(GKBattery, DescribesItsMethods) {
 
 TEST(GKBattery, DeclaresItsEventsAndRaisesTheirInitialValues) {
   BatteryPlatform platform;
-  platform.insert(kCellVoltage, 72);
-  const GKBattery sut(platform.broker);
+  platform.set(kCellVoltage, 72);
+  const GKBattery sut(platform.broker());
   EXPECT_THAT(
       takeLines(platform),
       ElementsAre(
@@ -78,8 +78,8 @@ TEST(GKBattery, InitialFlagsComeFromTheStatus) {
       {kDisCharging, "event BatteryDisChargingFlagChanged true"}};
   for (const auto& [bit, line] : cases) {
     BatteryPlatform platform;
-    platform.insert(kStatus, bit);
-    GKBattery sut(platform.broker);
+    platform.set(kStatus, bit);
+    GKBattery sut(platform.broker());
     auto lines = takeLines(platform);
     EXPECT_THAT(lines, testing::Contains(line));
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
@@ -91,12 +91,12 @@ TEST(GKBattery, InitialFlagsComeFromTheStatus) {
 
 TEST(GKBattery, WithoutMemoryServiceDoesNothing) {
   BatteryPlatform platform(TestPlatform::kNoServices);
-  GKBattery sut(platform.broker);
+  GKBattery sut(platform.broker());
   EXPECT_THAT(takeLines(platform),
               ElementsAre("warning motion.gkbattery GKBattery: No GKMemory. GKBattery Module will "
                           "not create event ",
                           kNotConnectedLine));
-  platform.insert(kCharge, 0.5F);
+  platform.set(kCharge, 0.5F);
   EXPECT_THAT(tick(platform, sut, 60), IsEmpty());
   EXPECT_EQ(sut.getBatteryCharge(), 0);
 }
@@ -104,14 +104,14 @@ TEST(GKBattery, WithoutMemoryServiceDoesNothing) {
 TEST(GKBattery, WithoutAProxyAloneItConnectsAndComplainsAboutBoth) {
   BatteryPlatform platform;
   platform.faults->fail(GKOperation::GetProxy, "GKMemory");
-  GKBattery sut(platform.broker);
+  GKBattery sut(platform.broker());
   EXPECT_THAT(takeLines(platform),
               ElementsAre("warning motion.gkbattery GKBattery: No GKMemory. GKBattery Module will "
                           "not create event ",
                           kNotConnectedLine));
   EXPECT_EQ(platform.faults->uses(GKOperation::GetDataPtr, kCurrent), 1);
   EXPECT_EQ(platform.faults->uses(GKOperation::DeclareEvent, "BatteryLevelChanged"), 0);
-  platform.insert(kCharge, 0.5F);
+  platform.set(kCharge, 0.5F);
   EXPECT_THAT(tick(platform, sut, 60), IsEmpty());
   EXPECT_EQ(sut.getBatteryCharge(), 0);
 }
@@ -129,9 +129,9 @@ TEST(GKBattery, AFailedConnectionMakesItDoNothing) {
   for (const auto& [operation, key] : failures) {
     BatteryPlatform platform;
     platform.faults->fail(operation, key);
-    GKBattery sut(platform.broker);
+    GKBattery sut(platform.broker());
     EXPECT_EQ(takeLines(platform).back(), kNotConnectedLine) << key;
-    platform.insert(kCharge, 0.5F);
+    platform.set(kCharge, 0.5F);
     EXPECT_THAT(tick(platform, sut, 60), IsEmpty()) << key;
     EXPECT_EQ(sut.getBatteryCharge(), 0) << key;
   }
@@ -142,11 +142,11 @@ TEST(GKBattery, AFailedConnectionMakesItDoNothing) {
 TEST(GKBattery, RaisesTheChargeInPercentWhenItChanges) {
   BatteryPlatform platform;
   const auto sut = make(platform);
-  platform.insert(kCharge, 0.456F);
+  platform.set(kCharge, 0.456F);
   EXPECT_THAT(tick(platform, *sut), ElementsAre("event BatteryChargeChanged 45"));
-  platform.insert(kCharge, 0.459F);
+  platform.set(kCharge, 0.459F);
   EXPECT_THAT(tick(platform, *sut), IsEmpty());
-  platform.insert(kCharge, 0.461F);
+  platform.set(kCharge, 0.461F);
   EXPECT_THAT(tick(platform, *sut), ElementsAre("event BatteryChargeChanged 46"));
 }
 
@@ -160,7 +160,7 @@ TEST(GKBattery, TheChargeIsCutTowardZeroInSinglePrecision) {
   BatteryPlatform platform;
   const auto sut = make(platform);
   const auto percentOf = [&](float charge) {
-    platform.insert(kCharge, charge);
+    platform.set(kCharge, charge);
     return sut->getBatteryCharge();
   };
   EXPECT_EQ(percentOf(1.0F), 100);
@@ -174,7 +174,7 @@ TEST(GKBattery, AChargeBeyondAllIntsIsTheSmallestInt) {
   BatteryPlatform platform;
   const auto sut = make(platform);
   const auto percentOf = [&](float charge) {
-    platform.insert(kCharge, charge);
+    platform.set(kCharge, charge);
     return sut->getBatteryCharge();
   };
   constexpr int kSmallest = std::numeric_limits<int>::min();
@@ -190,16 +190,16 @@ TEST(GKBattery, AChargeBeyondAllIntsIsTheSmallestInt) {
 TEST(GKBattery, TellsRemoteCallersTheChargeOfTheMoment) {
   BatteryPlatform platform;
   const auto sut = make(platform);
-  platform.insert(kCharge, 0.8F);
+  platform.set(kCharge, 0.8F);
   tick(platform, *sut);
-  platform.insert(kCharge, 0.5F); // not announced yet
+  platform.set(kCharge, 0.5F); // not announced yet
   EXPECT_EQ(sut->callMethod("getBatteryCharge", {}), GKValue(50));
 }
 
 TEST(GKBattery, ARefusedChargeLeavesTheTickAndIsNotRaisedAgain) {
   BatteryPlatform platform;
   const auto sut = make(platform);
-  platform.insert(kCharge, 0.5F);
+  platform.set(kCharge, 0.5F);
   platform.faults->fail(GKOperation::RaiseEvent, "BatteryChargeChanged");
   EXPECT_THROW(sut->updatePowerPlugged(), GKError);
   EXPECT_THAT(tick(platform, *sut), IsEmpty());
@@ -218,29 +218,29 @@ TEST(GKBattery, LogsTheResistanceValues) {
 TEST(GKBattery, RaisesEachFlagThatChangesInAFixedOrder) {
   BatteryPlatform platform;
   const auto sut = make(platform);
-  platform.insert(kStatus, kDisCharging | kFullCharged | kCharging);
+  platform.set(kStatus, kDisCharging | kFullCharged | kCharging);
   EXPECT_THAT(tick(platform, *sut), ElementsAre("event BatteryChargingFlagChanged true",
                                                 "event BatteryFullChargedFlagChanged true",
                                                 "event BatteryDisChargingFlagChanged true"));
   EXPECT_THAT(tick(platform, *sut), IsEmpty());
-  platform.insert(kStatus, kDisCharging);
+  platform.set(kStatus, kDisCharging);
   EXPECT_THAT(tick(platform, *sut), ElementsAre("event BatteryChargingFlagChanged false",
                                                 "event BatteryFullChargedFlagChanged false"));
-  platform.insert(kStatus, 0);
+  platform.set(kStatus, 0);
   EXPECT_THAT(tick(platform, *sut), ElementsAre("event BatteryDisChargingFlagChanged false"));
 }
 
 TEST(GKBattery, OtherBitsOfTheStatusMeanNothing) {
   BatteryPlatform platform;
   const auto sut = make(platform);
-  platform.insert(kStatus, ~(kDisCharging | kFullCharged | kCharging));
+  platform.set(kStatus, ~(kDisCharging | kFullCharged | kCharging));
   EXPECT_THAT(tick(platform, *sut), IsEmpty());
 }
 
 TEST(GKBattery, ARefusedFlagIsNotRaisedAgain) {
   BatteryPlatform platform;
   const auto sut = make(platform);
-  platform.insert(kStatus, kCharging | kDisCharging);
+  platform.set(kStatus, kCharging | kDisCharging);
   platform.faults->fail(GKOperation::RaiseEvent, "BatteryChargingFlagChanged");
   EXPECT_THROW(sut->updatePowerPlugged(), GKError);
   EXPECT_THAT(tick(platform, *sut), ElementsAre("event BatteryDisChargingFlagChanged true"));
@@ -248,26 +248,26 @@ TEST(GKBattery, ARefusedFlagIsNotRaisedAgain) {
 
 TEST(GKBattery, RaisesTheCellVoltageWhenItMovesByTwo) {
   BatteryPlatform platform;
-  platform.insert(kCellVoltage, 100);
+  platform.set(kCellVoltage, 100);
   const auto sut = make(platform);
-  platform.insert(kCellVoltage, 101);
+  platform.set(kCellVoltage, 101);
   EXPECT_THAT(tick(platform, *sut), IsEmpty());
-  platform.insert(kCellVoltage, 99);
+  platform.set(kCellVoltage, 99);
   EXPECT_THAT(tick(platform, *sut), IsEmpty());
-  platform.insert(kCellVoltage, 102);
+  platform.set(kCellVoltage, 102);
   EXPECT_THAT(tick(platform, *sut), ElementsAre("event BatteryChargeCellVoltageMinChanged 102"));
-  platform.insert(kCellVoltage, 100);
+  platform.set(kCellVoltage, 100);
   EXPECT_THAT(tick(platform, *sut), ElementsAre("event BatteryChargeCellVoltageMinChanged 100"));
 }
 
 TEST(GKBattery, ACellVoltageMayMoveAcrossAllInts) {
   BatteryPlatform platform;
-  platform.insert(kCellVoltage, std::numeric_limits<int>::min());
+  platform.set(kCellVoltage, std::numeric_limits<int>::min());
   const auto sut = make(platform);
-  platform.insert(kCellVoltage, std::numeric_limits<int>::max());
+  platform.set(kCellVoltage, std::numeric_limits<int>::max());
   EXPECT_THAT(tick(platform, *sut),
               ElementsAre("event BatteryChargeCellVoltageMinChanged 2147483647"));
-  platform.insert(kCellVoltage, std::numeric_limits<int>::min());
+  platform.set(kCellVoltage, std::numeric_limits<int>::min());
   EXPECT_THAT(tick(platform, *sut),
               ElementsAre("event BatteryChargeCellVoltageMinChanged -2147483648"));
 }

@@ -1,5 +1,5 @@
+#include "gk/GKExtractor.h"
 #include "gk/GKProxy.h"
-#include "modules/extractor/GKExtractor.h"
 #include "support/TestPlatform.h"
 
 #include <gmock/gmock.h>
@@ -49,7 +49,7 @@ private:
 
 struct GKExtractorTest : testing::Test {
   test::TestPlatform platform;
-  boost::shared_ptr<Probe> sut = GKModule::createModule<Probe>(platform.broker);
+  boost::shared_ptr<Probe> sut = GKModule::createModule<Probe>(platform.broker());
 
   GKValue entry(const char* name, int period, float precision) {
     return GKValue(GKValue::Array{name, period, precision});
@@ -275,7 +275,7 @@ TEST_F(GKExtractorTest, StatusPageListsSubscribersAndEvents) {
 
 TEST_F(GKExtractorTest, StatusPageDoesNotWaitForAHookThatSleeps) {
   sut->onStart = [] { zu::os::msleep(1000); };
-  platform.broker->getProxy("Probe", 0)->postCall("subscribe", std::string("A"));
+  platform.broker()->getProxy("Probe", 0)->postCall("subscribe", std::string("A"));
   platform.sleep(500);
   const GKMicros before = GKClock::instance().elapsed();
   // The subscription is still starting: its subscriber is not there yet.
@@ -308,7 +308,7 @@ TEST_F(GKExtractorTest, SubscribersMayBeListedWhileOthersComeAndGo) {
 }
 
 TEST_F(GKExtractorTest, RemoteCallsReachBothFormsOfSubscribe) {
-  const auto proxy = platform.broker->getProxy("Probe", 0);
+  const auto proxy = platform.broker()->getProxy("Probe", 0);
   proxy->callVoid("subscribe", std::string("A"));
   proxy->callVoid("subscribe", std::string("B"), 40, 0.5f);
   EXPECT_EQ(sut->getSubscribersInfo(),
@@ -365,7 +365,7 @@ TEST_F(GKExtractorTest, TextsOfMyPrecisionAreLowerCase) {
 
 TEST(GKExtractor, StatusPageNeedsTheMemoryService) {
   test::TestPlatform platform(test::TestPlatform::kNoServices);
-  const auto sut = GKModule::createModule<Probe>(platform.broker);
+  const auto sut = GKModule::createModule<Probe>(platform.broker());
   EXPECT_THROW(sut->httpGet(), GKError);
   EXPECT_THROW(sut->getOutputNames(), GKError);
 }

@@ -27,8 +27,8 @@ constexpr const char* kNotConnectedLine =
     "DCM is running";
 
 void weigh(TestPlatform& platform, float left, float right) {
-  platform.insert(kLeft, left);
-  platform.insert(kRight, right);
+  platform.set(kLeft, left);
+  platform.set(kRight, right);
 }
 
 /// [overall contact, left contact, right contact, left weight, right weight].
@@ -51,7 +51,7 @@ void tick(GKFsr& sut, int times) {
 constexpr const char* kInitialOutputs = "[1.0, 1.0, 1.0, 0.0, 0.0]";
 
 boost::shared_ptr<GKFsr> make(TestPlatform& platform) {
-  auto sut = boost::make_shared<GKFsr>(platform.broker);
+  auto sut = boost::make_shared<GKFsr>(platform.broker());
   platform.recorder->clear();
   return sut;
 }
@@ -78,7 +78,7 @@ TEST(GKFsr, DescribesItself) {
 
 TEST(GKFsr, StartsWithContactEverywhereAndNoWeight) {
   TestModules platform;
-  const GKFsr sut(platform.broker);
+  const GKFsr sut(platform.broker());
   EXPECT_THAT(takeLines(platform),
               ElementsAre("data footContact 1.0", "data leftFootContact 1.0",
                           "data rightFootContact 1.0", "data leftFootTotalWeight 0.0",
@@ -87,7 +87,7 @@ TEST(GKFsr, StartsWithContactEverywhereAndNoWeight) {
 
 TEST(GKFsr, WithoutMemoryServiceSaysSoAndStillTriesToConnect) {
   TestModules platform(TestPlatform::kNoServices);
-  GKFsr sut(platform.broker);
+  GKFsr sut(platform.broker());
   EXPECT_THAT(
       takeLines(platform),
       ElementsAre("warning motion.gkfsr GKFsr: GKFsr No GKMemory. FootContact is set to true.",
@@ -98,8 +98,8 @@ TEST(GKFsr, WithoutMemoryServiceSaysSoAndStillTriesToConnect) {
 
 TEST(GKFsr, WithoutLegsKeepsItsInitialOutputs) {
   TestModules platform;
-  platform.insert(kLegs, -1);
-  GKFsr sut(platform.broker);
+  platform.set(kLegs, -1);
+  GKFsr sut(platform.broker());
   EXPECT_THAT(platform.recorder->logLines(), ElementsAre("3 motion.gkfsr GKFsr: GKFsr No legs "
                                                          "detected. FootContact is set to true."));
   platform.recorder->clear();
@@ -111,8 +111,8 @@ TEST(GKFsr, WithoutLegsKeepsItsInitialOutputs) {
 TEST(GKFsr, WithoutSensorsUnderOneFootKeepsItsInitialOutputs) {
   for (const char* foot : {kLeftFoot, kRightFoot}) {
     TestModules platform;
-    platform.insert(foot, 0);
-    GKFsr sut(platform.broker);
+    platform.set(foot, 0);
+    GKFsr sut(platform.broker());
     EXPECT_EQ(takeLines(platform).front(), kNoFsrsLine) << foot;
     tick(sut, 3);
     EXPECT_EQ(outputs(platform), kInitialOutputs) << foot;
@@ -122,9 +122,9 @@ TEST(GKFsr, WithoutSensorsUnderOneFootKeepsItsInitialOutputs) {
 
 TEST(GKFsr, WithoutLegsAndSensorsSaysBoth) {
   TestModules platform;
-  platform.insert(kLegs, -1);
-  platform.insert(kRightFoot, 0);
-  const GKFsr sut(platform.broker);
+  platform.set(kLegs, -1);
+  platform.set(kRightFoot, 0);
+  const GKFsr sut(platform.broker());
   const auto lines = takeLines(platform);
   ASSERT_GE(lines.size(), 2U);
   EXPECT_EQ(lines[0], kNoLegsLine);
@@ -143,10 +143,10 @@ TEST(GKFsr, AnUnreadableConfigurationCountsAsSensorsPresent) {
 
 TEST(GKFsr, AnUnreadableFootOverrulesMissingLegs) {
   TestModules platform;
-  platform.insert(kLegs, -1);
-  platform.insert(kLeftFoot, 0);
-  platform.insert(kRightFoot, 1.0F); // of another type: refused
-  GKFsr sut(platform.broker);
+  platform.set(kLegs, -1);
+  platform.set(kLeftFoot, 0);
+  platform.set(kRightFoot, 1.0F); // of another type: refused
+  GKFsr sut(platform.broker());
   EXPECT_EQ(takeLines(platform).front(), kNoLegsLine);
   sut.updateFootContact();
   EXPECT_THAT(takeLines(platform), ElementsAre("micro footContactChanged false"));
@@ -155,13 +155,13 @@ TEST(GKFsr, AnUnreadableFootOverrulesMissingLegs) {
 TEST(GKFsr, ARefusedInitialOutputLeavesTheConstructor) {
   TestModules platform;
   platform.faults->fail(GKOperation::InsertData, "rightFootTotalWeight");
-  EXPECT_THROW(GKFsr(platform.broker), GKError);
+  EXPECT_THROW(GKFsr(platform.broker()), GKError);
 }
 
 TEST(GKFsr, AMissingSensorIsLoggedAndWeighsNothing) {
   TestModules platform;
   platform.faults->fail(GKOperation::GetDataPtr, kRight);
-  GKFsr sut(platform.broker);
+  GKFsr sut(platform.broker());
   EXPECT_EQ(takeLines(platform).back(), kNotConnectedLine);
 
   weigh(platform, 0.0F, 50.0F); // the right foot is not seen
@@ -320,7 +320,7 @@ TEST(GKFsr, ItsEndStopsFastAccessOfEverybody) {
   TestModules platform;
   GKMemoryFastAccess access;
   make(platform).reset();
-  access.ConnectToVariables(platform.broker, {kLeft}, false);
+  access.ConnectToVariables(platform.broker(), {kLeft}, false);
   std::vector<float> values = {1.0F};
   access.GetValues(values);
   EXPECT_THAT(values, IsEmpty());

@@ -1,4 +1,4 @@
-#include "modules/extractor/GKMemoryFastAccess.h"
+#include "gk/GKMemoryFastAccess.h"
 #include "support/TestModules.h"
 
 #include <gmock/gmock.h>
@@ -18,9 +18,9 @@ namespace {
 struct GKMemoryFastAccessTest : testing::Test {
   GKMemoryFastAccessTest() {
     GKMemoryFastAccessGate::open();
-    platform.insert("a", 1.0f);
-    platform.insert("b", 2.0f);
-    platform.insert("c", 3.0f);
+    platform.set("a", 1.0f);
+    platform.set("b", 2.0f);
+    platform.set("c", 3.0f);
   }
   ~GKMemoryFastAccessTest() override { GKMemoryFastAccessGate::open(); }
 
@@ -41,29 +41,29 @@ TEST_F(GKMemoryFastAccessTest, NeverConnectedEmptiesTheVector) {
 }
 
 TEST_F(GKMemoryFastAccessTest, ReadsInTheOrderOfTheKeysAndFollowsChanges) {
-  sut.ConnectToVariables(platform.broker, {"c", "a"}, false);
+  sut.ConnectToVariables(platform.broker(), {"c", "a"}, false);
   EXPECT_THAT(read(), ElementsAre(3.0f, 1.0f));
-  platform.insert("a", 1.5f);
+  platform.set("a", 1.5f);
   EXPECT_THAT(read(), ElementsAre(3.0f, 1.5f));
 }
 
 TEST_F(GKMemoryFastAccessTest, VectorBecomesExactlyAsLongAsTheKeys) {
-  sut.ConnectToVariables(platform.broker, {"a", "b", "c"}, false);
+  sut.ConnectToVariables(platform.broker(), {"a", "b", "c"}, false);
   std::vector<float> values(10, 7.0f);
   sut.GetValues(values);
   EXPECT_THAT(values, ElementsAre(1.0f, 2.0f, 3.0f));
 }
 
 TEST_F(GKMemoryFastAccessTest, EmptyKeyListDisconnects) {
-  sut.ConnectToVariables(platform.broker, {"a"}, false);
-  sut.ConnectToVariables(platform.broker, {}, false);
+  sut.ConnectToVariables(platform.broker(), {"a"}, false);
+  sut.ConnectToVariables(platform.broker(), {}, false);
   std::vector<float> values(2, 7.0f);
   sut.GetValues(values);
   EXPECT_THAT(values, IsEmpty());
 }
 
 TEST_F(GKMemoryFastAccessTest, WrittenValuesAreWhatTheServiceReturns) {
-  sut.ConnectToVariables(platform.broker, {"a", "b"}, false);
+  sut.ConnectToVariables(platform.broker(), {"a", "b"}, false);
   sut.SetValues({4.0f, 5.0f, 6.0f});
   EXPECT_EQ(platform.value("a"), GKValue(4.0f));
   EXPECT_EQ(platform.value("b"), GKValue(5.0f));
@@ -71,20 +71,20 @@ TEST_F(GKMemoryFastAccessTest, WrittenValuesAreWhatTheServiceReturns) {
 }
 
 TEST_F(GKMemoryFastAccessTest, MissingKeyFailsAndKeepsTheKeysBeforeIt) {
-  EXPECT_THROW(sut.ConnectToVariables(platform.broker, {"a", "missing", "c"}, false), GKError);
+  EXPECT_THROW(sut.ConnectToVariables(platform.broker(), {"a", "missing", "c"}, false), GKError);
   EXPECT_THAT(read(), ElementsAre(1.0f));
   EXPECT_FALSE(platform.value("missing").isValid());
 }
 
 TEST_F(GKMemoryFastAccessTest, LooksTheServiceUpOnceForTheObjectAndOnceForEachKey) {
-  sut.ConnectToVariables(platform.broker, {"a", "b"}, false);
+  sut.ConnectToVariables(platform.broker(), {"a", "b"}, false);
   EXPECT_EQ(platform.faults->uses(GKOperation::GetProxy, "GKMemory"), 3);
-  sut.ConnectToVariables(platform.broker, {"a"}, false);
+  sut.ConnectToVariables(platform.broker(), {"a"}, false);
   EXPECT_EQ(platform.faults->uses(GKOperation::GetProxy, "GKMemory"), 4);
 }
 
 TEST_F(GKMemoryFastAccessTest, ConnectedPlacesNeedNoFurtherLookUp) {
-  sut.ConnectToVariables(platform.broker, {"a", "b"}, false);
+  sut.ConnectToVariables(platform.broker(), {"a", "b"}, false);
   const int lookUps = platform.faults->uses(GKOperation::GetProxy, "GKMemory");
   read();
   sut.SetValues({1.0f, 2.0f});
@@ -93,15 +93,15 @@ TEST_F(GKMemoryFastAccessTest, ConnectedPlacesNeedNoFurtherLookUp) {
 }
 
 TEST_F(GKMemoryFastAccessTest, AfterAStopNothingConnectsAndOldPlacesStay) {
-  sut.ConnectToVariables(platform.broker, {"a", "b"}, false);
+  sut.ConnectToVariables(platform.broker(), {"a", "b"}, false);
   GKMemoryFastAccess::StopAllAccess();
-  sut.ConnectToVariables(platform.broker, {"c"}, false);
+  sut.ConnectToVariables(platform.broker(), {"c"}, false);
   EXPECT_THAT(read(), ElementsAre(1.0f, 2.0f));
   sut.SetValues({8.0f, 9.0f});
   EXPECT_EQ(platform.value("b"), GKValue(9.0f));
 
   GKMemoryFastAccess other;
-  other.ConnectToVariables(platform.broker, {"a"}, false);
+  other.ConnectToVariables(platform.broker(), {"a"}, false);
   std::vector<float> values(1, 7.0f);
   other.GetValues(values);
   EXPECT_THAT(values, IsEmpty());
@@ -110,10 +110,10 @@ TEST_F(GKMemoryFastAccessTest, AfterAStopNothingConnectsAndOldPlacesStay) {
 TEST_F(GKMemoryFastAccessTest, DataPtrWorksAfterAStopAndWithoutABroker) {
   GKMemoryFastAccess::StopAllAccess();
   const auto* place =
-      static_cast<const float*>(GKMemoryFastAccess::getDataPtr(platform.broker, "b", true));
+      static_cast<const float*>(GKMemoryFastAccess::getDataPtr(platform.broker(), "b", true));
   EXPECT_EQ(*place, 2.0f);
   EXPECT_EQ(GKMemoryFastAccess::getDataPtr(nullptr, "b", true), place);
-  EXPECT_THROW(GKMemoryFastAccess::getDataPtr(platform.broker, "missing", true), GKError);
+  EXPECT_THROW(GKMemoryFastAccess::getDataPtr(platform.broker(), "missing", true), GKError);
 }
 
 TEST_F(GKMemoryFastAccessTest, InsertBufferCreatesAndReplaces) {
@@ -132,7 +132,7 @@ TEST_F(GKMemoryFastAccessTest, BufferIsAnIndependentCopy) {
 }
 
 TEST_F(GKMemoryFastAccessTest, InnerTestIsFalseWithAWorkingService) {
-  EXPECT_FALSE(GKMemoryFastAccess::InnerTest(platform.broker));
+  EXPECT_FALSE(GKMemoryFastAccess::InnerTest(platform.broker()));
   // It wrote its three ints, then added to their bits as floats; all of them stayed ints.
   std::vector<std::pair<std::string, GKValue>> inserted;
   for (const GKNotice& notice : platform.recorder->ofKind(GKNotice::Kind::Insert)) {
@@ -164,12 +164,12 @@ TEST(GKMemoryFastAccess, InnerTestTellsWhyThereIsNoService) {
   test::TestPlatform platform(test::TestPlatform::kNoServices);
   std::string reason;
   try {
-    platform.broker->getProxy("GKMemory", 0);
+    platform.broker()->getProxy("GKMemory", 0);
   } catch (const GKError& error) {
     reason = error.toString();
   }
   try {
-    GKMemoryFastAccess::InnerTest(platform.broker);
+    GKMemoryFastAccess::InnerTest(platform.broker());
     FAIL() << "no GKError";
   } catch (const GKError& error) {
     EXPECT_EQ(error.getModule(), "GKMemoryFastAccess");

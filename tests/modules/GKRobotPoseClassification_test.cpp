@@ -71,7 +71,7 @@ struct Situation {
 
 class GKRobotPoseClassification : public testing::Test {
 protected:
-  GKRobotPoseClassification() : sut(boost::make_shared<GKRobotPose>(platform.broker)) {}
+  GKRobotPoseClassification() : sut(boost::make_shared<GKRobotPose>(platform.broker())) {}
 
   std::string classify(const Situation& s) const {
     return Peer::classify(*sut,

@@ -38,8 +38,8 @@ constexpr const char* kNoEventLine =
 class PosePlatform : public TestModules {
 public:
   explicit PosePlatform(Services services = kAllServices) : TestModules(services) {
-    insert("leftFootContact", 0.0F);
-    insert("rightFootContact", 0.0F);
+    set("leftFootContact", 0.0F);
+    set("rightFootContact", 0.0F);
   }
 
   void sit() { xPose(0.0F, 0.0F, 0.0F); }
@@ -47,7 +47,7 @@ public:
   void crouch() { xPose(1.0F, 2.0F, -1.0F); }
   void lieOnTheBack() {
     sit();
-    insert(kAngleY, -1.5F);
+    set(kAngleY, -1.5F);
   }
 
   /// ["robotPose", "robotPoseSince"].
@@ -60,19 +60,19 @@ public:
 
 private:
   void xPose(float isStand, float knee, float ankle) {
-    insert(kAngleY, 0.0F);
-    insert(kIsStand, isStand);
+    set(kAngleY, 0.0F);
+    set(kIsStand, isStand);
     for (const char* key : kKnees) {
-      insert(key, knee);
+      set(key, knee);
     }
     for (const char* key : kAnkles) {
-      insert(key, ankle);
+      set(key, ankle);
     }
   }
 };
 
 boost::shared_ptr<GKRobotPose> make(TestPlatform& platform) {
-  auto sut = boost::make_shared<GKRobotPose>(platform.broker);
+  auto sut = boost::make_shared<GKRobotPose>(platform.broker());
   platform.recorder->clear();
   return sut;
 }
@@ -127,7 +127,7 @@ TEST(GKRobotPose, DescribesItsMethods) {
 
 TEST(GKRobotPose, AnnouncesThatItKnowsNothingYet) {
   PosePlatform platform;
-  const GKRobotPose sut(platform.broker);
+  const GKRobotPose sut(platform.broker());
   EXPECT_THAT(takeLines(platform), ElementsAre("declare robotPoseChanged of GKRobotPose",
                                                "event robotPoseChanged \"Unknown\"",
                                                "resource Standing false", "resource Sitting false",
@@ -136,7 +136,7 @@ TEST(GKRobotPose, AnnouncesThatItKnowsNothingYet) {
 
 TEST(GKRobotPose, WithoutMemoryServiceKnowsNothing) {
   PosePlatform platform(TestPlatform::kNoServices);
-  GKRobotPose sut(platform.broker);
+  GKRobotPose sut(platform.broker());
   EXPECT_THAT(takeLines(platform),
               ElementsAre("error motion.sensors.robotpose GKRobotPose: GKRobotPoseNo GKMemory. "
                           "robotPose set to \"Unknown\".",
@@ -150,7 +150,7 @@ TEST(GKRobotPose, WithoutMemoryServiceKnowsNothing) {
 
 TEST(GKRobotPose, WithoutResourceManagerStillAnnouncesPoses) {
   PosePlatform platform(TestPlatform::kMemoryOnly);
-  GKRobotPose sut(platform.broker);
+  GKRobotPose sut(platform.broker());
   EXPECT_THAT(takeLines(platform),
               ElementsAre("error motion.sensors.robotpose GKRobotPose: GKRobotPoseNo resource "
                           "manager found",
@@ -164,8 +164,8 @@ TEST(GKRobotPose, WithoutResourceManagerStillAnnouncesPoses) {
 
 TEST(GKRobotPose, WithoutLegsKnowsNothing) {
   PosePlatform platform;
-  platform.insert(kLegs, -1);
-  GKRobotPose sut(platform.broker);
+  platform.set(kLegs, -1);
+  GKRobotPose sut(platform.broker());
   EXPECT_THAT(takeLines(platform),
               ElementsAre("warning motion.sensors.robotpose GKRobotPose: GKRobotPoseNo legs. "
                           "robotPose is set to \"Unknown\".",
@@ -183,16 +183,16 @@ TEST(GKRobotPose, WithoutLegsKnowsNothing) {
 TEST(GKRobotPose, AnUnreadableVersionOfTheLegsLeavesTheConstructor) {
   PosePlatform platform;
   platform.faults->fail(GKOperation::GetData, kLegs);
-  EXPECT_THROW(GKRobotPose(platform.broker), GKError);
-  platform.insert(kLegs, 1.0F); // of another type: refused
-  EXPECT_THROW(GKRobotPose(platform.broker), GKError);
+  EXPECT_THROW(GKRobotPose(platform.broker()), GKError);
+  platform.set(kLegs, 1.0F); // of another type: refused
+  EXPECT_THROW(GKRobotPose(platform.broker()), GKError);
 }
 
 TEST(GKRobotPose, ARefusedFirstEventDisablesEventsForGood) {
   for (const auto operation : {GKOperation::DeclareEvent, GKOperation::RaiseEvent}) {
     PosePlatform platform;
     platform.faults->fail(operation, "robotPoseChanged");
-    GKRobotPose sut(platform.broker);
+    GKRobotPose sut(platform.broker());
     auto lines = takeLines(platform);
     EXPECT_THAT(lines, testing::Contains(kNoEventLine));
     EXPECT_THAT(lines, testing::Not(testing::Contains("resource Standing false")));
@@ -209,14 +209,14 @@ TEST(GKRobotPose, ARefusedInitialOutputLeavesTheConstructor) {
   for (const char* key : {"robotPose", "robotPoseSince"}) {
     PosePlatform platform;
     platform.faults->fail(GKOperation::InsertData, key);
-    EXPECT_THROW(GKRobotPose(platform.broker), GKError) << key;
+    EXPECT_THROW(GKRobotPose(platform.broker()), GKError) << key;
   }
 }
 
 TEST(GKRobotPose, AMissingSensorIsLoggedAndReadsZero) {
   PosePlatform platform;
   platform.faults->fail(GKOperation::GetDataPtr, kIsStand);
-  GKRobotPose sut(platform.broker);
+  GKRobotPose sut(platform.broker());
   EXPECT_EQ(takeLines(platform).back(), kNotConnectedLine);
 
   platform.stand(); // is not seen: the robot seems to sit
@@ -405,7 +405,7 @@ TEST(GKRobotPose, ItsExitStopsFastAccessOfEverybody) {
   const auto sut = make(platform);
   sut->exit();
   GKMemoryFastAccess access;
-  access.ConnectToVariables(platform.broker, {kAngleX}, false);
+  access.ConnectToVariables(platform.broker(), {kAngleX}, false);
   std::vector<float> values = {1.0F};
   access.GetValues(values);
   EXPECT_THAT(values, IsEmpty());

@@ -54,38 +54,38 @@ TEST_F(GKSensorsEventsTest, UnchangedValuesRaiseNothing) {
 
 TEST_F(GKSensorsEventsTest, TouchAndReleaseRaiseOneEventEach) {
   loadAndTick();
-  platform.insert(kFront, 1.0f);
+  platform.set(kFront, 1.0f);
   tick(3);
-  platform.insert(kFront, 0.0f);
+  platform.set(kFront, 0.0f);
   tick(3);
   EXPECT_THAT(raised("FrontTactilTouched"), ElementsAre(kPressed, kReleased));
 }
 
 TEST_F(GKSensorsEventsTest, AnyChangeCountsWithoutThreshold) {
   loadAndTick();
-  platform.insert(kChest, 0.3f);
+  platform.set(kChest, 0.3f);
   tick();
-  platform.insert(kChest, 0.4f);
+  platform.set(kChest, 0.4f);
   tick();
   EXPECT_THAT(raised("ChestButtonPressed"), ElementsAre(GKValue(0.3f), GKValue(0.4f)));
 }
 
 TEST_F(GKSensorsEventsTest, NegativeZeroIsNoChange) {
   loadAndTick();
-  platform.insert(kChest, -0.0f);
+  platform.set(kChest, -0.0f);
   tick();
   EXPECT_THAT(raised("ChestButtonPressed"), IsEmpty());
 }
 
 TEST_F(GKSensorsEventsTest, NotANumberIsPublishedOnEveryTick) {
   loadAndTick();
-  platform.insert(kChest, std::numeric_limits<float>::quiet_NaN());
+  platform.set(kChest, std::numeric_limits<float>::quiet_NaN());
   tick(3);
   EXPECT_THAT(raised("ChestButtonPressed"), SizeIs(3));
 }
 
 TEST_F(GKSensorsEventsTest, StartValueOfMinusFiveIsTakenAsPublished) {
-  platform.insert(kChest, -5.0f);
+  platform.set(kChest, -5.0f);
   load();
   platform.sleep(10);
   EXPECT_THAT(raised("ChestButtonPressed"), IsEmpty());
@@ -106,7 +106,7 @@ TEST_F(GKSensorsEventsTest, EachTouchSensorRaisesItsOwnEvent) {
   loadAndTick();
   for (const auto& [sensor, event] : sensorsAndEvents) {
     platform.recorder->clear();
-    platform.insert("Device/SubDeviceList/" + sensor + "/Sensor/Value", 1.0f);
+    platform.set("Device/SubDeviceList/" + sensor + "/Sensor/Value", 1.0f);
     tick();
     const std::vector<GKNotice> notices = platform.recorder->ofKind(GKNotice::Kind::Event);
     ASSERT_THAT(notices, SizeIs(1)) << sensor;
@@ -116,59 +116,59 @@ TEST_F(GKSensorsEventsTest, EachTouchSensorRaisesItsOwnEvent) {
 
 TEST_F(GKSensorsEventsTest, PressIsPublishedOnTheSecondTickAndReleaseAtOnce) {
   loadAndTick();
-  platform.insert(kLeftFootLeft, 1.0f);
+  platform.set(kLeftFootLeft, 1.0f);
   tick();
   EXPECT_THAT(raised("LeftBumperPressed"), IsEmpty());
   tick();
   EXPECT_THAT(raised("LeftBumperPressed"), ElementsAre(kPressed));
-  platform.insert(kLeftFootLeft, 0.0f);
+  platform.set(kLeftFootLeft, 0.0f);
   tick();
   EXPECT_THAT(raised("LeftBumperPressed"), ElementsAre(kPressed, kReleased));
 }
 
 TEST_F(GKSensorsEventsTest, HeldBumperIsPublishedOnce) {
   loadAndTick();
-  platform.insert(kRightFootRight, 1.0f);
+  platform.set(kRightFootRight, 1.0f);
   tick(10);
   EXPECT_THAT(raised("RightBumperPressed"), ElementsAre(kPressed));
 }
 
 TEST_F(GKSensorsEventsTest, PressOfOneTickIsNoPress) {
   loadAndTick();
-  platform.insert(kLeftFootLeft, 1.0f);
+  platform.set(kLeftFootLeft, 1.0f);
   tick();
-  platform.insert(kLeftFootLeft, 0.0f);
+  platform.set(kLeftFootLeft, 0.0f);
   tick(5);
   EXPECT_THAT(raised("LeftBumperPressed"), IsEmpty());
 }
 
 TEST_F(GKSensorsEventsTest, BothBumpersOfAFootAreOne) {
   loadAndTick();
-  platform.insert(kLeftFootLeft, 1.0f);
-  platform.insert(kLeftFootRight, 1.0f);
+  platform.set(kLeftFootLeft, 1.0f);
+  platform.set(kLeftFootRight, 1.0f);
   tick(2);
-  platform.insert(kLeftFootLeft, 0.0f);
+  platform.set(kLeftFootLeft, 0.0f);
   tick(2);
   EXPECT_THAT(raised("LeftBumperPressed"), ElementsAre(kPressed));
-  platform.insert(kLeftFootRight, 0.0f);
+  platform.set(kLeftFootRight, 0.0f);
   tick();
   EXPECT_THAT(raised("LeftBumperPressed"), ElementsAre(kPressed, kReleased));
 }
 
 TEST_F(GKSensorsEventsTest, AnyPositiveBumperValueIsATouch) {
   loadAndTick();
-  platform.insert(kRightFootLeft, -1.0f);
+  platform.set(kRightFootLeft, -1.0f);
   tick(3);
   EXPECT_THAT(raised("RightBumperPressed"), IsEmpty());
-  platform.insert(kRightFootLeft, std::numeric_limits<float>::denorm_min());
+  platform.set(kRightFootLeft, std::numeric_limits<float>::denorm_min());
   tick(2);
   EXPECT_THAT(raised("RightBumperPressed"), ElementsAre(kPressed));
 }
 
 TEST_F(GKSensorsEventsTest, FeetPressedTogetherConfirmEachOther) {
   loadAndTick();
-  platform.insert(kLeftFootLeft, 1.0f);
-  platform.insert(kRightFootLeft, 1.0f);
+  platform.set(kLeftFootLeft, 1.0f);
+  platform.set(kRightFootLeft, 1.0f);
   tick();
   // Left asks the shared counter first and gets 1, right gets 2.
   EXPECT_THAT(raised("LeftBumperPressed"), IsEmpty());
@@ -179,10 +179,10 @@ TEST_F(GKSensorsEventsTest, FeetPressedTogetherConfirmEachOther) {
 
 TEST_F(GKSensorsEventsTest, PressOnOneFootConfirmsTheOther) {
   loadAndTick();
-  platform.insert(kLeftFootLeft, 1.0f);
+  platform.set(kLeftFootLeft, 1.0f);
   tick();
-  platform.insert(kLeftFootLeft, 0.0f);
-  platform.insert(kRightFootLeft, 1.0f);
+  platform.set(kLeftFootLeft, 0.0f);
+  platform.set(kRightFootLeft, 1.0f);
   tick();
   EXPECT_THAT(raised("LeftBumperPressed"), IsEmpty());
   EXPECT_THAT(raised("RightBumperPressed"), ElementsAre(kPressed));
@@ -193,7 +193,7 @@ TEST_F(GKSensorsEventsTest, TicksFiftyMillisecondsApartStillConfirm) {
   sensors()->updatePeriod("sensors", 50);
   platform.sleep(10);
   platform.recorder->clear();
-  platform.insert(kLeftFootLeft, 1.0f);
+  platform.set(kLeftFootLeft, 1.0f);
   platform.sleep(100);
   EXPECT_THAT(raised("LeftBumperPressed"), ElementsAre(kPressed));
 }
@@ -203,7 +203,7 @@ TEST_F(GKSensorsEventsTest, TicksFurtherApartNeverConfirmAPressOfOneFoot) {
   sensors()->updatePeriod("sensors", 51);
   platform.sleep(10);
   platform.recorder->clear();
-  platform.insert(kLeftFootLeft, 1.0f);
+  platform.set(kLeftFootLeft, 1.0f);
   platform.sleep(510);
   EXPECT_THAT(raised("LeftBumperPressed"), IsEmpty());
 }

@@ -19,8 +19,8 @@ constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 struct GKSensorsMonitorTest : test::LoadedModules {
   void setStiffness(const std::string& joint, float value, float max = 1.0f) {
     const std::string prefix = "Device/SubDeviceList/" + joint + "/Hardness/Actuator/";
-    platform.insert(prefix + "Max", max);
-    platform.insert(prefix + "Value", value);
+    platform.set(prefix + "Max", max);
+    platform.set(prefix + "Value", value);
   }
 
   void setAllStiffness(float value, float max = 1.0f) {
@@ -38,11 +38,11 @@ struct GKSensorsMonitorTest : test::LoadedModules {
   }
 
   void setError(const std::string& board, int code) {
-    platform.insert("Device/DeviceList/" + board + "/Error", code);
+    platform.set("Device/DeviceList/" + board + "/Error", code);
   }
 
   void setTemperature(const std::string& joint, const GKValue& value) {
-    platform.insert("Device/SubDeviceList/" + joint + "/Temperature/Sensor/Value", value);
+    platform.set("Device/SubDeviceList/" + joint + "/Temperature/Sensor/Value", value);
   }
 
   /// `board` reports `code` for the next `ticks` ticks of `period` ms, then nothing any more.

@@ -22,26 +22,26 @@ namespace {
 struct GKSensorsSiblingsTest : test::LoadedModules {
   GKSensors& loaded() {
     loadAndTick();
-    return dynamic_cast<GKSensors&>(*platform.broker->findModule("GKSensors"));
+    return dynamic_cast<GKSensors&>(*platform.broker()->findModule("GKSensors"));
   }
-  float value(const std::string& key) { return platform.store->get(key)->toFloat(); }
+  float value(const std::string& key) { return platform.store()->get(key)->toFloat(); }
 };
 
 TEST_F(GKSensorsSiblingsTest, TheSonarTakesTheDistancesOfTheLatestTick) {
   GKSensors& sut = loaded();
-  platform.broker->getProxy("GKSonar", 0)->callVoid("subscribe", std::string("client"));
-  platform.insert("Device/SubDeviceList/US/Left/Sensor/Value", 0.4f);
-  platform.insert("Device/SubDeviceList/US/Right/Sensor/Value", 0.5f);
+  platform.broker()->getProxy("GKSonar", 0)->callVoid("subscribe", std::string("client"));
+  platform.set("Device/SubDeviceList/US/Left/Sensor/Value", 0.4f);
+  platform.set("Device/SubDeviceList/US/Right/Sensor/Value", 0.5f);
   tick();
   GKSensorsPeer::extractSonar(sut);
   const auto filtered =
-      platform.broker->getProxy("GKSonar", 0)->call<std::vector<float>>("_getFilteredValues");
+      platform.broker()->getProxy("GKSonar", 0)->call<std::vector<float>>("_getFilteredValues");
   EXPECT_EQ(filtered, (std::vector<float>{0.5f, 0.4f}));
 }
 
 TEST_F(GKSensorsSiblingsTest, TheFeetTakeOneSampleMore) {
   GKSensors& sut = loaded();
-  platform.insert("Device/SubDeviceList/LFoot/FSR/TotalWeight/Sensor/Value", 10.0f);
+  platform.set("Device/SubDeviceList/LFoot/FSR/TotalWeight/Sensor/Value", 10.0f);
   GKSensorsPeer::extractFeet(sut);
   EXPECT_EQ(value("leftFootTotalWeight"), 1.0f); // one of ten samples
 }
@@ -55,7 +55,7 @@ TEST_F(GKSensorsSiblingsTest, ThePoseLastsOneTickLonger) {
 
 TEST_F(GKSensorsSiblingsTest, TheBatteryTellsAChangedCharge) {
   GKSensors& sut = loaded();
-  platform.insert("Device/SubDeviceList/Battery/Charge/Sensor/Value", 0.25f);
+  platform.set("Device/SubDeviceList/Battery/Charge/Sensor/Value", 0.25f);
   GKSensorsPeer::extractBattery(sut);
   EXPECT_THAT(raised("BatteryChargeChanged"), testing::ElementsAre(GKValue(25)));
 }

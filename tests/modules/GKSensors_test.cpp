@@ -60,7 +60,7 @@ TEST_F(GKSensorsTest, DescribesItselfAndBindsRun) {
 
 TEST_F(GKSensorsTest, FailedDeclarationEndsLoadingAndCallsExit) {
   platform.faults->fail(GKOperation::DeclareEvent, "RearTactilTouched");
-  EXPECT_THROW(_createModule(platform.broker), GKError);
+  EXPECT_THROW(_createModule(platform.broker()), GKError);
   platform.sleep(100);
   EXPECT_THAT(platform.recorder->ticks(), IsEmpty());
 }
@@ -144,7 +144,7 @@ TEST_F(GKSensorsTest, StartBeforeTheOldLoopHasLeftMakesNoSecondLoop) {
 TEST_F(GKSensorsTest, SecondRunLooksTheSiblingsUpAndReturns) {
   loadAndTick();
   const GKMicros before = GKClock::instance().elapsed();
-  platform.broker->getProxy("GKSensors", 0)->callVoid("run");
+  platform.broker()->getProxy("GKSensors", 0)->callVoid("run");
   EXPECT_EQ(GKClock::instance().elapsed(), before);
   EXPECT_EQ(platform.faults->uses(GKOperation::GetProxy, "GKBattery"), 2);
   EXPECT_EQ(platform.faults->uses(GKOperation::GetDataPtr, "Device/DeviceList/HeadBoard/Error"), 1);
@@ -155,7 +155,7 @@ TEST_F(GKSensorsTest, RunWithoutDetectionLooksTheSiblingsUpAndReturns) {
   sensors()->exit();
   platform.sleep(100);
   const GKMicros before = GKClock::instance().elapsed();
-  platform.broker->getProxy("GKSensors", 0)->callVoid("run");
+  platform.broker()->getProxy("GKSensors", 0)->callVoid("run");
   EXPECT_EQ(GKClock::instance().elapsed(), before);
   EXPECT_EQ(platform.faults->uses(GKOperation::GetProxy, "GKSonar"), 2);
   EXPECT_EQ(platform.faults->uses(GKOperation::GetDataPtr, "Device/DeviceList/HeadBoard/Error"), 1);
@@ -180,7 +180,7 @@ TEST_F(GKSensorsTest, MissingSiblingEndsTheLoopBeforeItStarts) {
   EXPECT_THAT(platform.recorder->logLines(),
               Contains(testing::StartsWith("2 platform.proxy postCall: GKSensors.run: ")));
   // Nothing is marked as running: the next call starts the loop.
-  platform.broker->getProxy("GKSensors", 0)->postCall("run");
+  platform.broker()->getProxy("GKSensors", 0)->postCall("run");
   platform.sleep(10);
   EXPECT_THAT(platform.recorder->ticks(), ElementsAre(100000));
 }
@@ -191,15 +191,15 @@ TEST_F(GKSensorsTest, MissingBoardKeepsEveryLaterLoopFromStarting) {
   platform.sleep(100);
   EXPECT_THAT(platform.recorder->logLines(),
               Contains(testing::StartsWith("2 platform.proxy postCall: GKSensors.run: ")));
-  platform.broker->getProxy("GKSensors", 0)->postCall("run");
+  platform.broker()->getProxy("GKSensors", 0)->postCall("run");
   platform.sleep(100);
   EXPECT_THAT(platform.recorder->ticks(), IsEmpty());
 }
 
 TEST_F(GKSensorsTest, FailedConnectionIsLoggedAndTheMissingValuesReadAsZero) {
   const char* front = "Device/SubDeviceList/Head/Touch/Front/Sensor/Value";
-  platform.insert("Device/SubDeviceList/ChestBoard/Button/Sensor/Value", 1.0f);
-  platform.insert(front, 1.0f);
+  platform.set("Device/SubDeviceList/ChestBoard/Button/Sensor/Value", 1.0f);
+  platform.set(front, 1.0f);
   platform.faults->fail(GKOperation::GetDataPtr, front);
   load();
   tick(2);
@@ -223,25 +223,26 @@ TEST_F(GKSensorsTest, FailedTickIsLoggedAndTheNextOneGoesOn) {
   // The failed change itself counts as published.
   EXPECT_THAT(raised("FrontTactilTouched"), IsEmpty());
   EXPECT_THAT(raised("MiddleTactilTouched"), ElementsAre(GKValue(0.0f)));
-  platform.insert("Device/SubDeviceList/Head/Touch/Front/Sensor/Value", 1.0f);
+  platform.set("Device/SubDeviceList/Head/Touch/Front/Sensor/Value", 1.0f);
   tick();
   EXPECT_THAT(raised("FrontTactilTouched"), ElementsAre(GKValue(1.0f)));
 }
 
 TEST_F(GKSensorsTest, SonarGetsLeftBeforeRight) {
   load();
-  platform.broker->getProxy("GKSonar", 0)->callVoid("subscribe", std::string("client"));
-  platform.insert("Device/SubDeviceList/US/Left/Sensor/Value", 0.5f);
-  platform.insert("Device/SubDeviceList/US/Right/Sensor/Value", 0.6f);
+  platform.broker()->getProxy("GKSonar", 0)->callVoid("subscribe", std::string("client"));
+  platform.set("Device/SubDeviceList/US/Left/Sensor/Value", 0.5f);
+  platform.set("Device/SubDeviceList/US/Right/Sensor/Value", 0.6f);
   tick(2);
   // Right comes first in this answer.
-  EXPECT_EQ(platform.broker->getProxy("GKSonar", 0)->call<std::vector<float>>("_getFilteredValues"),
-            (std::vector<float>{0.6f, 0.5f}));
+  EXPECT_EQ(
+      platform.broker()->getProxy("GKSonar", 0)->call<std::vector<float>>("_getFilteredValues"),
+      (std::vector<float>{0.6f, 0.5f}));
 }
 
 TEST_F(GKSensorsTest, PoseSeesTheFootContactOfTheSameTick) {
   load();
-  platform.insert("leftFootContact", -1.0f);
+  platform.set("leftFootContact", -1.0f);
   platform.sleep(10);
   EXPECT_EQ(platform.value("leftFootContact"), GKValue(0.0f));
   EXPECT_TRUE(platform.value("robotPose").isValid());
@@ -264,7 +265,7 @@ struct GKSensorsInATick : GKSensorsTest {
   GKSensorsInATick() {
     loadAndTick();
     GKOperationHook::install(std::make_shared<SlowRaise>());
-    platform.insert("Device/SubDeviceList/Head/Touch/Front/Sensor/Value", 1.0F);
+    platform.set("Device/SubDeviceList/Head/Touch/Front/Sensor/Value", 1.0F);
     platform.sleep(12);
   }
 
@@ -279,7 +280,7 @@ TEST_F(GKSensorsInATick, ExitReturnsWhenTheTickHasEnded) {
 
 TEST_F(GKSensorsInATick, SiblingsAreNotReplacedUnderTheTick) {
   ASSERT_LT(GKClock::instance().elapsed(), kTicksEnd);
-  platform.broker->getProxy("GKSensors", 0)->callVoid("run");
+  platform.broker()->getProxy("GKSensors", 0)->callVoid("run");
   EXPECT_EQ(GKClock::instance().elapsed(), kTicksEnd);
 }
 

@@ -31,7 +31,7 @@ using testing::IsEmpty;
 /// A sonar without emitters that somebody is subscribed to, and nothing recorded yet. Its first
 /// reading raises events.
 boost::shared_ptr<GKSonar> makeDetecting(TestPlatform& platform) {
-  auto sut = boost::make_shared<GKSonar>(platform.broker);
+  auto sut = boost::make_shared<GKSonar>(platform.broker());
   sut->init();
   sut->subscribe("test", 30, 0.0F);
   platform.recorder->clear();
@@ -52,7 +52,7 @@ std::vector<std::string> firstReading(float left, float right) {
 
 TEST(GKSonar, DescribesItself) {
   TestModules platform;
-  const GKSonar sut(platform.broker);
+  const GKSonar sut(platform.broker());
   EXPECT_EQ(sut.getName(), "GKSonar");
   EXPECT_EQ(sut.getModuleDescription(), "Deals with ultrasonic sensors.\n");
   const auto methods = sut.getMethods();
@@ -68,7 +68,7 @@ TEST(GKSonar, DescribesItself) {
 
 TEST(GKSonar, WithoutDcmDeclaresItsEventsAndSaysThatItSimulates) {
   TestModules platform(TestPlatform::kMemoryOnly);
-  GKSonar sut(platform.broker);
+  GKSonar sut(platform.broker());
   sut.init();
   EXPECT_THAT(
       takeLines(platform),
@@ -83,7 +83,7 @@ TEST(GKSonar, WithoutDcmDeclaresItsEventsAndSaysThatItSimulates) {
 
 TEST(GKSonar, WithDcmLogsNothingAtStart) {
   TestModules platform;
-  GKSonar sut(platform.broker);
+  GKSonar sut(platform.broker());
   sut.init();
   const auto lines = takeLines(platform);
   EXPECT_EQ(lines.size(), 8U);
@@ -92,14 +92,14 @@ TEST(GKSonar, WithDcmLogsNothingAtStart) {
 
 TEST(GKSonar, WithoutMemoryServiceCannotStart) {
   TestModules platform(TestPlatform::kNoServices);
-  GKSonar sut(platform.broker);
+  GKSonar sut(platform.broker());
   EXPECT_THROW(sut.init(), GKError);
 }
 
 TEST(GKSonar, ARefusedDeclarationLeavesTheStart) {
   TestModules platform;
   platform.faults->fail(GKOperation::DeclareEvent, "SonarRightNothingDetected");
-  GKSonar sut(platform.broker);
+  GKSonar sut(platform.broker());
   EXPECT_THROW(sut.init(), GKError);
 }
 
@@ -107,7 +107,7 @@ TEST(GKSonar, ARefusedDeclarationLeavesTheStart) {
 
 TEST(GKSonar, WithoutDcmSubscriptionsSendNothingAndTakeNoTime) {
   TestModules platform(TestPlatform::kMemoryOnly);
-  GKSonar sut(platform.broker);
+  GKSonar sut(platform.broker());
   sut.init();
   platform.recorder->clear();
   sut.subscribe("test", 30, 0.0F);
@@ -120,7 +120,7 @@ TEST(GKSonar, WithoutDcmSubscriptionsSendNothingAndTakeNoTime) {
 
 TEST(GKSonar, TheFirstSubscriberSwitchesTheEmittersOnAfterASecond) {
   TestModules platform;
-  GKSonar sut(platform.broker);
+  GKSonar sut(platform.broker());
   sut.init();
   platform.sleep(30);
   platform.recorder->clear();
@@ -134,7 +134,7 @@ TEST(GKSonar, TheFirstSubscriberSwitchesTheEmittersOnAfterASecond) {
 
 TEST(GKSonar, TheLastSubscriberSwitchesTheEmittersOffAtOnce) {
   TestModules platform;
-  GKSonar sut(platform.broker);
+  GKSonar sut(platform.broker());
   sut.init();
   sut.subscribe("test", 30, 0.0F);
   platform.recorder->clear();
@@ -146,7 +146,7 @@ TEST(GKSonar, TheLastSubscriberSwitchesTheEmittersOffAtOnce) {
 
 TEST(GKSonar, DetectsAlthoughTheSwitchOnWasRefused) {
   TestModules platform;
-  GKSonar sut(platform.broker);
+  GKSonar sut(platform.broker());
   sut.init();
   platform.recorder->clear();
   platform.faults->fail(GKOperation::DcmSet, "");
@@ -160,7 +160,7 @@ TEST(GKSonar, DetectsAlthoughTheSwitchOnWasRefused) {
 
 TEST(GKSonar, StopsAlthoughTheSwitchOffWasRefused) {
   TestModules platform;
-  GKSonar sut(platform.broker);
+  GKSonar sut(platform.broker());
   sut.init();
   sut.subscribe("test", 30, 0.0F);
   platform.recorder->clear();
@@ -176,7 +176,7 @@ TEST(GKSonar, StopsAlthoughTheSwitchOffWasRefused) {
 
 TEST(GKSonar, IgnoresReadingsWhileNobodyIsSubscribed) {
   TestModules platform(TestPlatform::kMemoryOnly);
-  GKSonar sut(platform.broker);
+  GKSonar sut(platform.broker());
   sut.init();
   platform.recorder->clear();
   sut.dataChanged(0.5F, 0.5F);
@@ -339,7 +339,7 @@ TEST(GKSonar, RepeatsEventsWhenTheSecondsHaveAdvancedByTwo) {
 
 TEST(GKSonar, WithDcmTheStartCountsAsTheLastRaise) {
   TestModules platform;
-  GKSonar sut(platform.broker);
+  GKSonar sut(platform.broker());
   sut.init();
   sut.subscribe("test", 30, 0.0F);
   platform.recorder->clear();

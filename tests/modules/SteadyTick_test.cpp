@@ -65,7 +65,7 @@ TEST_F(SteadyTickTest, AllocatesNothing) {
 
 TEST_F(SteadyTickTest, AllocatesNothingBetweenTheEventsOfTheSonar) {
   load();
-  platform.broker->getProxy("GKSonar", 0)->callVoid("subscribe", std::string("client"));
+  platform.broker()->getProxy("GKSonar", 0)->callVoid("subscribe", std::string("client"));
   platform.sleep(30000);
   platform.recorder->clear();
   // Without obstacles the sonar repeats itself now and then. Right after that there is time.
@@ -78,7 +78,7 @@ TEST_F(SteadyTickTest, AllocatesNothingBetweenTheEventsOfTheSonar) {
 
 TEST_F(SteadyTickTest, AllocationsAreSeen) {
   loadAndTick();
-  platform.insert("Device/SubDeviceList/ChestBoard/Button/Sensor/Value", 1.0f);
+  platform.set("Device/SubDeviceList/ChestBoard/Button/Sensor/Value", 1.0f);
   EXPECT_GT(allocationsOf(*this, 1), 0u);
 }
 

@@ -35,7 +35,8 @@ protected:
   void set(const GKValue& value) { sut->set(value, GKCaller::Module); }
 
   TestPlatform platform;
-  boost::shared_ptr<DCM> sut = boost::dynamic_pointer_cast<DCM>(platform.broker->findModule("DCM"));
+  boost::shared_ptr<DCM> sut =
+      boost::dynamic_pointer_cast<DCM>(platform.broker()->findModule("DCM"));
 };
 
 TEST_F(DCMTest, TimeIsMillisecondsSinceTheStartPlusTheOffset) {
@@ -116,7 +117,7 @@ TEST_F(DCMTest, OrderOfAWrongShapeIsRefusedAndWritesNothing) {
     SCOPED_TRACE(i);
     EXPECT_THAT(errorOf([&] { set(wrong[i]); }), IsError("DCM", "set", _));
   }
-  EXPECT_EQ(platform.store->find(kKey), nullptr);
+  EXPECT_EQ(platform.store()->find(kKey), nullptr);
   EXPECT_THAT(platform.recorder->all(), IsEmpty());
 }
 
@@ -129,7 +130,7 @@ TEST_F(DCMTest, BoundFormsDoTheSame) {
 }
 
 TEST_F(DCMTest, ProxyDoesTheSame) {
-  DCMProxy proxy(platform.broker);
+  DCMProxy proxy(platform.broker());
 
   EXPECT_EQ(proxy.getTime(7), 7);
   proxy.set(order({command(4.0f, 100)}));
@@ -138,23 +139,23 @@ TEST_F(DCMTest, ProxyDoesTheSame) {
 }
 
 TEST_F(DCMTest, TheBrokerGivesASpecialisedProxy) {
-  const auto proxy = platform.broker->getSpecialisedProxy<DCMProxy>(DCM::kName);
+  const auto proxy = platform.broker()->getSpecialisedProxy<DCMProxy>(DCM::kName);
   EXPECT_EQ(proxy->getTime(7), 7);
-  EXPECT_THROW(platform.broker->getSpecialisedProxy<DCMProxy>(GKMemory::kName), GKError);
+  EXPECT_THROW(platform.broker()->getSpecialisedProxy<DCMProxy>(GKMemory::kName), GKError);
 }
 
 TEST(DCMProxy, IsAnErrorForAnotherModuleOfThatName) {
   TestPlatform platform(TestPlatform::kMemoryOnly);
-  boost::make_shared<GKModule>(platform.broker, "DCM")->initModule();
+  boost::make_shared<GKModule>(platform.broker(), "DCM")->initModule();
   EXPECT_THAT(
-      errorOf([&] { DCMProxy sut(platform.broker); }),
+      errorOf([&] { DCMProxy sut(platform.broker()); }),
       IsError("DCMProxy", "DCMProxy", "the module is not the device communication manager"));
 }
 
 TEST(DCMProxy, IsAnErrorWithoutTheModule) {
   const TestPlatform platform(TestPlatform::kMemoryOnly);
 
-  EXPECT_THAT(errorOf([&] { DCMProxy sut(platform.broker); }),
+  EXPECT_THAT(errorOf([&] { DCMProxy sut(platform.broker()); }),
               IsError("GKBroker", "getProxy", testing::HasSubstr("DCM")));
 }
 

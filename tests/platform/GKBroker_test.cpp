@@ -59,7 +59,7 @@ protected:
 
   std::vector<std::string> diary;
   TestPlatform platform{TestPlatform::kMemoryOnly};
-  boost::shared_ptr<GKBroker> sut = platform.broker;
+  boost::shared_ptr<GKBroker> sut = platform.broker();
 };
 
 TEST_F(BrokerTest, ProxyOfAnAbsentModuleIsAnErrorThatNamesIt) {

@@ -87,7 +87,7 @@ public:
 class SubscriptionTest : public testing::Test {
 protected:
   template <class M> boost::shared_ptr<M> add(const std::string& name) {
-    const auto module = boost::make_shared<M>(platform.broker, name);
+    const auto module = boost::make_shared<M>(platform.broker(), name);
     module->initModule();
     return module;
   }
@@ -337,13 +337,13 @@ TEST_F(SubscriptionTest, CallbacksThatUnsubscribeEachOtherComeToTheirEnd) {
 }
 
 TEST_F(SubscriptionTest, UnsubscribingWithoutASubscriptionLeavesNothingBehind) {
-  const std::size_t keys = platform.store->size();
+  const std::size_t keys = platform.store()->size();
   EXPECT_THROW(sut.unsubscribeToEvent("Never heard of", "Listener"), GKError);
 
-  EXPECT_EQ(platform.store->size(), keys);
+  EXPECT_EQ(platform.store()->size(), keys);
   sut.subscribeToEvent("A", "Listener", "onEvent");
-  EXPECT_EQ(platform.store->size(), keys);
-  EXPECT_EQ(platform.store->size(), platform.store->keys().size());
+  EXPECT_EQ(platform.store()->size(), keys);
+  EXPECT_EQ(platform.store()->size(), platform.store()->keys().size());
 }
 
 TEST_F(SubscriptionTest, UnsubscribingWithoutASubscriptionIsAnError) {
@@ -460,7 +460,7 @@ TEST_F(SubscriptionTest, AnExtractorIsLeftInPeaceUntilItIsInitialised) {
   add<Listener>("Other");
   LateExtractor::onDeclared = [this] { sut.subscribeToEvent("A", "Other", "onEvent"); };
 
-  const auto late = GKModule::createModule<LateExtractor>(platform.broker);
+  const auto late = GKModule::createModule<LateExtractor>(platform.broker());
   platform.sleep(0);
 
   EXPECT_THAT(late->calls, ElementsAre("ready", "subscribe Listener", "subscribe Other"));
@@ -470,10 +470,11 @@ TEST_F(SubscriptionTest, AnExtractorThatCannotBeInitialisedIsNotSubscribed) {
   sut.subscribeToEvent("A", "Listener", "onEvent");
   LateExtractor::onDeclared = [] { throw GKError("Late", "init", "no"); };
 
-  EXPECT_THROW(GKModule::createModule<LateExtractor>(platform.broker), GKError);
+  EXPECT_THROW(GKModule::createModule<LateExtractor>(platform.broker()), GKError);
   platform.sleep(0);
 
-  const auto late = boost::dynamic_pointer_cast<LateExtractor>(platform.broker->findModule("Late"));
+  const auto late =
+      boost::dynamic_pointer_cast<LateExtractor>(platform.broker()->findModule("Late"));
   EXPECT_THAT(late->calls, IsEmpty());
   EXPECT_FALSE(late->isInitialising());
 }
@@ -537,7 +538,7 @@ TEST_F(SubscriptionTest, SubscribesThroughBoundFormAndProxy) {
   raise("A", 1);
   platform.sleep(0);
   sut.callMethod("unsubscribeToEvent", {"A", "Listener"});
-  GKMemoryProxy proxy(platform.broker->getProxy("GKMemory", 0));
+  GKMemoryProxy proxy(platform.broker()->getProxy("GKMemory", 0));
   proxy.subscribeToEvent("B", "Listener", "onEvent");
   raise("B", 2);
   platform.sleep(0);
@@ -556,7 +557,7 @@ TEST_F(SubscriptionTest, ADeliveryUnderWayEndsBeforeTheModuleIsReleasedAndTheRes
   raise("A", 2);
   platform.sleep(0);
 
-  platform.broker->shutdown();
+  platform.broker()->shutdown();
 
   EXPECT_THAT(listener->delivered, ElementsAre("A 1 at 0"));
   EXPECT_EQ(GKClock::instance().elapsed(), 10'000);

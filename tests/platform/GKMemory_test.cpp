@@ -308,8 +308,8 @@ TEST_F(MemoryTest, InsertTellsOnWhoseBehalf) {
 TEST_F(MemoryTest, ProxiesCallOnBehalfOfAModule) {
   // A client's call has entered a module, which now calls on.
   const GKCallerScope scope(GKCaller::Client);
-  platform.broker->getProxy("GKMemory", 0)->callVoid("insertData", "key", 1);
-  platform.broker->getSpecialisedProxy<GKMemoryProxy>("GKMemory")->insertData("key", 2);
+  platform.broker()->getProxy("GKMemory", 0)->callVoid("insertData", "key", 1);
+  platform.broker()->getSpecialisedProxy<GKMemoryProxy>("GKMemory")->insertData("key", 2);
 
   for (const GKNotice& notice : platform.recorder->ofKind(Kind::Insert)) {
     EXPECT_EQ(notice.caller, GKCaller::Module);
@@ -334,7 +334,7 @@ TEST_F(MemoryTest, BoundFormsDoTheSame) {
 }
 
 TEST_F(MemoryTest, SpecialisedProxyTellsWhatThereIs) {
-  GKMemoryProxy proxy(platform.broker->getProxy("GKMemory", 0));
+  GKMemoryProxy proxy(platform.broker()->getProxy("GKMemory", 0));
   proxy.insertData("here/one", 1);
   proxy.insertData("there", 2);
   proxy.declareEvent("B", "Owner");
@@ -347,7 +347,7 @@ TEST_F(MemoryTest, SpecialisedProxyTellsWhatThereIs) {
 }
 
 TEST_F(MemoryTest, SpecialisedProxyDoesTheSame) {
-  GKMemoryProxy proxy(platform.broker->getProxy("GKMemory", 0));
+  GKMemoryProxy proxy(platform.broker()->getProxy("GKMemory", 0));
   proxy.declareEvent("Touched", "Owner");
   proxy.raiseEvent("Touched", 1);
   proxy.raiseMicroEvent("Sonar", 2);

@@ -56,14 +56,14 @@ protected:
 };
 
 TEST_F(CreateModule, RegistersThenInitialises) {
-  const boost::shared_ptr<Living> sut = GKModule::createModule<Living>(platform.broker);
+  const boost::shared_ptr<Living> sut = GKModule::createModule<Living>(platform.broker());
 
-  EXPECT_EQ(platform.broker->findModule("Living"), sut);
+  EXPECT_EQ(platform.broker()->findModule("Living"), sut);
   EXPECT_THAT(life.events, ElementsAre("construct", "init"));
 }
 
 TEST_F(CreateModule, BrokerKeepsTheModuleAlive) {
-  GKModule::createModule<Living>(platform.broker);
+  GKModule::createModule<Living>(platform.broker());
 
   EXPECT_THAT(life.events, ElementsAre("construct", "init"));
 }
@@ -71,16 +71,16 @@ TEST_F(CreateModule, BrokerKeepsTheModuleAlive) {
 TEST_F(CreateModule, ThrowingConstructorLeavesNothingBehind) {
   life.onConstruct = [] { throw GKError("Living", "Living", "no legs"); };
 
-  EXPECT_THAT(errorOf([this] { GKModule::createModule<Living>(platform.broker); }),
+  EXPECT_THAT(errorOf([this] { GKModule::createModule<Living>(platform.broker()); }),
               IsError("Living", "Living", "no legs"));
   EXPECT_THAT(life.events, ElementsAre("construct"));
-  EXPECT_FALSE(platform.broker->isModulePresent("Living"));
+  EXPECT_FALSE(platform.broker()->isModulePresent("Living"));
 }
 
 TEST_F(CreateModule, ErrorOfInitEndsTheModuleOnceAndReachesTheCaller) {
   life.onInit = [] { throw GKError("Living", "init", "no air", "place", 3); };
 
-  const GKError error = errorOf([this] { GKModule::createModule<Living>(platform.broker); });
+  const GKError error = errorOf([this] { GKModule::createModule<Living>(platform.broker()); });
 
   EXPECT_THAT(error, IsError("Living", "init", "no air"));
   EXPECT_STREQ(error.getFile(), "place");
@@ -90,8 +90,8 @@ TEST_F(CreateModule, ErrorOfInitEndsTheModuleOnceAndReachesTheCaller) {
 
 TEST_F(CreateModule, ModuleWithFailedInitStaysRegisteredAndIsNotEndedAgain) {
   life.onInit = [] { throw GKError("Living", "init", "no air"); };
-  EXPECT_THROW(GKModule::createModule<Living>(platform.broker), GKError);
-  EXPECT_TRUE(platform.broker->isModulePresent("Living"));
+  EXPECT_THROW(GKModule::createModule<Living>(platform.broker()), GKError);
+  EXPECT_TRUE(platform.broker()->isModulePresent("Living"));
 
   platform.shutdown();
 
@@ -102,27 +102,27 @@ TEST_F(CreateModule, OtherExceptionOfInitPassesUnchangedAndEndsNothing) {
   life.onInit = [] { throw std::out_of_range("7"); };
 
   try {
-    GKModule::createModule<Living>(platform.broker);
+    GKModule::createModule<Living>(platform.broker());
     FAIL() << "nothing was raised";
   } catch (const std::out_of_range& error) {
     EXPECT_STREQ(error.what(), "7");
   }
   EXPECT_THAT(life.events, ElementsAre("construct", "init"));
-  EXPECT_TRUE(platform.broker->isModulePresent("Living"));
+  EXPECT_TRUE(platform.broker()->isModulePresent("Living"));
 }
 
 TEST_F(CreateModule, ThrownThingThatIsNoExceptionClassPassesUnchanged) {
   life.onInit = [] { throw 42; };
 
-  EXPECT_THROW(GKModule::createModule<Living>(platform.broker), int);
+  EXPECT_THROW(GKModule::createModule<Living>(platform.broker()), int);
   EXPECT_THAT(life.events, ElementsAre("construct", "init"));
 }
 
 TEST_F(CreateModule, RefusedRegistrationDestroysTheModuleUninitialised) {
-  GKModule::createModule<Living>(platform.broker);
+  GKModule::createModule<Living>(platform.broker());
   life.events.clear();
 
-  EXPECT_THAT(errorOf([this] { GKModule::createModule<Living>(platform.broker); }),
+  EXPECT_THAT(errorOf([this] { GKModule::createModule<Living>(platform.broker()); }),
               IsError("GKBroker", "registerModule", HasSubstr("Living")));
   EXPECT_THAT(life.events, ElementsAre("construct", "destroy"));
 }
@@ -142,7 +142,7 @@ public:
 
 TEST(GKModule, DefaultsDoNothing) {
   const TestPlatform platform(TestPlatform::kNoServices);
-  const boost::shared_ptr<Plain> sut = GKModule::createModule<Plain>(platform.broker);
+  const boost::shared_ptr<Plain> sut = GKModule::createModule<Plain>(platform.broker());
 
   sut->execute();
   sut->exit();
@@ -156,7 +156,7 @@ TEST(GKModule, DefaultsDoNothing) {
 
 TEST(GKModule, StatusPageShowsNameAndDescription) {
   const TestPlatform platform(TestPlatform::kNoServices);
-  const boost::shared_ptr<Plain> sut = GKModule::createModule<Plain>(platform.broker);
+  const boost::shared_ptr<Plain> sut = GKModule::createModule<Plain>(platform.broker());
 
   sut->setModuleDescription("a < b & c\nd");
 

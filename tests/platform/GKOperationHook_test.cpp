@@ -37,12 +37,12 @@ protected:
   };
 
   OperationHookTest() {
-    platform.insert("key", 1);
+    platform.set("key", 1);
     const auto call = [this](const char* module, const char* method,
                              std::vector<GKValue> arguments) {
       return [this, module, method, arguments = std::move(arguments)] {
         const GKCallerScope scope(GKCaller::Client);
-        platform.broker->findModule(module)->callMethod(method, arguments);
+        platform.broker()->findModule(module)->callMethod(method, arguments);
       };
     };
     uses = {
@@ -64,8 +64,8 @@ protected:
          {"key", [this] { memory.getDataPtr("key"); },
           [this] { platform.memory().getDataPtr("key", GKCaller::Client); }}},
         {GKOperation::GetProxy,
-         {"DCM", [this] { platform.broker->getProxy("DCM", 0); },
-          [this] { platform.broker->findModule("DCM"); }}},
+         {"DCM", [this] { platform.broker()->getProxy("DCM", 0); },
+          [this] { platform.broker()->findModule("DCM"); }}},
         {GKOperation::DcmSet,
          {"", [this] { dcm.set(goodOrder()); }, call("DCM", "set", {goodOrder()})}},
         {GKOperation::EnableStateResource,
@@ -75,9 +75,9 @@ protected:
   }
 
   TestPlatform platform;
-  GKMemoryProxy memory{platform.broker->getProxy("GKMemory", 0)};
-  DCMProxy dcm{platform.broker};
-  boost::shared_ptr<GKProxy> resources = platform.broker->getProxy("GKResourceManager", 0);
+  GKMemoryProxy memory{platform.broker()->getProxy("GKMemory", 0)};
+  DCMProxy dcm{platform.broker()};
+  boost::shared_ptr<GKProxy> resources = platform.broker()->getProxy("GKResourceManager", 0);
   std::map<GKOperation, Use> uses;
 };
 
@@ -100,17 +100,18 @@ TEST_F(OperationHookTest, NothingThatClientsDoIsAskedFor) {
 }
 
 TEST_F(OperationHookTest, FailedOperationRaisesAndDoesNothingElse) {
-  const std::vector<std::string> keysBefore = platform.store->keys();
+  const std::vector<std::string> keysBefore = platform.store()->keys();
   for (const auto& [operation, use] : uses) {
     SCOPED_TRACE(static_cast<int>(operation));
     platform.faults->fail(operation, use.key);
     EXPECT_THAT(errorOf(use.byModule), IsError("Test", "before", "injected fault"));
   }
 
-  EXPECT_EQ(platform.store->keys(), keysBefore);
+  EXPECT_EQ(platform.store()->keys(), keysBefore);
   EXPECT_THAT(platform.memory().getEvents(), IsEmpty());
   EXPECT_THAT(platform.recorder->all(), IsEmpty());
-  EXPECT_THAT(platform.broker->findModule("GKResourceManager")
+  EXPECT_THAT(platform.broker()
+                  ->findModule("GKResourceManager")
                   ->callMethod("getEnabledStateResources", {})
                   .toArray(),
               IsEmpty());
@@ -128,7 +129,7 @@ TEST_F(OperationHookTest, OperationsWorkAgainAfterTheFault) {
 TEST_F(OperationHookTest, UseThatFailsByItselfIsAskedForToo) {
   EXPECT_THROW(memory.getData("ghost"), GKError);
   EXPECT_THROW(memory.getDataPtr("ghost"), GKError);
-  EXPECT_THROW(platform.broker->getProxy("Ghost", 0), GKError);
+  EXPECT_THROW(platform.broker()->getProxy("Ghost", 0), GKError);
   EXPECT_THROW(dcm.set(GKValue()), GKError);
 
   EXPECT_EQ(platform.faults->uses(GKOperation::GetData, "ghost"), 1);
@@ -140,7 +141,7 @@ TEST_F(OperationHookTest, UseThatFailsByItselfIsAskedForToo) {
 TEST_F(OperationHookTest, SpecialisedLookUpCountsOnce) {
   const int before = platform.faults->uses(GKOperation::GetProxy, "GKMemory");
 
-  platform.broker->getSpecialisedProxy<GKMemoryProxy>("GKMemory");
+  platform.broker()->getSpecialisedProxy<GKMemoryProxy>("GKMemory");
 
   EXPECT_EQ(platform.faults->uses(GKOperation::GetProxy, "GKMemory"), before + 1);
 }

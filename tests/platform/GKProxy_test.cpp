@@ -65,8 +65,8 @@ public:
 class ProxyTest : public testing::Test {
 protected:
   TestPlatform platform{TestPlatform::kNoServices};
-  boost::shared_ptr<Server> server = GKModule::createModule<Server>(platform.broker);
-  boost::shared_ptr<GKProxy> sut = platform.broker->getProxy("Server", 0);
+  boost::shared_ptr<Server> server = GKModule::createModule<Server>(platform.broker());
+  boost::shared_ptr<GKProxy> sut = platform.broker()->getProxy("Server", 0);
 };
 
 TEST_F(ProxyTest, CallConvertsArgumentsAndResult) {

@@ -18,7 +18,7 @@ class ResourceManagerTest : public testing::Test {
 protected:
   TestPlatform platform;
   boost::shared_ptr<GKResourceManager> sut = boost::dynamic_pointer_cast<GKResourceManager>(
-      platform.broker->findModule("GKResourceManager"));
+      platform.broker()->findModule("GKResourceManager"));
 };
 
 TEST_F(ResourceManagerTest, NothingIsEnabledAtFirst) {
@@ -57,7 +57,7 @@ TEST_F(ResourceManagerTest, ObserversSeeEachChangeAsAResource) {
 }
 
 TEST_F(ResourceManagerTest, BoundFormsDoTheSame) {
-  const boost::shared_ptr<GKProxy> proxy = platform.broker->getProxy("GKResourceManager", 0);
+  const boost::shared_ptr<GKProxy> proxy = platform.broker()->getProxy("GKResourceManager", 0);
 
   proxy->callVoid("enableStateResource", "Standing", true);
 

@@ -62,12 +62,12 @@ inline constexpr float kDrainCurrent = -1.0F;
 class BatteryPlatform : public TestModules {
 public:
   explicit BatteryPlatform(Services services = kMemoryOnly) : TestModules(services) {
-    insert(kCharge, 0.0F);
+    set(kCharge, 0.0F);
   }
 };
 
 inline boost::shared_ptr<GKBattery> make(TestPlatform& platform) {
-  auto sut = boost::make_shared<GKBattery>(platform.broker);
+  auto sut = boost::make_shared<GKBattery>(platform.broker());
   platform.recorder->clear();
   return sut;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "modules/extractor/GKMemoryFastAccess.h"
+#include "gk/GKMemoryFastAccess.h"
 
 namespace GK {
 

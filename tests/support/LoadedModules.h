@@ -1,7 +1,7 @@
 #pragma once
 
+#include "gk/GKExtractor.h"
 #include "gk/GKProxy.h"
-#include "modules/extractor/GKExtractor.h"
 #include "support/TestModules.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ namespace GK::test {
 /// loaded. Ticks happen at 0, 20, 40 ... ms; `load` returns at 0, before the first one.
 struct LoadedModules : testing::Test {
   /// Loads the modules. The test then stands at time 0, before the first tick.
-  void load() { ASSERT_EQ(_createModule(platform.broker), 0); }
+  void load() { ASSERT_EQ(_createModule(platform.broker()), 0); }
 
   /// Loads the modules and lets the first tick pass; the test then stands at 10 ms, between two
   /// ticks, and forgets what has happened.
@@ -29,7 +29,7 @@ struct LoadedModules : testing::Test {
   void tick(unsigned int count = 1) { platform.sleep(20 * count); }
 
   boost::shared_ptr<GKExtractor> sensors() {
-    return boost::dynamic_pointer_cast<GKExtractor>(platform.broker->findModule("GKSensors"));
+    return boost::dynamic_pointer_cast<GKExtractor>(platform.broker()->findModule("GKSensors"));
   }
 
   std::vector<GKValue> raised(const std::string& event) const {

@@ -1,11 +1,10 @@
 #pragma once
 
 #include "gk/GKObserver.h"
-#include "gk/GKValue.h"
+#include "gk/test/Matchers.h"
 #include "support/TestPlatform.h"
 #include "zu/log.h"
 
-#include <charconv>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -13,37 +12,7 @@
 
 namespace GK::test {
 
-/// A float with the fewest digits that read back to it, always with a point or an exponent.
-inline std::string textOf(float value) {
-  if (std::isnan(value)) {
-    return "nan"; // whatever its sign
-  }
-  char digits[64];
-  const std::string text(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
-  return text.find_first_of(".en") == std::string::npos ? text + ".0" : text;
-}
-
-inline std::string textOf(const GKValue& value) {
-  switch (value.type()) {
-  case GKValue::Type::Invalid:
-    return "invalid";
-  case GKValue::Type::Bool:
-    return value.toBool() ? "true" : "false";
-  case GKValue::Type::Int:
-    return std::to_string(value.toInt());
-  case GKValue::Type::Float:
-    return textOf(value.toFloat());
-  case GKValue::Type::String:
-    return "\"" + value.toString() + "\"";
-  case GKValue::Type::Array:
-    break;
-  }
-  std::string text = "[";
-  for (const GKValue& element : value.toArray()) {
-    text += (text.size() > 1 ? ", " : "") + textOf(element);
-  }
-  return text + "]";
-}
+using gk::test::textOf;
 
 /// What happened as one line of text, for example "event robotPoseChanged "Sit"" or
 /// "warning motion.gkfsr GKFsr: ...".

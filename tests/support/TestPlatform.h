@@ -9,6 +9,7 @@
 #include "gk/GKObserver.h"
 #include "gk/GKOperationHook.h"
 #include "gk/GKResourceManager.h"
+#include "gk/test/Platform.h"
 #include "zu/log.h"
 #include "zu/os.h"
 
@@ -152,78 +153,35 @@ private:
   std::map<std::pair<GKOperation, std::string>, int> fUses;
 };
 
-/// A whole platform without modules, on the virtual clock: broker manager, broker "test", memory
-/// service, and DCM and resource manager unless left out. What the test's thread does happens at
-/// the present virtual time; `sleep` lets the tasks run. One at a time in a process.
-class TestPlatform {
+/// The test kit's platform, with all that happens on it and with faults for its operations.
+class TestPlatform : public gk::test::Platform {
 public:
-  enum Services { kAllServices, kMemoryOnly, kNoServices };
-
-  /// 2026-01-01T00:00:00 UTC, in seconds since 1970.
-  static constexpr std::int64_t kEpoch = 1767225600;
-
-  explicit TestPlatform(Services services = kAllServices) {
-    zu::log::setConsoleLevel(0);
-    GKClock::install(makeVirtualClock(kEpoch));
+  explicit TestPlatform(Services services = kAllServices) : Platform(services) {
     GKObserverList::instance().add(recorder);
     GKOperationHook::install(faults);
-    GKBrokerManager::setInstance(manager);
-    broker = boost::make_shared<GKBroker>("test", manager);
-    manager->addBroker(broker);
-    if (services != kNoServices) {
-      fMemory = boost::make_shared<GKMemory>(broker, store);
-      fMemory->initModule();
-    }
-    if (services == kAllServices) {
-      boost::make_shared<DCM>(broker, store)->initModule();
-      boost::make_shared<GKResourceManager>(broker, store)->initModule();
-    }
   }
 
   ~TestPlatform() {
-    if (broker) {
-      broker->shutdown();
-    }
-    fMemory.reset();
-    broker.reset();
-    GKBrokerManager::setInstance(nullptr);
+    shutdown();
     GKOperationHook::install(nullptr);
     GKObserverList::instance().remove(recorder);
-    GKClock::install(nullptr);
   }
 
   TestPlatform(const TestPlatform&) = delete;
   TestPlatform& operator=(const TestPlatform&) = delete;
 
-  GKMemory& memory() { return *fMemory; }
-
-  /// Writes a key as the device layer does.
-  void insert(const std::string& key, const GKValue& value) { store->set(key, value); }
-
   /// Present value of a key; invalid when there is none.
   GKValue value(const std::string& key) const {
-    const GKMemoryCell* cell = store->find(key);
+    const GKMemoryCell* cell = store()->find(key);
     return cell != nullptr ? cell->load() : GKValue();
   }
 
-  /// Lets everything run for `milliseconds` of virtual time.
+  /// Lets everything run for `milliseconds` of virtual time. What is due at their end, and fell
+  /// asleep later than the test, happens afterwards.
   static void sleep(unsigned int milliseconds) { zu::os::msleep(milliseconds); }
 
-  /// Ends the present life of all modules, as a host does.
-  void shutdown() {
-    broker->shutdown();
-    fMemory.reset();
-    broker.reset();
-  }
-
-  const std::shared_ptr<GKMemoryStore> store = std::make_shared<GKMemoryStore>();
   const boost::shared_ptr<NoticeRecorder> recorder = boost::make_shared<NoticeRecorder>();
   const std::shared_ptr<FaultyOperations> faults = std::make_shared<FaultyOperations>();
-  const boost::shared_ptr<GKBrokerManager> manager = boost::make_shared<GKBrokerManager>();
-  boost::shared_ptr<GKBroker> broker;
-
-private:
-  boost::shared_ptr<GKMemory> fMemory;
 };
 
 } // namespace GK::test

@@ -1,4 +1,4 @@
-#include "modules/extractor/GKMemoryFastAccess.h"
+#include "gk/GKMemoryFastAccess.h"
 
 #include "gk/GKBroker.h"
 #include "gk/GKBrokerManager.h"

@@ -1,10 +1,10 @@
-#include "modules/extractor/GKExtractor.h"
+#include "gk/GKExtractor.h"
 
 #include "gk/GKBroker.h"
 #include "gk/GKMemory.h"
 #include "gk/GKMutex.h"
 #include "gk/GKProxy.h"
-#include "modules/extractor/GKExtractorParameters.h"
+#include "sdk/extractor/GKExtractorParameters.h"
 #include "zu/log.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "modules/extractor/GKExtractor.h"
+#include "gk/GKExtractor.h"
 
 namespace GK {
 

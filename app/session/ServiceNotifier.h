@@ -1,0 +1,44 @@
+#pragma once
+
+#include "gk/GKBroker.h"
+#include "gk/GKObserver.h"
+
+#include <boost/shared_ptr.hpp>
+
+#include <chrono>
+#include <string>
+
+namespace gk::app {
+
+/// Tells whoever started the host as a service how it is getting on, as sd_notify(3) describes:
+/// ready, alive with each tick of the sensor loop (at most twice in the time after which it would
+/// be taken for dead), stopping.
+class ServiceNotifier : public GK::GKObserver {
+public:
+  /// Null where nobody wants to know.
+  static boost::shared_ptr<ServiceNotifier> make();
+
+  ServiceNotifier(std::string address, std::chrono::microseconds patience);
+  ~ServiceNotifier() override;
+
+  /// The modules in `broker` are up. From now on ticks are told, once this is an observer.
+  void ready(const GK::GKBroker& broker, const std::string& status);
+  /// Any thread.
+  void stopping() const;
+
+  void onNotice(const GK::GKNotice&) override {}
+  void onTick(GK::GKMicros time, const GK::GKTask& task) override;
+
+private:
+  void xSend(const std::string& text) const;
+
+  const std::string fAddress;
+  /// Half of the time after which the host would be taken for dead; 0 when nobody waits.
+  const std::chrono::microseconds fPause;
+  const int fSocket;
+  /// Another library may have other loops: then each tells that the host lives.
+  bool fIsOneLoop = false;
+  std::chrono::steady_clock::time_point fLast;
+};
+
+} // namespace gk::app

@@ -1,0 +1,51 @@
+#!/bin/sh
+# Installs the packages on a bare system, made in a folder, uses them, and removes them again. As root.
+# Usage: package-test.sh PACKAGES ROOT
+set -eu
+cd "$(dirname "$0")/.."
+packages=$(realpath "$1")
+root=$2
+
+fail() {
+  echo "package-test: $*" >&2
+  exit 1
+}
+
+# What the packages say of themselves.
+lintian --fail-on error "$packages"/*.deb
+systemd-analyze security --offline=true --threshold=20 debian/gksensors.service >/dev/null ||
+  fail "the service is exposed by 2.0 or more"
+
+release=$(. /etc/os-release && echo "$VERSION_CODENAME")
+[ -x "$root/bin/sh" ] || debootstrap --variant=minbase "$release" "$root"
+# With a /proc that goes with the command.
+run() {
+  unshare -m sh -c 'mount -t proc proc "$1/proc"; root=$1; shift
+    exec chroot "$root" env DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 "$@"' - "$root" "$@"
+}
+mkdir -p "$root/packages"
+cp "$packages"/*.deb "$root/packages"
+cp examples/touched.jsonl "$root/packages"
+rm -f "$root"/packages/*-dbgsym_*
+run apt-get update -qq
+run sh -c 'apt-get install -y -qq --no-install-recommends /packages/*.deb man-db cmake g++ make libgmock-dev' >"$root/packages/log" 2>&1 ||
+  fail "$(cat "$root/packages/log")"
+
+run gk --version
+run gk test /packages/touched.jsonl
+run sh -c 'gk library check /usr/lib/*/gksensors/modules/libgksensors.so'
+run sh -c 'gk run --speed max --until 2 --quiet && gk run --config /etc/gksensors/gk.conf --speed max --no-listen --until 1'
+run man -w gk gk-run >/dev/null || fail "no page of the manual"
+[ -z "$(find "$root/etc/systemd" -name 'gksensors*' 2>/dev/null)" ] || fail "installing has enabled the service"
+run getent passwd gksensors >/dev/null || fail "the service has no user"
+[ "$(run stat -c %a /etc/gksensors/token)" = 600 ] || fail "others can read the token"
+# No file knows where it was built, nor where libraries are.
+! run sh -c 'readelf -d /usr/bin/gk /usr/lib/*/libgkplatform.so.0.2 | grep -E "RPATH|RUNPATH"' || fail "a path of the build is in a file"
+# Whoever writes modules has all that it takes.
+run sh -c 'cd /tmp && rm -rf GKMine && gk new module GKMine && cd GKMine && cmake -B build >/dev/null &&
+  cmake --build build >/dev/null && ctest --test-dir build | grep "tests passed"' || fail "a new module does not build"
+
+run sh -c 'apt-get purge -y -qq gksensors gksensors-modules libgkplatform0.2 libgkplatform-dev' >/dev/null 2>&1
+left=$(run sh -c 'find /usr /etc \( -name "*gksensors*" -o -name "*gkplatform*" \) -not -path "*/passwd*" -not -path "/etc/group*"')
+[ -z "$left" ] || fail "purging leaves $left"
+echo "the packages install, work, and go again"

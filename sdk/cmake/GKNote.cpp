@@ -1,0 +1,2 @@
+// The note of every module library, whatever its own sources include.
+#include "gk/GKModuleLibrary.h"
