@@ -3,7 +3,9 @@
 import select
 import socket
 import threading
+import time
 import warnings
+import weakref
 from types import TracebackType
 from typing import (
     Any,
@@ -141,6 +143,7 @@ class Listening(Generic[_T]):
     def __init__(self, host: "Host", stream: _wire.Stream, timeout: Optional[float]) -> None:
         self._host = host
         self._stream = stream
+        self._timeout = timeout
         self._frames = _wire.Frames()
         self._is_closed = False
         self._link = _Link(host.address)
@@ -155,7 +158,7 @@ class Listening(Generic[_T]):
                 self._frames.send(text.encode())
             while not stream.is_ready:
                 self._pump()
-            self._link.socket.settimeout(timeout)
+            self._link.socket.settimeout(None)
         except BaseException:
             self.close()
             raise
@@ -164,14 +167,21 @@ class Listening(Generic[_T]):
         return self
 
     def __next__(self) -> _T:
+        end = None if self._timeout is None else time.monotonic() + self._timeout
         while not self._stream.found:
             if self._is_closed:
                 raise StopIteration
             try:
+                if end is not None:
+                    # Much of what a host says is not what is waited for.
+                    left = end - time.monotonic()
+                    if left <= 0.0:
+                        raise TimeoutError
+                    self._link.socket.settimeout(left)
                 self._pump()
             except TimeoutError:
                 raise TimeoutError("nothing came within the time-out") from None
-            except (ConnectionError, ValueError):
+            except OSError:
                 if self._is_closed:
                     raise StopIteration from None
                 raise
@@ -224,7 +234,7 @@ class Host:
         self._lock = threading.Lock()
         self._link: Optional[_Link] = None
         self._is_closed = False
-        self._listening: "set[Any]" = set()
+        self._listening: "weakref.WeakSet[Any]" = weakref.WeakSet()
 
     def call(self, method: str, *args: Any) -> Any:
         """Calls "Module.method" and waits for its result. Raises CallError with the module's text."""

@@ -208,11 +208,13 @@ def lines(arguments: Sequence[str]) -> Iterator[bytes]:
 
 _PLACE = re.compile(r"^(.+?):(\d+): (.*)$")
 _PREFIX = "gk: "
+# What a run says at its end.
+SUM = re.compile(r"^([\d.]+) s, (\d+) ticks, (\d+) events in ([\d.]+) s, .* times real time$")
 
 
 def said(text: str) -> str:
-    """The last line that tells something, without the program's name before it."""
-    told = [line for line in text.splitlines() if line.strip()]
+    """The last line that complains, without the program's name before it."""
+    told = [line for line in text.splitlines() if line.strip() and not SUM.match(line)]
     last = told[-1] if told else "it said nothing"
     return last[len(_PREFIX) :] if last.startswith(_PREFIX) else last
 

@@ -3,7 +3,6 @@
 import html
 import json
 import os
-import re
 import tempfile
 import warnings
 from typing import (
@@ -25,14 +24,14 @@ import numpy as np
 from ._columns import TIME, Samples, load
 from ._errors import ExpectationFailed, InputError
 from ._html import count, table
-from ._program import Finished, PathLike, Paths, fail, listed, paths, run, said
+from ._program import SUM, Finished, PathLike, Paths, fail, listed, paths, run, said
 from ._values import Event, LogLine, dumps, event_of, loads, plain
 
 if TYPE_CHECKING:
     import pandas
 
-_SUM = re.compile(r"^([\d.]+) s, (\d+) ticks, (\d+) events in ([\d.]+) s, .* times real time$")
 _UNHELD = 3
+_COUNTS = {"count", "atLeast", "atMost"}
 # Members of expectations that Python writes in another way.
 _MEMBERS = {"for_": "for", "at_least": "atLeast", "at_most": "atMost"}
 
@@ -188,7 +187,7 @@ class Run:
         failures = []
         statistics = Statistics(0.0, 0, 0, 0.0)
         for line in ended.complaints:
-            total = _SUM.match(line)
+            total = SUM.match(line)
             if total is not None:
                 seconds, ticks, events, wall = total.groups()
                 statistics = Statistics(float(seconds), int(ticks), int(events), float(wall))
@@ -272,7 +271,8 @@ class Run:
         value, above, below, absent, tolerance, level
             What it has to be.
         t : float, optional
-            When, in seconds of the run. Without it: at some time, for counts and calls.
+            When, in seconds of the run. Without it an event is expected at some time, at least
+            once; counts, orders and calls have none.
         within : float
             So many seconds later than `t` will do (0.1 when left out).
         for_ : float
@@ -304,6 +304,8 @@ class Run:
     def _hold(self, kind: str, t: Optional[float], members: Dict[str, Any]) -> None:
         wanted = {_MEMBERS.get(name, name): plain(value) for name, value in members.items()}
         line: Dict[str, Any] = {} if t is None else {"t": float(t)}
+        if kind == "expect" and t is None and "event" in wanted and not _COUNTS & wanted.keys():
+            wanted["atLeast"] = 1
         line[kind] = wanted
         with tempfile.TemporaryDirectory(prefix="gksensors-") as folder:
             scenario = os.path.join(folder, "expectation.jsonl")

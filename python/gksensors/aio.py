@@ -72,6 +72,43 @@ class connect:
         await self._host.close()
 
 
+class _within:
+    """Raises TimeoutError when what is done in its block takes longer, for ever with None.
+
+    `asyncio.wait_for` of Pythons before 3.12 loses a cancellation that comes just when what it
+    waits for is done, and `asyncio.timeout` is not there before 3.11.
+    """
+
+    def __init__(self, seconds: Optional[float]) -> None:
+        self._seconds = seconds
+        self._has_expired = False
+        self._timer: Optional[asyncio.TimerHandle] = None
+
+    async def __aenter__(self) -> None:
+        if self._seconds is not None:
+            task = asyncio.current_task()
+            assert task is not None
+            self._timer = asyncio.get_running_loop().call_later(self._seconds, self._expire, task)
+
+    def _expire(self, task: "asyncio.Task[Any]") -> None:
+        self._has_expired = True
+        task.cancel()
+
+    async def __aexit__(
+        self,
+        kind: Optional[Type[BaseException]],
+        error: Optional[BaseException],
+        traceback: Optional[TracebackType],
+    ) -> None:
+        if self._timer is not None:
+            self._timer.cancel()
+        if self._has_expired and kind is asyncio.CancelledError:
+            task = asyncio.current_task()
+            uncancel = getattr(task, "uncancel", None)  # since 3.11
+            if uncancel is None or uncancel() == 0:
+                raise TimeoutError("nothing came within the time-out") from None
+
+
 class _Link:
     def __init__(self, reader: asyncio.StreamReader, writer: asyncio.StreamWriter) -> None:
         self._reader = reader
@@ -80,10 +117,8 @@ class _Link:
     @classmethod
     async def open(cls, address: Address) -> "_Link":
         try:
-            connecting = asyncio.open_connection(address.name, address.port)
-            return cls(*await asyncio.wait_for(connecting, _PATIENCE))
-        except asyncio.TimeoutError as error:
-            raise ConnectionError(f"no host answers at {address}") from error
+            async with _within(_PATIENCE):
+                return cls(*await asyncio.open_connection(address.name, address.port))
         except OSError as error:
             raise ConnectionError(f"no host answers at {address}: {error}") from error
 
@@ -156,7 +191,8 @@ class Listening(Generic[_T]):
         self._link = link = await _Link.open(self._host.address)
         self._host._listening.add(self)
         try:
-            await asyncio.wait_for(self._subscribe(link), _PATIENCE)
+            async with _within(_PATIENCE):
+                await self._subscribe(link)
         except BaseException:
             self._link = None
             self._host._listening.discard(self)
@@ -197,15 +233,15 @@ class Listening(Generic[_T]):
         if self._is_closed:
             raise StopAsyncIteration
         link = self._link if self._link is not None else await self._open()
-        while not self._stream.found:
-            try:
-                await asyncio.wait_for(self._pump(link), self._timeout)
-            except asyncio.TimeoutError:
-                raise TimeoutError("nothing came within the time-out") from None
-            except ConnectionError:
-                if self._is_closed:
-                    raise StopAsyncIteration from None
-                raise
+        try:
+            async with _within(self._timeout):
+                # Much of what a host says is not what is waited for.
+                while not self._stream.found:
+                    await self._pump(link)
+        except ConnectionError:
+            if self._is_closed:
+                raise StopAsyncIteration from None
+            raise
         return cast(_T, self._stream.found.pop(0))
 
     async def close(self) -> None:
