@@ -124,7 +124,9 @@ class ScenarioItem(pytest.Item):
     """All of its expectations, and its golden file where there is one."""
 
     def runtest(self) -> None:
-        ended = run(["test", "--", str(self.path)])
+        # As people would type it.
+        path = os.path.relpath(self.path)
+        ended = run(["test", "--", str(self.path) if path.startswith("..") else path])
         if ended.code == _FAILED:
             raise ExpectationFailed(ended.out.decode(errors="replace").rstrip())
         if ended.code != 0:

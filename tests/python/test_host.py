@@ -1,7 +1,9 @@
 """Running hosts, asked and listened to, in threads and in event loops."""
 
 import asyncio
+import json
 import os
+import socket
 import threading
 
 import pytest
@@ -155,9 +157,7 @@ def test_a_host_with_a_token_wants_it(tmp_path):
         host.stop()
 
 
-def test_what_is_no_host_is_a_connection_error(tmp_path):
-    import socket
-
+def test_what_is_no_host_is_a_connection_error():
     server = socket.create_server(("127.0.0.1", 0))
 
     def answer():
@@ -210,10 +210,11 @@ def test_coroutines_give_the_same(host_address):
 def test_a_cancelled_task_leaves_the_host_usable(host_address):
     async def main():
         host = await gksensors.aio.connect(host_address)
+        other = await gksensors.aio.connect(host_address)
         slow = asyncio.ensure_future(host.call("GKSonar.subscribe", "me"))
-        while host._link is None or not host._lock.locked():
-            await asyncio.sleep(0)
-        await asyncio.sleep(0.05)
+        about = gksensors.aio.Request("GET", "/api/v1/host")
+        while json.loads(await other._request(about))["callsRunning"] == 0:
+            pass
         slow.cancel()
         with pytest.raises(asyncio.CancelledError):
             await slow
@@ -230,6 +231,7 @@ def test_a_cancelled_task_leaves_the_host_usable(host_address):
         with pytest.raises(asyncio.CancelledError):
             await listening
         await host.close()
+        await other.close()
 
     run(main())
 
