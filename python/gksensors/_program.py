@@ -11,7 +11,8 @@ import tempfile
 import threading
 import weakref
 from pathlib import Path
-from typing import IO, Iterable, Iterator, List, NoReturn, Optional, Sequence, Union
+from types import FrameType
+from typing import IO, Any, Iterable, Iterator, List, NoReturn, Optional, Sequence, Tuple, Union
 
 from ._errors import Error, InputError, ProgramError
 
@@ -67,6 +68,31 @@ def paths(files: Optional[Paths]) -> List[str]:
     return [os.fspath(file) for file in files]
 
 
+class _Uninterrupted:
+    """Holds Ctrl-C back while a process begins: one that is interrupted in that is nobody's."""
+
+    def __init__(self) -> None:
+        self._handler: Any = None
+        self._noted: Optional[Tuple[int, Optional[FrameType]]] = None
+
+    def _note(self, number: int, frame: Optional[FrameType]) -> None:
+        self._noted = (number, frame)
+
+    def __enter__(self) -> None:
+        # Signals are the main thread's.
+        if threading.current_thread() is threading.main_thread():
+            handler = signal.getsignal(signal.SIGINT)
+            if callable(handler):
+                self._handler = handler
+                signal.signal(signal.SIGINT, self._note)
+
+    def __exit__(self, *error: object) -> None:
+        if self._handler is not None:
+            signal.signal(signal.SIGINT, self._handler)
+            if self._noted is not None:
+                self._handler(*self._noted)
+
+
 class Child:
     """A process of ``gk`` behind an object of this package. It ends with this process.
 
@@ -75,24 +101,30 @@ class Child:
     """
 
     _living: "weakref.WeakSet[Child]" = weakref.WeakSet()
-    _lock = threading.Lock()
+    _lock = threading.RLock()  # taken again by what garbage collection ends meanwhile
 
     def __init__(self, arguments: Sequence[str], *, takes_input: bool = False) -> None:
-        self._errors: IO[bytes] = tempfile.TemporaryFile(prefix="gksensors-")
         self.is_foreign = False
+        self._errors: IO[bytes] = tempfile.TemporaryFile(prefix="gksensors-")
+        self.process: "subprocess.Popen[bytes]"
         try:
-            self.process = subprocess.Popen(
-                [find_program(), *arguments],
-                stdin=subprocess.PIPE if takes_input else subprocess.DEVNULL,
-                stdout=subprocess.PIPE,
-                stderr=self._errors,
-                bufsize=0,
-            )
+            command = [find_program(), *arguments]
+            with _Uninterrupted():
+                self.process = subprocess.Popen(
+                    command,
+                    stdin=subprocess.PIPE if takes_input else subprocess.DEVNULL,
+                    stdout=subprocess.PIPE,
+                    stderr=self._errors,
+                    bufsize=0,
+                )
+                with Child._lock:
+                    Child._living.add(self)
         except BaseException:
-            self._errors.close()
+            self.close()
             raise
-        with Child._lock:
-            Child._living.add(self)
+
+    def __del__(self) -> None:
+        self.close()
 
     def stop(self, patience: float = 0.0) -> None:
         """Ends the process, if it does not end by itself within `patience` seconds. Any thread."""
@@ -119,8 +151,9 @@ class Child:
 
     def close(self) -> None:
         """Ends the process at once and forgets what it said."""
-        self.stop()
-        if not self.is_foreign:
+        if hasattr(self, "process"):
+            self.stop()
+        if hasattr(self, "_errors") and not self.is_foreign:
             self._errors.close()
 
     def errors(self) -> str:
@@ -151,7 +184,7 @@ class Child:
 
     @classmethod
     def _after_fork(cls) -> None:
-        cls._lock = threading.Lock()
+        cls._lock = threading.RLock()
         for child in list(cls._living):
             child._leave_to_parent()
         cls._living = weakref.WeakSet()

@@ -4,7 +4,6 @@ import json
 import math
 import os
 import threading
-import weakref
 from collections import deque
 from types import TracebackType
 from typing import Any, Deque, Dict, Iterable, List, Mapping, NoReturn, Optional, Type, Union, overload
@@ -84,8 +83,6 @@ class Simulation:
         self._rest = b""
         self._end: Optional[Exception] = None
         self._child = Child([*arguments, "--", *played], takes_input=True)
-        self._finalizer = weakref.finalize(self, self._child.close)
-        self._finalizer.atexit = False  # processes end together then
         stdin, stdout = self._child.process.stdin, self._child.process.stdout
         assert stdin is not None and stdout is not None
         self._in = stdin.fileno()
@@ -246,9 +243,8 @@ class Simulation:
         with self._lock:
             if self._end is None:
                 self._end = Error("the simulation is closed")
-            if self._finalizer.alive:
-                self._child.stop(_END_PATIENCE)
-                self._finalizer()
+            self._child.stop(_END_PATIENCE)
+            self._child.close()
 
     def __enter__(self) -> "Simulation":
         return self

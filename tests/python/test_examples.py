@@ -49,7 +49,8 @@ def test_a_running_host_is_plotted_live(host_address, monkeypatch):
     assert len(shown) == 2 and all(count > 0 for count in shown.values())
 
 
-def test_a_suite_of_tests_for_a_robot_passes():
-    ended = run("-m", "pytest", "-q", "-p", "no:cacheprovider", EXAMPLES / "robot_tests")
+def test_a_suite_of_tests_for_a_robot_passes(tmp_path):
+    quietly = ["-q", "-p", "no:cacheprovider", "--basetemp", tmp_path / "of_the_suite"]
+    ended = run("-m", "pytest", *quietly, EXAMPLES / "robot_tests")
     assert ended.returncode == 0, ended.stdout
     assert "7 passed" in ended.stdout

@@ -140,15 +140,17 @@ TEST_F(ColumnFileTest, MoreRowsThanAreWrittenAtOnceAreAllThere) {
 }
 
 TEST_F(ColumnFileTest, AnotherTypeATextAndAMissingIntAreToldWithTheirKey) {
-  const auto changed = make({"a"});
+  auto changed = make({"a"});
   changed->add(0, {{"a", 1}});
   changed->add(1'020'000, {{"a", 1.0F}});
   changed->add(1'040'000, {{"a", "later ones are not told"}});
   EXPECT_EQ(complaintOf(*changed),
             "cannot write " + path + ": at 1.020 s a has another type than before: float");
-  const auto text = make({"b"});
+  changed.reset();
+  auto text = make({"b"});
   text->add(0, {{"b", "text"}});
   EXPECT_EQ(complaintOf(*text), "cannot write " + path + ": at 0.000 s b is no number but: string");
+  text.reset();
   const auto missing = make({"int"});
   missing->add(0, {});
   EXPECT_THAT(complaintOf(*missing), HasSubstr("int is not there"));
