@@ -91,7 +91,8 @@ class Samples(Mapping[str, "npt.NDArray[Any]"]):
     def __eq__(self, other: object) -> bool:
         return self is other
 
-    __hash__ = None  # type: ignore[assignment]
+    def __hash__(self) -> int:
+        return id(self)
 
     def to_pandas(self) -> "pandas.DataFrame":
         """A DataFrame with a column a key; the index "time" is in seconds."""

@@ -1,5 +1,6 @@
 """A running host, asked and listened to."""
 
+import os
 import select
 import socket
 import threading
@@ -70,9 +71,18 @@ class _Link:
             self.socket = socket.create_connection((address.name, address.port), _PATIENCE)
         except OSError as error:
             raise ConnectionError(f"no host answers at {address}: {error}") from error
+        self._process = os.getpid()
         self.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         self.socket.settimeout(None)
         self.rest = b""
+
+    def __del__(self) -> None:
+        if hasattr(self, "socket"):
+            self.close()
+
+    def is_ours(self) -> bool:
+        """False in a child of `os.fork`, whose parent goes on with this connection."""
+        return self._process == os.getpid()
 
     def send(self, data: bytes) -> None:
         try:
@@ -119,8 +129,9 @@ class _Link:
 
     def close(self) -> None:
         try:
-            # Whoever reads in another thread wakes up.
-            self.socket.shutdown(socket.SHUT_RDWR)
+            if self.is_ours():
+                # Whoever reads in another thread wakes up.
+                self.socket.shutdown(socket.SHUT_RDWR)
         except OSError:
             pass
         self.socket.close()
@@ -350,7 +361,7 @@ class Host:
             if self._is_closed:
                 raise ConnectionError("the connection is closed")
             # A host closes connections on which nothing comes for a while.
-            if self._link is not None and self._link.has_ended():
+            if self._link is not None and (not self._link.is_ours() or self._link.has_ended()):
                 self._drop()
             if self._link is None:
                 self._link = _Link(self.address)

@@ -3,6 +3,7 @@
 import html
 import json
 import os
+import re
 import tempfile
 import warnings
 from typing import (
@@ -31,6 +32,7 @@ if TYPE_CHECKING:
     import pandas
 
 _UNHELD = 3
+_FAILURE = re.compile(r"^.+:\d+: expected ")
 _COUNTS = {"count", "atLeast", "atMost"}
 # Members of expectations that Python writes in another way.
 _MEMBERS = {"for_": "for", "at_least": "atLeast", "at_most": "atMost"}
@@ -193,7 +195,7 @@ class Run:
                 statistics = Statistics(float(seconds), int(ticks), int(events), float(wall))
             elif line.startswith("gk: "):
                 warnings.warn(said(line), stacklevel=4)
-            elif ended.code == _UNHELD:
+            elif ended.code == _UNHELD and _FAILURE.match(line):
                 failures.append(line)
         return statistics, tuple(failures)
 

@@ -124,6 +124,25 @@ def test_threads_share_a_connection(host):
     assert [host.get(f"Mine/Thread{number}") for number in range(4)] == [49] * 4
 
 
+def test_a_fork_has_a_connection_of_its_own(host):
+    host.set("Mine/Fork", 1)
+    events = host.events("Mine*", timeout=20)
+    child = os.fork()
+    if child == 0:
+        code = 1
+        try:
+            host.set("Mine/Fork", 2)
+            events.close()
+            host.close()
+            code = 0
+        finally:
+            os._exit(code)
+    assert os.waitpid(child, 0)[1] == 0
+    assert host.get("Mine/Fork") == 2
+    host.call(*RAISE, 3.0)
+    assert next(events).value == 3.0
+
+
 def test_a_large_value_goes_both_ways(host):
     text = "ü" * 30_000
     host.set("Mine/Large", text)

@@ -76,6 +76,13 @@ def test_samples_outlive_the_run_and_cannot_be_written(data):
         array[0] = 1.0
 
 
+def test_runs_go_to_other_processes(data):
+    run = gksensors.replay(data / "imu_fall_forward.csv", sample=KEY)
+    other = pickle.loads(pickle.dumps(run))
+    assert other.events == run.events and repr(other) == repr(run)
+    np.testing.assert_array_equal(other.samples[KEY], run.samples[KEY])
+
+
 def test_a_float_that_is_not_there_yet_is_nan(tmp_path):
     path = scenario(
         tmp_path,
