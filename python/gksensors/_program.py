@@ -12,7 +12,7 @@ import threading
 import weakref
 from pathlib import Path
 from types import FrameType
-from typing import IO, Any, Iterable, Iterator, List, NoReturn, Optional, Sequence, Tuple, Union
+from typing import IO, Any, Generator, Iterable, List, NoReturn, Optional, Sequence, Tuple, Union
 
 from ._errors import Error, InputError, ProgramError
 
@@ -213,14 +213,14 @@ def run(arguments: Sequence[str]) -> Finished:
     child = Child(arguments)
     try:
         assert child.process.stdout is not None
-        out = child.process.stdout.readall()  # type: ignore[attr-defined]
+        out = child.process.stdout.read()
         code = child.process.wait()
         return Finished(code, out, child.errors())
     finally:
         child.close()
 
 
-def lines(arguments: Sequence[str]) -> Iterator[bytes]:
+def lines(arguments: Sequence[str]) -> Generator[bytes, None, None]:
     """The lines that ``gk`` writes, as they come. Whoever stops reading ends the process."""
     child = Child(arguments)
     try:

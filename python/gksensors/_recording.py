@@ -118,7 +118,7 @@ class Recording:
                 return int(loads(line)["log_time"])
             return 0
         finally:
-            reading.close()  # type: ignore[attr-defined]
+            reading.close()
 
     def to_pandas(self, topic: str) -> "pandas.DataFrame":
         """The messages of a topic as a table: a column for each member, the time as its index."""
