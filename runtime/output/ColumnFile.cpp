@@ -63,7 +63,8 @@ std::string headerOf(std::string text, bool isAscii) {
   constexpr std::size_t magicSize = 8;
   constexpr std::size_t shortSize = 2;
   constexpr std::size_t longSize = 4;
-  const bool isShort = isAscii && text.size() + alignment <= std::numeric_limits<std::uint16_t>::max();
+  const bool isShort =
+      isAscii && text.size() + alignment <= std::numeric_limits<std::uint16_t>::max();
   const std::size_t sizeSize = isShort ? shortSize : longSize;
   const std::size_t taken = magicSize + sizeSize + text.size() + 1;
   text.append((alignment - taken % alignment) % alignment, ' ');
