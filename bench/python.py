@@ -18,17 +18,20 @@ HOUR = 3600.0  # s
 TICK = 0.02  # s
 COLUMNS = 25
 REPEATS = 5
-STEPS = 5000
+STEPS = 5
+ROUNDS = 2500
 
 
-def least(work, repeats=REPEATS):
-    """The shortest of some times, in seconds: what the machine does besides only adds to it."""
-    times = []
+def least(*works, repeats=REPEATS):
+    """The shortest of some times of each, in seconds, taken in turns: what the machine does besides
+    only adds to it."""
+    times = [[] for _ in works]
     for _ in range(repeats):
-        begin = time.perf_counter()
-        work()
-        times.append(time.perf_counter() - begin)
-    return min(times)
+        for work, found in zip(works, times):
+            begin = time.perf_counter()
+            work()
+            found.append(time.perf_counter() - begin)
+    return [min(found) for found in times]
 
 
 def tell(what, found, limit, unit):
@@ -54,8 +57,7 @@ def columns(folder):
         samples = gksensors.replay(path, sample=keys).samples
         assert len(samples) == COLUMNS and samples[keys[-1]][-1] >= 0.0
 
-    alone = least(program)
-    whole = least(package)
+    alone, whole = least(program, package)
     print(f"  gk {alone:.2f} s, Python {whole:.2f} s")
     return tell("an hour of 25 columns: Python's time over gk's", whole / alone, 1.3, "x")
 
@@ -64,25 +66,21 @@ def mapping(folder):
     """A million samples in memory."""
     path = os.path.join(folder, "million.npy")
     np.save(path, np.zeros(1_000_000, [("time", "<f8"), *((f"k{c}", "<f4") for c in range(COLUMNS))]))
-    return tell("a million samples mapped", least(lambda: gksensors.load(path)) * 1e3, 10.0, "ms")
+    return tell("a million samples mapped", least(lambda: gksensors.load(path))[0] * 1e3, 10.0, "ms")
 
 
 def steps():
     """A step through Python beside one long step of the same time."""
     with gksensors.Simulation() as sim:
         sim.step(1.0)
-        many = one = 0.0
-        # In turns: the machine is not equally fast at all times.
-        for _ in range(10):
-            begin = time.perf_counter()
-            for _ in range(STEPS // 10):
+
+        def many():
+            for _ in range(STEPS):
                 sim.step(TICK)
-            middle = time.perf_counter()
-            sim.step(TICK * STEPS / 10)
-            many += middle - begin
-            one += time.perf_counter() - middle
-    print(f"  a step {many / STEPS * 1e6:.0f} us, of it physics and modules {one / STEPS * 1e6:.0f} us")
-    return tell("Simulation.step(0.02) over the physics", (many - one) / STEPS * 1e6, 60.0, "us")
+
+        steps, one = (found / STEPS for found in least(many, lambda: sim.step(TICK * STEPS), repeats=ROUNDS))
+    print(f"  a step {steps * 1e6:.0f} us, of it physics and modules {one * 1e6:.0f} us")
+    return tell("Simulation.step(0.02) over the physics", (steps - one) * 1e6, 60.0, "us")
 
 
 def cases(folder):
@@ -100,8 +98,8 @@ def cases(folder):
         command = [sys.executable, "-m", "pytest", "-q", "-p", "no:cacheprovider", path, *chosen]
         subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
 
-    one = least(lambda: run("-k", "test[0]"), 2)
-    return tell("a case of pytest with an expectation", (least(run, 2) - one) / 39 * 1e3, 50.0, "ms")
+    one, forty = least(lambda: run("-k", "test[0]"), run)
+    return tell("a case of pytest with an expectation", (forty - one) / 39 * 1e3, 50.0, "ms")
 
 
 def main():
