@@ -35,7 +35,9 @@ def least(*works, repeats=REPEATS):
 
 
 def tell(what, found, limit, unit):
-    print(f"{what:<58} {found:8.2f} {unit}, limit {limit:g} {'' if found <= limit else '  TOO MUCH'}")
+    print(
+        f"{what:<58} {found:8.2f} {unit}, limit {limit:g} {'' if found <= limit else '  TOO MUCH'}"
+    )
     return found <= limit
 
 
@@ -65,8 +67,12 @@ def columns(folder):
 def mapping(folder):
     """A million samples in memory."""
     path = os.path.join(folder, "million.npy")
-    np.save(path, np.zeros(1_000_000, [("time", "<f8"), *((f"k{c}", "<f4") for c in range(COLUMNS))]))
-    return tell("a million samples mapped", least(lambda: gksensors.load(path))[0] * 1e3, 10.0, "ms")
+    np.save(
+        path, np.zeros(1_000_000, [("time", "<f8"), *((f"k{c}", "<f4") for c in range(COLUMNS))])
+    )
+    return tell(
+        "a million samples mapped", least(lambda: gksensors.load(path))[0] * 1e3, 10.0, "ms"
+    )
 
 
 def steps():
@@ -78,7 +84,9 @@ def steps():
             for _ in range(STEPS):
                 sim.step(TICK)
 
-        steps, one = (found / STEPS for found in least(many, lambda: sim.step(TICK * STEPS), repeats=ROUNDS))
+        steps, one = (
+            found / STEPS for found in least(many, lambda: sim.step(TICK * STEPS), repeats=ROUNDS)
+        )
     print(f"  a step {steps * 1e6:.0f} us, of it physics and modules {one * 1e6:.0f} us")
     return tell("Simulation.step(0.02) over the physics", (steps - one) * 1e6, 60.0, "us")
 

@@ -1,4 +1,4 @@
-"""Makes the wheel of gksensors, for `pip install ./python`: what PEP 517 and PEP 660 ask of a backend.
+"""Makes the wheel for `pip install ./python`: what PEP 517 and PEP 660 ask of a backend.
 
 A pure package without generated files needs no more than a zip archive of itself. That keeps the
 installation free of downloads, and the folder free of what builds leave behind.

@@ -37,7 +37,9 @@ def cost(leaning: Leaning) -> float:
     with gksensors.Simulation(noise=False) as sim:
         sim.step(0.5)
         stand = sim.get([actuator(side, joint) for side in "LR" for joint in JOINTS])
-        lean = {actuator(side, joint): angle for side in "LR" for joint, angle in zip(JOINTS, leaning)}
+        lean = {
+            actuator(side, joint): angle for side in "LR" for joint, angle in zip(JOINTS, leaning)
+        }
         sim["Simulation/Push/X"] = PUSH
         for share in np.linspace(0.1, 1.0, 10):  # slowly: it should not fall by that
             sim.set({key: stand[key] + share * lean[key] for key in lean})

@@ -30,7 +30,9 @@ def falls_of(path: Path) -> List[Fall]:
 
 
 def main(folder: str, picture: str) -> int:
-    files = sorted(path for end in ("*.csv", "*.csv.gz", "*.mcap") for path in Path(folder).rglob(end))
+    files = sorted(
+        path for end in ("*.csv", "*.csv.gz", "*.mcap") for path in Path(folder).rglob(end)
+    )
     with ThreadPoolExecutor() as pool:  # each replay is a process of its own
         falls = [fall for found in pool.map(falls_of, files) for fall in found]
     print(f"{len(falls)} falls in {len(files)} recordings")

@@ -80,7 +80,14 @@ class Diff:
 
     def _repr_html_(self) -> str:
         most = 100
-        head = ("kind", "name", f"time in {self._sides[0]}", "value", f"time in {self._sides[1]}", "value")
+        head = (
+            "kind",
+            "name",
+            f"time in {self._sides[0]}",
+            "value",
+            f"time in {self._sides[1]}",
+            "value",
+        )
         more = len(self.differences) - most
         rest = f"<p>and {count(more, 'difference')} more</p>" if more > 0 else ""
         return f"<p>{html.escape(repr(self))}</p>" + table(head, self.differences[:most]) + rest

@@ -4,7 +4,7 @@ from typing import Optional, Sequence
 
 
 class Error(Exception):
-    """Something that was asked of ``gk`` could not be done. The base of the errors of this package."""
+    """What was asked of ``gk`` could not be done. The base of the errors of this package."""
 
 
 class InputError(Error, ValueError):

@@ -248,14 +248,16 @@ class Host:
         self._listening: "weakref.WeakSet[Any]" = weakref.WeakSet()
 
     def call(self, method: str, *args: Any) -> Any:
-        """Calls "Module.method" and waits for its result. Raises CallError with the module's text."""
+        """Calls "Module.method" and waits for its result. Raises CallError with its text."""
         return _wire.call_result(self._request(_wire.call_request(method, args)))
 
     @overload
-    def get(self, keys: str) -> Any: ...
+    def get(self, keys: str) -> Any:
+        ...
 
     @overload
-    def get(self, keys: Iterable[str]) -> Dict[str, Any]: ...
+    def get(self, keys: Iterable[str]) -> Dict[str, Any]:
+        ...
 
     def get(self, keys: Union[str, Iterable[str]]) -> Any:
         """The value of one key, or a dict of those of many, without keys that are not there.
@@ -273,10 +275,12 @@ class Host:
         return values
 
     @overload
-    def set(self, key: str, value: Any) -> None: ...
+    def set(self, key: str, value: Any) -> None:
+        ...
 
     @overload
-    def set(self, key: Mapping[str, Any]) -> None: ...
+    def set(self, key: Mapping[str, Any]) -> None:
+        ...
 
     def set(self, key: Union[str, Mapping[str, Any]], value: Any = None) -> None:
         """Writes one key, or those of a mapping. Raises CallError for what a key does not take."""

@@ -297,7 +297,9 @@ class Run:
         self._hold("expect", t, members)
 
     def never(self, *, t: Optional[float] = None, **members: Any) -> None:
-        """Checks that something did not happen from `t` on, for `for_` seconds; else in all the run.
+        """Checks that something did not happen from `t` on, for `for_` seconds.
+
+        Without `for_` it is the rest of the run, without `t` all of it.
 
         The members are those of a scenario's "never"; see `expect`.
         """
@@ -346,5 +348,3 @@ class Run:
             + table(("time", "kind", "name", "value"), rows)
             + rest
         )
-
-

@@ -6,7 +6,19 @@ import os
 import threading
 from collections import deque
 from types import TracebackType
-from typing import Any, Deque, Dict, Iterable, List, Mapping, NoReturn, Optional, Type, Union, overload
+from typing import (
+    Any,
+    Deque,
+    Dict,
+    Iterable,
+    List,
+    Mapping,
+    NoReturn,
+    Optional,
+    Type,
+    Union,
+    overload,
+)
 
 from ._errors import CallError, Error, ProgramError
 from ._program import Child, Finished, Paths, fail, foreign, paths, said
@@ -151,10 +163,12 @@ class Simulation:
         raise TypeError("a simulation has too many keys to go through; get() takes a list of keys")
 
     @overload
-    def get(self, keys: str) -> Any: ...
+    def get(self, keys: str) -> Any:
+        ...
 
     @overload
-    def get(self, keys: Iterable[str]) -> Dict[str, Any]: ...
+    def get(self, keys: Iterable[str]) -> Dict[str, Any]:
+        ...
 
     def get(self, keys: Union[str, Iterable[str]]) -> Any:
         """The value of one key, or a dict of those of many, without keys that are not there.
@@ -166,10 +180,12 @@ class Simulation:
         return self._ask("Memory.get", [list(keys)])
 
     @overload
-    def set(self, key: str, value: Any) -> None: ...
+    def set(self, key: str, value: Any) -> None:
+        ...
 
     @overload
-    def set(self, key: Mapping[str, Any]) -> None: ...
+    def set(self, key: Mapping[str, Any]) -> None:
+        ...
 
     def set(self, key: Union[str, Mapping[str, Any]], value: Any = None) -> None:
         """Writes one key, or those of a mapping at once."""
@@ -196,7 +212,10 @@ class Simulation:
             self.set(key, False)
 
     def push(self, x: float, y: float, seconds: float = 0.2) -> None:
-        """Pushes the robot with so many N, forwards (x) and to its left (y), for so long; time passes."""
+        """Pushes the robot with so many N, ahead (x) and to its left (y), for so long.
+
+        Time passes.
+        """
         with self._lock:
             self.set({"Simulation/Push/X": float(x), "Simulation/Push/Y": float(y)})
             self.step(seconds)
@@ -308,7 +327,9 @@ class Simulation:
 
     def _send(self, method: str, params: str) -> int:
         self._number += 1
-        text = f'{{"jsonrpc":"2.0","id":{self._number},"method":{dumps(method)},"params":{params}}}\n'
+        text = (
+            f'{{"jsonrpc":"2.0","id":{self._number},"method":{dumps(method)},"params":{params}}}\n'
+        )
         self._write(text.encode())
         return self._number
 

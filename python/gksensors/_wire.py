@@ -1,4 +1,7 @@
-"""Bytes between a host and its clients: HTTP, WebSocket, and the messages in it. No input or output."""
+"""Bytes between a host and its clients: HTTP, WebSocket, and the messages in it.
+
+Nothing here reads or writes: threads and event loops share it.
+"""
 
 import base64
 import fnmatch
@@ -238,7 +241,9 @@ class Frames:
             self.out += struct.pack(">BQ", 0x80 | 127, size)
         self.out += mask
         whole = (mask * (size // 4 + 1))[:size]
-        self.out += (int.from_bytes(data, "big") ^ int.from_bytes(whole, "big")).to_bytes(size, "big")
+        self.out += (int.from_bytes(data, "big") ^ int.from_bytes(whole, "big")).to_bytes(
+            size, "big"
+        )
 
     def feed(self, data: bytes) -> List[Union[str, bytes]]:
         """The messages that are complete with these bytes. Raises ConnectionError at the end."""
@@ -251,7 +256,9 @@ class Frames:
             is_last, kind, payload = frame
             if kind == _CLOSE:
                 why = payload[2:].decode(errors="replace")
-                raise ConnectionError("the host has ended the connection" + (f": {why}" if why else ""))
+                raise ConnectionError(
+                    "the host has ended the connection" + (f": {why}" if why else "")
+                )
             if kind == _PING:
                 self.send(payload, _PONG)
             elif kind != _PONG:
@@ -337,4 +344,6 @@ class Stream:
             return
         told = loads(message[_MESSAGE_HEAD:])
         if is_meant(told["name"], self._patterns):
-            self.found.append(Event(float(told["t_s"]), told["name"], told.get("value"), told["kind"]))
+            self.found.append(
+                Event(float(told["t_s"]), told["name"], told.get("value"), told["kind"])
+            )

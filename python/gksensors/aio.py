@@ -143,7 +143,9 @@ class _Link:
         try:
             head = await self._reader.readuntil(b"\r\n\r\n")
             response = Response.parse(head[:-4])
-            body = b"" if response.status == 101 else await self._reader.readexactly(response.length)
+            body = (
+                b"" if response.status == 101 else await self._reader.readexactly(response.length)
+            )
         except (OSError, asyncio.IncompleteReadError, asyncio.LimitOverrunError) as error:
             raise ConnectionError(f"the host has gone: {error}") from error
         return response, body
@@ -280,14 +282,16 @@ class Host:
         self._listening: "set[Any]" = set()
 
     async def call(self, method: str, *args: Any) -> Any:
-        """Calls "Module.method" and waits for its result. Raises CallError with the module's text."""
+        """Calls "Module.method" and waits for its result. Raises CallError with its text."""
         return _wire.call_result(await self._request(_wire.call_request(method, args)))
 
     @overload
-    async def get(self, keys: str) -> Any: ...
+    async def get(self, keys: str) -> Any:
+        ...
 
     @overload
-    async def get(self, keys: Iterable[str]) -> Dict[str, Any]: ...
+    async def get(self, keys: Iterable[str]) -> Dict[str, Any]:
+        ...
 
     async def get(self, keys: Union[str, Iterable[str]]) -> Any:
         """The value of one key (else KeyError), or a dict of those of many that are there."""
@@ -302,10 +306,12 @@ class Host:
         return values
 
     @overload
-    async def set(self, key: str, value: Any) -> None: ...
+    async def set(self, key: str, value: Any) -> None:
+        ...
 
     @overload
-    async def set(self, key: Mapping[str, Any]) -> None: ...
+    async def set(self, key: Mapping[str, Any]) -> None:
+        ...
 
     async def set(self, key: Union[str, Mapping[str, Any]], value: Any = None) -> None:
         """Writes one key, or those of a mapping. Raises CallError for what a key does not take."""

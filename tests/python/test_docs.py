@@ -1,4 +1,7 @@
-"""docs/python.md, from top to bottom in one interpreter: every block runs and prints what its comments say."""
+"""docs/python.md, from top to bottom in one interpreter.
+
+Every block runs and prints what its comments say.
+"""
 
 import contextlib
 import io
@@ -50,7 +53,16 @@ def test_block(marks, text, names, host_address, tmp_path, monkeypatch):
     if "def test_" in text:
         (tmp_path / "test_page.py").write_text(text)
         ended = subprocess.run(
-            [sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "--basetemp", "base", "test_page.py"],
+            [
+                sys.executable,
+                "-m",
+                "pytest",
+                "-p",
+                "no:cacheprovider",
+                "--basetemp",
+                "base",
+                "test_page.py",
+            ],
             capture_output=True,
             text=True,
         )

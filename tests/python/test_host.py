@@ -30,7 +30,10 @@ def test_calls_keys_and_modules(host):
     host.set("Mine/ä b?", 0.1)
     assert host.get("Mine/ä b?") == 0.1
     host.set({"Mine/a": True, "Mine/c": [1, 2.5, None]})
-    assert host.get(["Mine/a", "Mine/c", "Mine/Nothing"]) == {"Mine/a": True, "Mine/c": [1, 2.5, None]}
+    assert host.get(["Mine/a", "Mine/c", "Mine/Nothing"]) == {
+        "Mine/a": True,
+        "Mine/c": [1, 2.5, None],
+    }
     assert "GKRobotPose" in [module.name for module in host.modules()]
     assert [module.is_extractor for module in host.modules() if module.name == "GKSonar"] == [True]
     assert "robotPose" in host.keys() and host.keys("*/AngleX/*") == [

@@ -34,7 +34,9 @@ def test_the_wheel_holds_the_package_and_nothing_else(tmp_path):
         assert wheel.testzip() is None
         names = wheel.namelist()
         record = wheel.read(f"gksensors-{backend.version()}.dist-info/RECORD").decode()
-    sources = {f"gksensors/{path.name}" for path in (PYTHON / "gksensors").iterdir() if path.is_file()}
+    sources = {
+        f"gksensors/{path.name}" for path in (PYTHON / "gksensors").iterdir() if path.is_file()
+    }
     assert {one for one in names if ".dist-info/" not in one} == sources
     assert "gksensors/py.typed" in sources
     assert [line.split(",")[0] for line in record.splitlines()] == names
@@ -44,7 +46,9 @@ def test_an_unpacked_wheel_works_as_a_package(tmp_path):
     backend = builder()
     with zipfile.ZipFile(tmp_path / backend.build_wheel(str(tmp_path))) as wheel:
         wheel.extractall(tmp_path / "site")
-    program = "import gksensors; print(gksensors.__version__, gksensors.__file__); gksensors.aio.connect"
+    program = (
+        "import gksensors; print(gksensors.__version__, gksensors.__file__); gksensors.aio.connect"
+    )
     environment = {**os.environ, "PYTHONPATH": str(tmp_path / "site")}
     out = subprocess.run(
         [sys.executable, "-c", program], env=environment, capture_output=True, text=True, check=True
@@ -55,7 +59,11 @@ def test_an_unpacked_wheel_works_as_a_package(tmp_path):
 def test_pip_installs_it_without_any_index(tmp_path):
     pytest.importorskip("pip")
     command = [sys.executable, "-m", "pip", "install", "--quiet", "--no-index", "--no-deps"]
-    environment = {**os.environ, "PIP_DISABLE_PIP_VERSION_CHECK": "1", "PIP_ROOT_USER_ACTION": "ignore"}
+    environment = {
+        **os.environ,
+        "PIP_DISABLE_PIP_VERSION_CHECK": "1",
+        "PIP_ROOT_USER_ACTION": "ignore",
+    }
     subprocess.run(
         [*command, "--target", str(tmp_path / "site"), str(PYTHON)],
         env=environment,
@@ -69,9 +77,12 @@ def test_pip_installs_it_without_any_index(tmp_path):
 def test_importing_takes_what_is_not_needed_along_only_when_it_is_used():
     program = (
         "import sys, gksensors\n"
-        "print([name for name in ('pandas', 'matplotlib', 'asyncio', 'pytest') if name in sys.modules])"
+        "names = ('pandas', 'matplotlib', 'asyncio', 'pytest')\n"
+        "print([name for name in names if name in sys.modules])"
     )
-    out = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True, check=True)
+    out = subprocess.run(
+        [sys.executable, "-c", program], capture_output=True, text=True, check=True
+    )
     assert out.stdout == "[]\n"
 
 
@@ -116,7 +127,8 @@ def test_the_build_folder_is_used_with_one_line():
     activate = os.environ.get("GK_ACTIVATE")
     if not activate:
         pytest.skip("no build folder")
-    shell = f'. {activate}; gk --version; "{sys.executable}" -c "import gksensors; print(gksensors.replay)"'
+    program = "import gksensors; print(gksensors.replay)"
+    shell = f'. {activate}; gk --version; "{sys.executable}" -c "{program}"'
     environment = {"PATH": "/usr/bin:/bin", "HOME": "/"}
     ended = subprocess.run(["sh", "-euc", shell], env=environment, capture_output=True, text=True)
     assert (ended.returncode, ended.stderr) == (0, "")

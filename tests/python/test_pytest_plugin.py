@@ -96,6 +96,6 @@ def test_the_program_is_an_option(project, monkeypatch):
     run(project, "-k", "test_file").assert_outcomes(failed=1)
     run(project, "-k", "test_file", f"--gk-program={program}").assert_outcomes(passed=1)
     monkeypatch.chdir(os.path.dirname(program))
-    run(project, "--rootdir", project.path, project.path, "-k", "test_file", "--gk-program=./gk").assert_outcomes(
-        passed=1
-    )
+    run(
+        project, "--rootdir", project.path, project.path, "-k", "test_file", "--gk-program=./gk"
+    ).assert_outcomes(passed=1)

@@ -38,7 +38,9 @@ def test_a_topic_as_a_table(night):
 
 def test_a_recording_at_a_glance(night):
     recording = gksensors.Recording(night)
-    assert repr(recording).startswith("<Recording night.mcap: 35 topics, 533 messages>"[:24])
+    messages = len(list(recording.messages()))
+    topics = len(recording.topics)
+    assert repr(recording) == f"<Recording night.mcap: {topics} topics, {messages} messages>"
     assert "<td>/imu</td>" in recording._repr_html_()
 
 
@@ -55,7 +57,12 @@ def test_differences_have_names_times_and_values(data):
     assert difference.differences == [
         gksensors.Difference("changed", "robotPoseChanged", 8.16, "Belly", 8.02, "Back")
     ]
-    assert (difference.missing, difference.extra, difference.changed, difference.moved) == (0, 0, 1, 0)
+    assert (difference.missing, difference.extra, difference.changed, difference.moved) == (
+        0,
+        0,
+        1,
+        0,
+    )
     assert difference.names["robotPoseChanged"]["changed"] == 1
     assert repr(difference) == "<Diff: 0 missing, 0 extra, 1 changed, 0 moved>"
     assert "imu_fall_forward.csv" in difference._repr_html_()
@@ -75,7 +82,9 @@ def test_tolerances(tmp_path):
 
 def test_differences_as_a_table(data):
     pytest.importorskip("pandas")
-    frame = gksensors.diff(data / "imu_fall_forward.csv", data / "imu_fall_backward.csv").to_pandas()
+    frame = gksensors.diff(
+        data / "imu_fall_forward.csv", data / "imu_fall_backward.csv"
+    ).to_pandas()
     assert frame.loc[0, "a_value"] == "Belly"
 
 

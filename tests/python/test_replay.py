@@ -23,7 +23,15 @@ def scenario(folder, *lines):
 def test_events_are_those_of_the_program_in_order(data):
     run = gksensors.replay(data / "imu_fall_forward.csv")
     out = subprocess.run(
-        [os.environ["GK_PROGRAM"], "replay", "--out", "-", "--only", "event,micro", data / "imu_fall_forward.csv"],
+        [
+            os.environ["GK_PROGRAM"],
+            "replay",
+            "--out",
+            "-",
+            "--only",
+            "event,micro",
+            data / "imu_fall_forward.csv",
+        ],
         capture_output=True,
         check=True,
     ).stdout
@@ -137,7 +145,8 @@ def test_options_reach_the_run(tmp_path, data):
     sonar = gksensors.replay(data / "us_wallrobot.csv", subscribe="GKSonar")
     assert any(event.name.startswith("Sonar") for event in sonar.events)
     assert not any(
-        event.name.startswith("Sonar") for event in gksensors.replay(data / "us_wallrobot.csv").events
+        event.name.startswith("Sonar")
+        for event in gksensors.replay(data / "us_wallrobot.csv").events
     )
 
 

@@ -24,7 +24,10 @@ from conftest import programs, wait_until
 def endless(tmp_path, monkeypatch):
     """A program in gk's place: tells its process id, and then nothing for ever."""
     path = tmp_path / "gk"
-    path.write_text(f"#!/bin/sh\necho $$ > {tmp_path}/pid.part\nmv {tmp_path}/pid.part {tmp_path}/pid\nexec sleep 1000\n")
+    path.write_text(
+        f"#!/bin/sh\necho $$ > {tmp_path}/pid.part\n"
+        f"mv {tmp_path}/pid.part {tmp_path}/pid\nexec sleep 1000\n"
+    )
     path.chmod(path.stat().st_mode | stat.S_IXUSR)
     monkeypatch.setenv("GK_PROGRAM", str(path))
     return tmp_path / "pid"
@@ -51,8 +54,7 @@ def test_a_killed_simulation_says_so_and_goes_on_saying_so():
     sim.close()
 
 
-def test_an_ended_simulation_tells_what_gk_said(tmp_path):
-    # A module library that ends the process would do the same.
+def test_a_simulation_that_was_ended_in_order_says_so():
     sim = gksensors.Simulation()
     os.kill(sim._child.process.pid, signal.SIGTERM)
     wait_until(lambda: sim._child.process.poll() is not None)
@@ -79,7 +81,9 @@ def test_an_exception_in_the_block_ends_its_process():
 
 @pytest.mark.parametrize("what", ["gksensors.Simulation()", "gksensors.replay('/dev/null')"])
 def test_ctrl_c_ends_the_process_behind(endless, what):
-    text = f"import gksensors\ntry:\n    {what}\nexcept KeyboardInterrupt:\n    print('interrupted')\n"
+    text = (
+        f"import gksensors\ntry:\n    {what}\nexcept KeyboardInterrupt:\n    print('interrupted')\n"
+    )
     python = subprocess.Popen([sys.executable, "-c", text], stdout=subprocess.PIPE, text=True)
     wait_until(endless.exists)
     python.send_signal(signal.SIGINT)
@@ -194,7 +198,7 @@ def test_who_stops_reading_messages_ends_the_process(night):
     assert programs() == []
 
 
-def test_a_simulation_is_closed_by_another_thread_while_it_works():
+def test_a_simulation_that_is_killed_while_it_works_is_an_error():
     sim = gksensors.Simulation()
     threading.Timer(0.05, lambda: os.kill(sim._child.process.pid, signal.SIGKILL)).start()
     with pytest.raises(gksensors.ProgramError):

@@ -82,7 +82,9 @@ def test_keys_are_read_and_written_as_items(sim):
     assert isinstance(sim[BOARD], int)
     sim["Simulation/Ambient/Temperature"] = np.float32(30.1)
     assert sim["Simulation/Ambient/Temperature"] == 30.1
-    sim.set({"Mine/Int": 3, "Mine/Text": "Grüße", "Mine/Array": [1, 2.5, "x", [True]], "Mine/Not": None})
+    sim.set(
+        {"Mine/Int": 3, "Mine/Text": "Grüße", "Mine/Array": [1, 2.5, "x", [True]], "Mine/Not": None}
+    )
     assert sim["Mine/Text"] == "Grüße"
     assert sim["Mine/Array"] == [1, 2.5, "x", [True]]
     assert sim["Mine/Not"] is None
@@ -96,7 +98,9 @@ def test_keys_are_read_and_written_as_items(sim):
         list(sim)
 
 
-@pytest.mark.parametrize("value", [float("inf"), float("-inf"), 0.1, 1e-30, -0.0, True, 7, np.int8(7)])
+@pytest.mark.parametrize(
+    "value", [float("inf"), float("-inf"), 0.1, 1e-30, -0.0, True, 7, np.int8(7)]
+)
 def test_values_come_back_as_they_went(sim, value):
     sim["Mine"] = value
     assert sim["Mine"] == value and isinstance(sim["Mine"], type(np.array(value).item()))
@@ -107,7 +111,9 @@ def test_nan_comes_back_as_it_went(sim):
     assert np.isnan(sim["Mine"])
 
 
-@pytest.mark.parametrize("value, error", [(2**31, OverflowError), ({}, TypeError), (1j, TypeError)])
+@pytest.mark.parametrize(
+    "value, error", [(2**31, OverflowError), ({}, TypeError), (1j, TypeError)]
+)
 def test_what_is_no_value_is_refused_before_it_is_sent(sim, value, error):
     with pytest.raises(error):
         sim["Mine"] = value

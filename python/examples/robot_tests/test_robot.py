@@ -27,7 +27,11 @@ def test_leaning_is_no_fall(gk_replay: GkReplay, degrees: float) -> None:
 
 
 def test_a_touch_is_told_once(gk_replay: GkReplay) -> None:
-    lines = [{"t": 1.0, "set": {HEAD: 1.0}}, {"t": 2.0, "set": {HEAD: 0.0}}, {"t": 3.0, "end": True}]
+    lines = [
+        {"t": 1.0, "set": {HEAD: 1.0}},
+        {"t": 2.0, "set": {HEAD: 0.0}},
+        {"t": 3.0, "end": True},
+    ]
     gk_replay(lines).expect(event="FrontTactilTouched", value=1.0, count=1)
 
 
