@@ -23,6 +23,7 @@ struct ReplayOptions {
   bool isAsInput = false;
   bool isWatching = false;
   std::string report;
+  std::string columns;
   /// 0: all files are one input.
   unsigned int jobs = 0;
 };
@@ -31,10 +32,15 @@ int replay(const ReplayOptions& options) {
   SessionView view;
   view.hasProgressBar = true;
   view.report = options.report;
+  view.columns = options.columns;
   SessionOptions session = options.session;
   try {
     const FileTests tests = readFileTests(session.files, session.isExpectingNothing);
     applyFileOptions(tests, session);
+    if (!view.columns.empty() && session.sample.empty()) {
+      fmt::print(stderr, "gk: --columns: needs --sample, which names the keys\n");
+      return kBadInput;
+    }
     return runReplay(session, tests, std::move(view), options.isAsInput);
   } catch (const formats::InputError& error) {
     fmt::print(stderr, "{}\n", error.what());
@@ -51,6 +57,10 @@ int replayEach(const ReplayOptions& options) {
   }
   if (!options.report.empty()) {
     fmt::print(stderr, "gk: --report: is about one run, and does not go with --jobs\n");
+    return kBadInput;
+  }
+  if (!options.columns.empty()) {
+    fmt::print(stderr, "gk: --columns: is of one run, and does not go with --jobs\n");
     return kBadInput;
   }
   std::vector<Job> jobs;
@@ -134,6 +144,10 @@ void addReplayCommand(const Command& program) {
       .option("--report", options->report,
               "Write a page with a time line, plots and counts to this file")
       .shows("FILE.html");
+  command
+      .option("--columns", options->columns,
+              "Write the values of --sample to this file as a table that numpy maps")
+      .shows("FILE.npy");
   command
       .option("-j,--jobs", options->jobs,
               "Replay each file by itself, N at a time, and show one line for each; --out then "

@@ -13,12 +13,14 @@
 #include "app/terminal/SignalWatch.h"
 #include "app/terminal/TerminalState.h"
 #include "app/terminal/Units.h"
+#include "devices/DeviceKeys.h"
 #include "formats/files/OutputFile.h"
 #include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
 #include "formats/text/NamePattern.h"
 #include "formats/text/Printable.h"
 #include "gateway/Gateway.h"
+#include "runtime/output/ColumnFile.h"
 #include "runtime/output/Outlet.h"
 #include "runtime/output/PrintedLines.h"
 #include "runtime/output/Reporter.h"
@@ -108,6 +110,10 @@ public:
           styleOf(options)));
       fPrinted.emplace(fReporters.back());
     }
+    if (!view.columns.empty()) {
+      fColumns = std::make_shared<runtime::ColumnFile>(
+          view.columns, formats::OutputFileOptions{inputs}, options.sample, devices::keyTypeOf);
+    }
     for (const SessionView::Extra& extra : view.extra) {
       xAdd(boost::make_shared<runtime::JsonReporter>(
           xQueue(std::make_unique<DescriptorOutlet>(extra.descriptor)), extra.kinds));
@@ -118,6 +124,7 @@ public:
     for (const auto& reporter : fReporters) {
       host.addReporter(reporter);
     }
+    host.addColumns(fColumns);
   }
 
   /// In real time: until then nothing is written, so that what else is said comes first.
@@ -145,6 +152,9 @@ public:
     for (const auto& reporter : fReporters) {
       reporter->finish();
       code = std::max(code, guarded([&] { reporter->outlet().commit(); }));
+    }
+    if (fColumns != nullptr) {
+      code = std::max(code, guarded([&] { fColumns->commit(); }));
     }
     for (const runtime::QueuedOutlet* queue : fQueues) {
       if (queue->dropped() > 0) {
@@ -186,6 +196,7 @@ private:
   const OpenLine fOpenLine;
   std::vector<boost::shared_ptr<runtime::Reporter>> fReporters;
   std::vector<runtime::QueuedOutlet*> fQueues;
+  std::shared_ptr<runtime::ColumnFile> fColumns;
   /// There is one standard output. Where all goes to a file, modules print there themselves.
   std::optional<runtime::PrintedLines> fPrinted;
 };

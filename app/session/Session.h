@@ -21,6 +21,8 @@ struct SessionView {
   bool hasProgressBar = false;
   /// Writes a report of the run to this file, if there is one.
   std::string report;
+  /// Writes what is sampled as columns to this file, if there is one.
+  std::string columns;
   /// Records the run.
   std::optional<runtime::RecorderOptions> record;
   /// Ends the run on SIGINT and SIGTERM, and after this time.

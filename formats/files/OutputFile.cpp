@@ -228,6 +228,18 @@ void OutputFile::write(std::string_view bytes) {
   }
 }
 
+void OutputFile::writeOver(std::string_view bytes) {
+  off_t place = 0;
+  while (!bytes.empty()) {
+    const ssize_t written = ::pwrite(fFile, bytes.data(), bytes.size(), place);
+    if (written < 0 && errno != EINTR) {
+      xFail(Kind::Write, textOf(errno));
+    }
+    bytes.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
+    place += std::max<ssize_t>(written, 0);
+  }
+}
+
 void OutputFile::xWaitForReader() {
   const Steady::time_point begin = Steady::now();
   pollfd writable{fFile, POLLOUT, 0};

@@ -49,6 +49,10 @@ public:
   /// Writes all of it, or raises; what was not written then is gone.
   void write(std::string_view bytes);
 
+  /// Writes over the file's first bytes, of which there are at least as many: what is known at the
+  /// end only. For files that have not appeared yet.
+  void writeOver(std::string_view bytes);
+
   /// What was written so far survives the loss of power, and so does the file's name once it has
   /// appeared.
   void sync();

@@ -477,6 +477,9 @@ void Host::xOnTick(GK::GKMicros time) {
     for (const auto& reporter : fReporters) {
       reporter->sample(time, *values);
     }
+    if (fColumns != nullptr) {
+      fColumns->add(time, *values);
+    }
   }
   fCalls->onTick();
   if (fOptions.endsWithInput && fOptions.replay == nullptr && fPlayer.isAtEnd() &&

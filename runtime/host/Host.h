@@ -19,6 +19,7 @@
 #include "runtime/host/Library.h"
 #include "runtime/host/Player.h"
 #include "runtime/host/Sampler.h"
+#include "runtime/output/ColumnFile.h"
 #include "runtime/output/Reporter.h"
 #include "runtime/recording/RunRecorder.h"
 #include "runtime/recording/RunReplay.h"
@@ -123,6 +124,9 @@ public:
   /// Adds somewhere to report to. Before `start`.
   void addReporter(boost::shared_ptr<Reporter> reporter);
 
+  /// Adds a table that gets what is sampled. Before `start`.
+  void addColumns(std::shared_ptr<ColumnFile> columns) { fColumns = std::move(columns); }
+
   /// Starts the services and the device layer and loads the libraries. Raises `LoadError`; what was
   /// loaded before stays until the shutdown. Raises `FormatError` when an extractor that is to be
   /// subscribed to is not among them.
@@ -221,6 +225,7 @@ private:
   Player fPlayer;
   std::unique_ptr<Input> fInput;
   std::vector<boost::shared_ptr<Reporter>> fReporters;
+  std::shared_ptr<ColumnFile> fColumns;
   boost::shared_ptr<Watch> fWatch;
   boost::shared_ptr<LoopStatistics> fLoops;
   Sampler fSampler;

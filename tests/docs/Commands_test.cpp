@@ -232,8 +232,8 @@ TEST_P(DocsPage, SaysWhatItsCommandsDo) {
 }
 
 TEST_P(DocsPage, MarksEveryBlockOfCommands) {
-  static const std::set<std::string> kLanguages = {"sh", "console", "jsonl", "cpp", "cmake", "toml",
-                                                "csv", "text"};
+  static const std::set<std::string> kLanguages = {"sh",   "console", "jsonl",  "cpp", "cmake",
+                                                   "toml", "csv",     "python", "text"};
   static const std::set<std::string> kMarks = {"host", "interrupted", "judges", "installs",
                                                "elsewhere"};
   static const std::regex kCommand(R"(^(\$ |(gk|make|curl|cmake|ctest|npm|ssh) ).*)");

@@ -47,6 +47,15 @@ protected:
   const TemporaryFolder fFolder;
 };
 
+TEST_F(OutputFileTest, WhatIsKnownAtTheEndIsWrittenOverTheBeginning) {
+  OutputFile sut(file("out"));
+  sut.write("0000 lines");
+  sut.writeOver("12");
+  sut.write(" more");
+  sut.appear();
+  EXPECT_EQ(readFile(file("out")), "1200 lines more");
+}
+
 TEST_F(OutputFileTest, AnEarlierFileIsUntouchedUntilTheNewOneAppears) {
   writeFile(file("out"), "earlier");
   OutputFile sut(file("out"));
