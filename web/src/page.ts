@@ -103,6 +103,8 @@ class Page {
   private heard = { time: 0, here: performance.now() / 1000 };
   private findings: Finding[] = [];
   private askedRate: number | undefined;
+  /** s without a change of any sensor's value. */
+  private silence: number | undefined;
   /** The present, and what of it came since the last look. */
   private present: RobotState = {};
   private news: RobotState = {};
@@ -424,6 +426,8 @@ class Page {
     const [loop] = Array.isArray(members["loops"]) ? (members["loops"] as unknown[]) : [];
     const asked = asMembers(asMembers(loop)["lastMinute"])["askedRate_hz"];
     this.askedRate = typeof asked === "number" ? asked : undefined;
+    const silence = asMembers(members["deviceKeys"])["age_s"];
+    this.silence = typeof silence === "number" ? silence : undefined;
     if (this.host?.source?.kind === "recording") {
       this.host = (await fetchHost().catch(() => undefined)) ?? this.host;
     }
@@ -772,6 +776,7 @@ class Page {
       this.host?.source,
       this.played,
       this.now,
+      this.silence,
     );
     // Without a robot that answers there is no world to move.
     byId("world").inert = link.kind !== "live";
@@ -781,7 +786,7 @@ class Page {
 }
 
 function poseText({ headline, detail }: PoseWords): string {
-  return detail === "" ? headline : `${headline} ${detail}`;
+  return detail === "" ? headline : `${headline}${detail.startsWith("for ") ? "" : ","} ${detail}`;
 }
 
 /** Keys that somebody types, or that move what has the focus. */

@@ -5,6 +5,9 @@ import { formatRunTime } from "./format.js";
 
 // How fresh what the page shows is, in words.
 
+/** s without a change of any sensor after which they count as silent: noise alone changes them. */
+const kSilentAfter = 5;
+
 /** ms without a value after which what is shown counts as old: 75 ticks of the sensor loop. */
 export const kStaleAfter = 1_500;
 
@@ -71,12 +74,14 @@ export function describeLink(
  * What a connection shows, where that is not a robot that lives: a recording that is run comes to its
  * end, one that is played stands still when it is told to.
  * @param now seconds of the run
+ * @param silence seconds since any sensor's value has changed
  */
 export function describeSource(
   link: Link,
   source: Source | undefined,
   playback: PlaybackState | undefined,
   now: number,
+  silence: number | undefined,
 ): Link {
   if (link.kind !== "live" && link.kind !== "stale") {
     return link;
@@ -90,7 +95,7 @@ export function describeSource(
     };
   }
   if (source?.kind !== "recording") {
-    return link;
+    return link.kind === "live" && (silence ?? 0) > kSilentAfter ? silent(silence ?? 0) : link;
   }
   const length = source.end === undefined ? "" : formatRunTime(source.end, 0);
   if (source.isEnded) {
@@ -107,6 +112,15 @@ export function describeSource(
         short: `Recording, ${formatRunTime(now, 0)}${length === "" ? "" : ` of ${length}`}`,
         explanation: "",
       };
+}
+
+/** The loop goes on, but what it reads stands still. */
+function silent(seconds: number): Link {
+  return {
+    kind: "ended",
+    short: "Ended",
+    explanation: `No sensor has told anything new for ${ageText(seconds * 1000)}: what is run has ended, or the robot is silent. What you see is its last moment.`,
+  };
 }
 
 function fileName(path: string): string {

@@ -144,12 +144,27 @@ export class Story {
       Object.assign(row, { value, last: time, count: row.count + 1, duration: undefined });
       return true;
     }
+    // A charge that sinks while nothing else happens is one line that goes on.
+    if (said.subject === "battery" && typeof value === "number" && row === this.lastNews()) {
+      Object.assign(row, { text: said.text, value, time, last: time });
+      return true;
+    }
     // A measure that changes all the time is one line with its newest value.
     if (said.importance === Importance.Background && time - row.last <= kRepeatWithin) {
       Object.assign(row, { text: said.text, value, last: time, count: row.count + 1 });
       return true;
     }
     return false;
+  }
+
+  /** The newest row that is worth a line by itself. */
+  private lastNews(): Row | undefined {
+    for (const row of this.present()) {
+      if (row.importance > Importance.Background) {
+        return row;
+      }
+    }
+    return undefined;
   }
 
   private isKnown(time: number, name: string, value: unknown): boolean {

@@ -21,7 +21,7 @@ export function readVerdict(list: unknown): Finding[] {
     .map(({ since, level, text, advice, subject }) => ({
       since: typeof since === "number" ? since : NaN,
       level: typeof level === "number" ? level : 1,
-      text: asText(text),
+      text: asText(text).replaceAll(/\bdegC\b/g, "°C"),
       advice: asText(advice),
       subject: asText(subject),
     }));

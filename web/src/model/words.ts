@@ -100,6 +100,11 @@ function keyOf(value: unknown): string {
 }
 
 function valueWords(value: unknown, { unit, digits }: EventWords): string {
-  const text = typeof value === "number" ? formatNumber(value, digits) : formatValue(value);
+  const text = typeof value === "number" ? formatNumber(value, digits) : shortened(value);
   return unit === "" ? text : `${text} ${unit}`;
+}
+
+/** Of a device's key its name is enough. */
+function shortened(value: unknown): string {
+  return formatValue(value).replace(/^Device\/(?:Sub)?DeviceList\/(\w+)\/.*/, "$1");
 }

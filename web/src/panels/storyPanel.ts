@@ -3,7 +3,7 @@ import { formatValue } from "../model/format.js";
 import type { RunClock } from "../model/runClock.js";
 import { rowWords, type Row, type Story } from "../model/story.js";
 import { Importance, kSubjects, kSubjectWords, type Subject } from "../model/words.js";
-import { h, setText, svg } from "../ui/dom.js";
+import { h, setAttribute, setText, svg } from "../ui/dom.js";
 import { recall, remember } from "../ui/memory.js";
 import { rove } from "../ui/roving.js";
 
@@ -167,8 +167,9 @@ export class StoryPanel {
   }
 
   private showAges(now: number): void {
-    for (const element of this.elements.values()) {
-      if (!element.showAge(now, this.cursor === undefined)) {
+    for (const item of this.list.children) {
+      const element = this.elements.get(Number((item as HTMLElement).dataset["id"]));
+      if (element?.showAge(now, this.cursor === undefined) === false) {
         break;
       }
     }
@@ -315,6 +316,7 @@ class RowElement {
     const level = kLevelNames[row.level] ?? "";
     setText(this.words, level === "" ? rowWords(row) : `${level}: ${row.text}`);
     this.element.classList.toggle("former", row.isFormer);
+    setAttribute(this.element, "data-time", String(row.time));
     const value = formatValue(row.value);
     this.button.title = `${row.name} ${value} · ${clock.exact(row.time)}`;
   }

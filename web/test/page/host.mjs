@@ -22,11 +22,12 @@ export async function startHost(port = 0, token = "", files = [], front = 0) {
   const host =
     program === undefined
       ? await startMockHost(port, token)
-      : await startProgram(program, port || (await freePort()), token, [
-          "run",
-          ...files,
-          "--no-tour",
-        ]);
+      : await startProgram(
+          program,
+          port || (await freePort()),
+          token,
+          files.length > 0 ? ["run", ...files] : ["run", "--no-tour"],
+        );
   return withPage(host, front);
 }
 

@@ -422,13 +422,13 @@ test("a recording is played on the same line of time", async () => {
   try {
     const { page: other, problems: wrong } = await openPage(
       browser,
-      `${played.url}?t=2.5&speed=0.5`,
+      `${played.url}?t=0.8&speed=0.5`,
     );
     await other
       .getByText(/^Paused|^Playing/)
       .first()
       .waitFor();
-    await other.locator(".place", { hasText: /^0:02\.5 of/ }).waitFor();
+    await other.locator(".place", { hasText: /^0:00\.8 of/ }).waitFor();
     await other.locator("#feet .answer", { hasText: "floor" }).waitFor();
     assert.equal(await other.locator("#world").isVisible(), false);
     await other.locator("body").press("Home");

@@ -93,7 +93,7 @@ const stale = { kind: "stale", short: "Stale", explanation: "old" } as const;
 const recording = { kind: "recording", file: "/data/fall.csv", end: 65, isEnded: false } as const;
 
 test("a recording that is run is no robot that lives, and says how far it is", () => {
-  const { kind, short } = describeSource(live, recording, undefined, 31.4);
+  const { kind, short } = describeSource(live, recording, undefined, 31.4, 0);
   assert.equal(kind, "recording");
   assert.equal(short, "Recording, 0:31 of 1:05");
 });
@@ -104,6 +104,7 @@ test("a recording that has ended is not stale but over", () => {
     { ...recording, isEnded: true },
     undefined,
     70,
+    5,
   );
   assert.equal(kind, "ended");
   assert.match(explanation, /^The recording fall\.csv has ended at 1:05\./);
@@ -122,7 +123,7 @@ test("a recording that is played stands still without being stale", () => {
     recordedAt: 0,
     isIndexed: true,
   };
-  assert.deepEqual(describeSource(stale, undefined, state, 3), {
+  assert.deepEqual(describeSource(stale, undefined, state, 3, 99), {
     kind: "playback",
     short: "Paused night.mcap",
     explanation: "",
@@ -131,5 +132,10 @@ test("a recording that is played stands still without being stale", () => {
 
 test("a lost host is lost, whatever it showed", () => {
   const lost = { kind: "lost", short: "Not connected", explanation: "x" } as const;
-  assert.equal(describeSource(lost, recording, undefined, 0), lost);
+  assert.equal(describeSource(lost, recording, undefined, 0, 0), lost);
+});
+
+test("sensors that tell nothing new for more than five seconds have ended", () => {
+  assert.equal(describeSource(live, undefined, undefined, 9, 5), live);
+  assert.equal(describeSource(live, undefined, undefined, 9, 5.1).kind, "ended");
 });

@@ -28,6 +28,24 @@ function words(): Words {
         subject: "sonar",
       },
       {
+        name: "BatteryChargeChanged",
+        sentence: "Battery at {value}",
+        values: {},
+        unit: "%",
+        digits: 0,
+        importance: 1,
+        subject: "battery",
+      },
+      {
+        name: "HotJoinDetected",
+        sentence: "Board {value} is too hot",
+        values: {},
+        unit: "",
+        digits: 0,
+        importance: 3,
+        subject: "temperatures",
+      },
+      {
         name: "robotPoseChanged",
         sentence: "Pose: {value}",
         values: { Belly: "Lies on its belly" },
@@ -103,6 +121,22 @@ test("the same again within five seconds is a repeat, later it is news", () => {
   assert.deepEqual(lines(), ["Something on the left at 0.50 m, 2 times"]);
   raise(10.1, "SonarLeftDetected", 0.5);
   assert.equal(lines().length, 2);
+});
+
+test("a charge that sinks while nothing else happens is one line", () => {
+  const { raise, lines } = make();
+  raise(0, "BatteryChargeChanged", 99);
+  raise(40, "BatteryChargeChanged", 98);
+  assert.deepEqual(lines(), ["Battery at 98 %"]);
+  raise(50, "robotPoseChanged", "Sit");
+  raise(80, "BatteryChargeChanged", 97);
+  assert.deepEqual(lines(), ["Battery at 97 %", "Pose: Sit", "Battery at 98 %"]);
+});
+
+test("of a device's key the name is enough", () => {
+  const { raise, lines } = make();
+  raise(0, "HotJoinDetected", "Device/DeviceList/HeadBoard/Error");
+  assert.deepEqual(lines(), ["Board HeadBoard is too hot"]);
 });
 
 test("what is told twice, as remembered and as it comes, counts once", () => {
