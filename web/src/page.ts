@@ -757,9 +757,9 @@ class Page {
   }
 
   private showTitle(link: Link, pose: PoseWords): void {
-    const isTrouble = link.kind === "lost" || link.kind === "stale" || link.kind === "locked";
+    const isTrouble = ["lost", "stale", "locked", "ended"].includes(link.kind);
     const text = isTrouble
-      ? `⚠ ${link.short}`
+      ? `${link.kind === "ended" ? "■" : "⚠"} ${link.short}`
       : VerdictLine.title({ findings: this.findings, pose: pose.headline, now: this.now });
     const title = `${text} · gksensors`;
     if (title !== this.title) {
