@@ -329,7 +329,7 @@ class RowElement {
       this.time,
       isFresh ? `${Math.max(0, Math.floor(age))} s` : this.clock.text(this.row.time),
     );
-    return age < 65 || !isLive;
+    return age < 120 || !isLive;
   }
 }
 
