@@ -120,7 +120,7 @@ class MockHost {
       }
       this.past.sample(this.robot.seconds, this.robot.samples());
     }
-    this.playback = { time: 0, begin: 0, end: kRecorded, speed: 1, playing: true, loop: null };
+    this.playback = { time: 0, begin: 0, end: kRecorded, speed: 1, playing: false, loop: null };
   }
 
   /** Where the recording is played. */
