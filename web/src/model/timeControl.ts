@@ -192,6 +192,7 @@ export class PlaybackTime implements TimeControl {
   }
 
   toEnd(): void {
+    this.setPlaying(false);
     this.seek(this.view.end);
   }
 
