@@ -12,7 +12,7 @@ CHAOS_SECONDS ?= 600
 # What the host may take of time and memory; sanitizers keep what is freed for a while.
 CHAOS ?= $(if $(filter asan tsan,$(PRESET)),1 --growth=64 --end=20000)
 
-.PHONY: help run test test-all slurm other-release check lint coverage fuzz abi-check docs packages package-test soak bench bench-check load chaos web-tests dependencies check-dependencies build clean
+.PHONY: help run test test-all slurm other-release check lint coverage fuzz abi-check docs packages package-test soak bench bench-check load chaos web-tests screenshots dependencies check-dependencies build clean
 
 help:
 	@echo "make run       install what is missing, build, and watch a simulated robot in real time"
@@ -32,6 +32,7 @@ help:
 	@echo "make load      put load on a host for a minute: 200 viewers, 2000 requests a second"
 	@echo "make chaos     let clients do whatever they like with a host for CHAOS_SECONDS=$(CHAOS_SECONDS)"
 	@echo "make web-tests install the clients from npm, the browser and the shells that make test then uses as well"
+	@echo "make screenshots  make the pictures of the page in docs/images anew"
 	@echo "make clean     remove what was built"
 
 run: build
@@ -130,6 +131,9 @@ web-tests:
 	@command -v npm >/dev/null || ./packaging/install-dependencies.sh packaging/debian-packages-web.txt
 	./packaging/install-dependencies.sh packaging/debian-packages-tests.txt
 	for folder in tests/web tests/mcap; do (cd $$folder && npm ci --no-audit --no-fund --prefer-offline) || exit 1; done
+
+screenshots: build web-tests
+	cd web && GK_PROGRAM=../build/release/bin/gk node test/screenshots.mjs ../docs/images
 
 bench-check: dependencies
 	./packaging/install-dependencies.sh packaging/debian-packages-bench.txt

@@ -13,7 +13,7 @@ const common = {
   absWorkingDir: web,
 };
 
-/** The page as a host serves it: index.html, icon.svg, page.js, page.css. */
+/** The page as a host serves it: index.html, icon.svg, page.js with its parts, page.css. */
 export async function buildPage(out = join(web, "dist")) {
   await rm(out, { recursive: true, force: true });
   await mkdir(out, { recursive: true });
@@ -21,6 +21,9 @@ export async function buildPage(out = join(web, "dist")) {
     ...common,
     entryPoints: ["src/page.ts", "src/styles/page.css"],
     entryNames: "[name]",
+    // What draws in three dimensions is loaded once the rest is there.
+    splitting: true,
+    chunkNames: "[name]-[hash]",
     outdir: out,
     minify: true,
     legalComments: "eof",

@@ -61,6 +61,38 @@ const kEvents = {
   right_hand_back: "HandRightBackTouched",
 };
 
+const kPoseCodes = ["Unknown", "Stand", "Sit", "Crouch", "Knee", "Frog", "Back", "Belly"];
+
+/** In the form in which a host tells its words. */
+const words = (name, subject, importance, sentence, more = {}) => ({
+  name,
+  subject,
+  importance,
+  sentence,
+  values: {},
+  importances: {},
+  unit: "",
+  digits: 0,
+  ...more,
+});
+export const kWords = [
+  words("FrontTactilTouched", "touch", 1, "Head front {value}", {
+    values: { 1: "Head touched in front", 0: "Head let go in front" },
+  }),
+  words("robotPoseChanged", "pose", 2, "Pose: {value}", {
+    values: { Stand: "Stands", Sit: "Sits", Belly: "Lies on its belly", Back: "Lies on its back" },
+    importances: { Belly: 3, Back: 3 },
+  }),
+  words("footContactChanged", "feet", 2, "Feet: {value}", {
+    values: { true: "Feet on the floor", false: "Feet off the floor" },
+  }),
+  words("SonarLeftDetected", "sonar", 1, "Something on the left at {value}", {
+    unit: "m",
+    digits: 2,
+  }),
+  words("SonarNothingDetected", "sonar", 0, "Nothing in sight"),
+];
+
 const text = (name) => ({ name, type: "string", description: "" });
 
 export class MockRobot {
@@ -70,6 +102,7 @@ export class MockRobot {
   topics = [
     "/events",
     "/log",
+    "/verdict",
     "/pose",
     "/feet",
     "/sonar",
@@ -155,6 +188,8 @@ export class MockRobot {
   ];
   pose = { name: "Stand", since: 0 };
   angles = [...kPostures.Stand];
+  /** On what it lies after a push. */
+  fallen = undefined;
   charge = 0.64;
   subscribers = new Set();
 
@@ -164,8 +199,13 @@ export class MockRobot {
     if (field !== undefined) {
       this.onEvent(kEvents[field] ?? "BumperPressed", value ? 1 : 0);
     } else if (key === "Simulation/Posture") {
+      this.fallen = undefined;
       this.pose = { name: value, since: this.seconds };
       this.onEvent("robotPoseChanged", value);
+    } else if (key === "Simulation/Push/X" && Math.abs(value) > 40) {
+      this.fallen = value > 0 ? "Belly" : "Back";
+      this.pose = { name: this.fallen, since: this.seconds };
+      this.onEvent("robotPoseChanged", this.fallen);
     } else if (key === "Simulation/Hoist/Hold") {
       this.onEvent("footContactChanged", !value, true);
     } else if (key === "Simulation/Charger/Plugged") {
@@ -220,7 +260,8 @@ export class MockRobot {
   tick(step) {
     this.seconds += step;
     this.ticks += 1;
-    const target = kPostures[this.world.get("Simulation/Posture")] ?? kPostures.Stand;
+    const posture = this.fallen ?? this.world.get("Simulation/Posture");
+    const target = kPostures[posture] ?? kPostures.Stand;
     this.angles = this.angles.map((angle, i) => angle + (target[i] - angle) * 0.06);
     if (this.ticks % 200 === 0) {
       const near = Math.min(
@@ -229,6 +270,22 @@ export class MockRobot {
       );
       this.onEvent(near < 0.7 ? "SonarLeftDetected" : "SonarNothingDetected", near);
     }
+  }
+
+  /** What is not as it should be. */
+  verdict() {
+    const { name, since } = this.pose;
+    return name === "Belly" || name === "Back"
+      ? [
+          {
+            since,
+            level: 2,
+            text: `Fell onto its ${name.toLowerCase()}`,
+            advice: "Stand it up",
+            subject: "pose",
+          },
+        ]
+      : [];
   }
 
   samples() {
@@ -251,7 +308,7 @@ export class MockRobot {
     const position = (joint) =>
       (leg[joint.slice(1)] ??
         {
-          HeadYaw: 14 * wave(7),
+          HeadYaw: 0.1 * wave(7),
           LShoulderRoll: 8,
           RShoulderRoll: -8,
           LElbowRoll: -25,
@@ -263,14 +320,18 @@ export class MockRobot {
     const each = (suffix, value) =>
       Object.fromEntries(kJoints.map((joint, i) => [joint + suffix, value(joint, i)]));
     return {
-      "/pose": { name: this.pose.name, since_s: this.seconds - this.pose.since },
+      "/pose": {
+        name: this.pose.name,
+        code: kPoseCodes.indexOf(this.pose.name),
+        since_s: this.seconds - this.pose.since,
+      },
       "/feet": {
         contact: weight > 0 ? 1 : 0,
         ...foot("left", left),
         ...foot("right", weight - left),
       },
       "/sonar": { left_m: w("Obstacle/Left/Distance"), right_m: w("Obstacle/Right/Distance") },
-      "/imu": { angle_x_rad: 0.02 * wave(4), angle_y_rad: pitch * kDegree + 0.01 * wave(3) },
+      "/imu": { angle_x_rad: 0.002 * wave(4), angle_y_rad: pitch * kDegree + 0.002 * wave(3) },
       "/touch": Object.fromEntries(
         Object.entries(kTouch).map(([name, field]) => [field, w(`Touch/${name}`) ? 1 : 0]),
       ),

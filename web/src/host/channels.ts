@@ -10,6 +10,7 @@ import type {
   Temperatures,
   Tick,
 } from "../model/robotState.js";
+import { kPoseNames } from "../model/poses.js";
 import { kTouchZones } from "../model/touchZones.js";
 import { asMembers, type Members } from "./members.js";
 
@@ -30,8 +31,8 @@ export const kStateTopics: Readonly<Record<string, (members: Members) => Partial
   "/tick": (members) => ({ tick: readTick(members) }),
 };
 
-/** Topics that are plotted and nothing else. */
-export const kPlotTopics: readonly string[] = ["/currents"];
+/** Topics of which samples are taken. */
+export const kSampledTopics: readonly string[] = [...Object.keys(kStateTopics), "/currents"];
 
 /** Codes of a motor board that mean heat. */
 const kHeatErrors = new Set([33, 34, 35]);
@@ -41,22 +42,22 @@ const kFullBit = 0x40;
 const kDischargingBit = 0x20;
 
 export interface RaisedEvent {
-  /** Seconds of the host's clock. */
+  /** Seconds of the run. */
   time: number;
   name: string;
   value: unknown;
   isMicro: boolean;
 }
 
-export function readEvent(payload: unknown, time: number): RaisedEvent | undefined {
-  const members = asMembers(payload);
-  const name = members["name"];
-  return typeof name === "string"
-    ? { time, name, value: members["value"], isMicro: members["kind"] === "micro" }
+export function readEvent(payload: unknown): RaisedEvent | undefined {
+  const { name, t_s, kind, value } = asMembers(payload);
+  return typeof name === "string" && typeof t_s === "number"
+    ? { time: t_s, name, value, isMicro: kind === "micro" }
     : undefined;
 }
 
 export interface LogLine {
+  /** Seconds of the run. */
   time: number;
   /** 1 debug, 2 info, 3 warning, 4 error, 5 fatal. */
   level: number;
@@ -83,7 +84,8 @@ export function isHeat(boardError: number): boolean {
 function readPose(members: Members): Pose {
   const name = members["name"];
   return {
-    name: typeof name === "string" && name !== "" ? name : "Unknown",
+    announced: typeof name === "string" && name !== "" ? name : "Unknown",
+    running: kPoseNames[number(members, "code") ?? -1],
     seconds: number(members, "since_s"),
   };
 }
@@ -108,7 +110,12 @@ function readFoot(members: Members, side: "left" | "right"): Foot {
 }
 
 function readSonar(members: Members): Sonar {
-  return { left: number(members, "left_m"), right: number(members, "right_m") };
+  const on = members["on"];
+  return {
+    left: number(members, "left_m"),
+    right: number(members, "right_m"),
+    ...(on === undefined || on === null ? {} : { isOn: isSet(members, "on") }),
+  };
 }
 
 function readInclination(members: Members): Inclination {
@@ -129,7 +136,7 @@ function readBattery(members: Members): Battery {
     isCharging: (status & kChargingBit) !== 0,
     isFull: (status & kFullBit) !== 0,
     isDischarging: (status & kDischargingBit) !== 0,
-    isPlugged: typeof plugged === "boolean" ? plugged : undefined,
+    isPlugged: plugged === undefined || plugged === null ? undefined : isSet(members, "plugged"),
   };
 }
 

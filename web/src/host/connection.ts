@@ -10,6 +10,7 @@ import {
   type ServerMessage,
   type Status,
 } from "./protocol.js";
+import { Sampling } from "./sampling.js";
 
 export type ConnectionState =
   | { kind: "connecting" }
@@ -22,6 +23,8 @@ export type MessageHandler = (payload: unknown, time: number, topic: string) => 
 
 /** A message that takes this long to begin means that the attempt has failed. */
 const kOpenTimeout = 5_000;
+/** ms between two looks at which samples are due. */
+const kSamplingTurn = 25;
 /** After this silence a connection counts as dead: a host sends its time more often. */
 const kSilenceTimeout = 10_000;
 
@@ -35,6 +38,8 @@ export class Connection {
   onStatusRemoved: (ids: string[]) => void = () => {};
   /** A new session: whatever was known of the host no longer holds. */
   onSession: (sessionId: string) => void = () => {};
+  /** A message of a sampled topic. */
+  onSample: MessageHandler = () => {};
   onTime: (time: number) => void = () => {};
   /** Watched memory keys that have changed, or all of them at first. */
   onKeys: (values: ReadonlyMap<string, unknown>) => void = () => {};
@@ -52,10 +57,19 @@ export class Connection {
   private timer: ReturnType<typeof setTimeout> | undefined;
   private nextSubscription = 1;
   private sessionId = "";
+  private turnTimer: ReturnType<typeof setTimeout> | undefined;
+
+  /** What is looked at now and then, rather than listened to. */
+  readonly sampling = new Sampling(
+    (text) => {
+      this.send([text]);
+    },
+    () => this.nextSubscription++,
+  );
 
   constructor(private readonly url: string) {}
 
-  /** To be called before `start`, once for each topic. */
+  /** Listens to every message of a topic. To be called before `start`, once for each topic. */
   want(topic: string, handler: MessageHandler): void {
     this.handlers.set(topic, handler);
   }
@@ -87,8 +101,20 @@ export class Connection {
     }
   }
 
+  /** Lets go of what has come at once: the next tick is only 20 ms away. */
+  private turn(delay: number): void {
+    clearTimeout(this.turnTimer);
+    this.turnTimer = setTimeout(() => {
+      if (this.isWelcome) {
+        this.sampling.turn(performance.now());
+        this.turn(kSamplingTurn);
+      }
+    }, delay);
+  }
+
   private open(): void {
     this.isWelcome = false;
+    this.sampling.clear();
     this.topicOfSubscription.clear();
     this.subscriptionOfChannel.clear();
     this.onState({ kind: "connecting" });
@@ -146,6 +172,12 @@ export class Connection {
         const topic = this.topicOfSubscription.get(message.subscriptionId);
         if (topic !== undefined) {
           this.handlers.get(topic)?.(message.payload, message.time, topic);
+          break;
+        }
+        const sampled = this.sampling.taken(message.subscriptionId);
+        if (sampled !== undefined) {
+          this.onSample(message.payload, message.time, sampled);
+          this.turn(0);
         }
         break;
       }
@@ -154,6 +186,7 @@ export class Connection {
         break;
       case "advertise":
         this.subscribe(message.channels);
+        this.sampling.offered(message.channels);
         break;
       case "unadvertise":
         this.forget(message.channelIds);
@@ -186,6 +219,7 @@ export class Connection {
     if (this.watched.size > 0) {
       this.send(watchTexts([...this.watched]));
     }
+    this.turn(0);
     this.onState({ kind: "connected", hostName });
   }
 

@@ -97,6 +97,10 @@ export function subscribeText(subscriptions: { id: number; channelId: number }[]
   return JSON.stringify({ op: "subscribe", subscriptions });
 }
 
+export function unsubscribeText(subscriptionIds: readonly number[]): string {
+  return JSON.stringify({ op: "unsubscribe", subscriptionIds });
+}
+
 /** Asks for the values of memory keys, at present and whenever they change. */
 export function watchTexts(keys: readonly string[]): string[] {
   return ["getParameters", "subscribeParameterUpdates"].map((op) =>

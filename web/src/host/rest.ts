@@ -115,10 +115,37 @@ export async function writeMemory(key: string, json: string): Promise<void> {
   await request("PUT", `/api/v1/memory/${key.split("/").map(encodeURIComponent).join("/")}`, json);
 }
 
+/** Raises CallError. */
+export function get(path: string): Promise<unknown> {
+  return request("GET", path);
+}
+
+/** The answer as it came. Raises CallError. */
+export async function post(path: string, body: string): Promise<Response> {
+  const response = await send("POST", path, body);
+  if (!response.ok) {
+    throw refusal(response, parse(await response.text()));
+  }
+  return response;
+}
+
 async function request(method: string, path: string, body?: string): Promise<unknown> {
-  let response: Response;
+  const response = await send(method, path, body);
+  const answer = parse(await response.text());
+  if (!response.ok) {
+    throw refusal(response, answer);
+  }
+  return answer;
+}
+
+function refusal(response: Response, answer: unknown): CallError {
+  const reason = asText(asMembers(asMembers(answer)["error"])["message"]);
+  return new CallError(reason || `the host answers ${response.status} ${response.statusText}`);
+}
+
+async function send(method: string, path: string, body?: string): Promise<Response> {
   try {
-    response = await fetch(path, {
+    return await fetch(path, {
       method,
       signal: AbortSignal.timeout(kTimeout),
       ...(body === undefined ? {} : { body, headers: { "content-type": "application/json" } }),
@@ -129,12 +156,6 @@ async function request(method: string, path: string, body?: string): Promise<unk
       isLate ? `no answer within ${kTimeout / 1000} seconds` : "the host cannot be reached",
     );
   }
-  const answer = parse(await response.text());
-  if (!response.ok) {
-    const reason = asText(asMembers(asMembers(answer)["error"])["message"]);
-    throw new CallError(reason || `the host answers ${response.status} ${response.statusText}`);
-  }
-  return answer;
 }
 
 /** A module's own error says which module and method raised it. */

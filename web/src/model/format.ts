@@ -27,6 +27,32 @@ export function formatDuration(seconds: number): string {
   return `${Math.floor(whole / 3600)} h ${Math.floor((whole % 3600) / 60)} min`;
 }
 
+/** "just now", "7 s ago", "3 min ago", "2 h ago". */
+export function formatAge(seconds: number): string {
+  if (seconds < 1) {
+    return "just now";
+  }
+  if (seconds < 60) {
+    return `${Math.floor(seconds)} s ago`;
+  }
+  return seconds < 3600
+    ? `${Math.floor(seconds / 60)} min ago`
+    : `${Math.floor(seconds / 3600)} h ago`;
+}
+
+/** A time of the run: "0:07.3", "12:04.0", "1:02:33.1". */
+export function formatRunTime(seconds: number, digits = 1): string {
+  const factor = 10 ** digits;
+  const parts = Math.max(0, Math.round(seconds * factor));
+  const whole = Math.floor(parts / factor);
+  const two = (n: number): string => String(n).padStart(2, "0");
+  const rest = digits > 0 ? `.${String(parts % factor).padStart(digits, "0")}` : "";
+  const minutes = Math.floor(whole / 60);
+  return minutes < 60
+    ? `${minutes}:${two(whole % 60)}${rest}`
+    : `${Math.floor(minutes / 60)}:${two(minutes % 60)}:${two(whole % 60)}${rest}`;
+}
+
 /** Time of day with milliseconds, in the reader's time zone. */
 export function formatClock(seconds: number): string {
   const date = new Date(Math.round(seconds * 1000));

@@ -41,9 +41,29 @@ export function seriesUnit({ topic, field }: SeriesName): string {
     case kMemory:
       return "";
     case "/joint_states":
-      return "rad";
+      return "°";
+    default: {
+      const { unit } = splitUnit(field);
+      return kShown.get(unit)?.unit ?? unit;
+    }
+  }
+}
+
+/** Angles are told in rad and read in degrees. */
+const kDegrees = 180 / Math.PI;
+const kShown: ReadonlyMap<string, { unit: string; factor: number }> = new Map([
+  ["rad", { unit: "°", factor: kDegrees }],
+  ["rad/s", { unit: "°/s", factor: kDegrees }],
+]);
+
+function factorOf({ topic, field }: SeriesName): number {
+  switch (topic) {
+    case kMemory:
+      return 1;
+    case "/joint_states":
+      return kDegrees;
     default:
-      return splitUnit(field).unit;
+      return kShown.get(splitUnit(field).unit)?.factor ?? 1;
   }
 }
 
@@ -52,8 +72,15 @@ export interface Rows {
   values: Float64Array;
 }
 
-/** The recent past of every number that the host tells. */
+const kNoRows: Rows = { times: new Float64Array(), values: new Float64Array() };
+/** s without a sample after which what was listened to before does not count as the same stretch. */
+const kGap = 1.5;
+
+/** The recent past of every number that the host tells. Times in seconds of the run. */
 export class PlotStore {
+  /** What the host remembers of a series before the page listened to it. */
+  remembered: (name: SeriesName, from: number, to: number) => Rows = () => kNoRows;
+
   private readonly byTopic = new Map<string, Samples>();
   private readonly byKey = new Map<string, Samples>();
 
@@ -72,17 +99,27 @@ export class PlotStore {
   }
 
   latest(name: SeriesName): number {
-    return this.samples(name)?.latest(fieldOf(name)) ?? NaN;
+    return (this.samples(name)?.latest(fieldOf(name)) ?? NaN) * factorOf(name);
   }
 
-  /** What is known of a series between two times. */
+  /** What is known of a series between two times: what was listened to, and before it what the host remembers. */
   rows(name: SeriesName, from: number, to: number): Rows {
     const samples = this.samples(name);
-    if (samples === undefined) {
-      return { times: new Float64Array(), values: new Float64Array() };
+    if (name.topic === kMemory) {
+      return samples === undefined ? kNoRows : held(samples, fieldOf(name), from, to);
     }
-    const field = fieldOf(name);
-    return name.topic === kMemory ? held(samples, field, from, to) : samples.since(field, from);
+    const live =
+      samples === undefined || samples.length === 0 ? kNoRows : samples.since(name.field, from);
+    const begin = samples?.beginOf(kGap) ?? Infinity;
+    const own = cut(live, Math.max(from, begin), to);
+    const before = this.remembered(name, from, Math.min(own.times[0] ?? Infinity, to + 1));
+    return scaled(joined(before, own), factorOf(name));
+  }
+
+  /** The value of a series at a time. */
+  at(name: SeriesName, time: number): number {
+    const { times, values } = this.rows(name, time - kGap, time);
+    return times.length === 0 ? NaN : (values.at(-1) ?? NaN);
   }
 
   topics(): string[] {
@@ -131,6 +168,30 @@ function held(samples: Samples, field: string, from: number, to: number): Rows {
     times: Float64Array.of(...times.subarray(first).map((time) => Math.max(time, from)), to),
     values: Float64Array.of(...values.subarray(first), samples.latest(field)),
   };
+}
+
+function cut({ times, values }: Rows, from: number, to: number): Rows {
+  const begin = times.findIndex((time) => time >= from);
+  const end = times.findLastIndex((time) => time <= to) + 1;
+  return begin < 0 || end <= begin
+    ? kNoRows
+    : { times: times.subarray(begin, end), values: values.subarray(begin, end) };
+}
+
+function joined(before: Rows, after: Rows): Rows {
+  if (before.times.length === 0) {
+    return after;
+  }
+  return {
+    times: Float64Array.of(...before.times, ...after.times),
+    values: Float64Array.of(...before.values, ...after.values),
+  };
+}
+
+function scaled({ times, values }: Rows, factor: number): Rows {
+  return factor === 1
+    ? { times, values }
+    : { times, values: values.map((value) => value * factor) };
 }
 
 /** "HeadYaw" rather than "joints.HeadYaw.position". */

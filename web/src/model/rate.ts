@@ -17,6 +17,10 @@ export class Rate {
     }
   }
 
+  clear(): void {
+    this.marks.length = 0;
+  }
+
   /** Per second; undefined while too little is known. */
   get perSecond(): number | undefined {
     const first = this.marks[0];

@@ -2,9 +2,11 @@
 // that the host does not provide is undefined as well.
 
 export interface Pose {
-  /** "Stand", "Belly", ...; "Unknown" when no pose matches. */
-  name: string;
-  /** How long the robot has been in it, in seconds. */
+  /** The pose that has lasted: "Stand", "Belly", ...; "Unknown" when none matches. */
+  announced: string;
+  /** The pose of this tick; undefined when the host does not tell. */
+  running: string | undefined;
+  /** How long the running pose has lasted, in seconds. */
   seconds: number | undefined;
 }
 
@@ -26,6 +28,8 @@ export interface Feet {
 export interface Sonar {
   left: number | undefined;
   right: number | undefined;
+  /** Whether the emitters are on, where the host says so. */
+  isOn?: boolean;
 }
 
 /** Inclination of the body in radians: `roll` to the right, `pitch` forward. */

@@ -42,6 +42,16 @@ export class Samples {
     return this.size === 0 ? NaN : (this.times[this.index(this.size - 1)] as number);
   }
 
+  /** Where the newest stretch without a gap of more than `gap` seconds begins. */
+  beginOf(gap: number): number {
+    let row = this.size - 1;
+    const time = (i: number): number => this.times[this.index(i)] as number;
+    while (row > 0 && time(row) - time(row - 1) <= gap) {
+      row -= 1;
+    }
+    return row < 0 ? Infinity : time(row);
+  }
+
   latest(field: string): number {
     return this.columns.get(field)?.[this.index(this.size - 1)] ?? NaN;
   }

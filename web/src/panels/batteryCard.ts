@@ -17,6 +17,7 @@ export class BatteryCard {
       class: "meter",
       role: "meter",
       "aria-label": "Charge",
+      "aria-valuenow": 0,
       "aria-valuemin": 0,
       "aria-valuemax": 100,
     },

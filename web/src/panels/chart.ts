@@ -19,7 +19,31 @@ export interface ChartLine {
   index: number;
 }
 
+/** How much a chart shows at least, by unit: noise is not to look like news. */
+const kLeastSpan: ReadonlyMap<string, number> = new Map([
+  ["°", 10],
+  ["°/s", 20],
+  ["kg", 1],
+  ["m", 0.5],
+  ["°C", 5],
+  ["A", 0.5],
+  ["V", 1],
+  ["%", 10],
+  ["m/s²", 2],
+]);
+const kOtherSpan = 0.2;
+
+/** A moment that is marked in the charts. */
+export interface ChartMark {
+  time: number;
+  kind: "event" | "alarm" | "cursor";
+}
+
 export interface ChartEvents {
+  /** The pointer is over this time, or over none. */
+  onHover: (time: number | undefined) => void;
+  /** A time on the axis, in words. */
+  timeText: (time: number) => string;
   /** The reader has marked a span of time. */
   onZoom: (from: number, to: number) => void;
   /** The reader wants the present back. */
@@ -31,10 +55,11 @@ export class Chart {
   readonly element: HTMLElement;
 
   private readonly plot: uPlot;
+  private marks: readonly ChartMark[] = [];
   private readonly observer: ResizeObserver;
 
   constructor(
-    unit: string,
+    private readonly unit: string,
     private readonly lines: readonly ChartLine[],
     events: ChartEvents,
   ) {
@@ -49,8 +74,9 @@ export class Chart {
     this.observer.observe(box);
   }
 
-  /** Draws what the store has between two times, in seconds of the host's clock. */
-  draw(store: PlotStore, from: number, to: number): void {
+  /** Draws what the store has between two times, in seconds of the run. */
+  draw(store: PlotStore, from: number, to: number, marks: readonly ChartMark[]): void {
+    this.marks = marks;
     const tables = this.lines.map(({ name }): uPlot.AlignedData => {
       const { times, values } = store.rows(name, from, to);
       return [times, values];
@@ -72,6 +98,20 @@ export class Chart {
     this.observer.disconnect();
     this.plot.destroy();
     this.element.remove();
+  }
+
+  private drawMarks(plot: uPlot): void {
+    const { ctx, bbox } = plot;
+    const { min = 0, max = 0 } = plot.scales["x"] ?? {};
+    for (const { time, kind } of this.marks) {
+      if (time >= (min ?? 0) && time <= (max ?? 0)) {
+        const x = Math.round(plot.valToPos(time, "x", true));
+        ctx.fillStyle = themeColor(
+          kind === "alarm" ? "signal" : kind === "cursor" ? "ink" : "line-strong",
+        );
+        ctx.fillRect(x, bbox.top, (kind === "cursor" ? 2 : 1) * devicePixelRatio, bbox.height);
+      }
+    }
   }
 
   private options(events: ChartEvents): uPlot.Options {
@@ -96,13 +136,29 @@ export class Chart {
           },
         },
       },
-      scales: { x: { time: true }, y: { range: (_, low, high) => padded(low, high) } },
+      scales: {
+        x: { time: false },
+        y: { range: (_, low, high) => padded(low, high, kLeastSpan.get(this.unit) ?? kOtherSpan) },
+      },
       axes: [
-        { ...axis, space: 70, size: 26, values: (_, times) => times.map(clockText) },
+        { ...axis, space: 70, size: 26, values: (_, times) => times.map(events.timeText) },
         { ...axis, size: 46, values: (_, values) => values.map(axisText) },
       ],
       series: [{}, ...this.lines.map(lineOptions)],
       hooks: {
+        draw: [
+          (plot) => {
+            this.drawMarks(plot);
+          },
+        ],
+        setCursor: [
+          (plot) => {
+            const { left = -1 } = plot.cursor;
+            if (plot.over.matches(":hover")) {
+              events.onHover(left < 0 ? undefined : plot.posToVal(left, "x"));
+            }
+          },
+        ],
         setSelect: [
           (plot) => {
             if (plot.select.width > 4) {
@@ -134,16 +190,12 @@ function lineOptions({ name, index }: ChartLine): uPlot.Series {
 }
 
 /** A flat line lies in the middle rather than on the edge. */
-function padded(low: number | null, high: number | null): [number, number] {
+function padded(low: number | null, high: number | null, least: number): [number, number] {
   if (low === null || high === null) {
-    return [0, 1];
+    return [0, least];
   }
-  const margin = Math.max((high - low) * 0.12, Math.abs(high) * 0.01, 0.02);
+  const margin = Math.max((high - low) * 0.12, (least - (high - low)) / 2);
   return [low - margin, high + margin];
-}
-
-function clockText(seconds: number): string {
-  return new Date(seconds * 1000).toTimeString().slice(0, 8);
 }
 
 function axisText(value: number): string {

@@ -61,7 +61,7 @@ class Sole {
     this.center = svg("circle", { r: 4, class: "pressure" });
     this.picture = svg(
       "svg",
-      { viewBox: "0 0 58 100", role: "img" },
+      { viewBox: "0 0 58 100", role: "img", "aria-label": `${side} foot` },
       svg("clipPath", { id: clip }, svg("path", { d: kSole, transform })),
       svg("g", { "clip-path": `url(#${clip})` }, ...this.cells),
       this.outline,

@@ -1,5 +1,5 @@
 import { fetchMemory, findKeys } from "../host/rest.js";
-import { h } from "../ui/dom.js";
+import { h, setText } from "../ui/dom.js";
 
 /** ms without typing after which keys are looked for. */
 const kPause = 200;
@@ -9,6 +9,7 @@ export class KeyInput {
   readonly element: HTMLElement;
   /** A key that exists was chosen. */
   onKey: (key: string) => void = () => {};
+  readonly problem = h("p", { class: "problem", role: "status", id: "key-problem" });
 
   private readonly list = h("datalist", { id: "memory-keys" });
   private readonly input = h("input", {
@@ -18,6 +19,7 @@ export class KeyInput {
     "aria-label": "Memory key to plot",
     autocomplete: "off",
     spellcheck: "false",
+    "aria-describedby": "key-problem",
   });
   private timer: ReturnType<typeof setTimeout> | undefined;
 
@@ -25,6 +27,7 @@ export class KeyInput {
     this.element = h("span", { class: "key-input" }, this.input, this.list);
     this.input.addEventListener("input", () => {
       this.input.removeAttribute("aria-invalid");
+      this.tell("");
       clearTimeout(this.timer);
       this.timer = setTimeout(() => {
         void this.suggest();
@@ -46,11 +49,24 @@ export class KeyInput {
       return;
     }
     const keys = await fetchMemory(key).catch(() => undefined);
-    if (keys?.has(key) === true) {
+    const found = keys?.get(key);
+    if (found !== undefined && typeof found.value !== "string") {
       this.input.value = "";
       this.onKey(key);
-    } else {
-      this.input.setAttribute("aria-invalid", "true");
+      return;
     }
+    this.input.setAttribute("aria-invalid", "true");
+    this.tell(
+      keys === undefined
+        ? "The host cannot be asked for its keys."
+        : found === undefined
+          ? `There is no memory key ${key}.`
+          : `${key} is a text: only numbers can be plotted.`,
+    );
+  }
+
+  /** Why something cannot be plotted; empty when nothing is wrong. */
+  tell(problem: string): void {
+    setText(this.problem, problem);
   }
 }

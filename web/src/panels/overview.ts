@@ -1,5 +1,6 @@
 import type { Listeners } from "../host/sonarSubscription.js";
 import type { RobotState } from "../model/robotState.js";
+import { WhileVisible } from "../ui/whileVisible.js";
 import { BatteryCard } from "./batteryCard.js";
 import { FeetCard } from "./feetCard.js";
 import { HeatCard } from "./heatCard.js";
@@ -19,17 +20,23 @@ export class Overview {
   private readonly stiffness = new StiffnessCard();
   private readonly heat = new HeatCard();
 
+  /** The topic of each card, and whether it is on the screen. */
+  private readonly topics: { topic: string; visible: WhileVisible }[];
+
   constructor(parent: HTMLElement) {
-    for (const { card } of [
-      this.feet,
-      this.sonar,
-      this.touch,
-      this.stiffness,
-      this.heat,
-      this.battery,
-    ]) {
-      parent.append(card.element);
-    }
+    const cards = [
+      ["/feet", this.feet.card],
+      ["/sonar", this.sonar.card],
+      ["/touch", this.touch.card],
+      ["/stiffness", this.stiffness.card],
+      ["/temperatures", this.heat.card],
+      ["/battery", this.battery.card],
+    ] as const;
+    parent.append(...cards.map(([, { element }]) => element));
+    this.topics = cards.map(([topic, { element }]) => ({
+      topic,
+      visible: new WhileVisible(element),
+    }));
     this.sonar.onSwitch = (isOn) => {
       this.onSonarSwitch(isOn);
     };
@@ -37,6 +44,11 @@ export class Overview {
 
   showSonarListeners(listeners: Listeners): void {
     this.sonar.showListeners(listeners);
+  }
+
+  /** Of what is on the screen. */
+  get topicsInView(): string[] {
+    return this.topics.filter(({ visible }) => visible.isVisible).map(({ topic }) => topic);
   }
 
   /** Shows those parts of the state that are given. */

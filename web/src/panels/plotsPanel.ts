@@ -12,7 +12,8 @@ import {
 import { splitUnit } from "../model/units.js";
 import { h, setText } from "../ui/dom.js";
 import { recall, remember } from "../ui/memory.js";
-import { Chart, lineColor, type ChartLine } from "./chart.js";
+import type { RunClock } from "../model/runClock.js";
+import { Chart, lineColor, type ChartLine, type ChartMark } from "./chart.js";
 import { KeyInput } from "./keyInput.js";
 
 const kMostLines = 12;
@@ -35,17 +36,25 @@ const kSpans: readonly (readonly [seconds: number, text: string])[] = [
 export class PlotsPanel {
   /** The memory keys that are wanted have changed. */
   onKeys: (keys: readonly string[]) => void = () => {};
+  /** What is shown of the past has changed. */
+  onSpan: (from: number, to: number) => void = () => {};
 
   private chosen: SeriesName[] = chosenBefore();
   private charts: Chart[] = [];
   private values: { name: SeriesName; element: HTMLElement }[] = [];
   /** Set while the reader looks at one moment instead of the present. */
   private frozen: { from: number; to: number } | undefined;
+  /** Where the reader looks, in seconds of the run, and the present. */
+  private cursor: number | undefined;
+  private now = 0;
+  /** Where the pointer is. */
+  private hovered: number | undefined;
+  private marks: readonly ChartMark[] = [];
 
   private readonly add = h("select", { "aria-label": "Add a value to plot" });
   private readonly key = new KeyInput();
   private readonly span = h("select", { "aria-label": "Span of time" });
-  private readonly pause = h("button", { type: "button", "aria-pressed": "false" }, "Pause");
+  private readonly pause = h("button", { type: "button", "aria-pressed": "false" }, "Hold");
   private readonly chips = h("ul", { class: "chips", "aria-label": "Plotted values" });
   private readonly area = h("div", { class: "charts" });
   private readonly hint = h("p", { class: "note" });
@@ -53,6 +62,7 @@ export class PlotsPanel {
   constructor(
     parent: HTMLElement,
     private readonly store: PlotStore,
+    private readonly clock: RunClock,
   ) {
     this.span.append(
       ...kSpans.map(([seconds, text]) =>
@@ -61,10 +71,14 @@ export class PlotsPanel {
     );
     parent.append(
       h("div", { class: "tools" }, this.add, this.key.element, this.span, this.pause),
+      this.key.problem,
       this.chips,
       this.area,
       this.hint,
     );
+    this.area.addEventListener("pointerleave", () => {
+      this.hovered = undefined;
+    });
     this.pause.addEventListener("click", () => {
       this.freeze(this.frozen === undefined ? this.present() : undefined);
     });
@@ -91,11 +105,32 @@ export class PlotsPanel {
     return this.chosen.filter(({ topic }) => topic === kMemory).map(({ field }) => field);
   }
 
-  /** Draws the newest rows; what is frozen stays as it is. */
-  render(): void {
-    for (const { name, element } of this.values) {
-      setText(element, formatNumber(this.store.latest(name), 2));
+  /** The topics that are plotted. */
+  get topics(): string[] {
+    return [...new Set(this.chosen.map(({ topic }) => topic))].filter((topic) => topic !== kMemory);
+  }
+
+  setMarks(marks: readonly ChartMark[]): void {
+    this.marks = marks;
+  }
+
+  /**
+   * Draws the newest rows, or those around where the reader looks; what is frozen stays as it is.
+   * @param now, cursor in seconds of the run; no cursor for the present
+   */
+  render(now: number, cursor: number | undefined): void {
+    this.now = now;
+    if (cursor !== this.cursor) {
+      this.cursor = cursor;
+      this.frozen = undefined;
+      this.showPause();
     }
+    const time = this.hovered ?? cursor;
+    for (const { name, element } of this.values) {
+      const value = time === undefined ? this.store.latest(name) : this.store.at(name, time);
+      setText(element, formatNumber(value, 2));
+    }
+    this.showHint();
     if (this.frozen === undefined) {
       this.drawAll(this.present());
     }
@@ -117,6 +152,10 @@ export class PlotsPanel {
         onReset: () => {
           this.freeze(undefined);
         },
+        onHover: (time) => {
+          this.hovered = time;
+        },
+        timeText: (time) => this.clock.text(time),
       });
     });
     this.area.replaceChildren(...this.charts.map((chart) => chart.element));
@@ -125,27 +164,41 @@ export class PlotsPanel {
   }
 
   private present(): { from: number; to: number } {
-    const newest = this.store.newestTime();
-    const to = Number.isFinite(newest) ? newest : Date.now() / 1000;
-    return { from: to - Number(this.span.value), to };
+    const span = Number(this.span.value);
+    const { cursor } = this;
+    const to =
+      cursor === undefined ? this.now : Math.min(cursor + span / 2, Math.max(this.now, cursor));
+    return { from: to - span, to };
   }
 
   private freeze(frozen: { from: number; to: number } | undefined): void {
     this.frozen = frozen;
-    this.pause.setAttribute("aria-pressed", String(frozen !== undefined));
-    setText(this.pause, frozen === undefined ? "Pause" : "Back to live");
+    this.showPause();
     this.drawAll(frozen ?? this.present());
   }
 
+  private showPause(): void {
+    this.pause.setAttribute("aria-pressed", String(this.frozen !== undefined));
+    setText(this.pause, this.frozen === undefined ? "Hold" : "Follow");
+  }
+
   private drawAll({ from, to }: { from: number; to: number }): void {
+    this.onSpan(from, to);
+    const cursor: ChartMark[] =
+      this.cursor === undefined ? [] : [{ time: this.cursor, kind: "cursor" }];
     for (const chart of this.charts) {
-      chart.draw(this.store, from, to);
+      chart.draw(this.store, from, to, [...this.marks, ...cursor]);
     }
+  }
+
+  private showHint(): void {
     setText(
       this.hint,
       this.charts.length === 0
         ? "Choose a value to see it over time."
-        : "Drag across a chart to zoom, double-click for live.",
+        : this.hovered !== undefined
+          ? `Values at ${this.clock.exact(this.hovered)}`
+          : "Drag across a chart to zoom, double-click to follow again.",
     );
   }
 
@@ -171,8 +224,12 @@ export class PlotsPanel {
   }
 
   private addLine(name: SeriesName): void {
-    const isNew = !this.chosen.some((other) => seriesKey(other) === seriesKey(name));
-    if (isNew && this.chosen.length < kMostLines) {
+    if (this.chosen.some((other) => seriesKey(other) === seriesKey(name))) {
+      this.key.tell(`${seriesLabel(name)} is plotted already.`);
+    } else if (this.chosen.length >= kMostLines) {
+      this.key.tell(`There is room for ${kMostLines} lines: take one away first.`);
+    } else {
+      this.key.tell("");
       this.choose([...this.chosen, name]);
     }
   }

@@ -1,107 +1,137 @@
-import { formatDuration, formatNumber, kNoValue } from "../model/format.js";
-import type { Inclination, Pose, RobotState } from "../model/robotState.js";
-import { RobotView } from "../robot/robotView.js";
+import { formatNumber, kNoValue } from "../model/format.js";
+import type { PoseWords } from "../model/poses.js";
+import type { Inclination, RobotState } from "../model/robotState.js";
+import type { Drawing } from "../robot/drawing.js";
+import { Orbit, type View } from "../robot/orbit.js";
+import { Sketch } from "../robot/sketch.js";
 import { h, setAttribute, setText } from "../ui/dom.js";
+import { recall, remember } from "../ui/memory.js";
 
+/** Degrees that count as upright. */
 const kFlat = 2;
-
-const kPoseWords: Readonly<Record<string, string>> = {
-  Stand: "Standing",
-  Sit: "Sitting",
-  Crouch: "Crouching",
-  Knee: "Kneeling",
-  Frog: "Frog",
-  Back: "On its back",
-  Belly: "On its belly",
-  Left: "On its left side",
-  Right: "On its right side",
-  HeadBack: "Upside down",
-  Unknown: "Unknown pose",
-};
-
-export function poseWords(name: string): string {
-  return kPoseWords[name] ?? name;
-}
+const kStorageKey = "robotView";
 
 /** The robot as it is, with its pose in words. */
 export class RobotPanel {
   private readonly pose = h("strong", { class: "pose" }, kNoValue);
   private readonly since = h("span", { class: "since" });
   private readonly lean = h("span", { class: "lean" });
-  private readonly canvas = h("canvas", {
-    tabindex: 0,
-    role: "img",
-    "aria-label": "The robot",
-    "aria-describedby": "robot-help",
-  });
-  private readonly view: RobotView | undefined;
+  private canvas: HTMLCanvasElement;
+  private drawing: Drawing;
+  private readonly solid = h(
+    "button",
+    { type: "button", class: "icon-button solid", "aria-pressed": "false" },
+    "3D",
+  );
+  private readonly state: RobotState = {};
+  private hoist: number | undefined;
+  private isSonarOn = false;
 
-  constructor(parent: HTMLElement) {
+  constructor(private readonly parent: HTMLElement) {
     const help = h(
       "p",
       { id: "robot-help", class: "visually-hidden" },
       "Arrow keys turn the view, plus and minus zoom, Home resets it.",
     );
+    this.canvas = makeCanvas();
+    this.drawing = new Sketch(this.canvas, new Orbit(this.canvas));
     parent.append(
       this.canvas,
       help,
-      h(
-        "div",
-        { class: "robot-words" },
-        h("span", { class: "label" }, "Pose"),
-        this.pose,
-        this.since,
-      ),
+      h("div", { class: "robot-words" }, this.pose, this.since),
       this.lean,
+      this.buttons(),
     );
-    this.view = this.tryView();
-    if (this.view === undefined) {
-      this.canvas.replaceWith(
-        h("p", { class: "no-view" }, "This browser cannot draw in 3D (WebGL is off)."),
-      );
-    } else {
-      parent.append(this.buttons(this.view));
+    this.solid.title = "Draw in three dimensions";
+    this.solid.addEventListener("click", () => {
+      const isSolid = this.solid.getAttribute("aria-pressed") !== "true";
+      remember(kStorageKey, isSolid ? "3d" : "2d");
+      void this.draw(isSolid);
+    });
+    const wanted = recall(kStorageKey);
+    if (wanted === "3d" || (wanted !== "2d" && drawsFast())) {
+      void this.draw(true);
     }
   }
 
-  show(state: RobotState): void {
-    this.view?.show(state);
-    if (state.pose !== undefined) {
-      this.showPose(state.pose);
-    }
+  get element(): HTMLElement {
+    return this.parent;
+  }
+
+  /** @param isJump it is another moment, not the next one */
+  show(state: RobotState, isJump = false): void {
+    Object.assign(this.state, state);
+    this.drawing.show(state, isJump);
     if (state.inclination !== undefined) {
       setText(this.lean, leanWords(state.inclination));
     }
   }
 
+  showPose({ headline, detail }: PoseWords): void {
+    setText(this.pose, headline);
+    setText(this.since, detail);
+    setAttribute(this.canvas, "aria-label", `The robot: ${headline}`);
+  }
+
   /** At which height a hoist carries the torso, in metres; undefined when none does. */
   setHoist(height: number | undefined): void {
-    this.view?.setHoist(height);
+    this.hoist = height;
+    this.drawing.setHoist(height);
   }
 
   setSonarOn(isOn: boolean): void {
-    this.view?.setSonarOn(isOn);
+    this.isSonarOn = isOn;
+    this.drawing.setSonarOn(isOn);
   }
 
   applyTheme(): void {
-    this.view?.applyTheme();
+    this.drawing.applyTheme();
   }
 
-  private showPose(pose: Pose): void {
-    setText(this.pose, poseWords(pose.name));
-    setText(this.since, pose.seconds === undefined ? "" : `for ${formatDuration(pose.seconds)}`);
-    setAttribute(this.canvas, "aria-label", `The robot: ${poseWords(pose.name)}`);
-  }
-
-  private tryView(): RobotView | undefined {
+  /** In three dimensions where that can be had, else as a sketch. */
+  private async draw(isSolid: boolean): Promise<void> {
+    const { drawing } = this;
+    if (!isSolid) {
+      this.replace((canvas, view) => new Sketch(canvas, new Orbit(canvas, view)), false);
+      return;
+    }
     try {
-      return new RobotView(this.canvas);
+      const { RobotView } = await import("../robot/robotView.js");
+      if (this.drawing === drawing) {
+        this.replace((canvas, view) => new RobotView(canvas, new Orbit(canvas, view)), true);
+      }
     } catch {
-      return undefined;
+      // The sketch stays.
+      this.solid.hidden = true;
     }
   }
 
-  private buttons(view: RobotView): HTMLElement {
+  private replace(
+    make: (canvas: HTMLCanvasElement, view: View) => Drawing,
+    isSolid: boolean,
+  ): void {
+    const canvas = makeCanvas();
+    setAttribute(canvas, "aria-label", this.canvas.getAttribute("aria-label") ?? "The robot");
+    // A canvas that is not laid out has no size yet.
+    this.canvas.after(canvas);
+    let made: Drawing;
+    try {
+      made = make(canvas, this.drawing.orbit.current);
+    } catch (error) {
+      canvas.remove();
+      throw error;
+    }
+    this.drawing.destroy();
+    this.canvas.remove();
+    this.canvas = canvas;
+    this.drawing = made;
+    made.setHoist(this.hoist);
+    made.setSonarOn(this.isSonarOn);
+    made.show(this.state, true);
+    this.solid.setAttribute("aria-pressed", String(isSolid));
+  }
+
+  private buttons(): HTMLElement {
     const button = (label: string, text: string, action: () => void): HTMLElement => {
       const element = h(
         "button",
@@ -114,17 +144,42 @@ export class RobotPanel {
     return h(
       "div",
       { class: "view-buttons" },
+      this.solid,
       button("Nearer", "+", () => {
-        view.orbit.zoom(1);
+        this.drawing.orbit.zoom(1);
       }),
       button("Farther", "−", () => {
-        view.orbit.zoom(-1);
+        this.drawing.orbit.zoom(-1);
       }),
       button("Reset the view", "⟲", () => {
-        view.orbit.reset();
+        this.drawing.orbit.reset();
       }),
     );
   }
+}
+
+function makeCanvas(): HTMLCanvasElement {
+  return h("canvas", {
+    tabindex: 0,
+    role: "img",
+    "aria-label": "The robot",
+    "aria-describedby": "robot-help",
+  });
+}
+
+/** Whether three dimensions cost nothing: not where the processor would have to draw them. */
+function drawsFast(): boolean {
+  if (matchMedia("(forced-colors: active)").matches) {
+    return false;
+  }
+  const context = document.createElement("canvas").getContext("webgl2");
+  const info = context?.getExtension("WEBGL_debug_renderer_info");
+  if (context == null) {
+    return false;
+  }
+  const renderer: unknown = context.getParameter(info?.UNMASKED_RENDERER_WEBGL ?? context.RENDERER);
+  context.getExtension("WEBGL_lose_context")?.loseContext();
+  return !/swiftshader|llvmpipe|software|softpipe|basic render/i.test(String(renderer));
 }
 
 function leanWords({ roll, pitch }: Inclination): string {

@@ -5,6 +5,8 @@ import type { Sonar } from "../model/robotState.js";
 import { makeCard, type Card } from "../ui/card.js";
 import { h, setAttribute, setText, svg } from "../ui/dom.js";
 
+/** m; nearer than this, a wedge is drawn as long as this: the nearest is the loudest. */
+const kShortest = 0.22;
 /** The picture reaches this far, in m. */
 const kReach = 1.6;
 const kRadius = 92;
@@ -27,6 +29,7 @@ export class SonarCard {
   private readonly picture: SVGSVGElement;
   private readonly toggle = h("button", { type: "button", class: "small", hidden: true });
   private listeners: Listeners | undefined;
+  private sonar: Sonar = { left: undefined, right: undefined };
 
   constructor() {
     const rings = kRings.flatMap((meters) => [
@@ -39,7 +42,7 @@ export class SonarCard {
     ]);
     this.picture = svg(
       "svg",
-      { viewBox: "18 4 164 112", role: "img" },
+      { viewBox: "18 4 164 112", role: "img", "aria-label": "The sonar is not told" },
       this.wedges.left,
       this.wedges.right,
       ...rings,
@@ -64,33 +67,43 @@ export class SonarCard {
   }
 
   show(sonar: Sonar): void {
+    this.sonar = sonar;
     const left = shownDistance(sonar.left);
     const right = shownDistance(sonar.right);
-    const isOff = this.listeners?.isAny === false && left === undefined && right === undefined;
-    this.showSide("left", isOff ? undefined : sonar.left);
-    this.showSide("right", isOff ? undefined : sonar.right);
+    const isOff = !this.isOn;
+    this.showSide("left", sonar.left, isOff);
+    this.showSide("right", sonar.right, isOff);
     setText(this.card.answer, isOff ? "off" : answerOf(left, right));
+    const isNear = !isOff && Math.min(left ?? kReach, right ?? kReach) < kNear;
+    this.card.answer.classList.toggle("signal", isNear);
+    this.card.element.classList.toggle("off", isOff);
     const words = `Left ${describe(sonar.left)}, right ${describe(sonar.right)}`;
     setAttribute(this.picture, "aria-label", isOff ? "The sonar is off" : words);
+  }
+
+  private get isOn(): boolean {
+    return this.sonar.isOn ?? this.listeners?.isAny !== false;
   }
 
   /** Who listens; the emitters are off while nobody does. */
   showListeners(listeners: Listeners): void {
     this.listeners = listeners;
+    this.show(this.sonar);
     this.toggle.disabled = false;
     this.toggle.hidden = listeners.isAny && !listeners.isPage;
     setText(this.toggle, listeners.isPage ? "Switch off" : "Switch on");
   }
 
-  private showSide(side: "left" | "right", distance: number | undefined): void {
-    const shown = shownDistance(distance);
+  private showSide(side: "left" | "right", distance: number | undefined, isOff: boolean): void {
+    const shown = isOff ? undefined : shownDistance(distance);
     const wedge = this.wedges[side];
     const sign = side === "left" ? -1 : 1;
-    const reach = Math.min(shown ?? kReach, kReach);
+    const reach = Math.min(Math.max(shown ?? kReach, kShortest), kReach);
     setAttribute(wedge, "d", wedgePath(reach, sign * kFromDegrees, sign * kToDegrees));
     wedge.classList.toggle("near", shown !== undefined && shown < kNear);
     wedge.classList.toggle("clear", shown === undefined);
-    setText(this.texts[side], describe(distance));
+    wedge.classList.toggle("hidden", isOff);
+    setText(this.texts[side], isOff ? "off" : describe(distance));
   }
 }
 

@@ -4,6 +4,9 @@ import { Losses } from "../model/losses.js";
 import type { Announcer } from "../ui/announcer.js";
 import { byId, setText } from "../ui/dom.js";
 
+/** ms */
+const kReading = 8_000;
+
 /** Says how well the page hears the host: in the bar at the top, and below it when there is trouble. */
 export class StatusBar {
   onRetry: () => void = () => {};
@@ -19,6 +22,7 @@ export class StatusBar {
   private readonly rate = byId("rate");
   private readonly losses = new Losses();
   private kind = "";
+  private problem = "";
 
   constructor(private readonly announcer: Announcer) {
     this.retry.addEventListener("click", () => {
@@ -34,8 +38,9 @@ export class StatusBar {
     this.pill.dataset["state"] = link.kind;
     document.documentElement.dataset["link"] = link.kind;
     setText(this.pillText, link.short);
-    this.banner.hidden = link.explanation === "";
-    setText(this.bannerText, link.explanation);
+    const text = link.explanation || this.problem;
+    this.banner.hidden = text === "";
+    setText(this.bannerText, text);
     this.retry.hidden = link.kind !== "lost";
     this.login.hidden = link.kind !== "locked";
     if (link.kind !== this.kind) {
@@ -48,8 +53,22 @@ export class StatusBar {
     setText(byId("token-problem"), "This is not the token.");
   }
 
-  showRate(ticksPerSecond: number | undefined): void {
-    setText(this.rate, ticksPerSecond === undefined ? "" : `${Math.round(ticksPerSecond)} ticks/s`);
+  /** @param asked what the loop is to do; either undefined while it is not known */
+  showRate(ticksPerSecond: number | undefined, asked: number | undefined): void {
+    const of = asked === undefined ? "" : ` of ${Math.round(asked)}`;
+    setText(
+      this.rate,
+      ticksPerSecond === undefined ? "" : `${Math.round(ticksPerSecond)}${of} ticks/s`,
+    );
+  }
+
+  /** Says what went wrong, for as long as it takes to read it. */
+  tell(problem: string): void {
+    this.problem = problem;
+    this.announcer.say("problem", problem);
+    setTimeout(() => {
+      this.problem = "";
+    }, kReading);
   }
 
   addStatus(status: Status): void {

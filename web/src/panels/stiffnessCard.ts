@@ -18,7 +18,8 @@ export class StiffnessCard {
       const cells = limb.joints.map((joint) => {
         const bar = h("span", { class: "level" });
         this.bars.set(joint, bar);
-        return h("span", { class: "level-cell", role: "img" }, bar);
+        const label = `${jointWords(joint)}: not told`;
+        return h("span", { class: "level-cell", role: "img", "aria-label": label }, bar);
       });
       this.card.body.append(
         h(

@@ -40,7 +40,7 @@ export class TouchCard {
     }
     this.picture = svg(
       "svg",
-      { viewBox: "28 -2 144 154", role: "img" },
+      { viewBox: "28 -2 144 154", role: "img", "aria-label": "Touch is not told" },
       silhouette(),
       ...this.spots.values(),
     );

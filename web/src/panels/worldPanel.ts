@@ -1,10 +1,12 @@
 import { jsonOfFloat } from "../host/json.js";
-import { CallError, writeMemory, type KeyValue } from "../host/rest.js";
+import { CallError, writeMemory } from "../host/rest.js";
 import { formatNumber } from "../model/format.js";
 import { kNear } from "../model/sonarRange.js";
 import { kWorldKeys, touchGroups } from "../model/world.js";
 import { WriteQueue } from "../model/writeQueue.js";
-import { h, setText } from "../ui/dom.js";
+import { poseWords } from "../model/poses.js";
+import { h, setAttribute, setText } from "../ui/dom.js";
+import { rove } from "../ui/roving.js";
 import { holdButton, Slider, Switch } from "./worldControls.js";
 
 /** Beyond this there is no obstacle, in m. */
@@ -42,6 +44,10 @@ export class WorldPanel {
   private readonly problem = h("p", { class: "problem", role: "alert" });
   private readonly writes = new WriteQueue((key, json) => this.send(key, json));
   private readonly postures = new Map<string, HTMLButtonElement>();
+  /** What is wanted beside what is. */
+  private readonly posture = h("p", { class: "note wanted" });
+  private wanted: unknown;
+  private actual = "";
   private readonly touch = h("div", { class: "world-touch" });
   private readonly force = new Slider({
     label: "Force",
@@ -86,14 +92,17 @@ export class WorldPanel {
   constructor(parent: HTMLElement) {
     this.force.show(kFirstPush);
     this.connect();
+    rove(this.touch);
+    const push = h("div", { class: "push" }, ...this.pushButtons());
+    rove(push);
     parent.append(
       this.problem,
       h(
         "div",
         { class: "world-groups" },
-        group("Posture", this.postureButtons()),
+        group("Posture", this.postureButtons(), this.posture),
         group("Touch", this.touch),
-        group("Push", h("div", { class: "push" }, ...this.pushButtons()), this.force.element),
+        group("Push", push, this.force.element),
         group("Hoist", this.hold.element, this.height.element),
         group("Obstacles", this.left.element, this.right.element),
         group("Surroundings", this.charger.element, this.air.element),
@@ -101,8 +110,8 @@ export class WorldPanel {
     );
   }
 
-  /** Shows the world as it is. */
-  show(keys: ReadonlyMap<string, KeyValue>): void {
+  /** Shows the world as it is. @param keys values by the names of the world's keys */
+  show(keys: ReadonlyMap<string, unknown>): void {
     this.showTouch(keys);
     const sliders: [string, Slider][] = [
       [kWorldKeys.hoistHeight, this.height],
@@ -111,15 +120,37 @@ export class WorldPanel {
       [kWorldKeys.ambientTemperature, this.air],
     ];
     for (const [key, slider] of sliders) {
-      const value = keys.get(key)?.value;
+      const value = keys.get(key);
       if (typeof value === "number" && !this.writes.isWaiting(key)) {
         slider.show(value);
       }
     }
-    this.hold.show(keys.get(kWorldKeys.hoistHold)?.value === true);
-    this.charger.show(keys.get(kWorldKeys.chargerPlugged)?.value === true);
-    this.showPosture(keys.get(kWorldKeys.posture)?.value);
+    const switches: [string, Switch][] = [
+      [kWorldKeys.hoistHold, this.hold],
+      [kWorldKeys.chargerPlugged, this.charger],
+    ];
+    for (const [key, control] of switches) {
+      if (!this.writes.isWaiting(key)) {
+        control.show(keys.get(key) === true);
+      }
+    }
+    if (!this.writes.isWaiting(kWorldKeys.posture)) {
+      this.showPosture(keys.get(kWorldKeys.posture));
+    }
     this.tellHoist();
+  }
+
+  /** The pose that the robot is in, whatever is wanted. */
+  showActual(pose: string): void {
+    if (pose !== this.actual) {
+      this.actual = pose;
+      this.showPosture(this.wanted);
+    }
+  }
+
+  /** Puts the robot on its feet. */
+  standUp(): void {
+    this.want("Stand");
   }
 
   private connect(): void {
@@ -153,21 +184,37 @@ export class WorldPanel {
     for (const [name, label] of Object.entries(kPostures)) {
       const button = h("button", { type: "button", "aria-pressed": "false" }, label);
       button.addEventListener("click", () => {
-        this.writes.add(kWorldKeys.posture, JSON.stringify(name));
-        this.showPosture(name);
+        this.want(name);
       });
       this.postures.set(name, button);
     }
-    return h("div", { class: "buttons" }, ...this.postures.values());
+    const buttons = h("div", { class: "buttons" }, ...this.postures.values());
+    rove(buttons);
+    return buttons;
   }
 
-  private showPosture(posture: unknown): void {
+  private want(posture: string): void {
+    this.writes.add(kWorldKeys.posture, JSON.stringify(posture));
+    this.showPosture(posture);
+  }
+
+  /** A posture that is wanted is not one that is: a robot can have fallen out of it. */
+  private showPosture(wanted: unknown): void {
+    this.wanted = wanted;
     for (const [name, button] of this.postures) {
-      button.setAttribute("aria-pressed", String(name === posture));
+      const isWanted = name === wanted;
+      setAttribute(button, "aria-pressed", String(isWanted && name === this.actual));
+      button.classList.toggle("wanted", isWanted && name !== this.actual);
     }
+    const label = kPostures[String(wanted)];
+    const isApart = label !== undefined && this.actual !== "" && wanted !== this.actual;
+    setText(
+      this.posture,
+      isApart ? `Wanted: ${label} · is: ${poseWords(this.actual).toLowerCase()}` : "",
+    );
   }
 
-  private showTouch(keys: ReadonlyMap<string, KeyValue>): void {
+  private showTouch(keys: ReadonlyMap<string, unknown>): void {
     const groups = touchGroups(keys.keys());
     const names = JSON.stringify(groups);
     if (names === this.touchNames) {

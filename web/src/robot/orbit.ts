@@ -1,4 +1,4 @@
-import type { PerspectiveCamera } from "three";
+import type { Vector } from "./body.js";
 
 export interface View {
   /** rad about the vertical; 0 looks at the robot's face. */
@@ -25,30 +25,56 @@ export class Orbit {
   /** Height of the point that the camera looks at. */
   targetHeight = 0.27;
 
-  private view: View = { ...kFirstView };
+  private view: View;
   private dragFrom: { x: number; y: number } | undefined;
+  private readonly listening = new AbortController();
 
-  constructor(
-    private readonly camera: PerspectiveCamera,
-    canvas: HTMLCanvasElement,
-  ) {
-    canvas.addEventListener("pointerdown", (event) => {
-      this.dragFrom = { x: event.clientX, y: event.clientY };
-      canvas.setPointerCapture(event.pointerId);
-    });
-    canvas.addEventListener("pointermove", (event) => {
-      this.drag(event);
-    });
+  constructor(canvas: HTMLCanvasElement, view: View = kFirstView) {
+    this.view = { ...view };
+    const { signal } = this.listening;
+    canvas.addEventListener(
+      "pointerdown",
+      (event) => {
+        this.dragFrom = { x: event.clientX, y: event.clientY };
+        canvas.setPointerCapture(event.pointerId);
+      },
+      { signal },
+    );
+    canvas.addEventListener(
+      "pointermove",
+      (event) => {
+        this.drag(event);
+      },
+      { signal },
+    );
     for (const end of ["pointerup", "pointercancel"] as const) {
-      canvas.addEventListener(end, () => {
-        this.dragFrom = undefined;
-      });
+      canvas.addEventListener(
+        end,
+        () => {
+          this.dragFrom = undefined;
+        },
+        { signal },
+      );
     }
-    canvas.addEventListener("keydown", (event) => {
-      if (this.press(event.key)) {
-        event.preventDefault();
-      }
-    });
+    canvas.addEventListener(
+      "keydown",
+      (event) => {
+        if (this.press(event.key)) {
+          event.preventDefault();
+          event.stopPropagation();
+        }
+      },
+      { signal },
+    );
+  }
+
+  /** Where the camera looks from and how, to go on elsewhere. */
+  get current(): View {
+    return this.view;
+  }
+
+  destroy(): void {
+    this.listening.abort();
   }
 
   reset(): void {
@@ -61,16 +87,19 @@ export class Orbit {
     this.turn(0, 0, kZoomStep ** -steps);
   }
 
-  /** Moves the camera to where the view says. */
-  place(): void {
+  /** Where the camera is; it looks at `target`. */
+  get eye(): Vector {
     const { azimuth, elevation, distance } = this.view;
     const flat = distance * Math.cos(elevation);
-    this.camera.position.set(
+    return [
       flat * Math.cos(azimuth),
       flat * Math.sin(azimuth),
       this.targetHeight + distance * Math.sin(elevation),
-    );
-    this.camera.lookAt(0, 0, this.targetHeight);
+    ];
+  }
+
+  get target(): Vector {
+    return [0, 0, this.targetHeight];
   }
 
   private drag(event: PointerEvent): void {

@@ -1,6 +1,7 @@
 /** ms between two pictures where drawing costs nothing: 30 in a second are fluent. */
 const kShortest = 33;
-const kLongest = 250;
+/** Fewer than 15 pictures in a second are none of a movement. */
+const kLongest = 66;
 /** Weight of the newest measurement. */
 const kNewest = 0.2;
 /** Drawing may take this share of the time. */

@@ -20,6 +20,8 @@ const kSpan = 0.62;
 const kSegments = 24;
 /** m */
 const kIdle = 0.4;
+/** Nearer than this the fan would hide in the chest. */
+const kLeast = 0.06;
 
 /** What the two ultrasonic sensors see: a fan ahead of the chest on each side, as long as the way is free. */
 export class SonarFan {
@@ -70,7 +72,7 @@ class Wing {
     const isNear = shown !== undefined && shown < kNear;
     this.object.visible = distance !== undefined;
     // The way to an echo; without one, a short faint fan says that the sensor looks.
-    this.object.scale.setScalar(Math.max(shown ?? kIdle, 0.02));
+    this.object.scale.setScalar(Math.max(shown ?? kIdle, kLeast));
     const color = new Color(isNear ? colors.near : colors.far);
     this.fill.color.copy(color);
     this.edge.color.copy(color);

@@ -20,3 +20,22 @@ export function recall(name: string): unknown {
     return undefined;
   }
 }
+
+const kSession = `${kPrefix}session`;
+
+/** The run that this tab has shown last; empty when it has shown none. */
+export function recallSession(): string {
+  try {
+    return sessionStorage.getItem(kSession) ?? "";
+  } catch {
+    return "";
+  }
+}
+
+export function rememberSession(session: string): void {
+  try {
+    sessionStorage.setItem(kSession, session);
+  } catch {
+    // Then a restart while the page is loaded anew goes unmarked.
+  }
+}

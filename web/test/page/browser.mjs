@@ -1,7 +1,10 @@
+import { readFile } from "node:fs/promises";
+import { createRequire } from "node:module";
 import { chromium } from "playwright-core";
 
-/** Long, for machines that draw in software while they build something. */
-const kTimeout = 60_000;
+/** ms; long, for machines that draw in software while they build something. */
+const kTimeout = Number(process.env.GK_PAGE_TIMEOUT ?? 60_000);
+const kAxe = createRequire(import.meta.url).resolve("axe-core/axe.min.js");
 
 /** A headless browser that draws in software, so that it runs anywhere. */
 export function startBrowser() {
@@ -34,4 +37,30 @@ export async function openPage(browser, url, options = {}) {
 /** Waits until the page shows live values. */
 export async function untilLive(page) {
   await page.getByText("Live", { exact: true }).waitFor();
+}
+
+/** What a checker of accessibility finds, as "rule: elements". */
+export async function accessFindings(page) {
+  // Its own script: the page's policy lets none in, the browser's tools do.
+  await page.evaluate(await readFile(kAxe, "utf8"));
+  const { violations } = await page.evaluate(() => globalThis.axe.run());
+  return violations.map(
+    ({ id, nodes }) => `${id}: ${nodes.map(({ html }) => html.slice(0, 120)).join(" | ")}`,
+  );
+}
+
+/** Counts what comes on the page's WebSocket from now on: {bytes, byTopic(text)}. */
+export async function countTraffic(page) {
+  const session = await page.context().newCDPSession(page);
+  await session.send("Network.enable");
+  const counted = { bytes: 0, messages: [] };
+  session.on("Network.webSocketFrameReceived", ({ response: { opcode, payloadData } }) => {
+    const frame = Buffer.from(payloadData, opcode === 2 ? "base64" : "utf8");
+    counted.bytes += frame.length;
+    // A message of a channel: what follows subscription and time is JSON.
+    if (opcode === 2 && frame[0] === 1) {
+      counted.messages.push(frame.subarray(13).toString());
+    }
+  });
+  return counted;
 }

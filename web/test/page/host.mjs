@@ -5,19 +5,75 @@ import { mkdtemp, rm, writeFile } from "node:fs/promises";
 import { createServer } from "node:net";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
+import { serve } from "../../serve.mjs";
 import { startMockHost } from "../mockHost.mjs";
 
 const kStartTimeout = 30_000;
 const kPause = 100;
 
-/** @param port 0 for any free one; returns {port, url, pause, resume, stop} */
-export async function startHost(port = 0, token = "") {
+/**
+ * @param port 0 for any free one
+ * @param files what is run instead of a simulated robot
+ * @param front the port of what serves dist/, as `port`
+ * @returns {port, url, pause, resume, stop}
+ */
+export async function startHost(port = 0, token = "", files = [], front = 0) {
   const program = process.env.GK_PROGRAM;
   const host =
     program === undefined
       ? await startMockHost(port, token)
-      : await startProgram(program, port || (await freePort()), token);
-  return { ...host, url: `http://127.0.0.1:${host.port}/` };
+      : await startProgram(
+          program,
+          port || (await freePort()),
+          token,
+          files.length > 0 ? ["run", ...files] : ["run", "--no-tour"],
+        );
+  return withPage(host, front);
+}
+
+/** A host that plays a recording of `host`, which has run for some seconds. */
+export async function startPlayback(host) {
+  const program = process.env.GK_PROGRAM;
+  if (program === undefined) {
+    return withPage(await startMockHost(0, "", true));
+  }
+  const folder = await mkdtemp(join(tmpdir(), "gk-play-"));
+  const file = join(folder, "played.mcap");
+  await writeFile(file, await keep(host.url));
+  const player = await startProgram(program, await freePort(), "", ["play", file, "--paused"]);
+  const { stop } = player;
+  return withPage({
+    ...player,
+    stop: async () => {
+      await stop();
+      await rm(folder, { recursive: true, force: true });
+    },
+  });
+}
+
+/** GK_DIST: with the page of dist/ in place of the one that the program has in it. */
+async function withPage(host, port = 0) {
+  if (process.env.GK_DIST === undefined || process.env.GK_PROGRAM === undefined) {
+    return { ...host, url: `http://127.0.0.1:${host.port}/` };
+  }
+  const front = await serve(`127.0.0.1:${host.port}`, port);
+  return {
+    ...host,
+    url: `http://127.0.0.1:${front.port}/`,
+    stop: async () => {
+      await front.stop();
+      await host.stop();
+    },
+  };
+}
+
+async function keep(url) {
+  const response = await fetch(`${url}api/v1/past/keep`, {
+    method: "POST",
+    headers: { "content-type": "application/json" },
+    body: "{}",
+  });
+  return Buffer.from(await response.arrayBuffer());
 }
 
 /** Writes a memory key as any client may. */
@@ -42,12 +98,12 @@ export async function call(url, method, params) {
   return (await response.json()).result;
 }
 
-async function startProgram(program, port, token) {
+async function startProgram(program, port, token, command) {
   const folder = await mkdtemp(join(tmpdir(), "gk-page-"));
   const file = join(folder, "token");
   await writeFile(file, token, { mode: 0o600 });
   // The simulated robot stands and waits for what the test does to it.
-  const options = ["run", "--listen", `127.0.0.1:${port}`, "--no-tour"];
+  const options = [...command, "--listen", `127.0.0.1:${port}`];
   const child = spawn(program, token === "" ? options : [...options, "--token-file", file], {
     stdio: ["ignore", "ignore", "inherit"],
   });

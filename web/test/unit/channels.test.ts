@@ -65,8 +65,17 @@ test("joints without a number keep their place", () => {
   assert.deepEqual(read("/joint_states", { joints }).joints, new Map([["HeadYaw", 0.5]]));
 });
 
-test("an empty pose is an unknown one", () => {
-  assert.deepEqual(read("/pose", { name: "", since_s: 2 }).pose, { name: "Unknown", seconds: 2 });
+test("the pose that is announced and the one of this tick are two", () => {
+  assert.deepEqual(read("/pose", { name: "Stand", code: 7, since_s: 0.2 }).pose, {
+    announced: "Stand",
+    running: "Belly",
+    seconds: 0.2,
+  });
+  assert.deepEqual(read("/pose", { name: "", since_s: 2 }).pose, {
+    announced: "Unknown",
+    running: undefined,
+    seconds: 2,
+  });
 });
 
 test("touch sensors go by their place on the body", () => {
@@ -81,13 +90,13 @@ test("touch sensors go by their place on the body", () => {
 });
 
 test("events and log lines need a name and a text", () => {
-  assert.deepEqual(readEvent({ name: "E", kind: "micro", value: false }, 3), {
+  assert.deepEqual(readEvent({ name: "E", t_s: 3, kind: "micro", value: false }), {
     time: 3,
     name: "E",
     value: false,
     isMicro: true,
   });
-  assert.equal(readEvent({ value: 1 }, 3), undefined);
+  assert.equal(readEvent({ t_s: 3, value: 1 }), undefined);
   assert.deepEqual(readLogLine({ level: 4, message: "m", name: "c" }, 3), {
     time: 3,
     level: 4,

@@ -1,7 +1,7 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 import { Backoff } from "../../src/host/backoff.js";
-import { describeLink, kStaleAfter } from "../../src/model/link.js";
+import { describeLink, describeSource, kStaleAfter } from "../../src/model/link.js";
 import { Losses } from "../../src/model/losses.js";
 import { Pace } from "../../src/robot/pace.js";
 
@@ -75,15 +75,67 @@ test("what the host merely remarks is no loss", () => {
   assert.equal(sut.message, "");
 });
 
-test("a slow machine draws less often, down to four pictures in a second", () => {
+test("a slow machine draws less often, down to fifteen pictures in a second", () => {
   const sut = new Pace();
   assert.equal(sut.interval, 33);
   for (let i = 0; i < 50; ++i) {
-    sut.measured(40);
+    sut.measured(15);
   }
-  assert.equal(Math.round(sut.interval), 120);
+  assert.equal(Math.round(sut.interval), 45);
   for (let i = 0; i < 50; ++i) {
     sut.measured(1_000);
   }
-  assert.equal(sut.interval, 250);
+  assert.equal(sut.interval, 66);
+});
+
+const live = { kind: "live", short: "Live", explanation: "" } as const;
+const stale = { kind: "stale", short: "Stale", explanation: "old" } as const;
+const recording = { kind: "recording", file: "/data/fall.csv", end: 65, isEnded: false } as const;
+
+test("a recording that is run is no robot that lives, and says how far it is", () => {
+  const { kind, short } = describeSource(live, recording, undefined, 31.4, 0);
+  assert.equal(kind, "recording");
+  assert.equal(short, "Recording, 0:31 of 1:05");
+});
+
+test("a recording that has ended is not stale but over", () => {
+  const { kind, explanation } = describeSource(
+    stale,
+    { ...recording, isEnded: true },
+    undefined,
+    70,
+    5,
+  );
+  assert.equal(kind, "ended");
+  assert.match(explanation, /^The recording fall\.csv has ended at 1:05\./);
+});
+
+test("a recording that is played stands still without being stale", () => {
+  const state = {
+    time: 3,
+    begin: 0,
+    end: 9,
+    speed: 1,
+    isPlaying: false,
+    loop: undefined,
+    didSeek: false,
+    file: "night.mcap",
+    recordedAt: 0,
+    isIndexed: true,
+  };
+  assert.deepEqual(describeSource(stale, undefined, state, 3, 99), {
+    kind: "playback",
+    short: "Paused night.mcap",
+    explanation: "",
+  });
+});
+
+test("a lost host is lost, whatever it showed", () => {
+  const lost = { kind: "lost", short: "Not connected", explanation: "x" } as const;
+  assert.equal(describeSource(lost, recording, undefined, 0, 0), lost);
+});
+
+test("sensors that tell nothing new for more than five seconds have ended", () => {
+  assert.equal(describeSource(live, undefined, undefined, 9, 5), live);
+  assert.equal(describeSource(live, undefined, undefined, 9, 5.1).kind, "ended");
 });
