@@ -18,6 +18,7 @@
 #include <boost/make_shared.hpp>
 
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <future>
 #include <sys/eventfd.h>
@@ -76,12 +77,15 @@ private:
 HostFigures figuresOf(const GatewayOptions& options) {
   const GK::GKWallTime wall = GK::GKClock::instance().wallTime();
   constexpr double kMicrosPerSecond = 1e6;
+  // Whatever the clock is: no two processes begin at the same microsecond.
+  const auto now = std::chrono::duration_cast<std::chrono::microseconds>(
+      std::chrono::system_clock::now().time_since_epoch());
   return {options.version,
           static_cast<double>(wall.seconds) +
               static_cast<double>(wall.microseconds) / kMicrosPerSecond,
           options.limits.answer,
           options.recording,
-          std::to_string(wall.seconds) + "." + std::to_string(wall.microseconds),
+          std::to_string(now.count()),
           options.playback};
 }
 

@@ -22,8 +22,8 @@ constexpr GK::GKMicros kFastFrame = 500'000;
 } // namespace
 
 Player::Player(const std::string& path, const PlayerStart& start)
-    : fPath(path), fName(std::filesystem::path(path).filename()), fTape(path),
-      fClock(std::make_shared<PlayClock>(fTape.epoch())) {
+    : fName(std::filesystem::path(path).filename()), fOriginal(path), fTape(fOriginal),
+      fClock(std::make_shared<PlayClock>(fTape.epoch())), fLook(fOriginal) {
   fState.begin = fTape.begin();
   fState.end = fTape.end();
   fState.time = xClamped(start.time.value_or(fState.begin));
@@ -41,7 +41,7 @@ void Player::begin(boost::shared_ptr<GK::GKMemory> memory) {
   xJump(fState.time);
   // Whoever subscribes is shown what is there now, even where nothing goes on.
   GK::GKObserverList::instance().notifyTick({fTape.module(), GK::GKTask::kLoopMethod});
-  fIndex = std::make_unique<RunIndex>(fPath, [this] {
+  fIndex = std::make_unique<RunIndex>(fOriginal, [this] {
     const std::lock_guard lock(fMutex);
     fWish.isNews = true;
     fWake.notify_all();
@@ -135,9 +135,9 @@ void Player::step(Step what, int count) {
   fWake.notify_all();
 }
 
-/// Reads on a tape of its own: the player's stands somewhere else.
-GK::GKMicros Player::xTickFrom(GK::GKMicros time, int count) const {
-  RunTape tape(fPath);
+GK::GKMicros Player::xTickFrom(GK::GKMicros time, int count) {
+  const std::lock_guard lock(fLookMutex);
+  RunTape& tape = fLook;
   auto left = std::abs(static_cast<std::int64_t>(count));
   GK::GKMicros found = time;
   const auto ticksOf = [&tape](std::size_t chunk) {
@@ -383,7 +383,7 @@ std::string Player::pastJson(gateway::PastRange range, std::string_view session)
     past.onTick(to, fTape.module());
     return past.json(range, session);
   }
-  RunTape tape(fPath);
+  RunTape tape(fOriginal);
   for (std::size_t chunk = tape.chunkBefore(from); chunk < tape.chunkCount(); ++chunk) {
     if (tape.chunkBegin(chunk) > to) {
       break;

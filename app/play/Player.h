@@ -81,11 +81,12 @@ private:
   void xStore(std::size_t key, const GK::GKValue& value);
   void xTell(Change change);
   /// The time of the tick so many behind the present one, or before it.
-  GK::GKMicros xTickFrom(GK::GKMicros time, int count) const;
+  GK::GKMicros xTickFrom(GK::GKMicros time, int count);
   GK::GKMicros xClamped(GK::GKMicros time) const;
 
-  const std::string fPath;
   const std::string fName;
+  /// As it was opened, to be read from by copies.
+  const RunTape fOriginal;
   RunTape fTape;
   const std::shared_ptr<PlayClock> fClock;
   boost::shared_ptr<GK::GKMemory> fMemory;
@@ -95,6 +96,10 @@ private:
   gateway::PlaybackState fState;
   Wish fWish;
   bool fIsEnding = false;
+
+  /// To look for ticks elsewhere than where it plays.
+  std::mutex fLookMutex;
+  RunTape fLook;
 
   std::mutex fListenerMutex;
   std::function<void(Change)> fListener;

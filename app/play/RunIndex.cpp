@@ -14,8 +14,8 @@ bool isEvent(const GK::GKNotice& notice) {
 
 } // namespace
 
-RunIndex::RunIndex(std::string path, std::function<void()> onDone)
-    : fPath(std::move(path)), fOnDone(std::move(onDone)), fThread([this] { xRead(); }) {}
+RunIndex::RunIndex(const RunTape& tape, std::function<void()> onDone)
+    : fTape(tape), fOnDone(std::move(onDone)), fThread([this] { xRead(); }) {}
 
 RunIndex::~RunIndex() {
   fIsEnding.store(true, std::memory_order_relaxed);
@@ -24,10 +24,9 @@ RunIndex::~RunIndex() {
 
 void RunIndex::xRead() {
   try {
-    RunTape tape(fPath);
     for (std::size_t chunk = 0;
-         chunk < tape.chunkCount() && !fIsEnding.load(std::memory_order_relaxed); ++chunk) {
-      std::vector<TapeEntry> entries = tape.load(chunk, RunTape::Detail::WithoutSamples);
+         chunk < fTape.chunkCount() && !fIsEnding.load(std::memory_order_relaxed); ++chunk) {
+      std::vector<TapeEntry> entries = fTape.load(chunk, RunTape::Detail::WithoutSamples);
       const std::lock_guard lock(fMutex);
       for (TapeEntry& entry : entries) {
         if (entry.kind == TapeEntry::Kind::Raise || entry.kind == TapeEntry::Kind::Log) {
@@ -38,9 +37,9 @@ void RunIndex::xRead() {
           fNotices.push_back(std::move(entry.notice));
         }
         for (auto& [key, value] : entry.values) {
-          if (!tape.isSampled(key) && fChangeCount < kMostChanges) {
+          if (!fTape.isSampled(key) && fChangeCount < kMostChanges) {
             ++fChangeCount;
-            fChanges[tape.keys()[key]].emplace_back(entry.time, std::move(value));
+            fChanges[fTape.keys()[key]].emplace_back(entry.time, std::move(value));
           }
         }
       }

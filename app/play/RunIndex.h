@@ -26,7 +26,7 @@ public:
   static constexpr std::size_t kMostChanges = 1'000'000;
 
   /// `onDone` is called on the index's thread when all has been read.
-  RunIndex(std::string path, std::function<void()> onDone);
+  RunIndex(const RunTape& tape, std::function<void()> onDone);
   ~RunIndex();
   RunIndex(const RunIndex&) = delete;
   RunIndex& operator=(const RunIndex&) = delete;
@@ -46,7 +46,7 @@ public:
 private:
   void xRead();
 
-  const std::string fPath;
+  RunTape fTape;
   const std::function<void()> fOnDone;
   std::atomic<bool> fIsEnding{false};
   std::atomic<bool> fIsDone{false};

@@ -79,6 +79,13 @@ RunTape::RunTape(const std::string& path) : fPath(path), fSource(path) {
   }
 }
 
+RunTape::RunTape(const RunTape& other)
+    : fPath(other.fPath), fSource(other.fPath), fChunks(other.fChunks), fChannels(other.fChannels),
+      fEpoch(other.fEpoch), fBegin(other.fBegin), fEnd(other.fEnd), fHasRun(other.fHasRun),
+      fHasChannels(other.fHasChannels), fHasTurns(other.fHasTurns), fModule(other.fModule),
+      fLoops(other.fLoops), fKeys(other.fKeys), fByName(other.fByName),
+      fSampledKeys(other.fSampledKeys), fRunKeys(other.fRunKeys), fTopics(other.fTopics) {}
+
 void RunTape::xAddSubjects() {
   const auto add = [this](std::string_view topic,
                           const std::vector<gateway::SubjectField>& fields) {

@@ -48,6 +48,9 @@ public:
 
   /// Raises `InputError` for what is no recording, or an empty one.
   explicit RunTape(const std::string& path);
+  /// The same recording again, for another reader. Raises `InputError`.
+  RunTape(const RunTape& other);
+  RunTape& operator=(const RunTape&) = delete;
 
   /// It has what viewers are told. What holds input alone has to be run first.
   bool hasChannels() const noexcept { return fHasChannels; }

@@ -52,8 +52,9 @@ HttpResponse optionsOf(bool isKnown) {
 Resources::Resources(Access& access, CallRunner& runner, Counters& counters, HostFigures figures,
                      const VerdictWatch& verdict, Past& past)
     : fFigures(std::move(figures)),
-      fRpc(runner, counters, fFigures.answer), fParts{access,  runner, counters, fRpc,
-                                                      verdict, past,   fFigures, resourceTable()} {
+      fRpc(runner, counters, fFigures.answer, &fMethods), fParts{access,   runner,         counters,
+                                                                 fRpc,     verdict,        past,
+                                                                 fFigures, resourceTable()} {
   if (fFigures.playback != nullptr) {
     addPlaybackMethods(fMethods, *fFigures.playback);
   }
