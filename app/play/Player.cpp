@@ -44,6 +44,7 @@ void Player::begin(boost::shared_ptr<GK::GKMemory> memory) {
   fIndex = std::make_unique<RunIndex>(fOriginal, [this] {
     const std::lock_guard lock(fMutex);
     fWish.isNews = true;
+    fWish.isIndexed = true;
     fWake.notify_all();
   });
   fThread = std::thread([this] { xPlay(); });
@@ -214,6 +215,9 @@ void Player::xPlay() {
     }
     const Steady::time_point now = Steady::now();
     const std::chrono::duration<double, std::micro> passed = now - std::exchange(last, now);
+    if (wish.isIndexed) {
+      xApplyIndex(fClock->elapsed());
+    }
     if (wish.seek) {
       const bool isBack = *wish.seek < fClock->elapsed();
       xJump(*wish.seek);
@@ -270,9 +274,7 @@ void Player::xJump(GK::GKMicros time) {
   xLoadTo(time);
   fClock->set(time);
   if (fIndex != nullptr) {
-    for (const auto& [key, value] : fIndex->valuesAt(time)) {
-      fMemory->store()->set(key, value);
-    }
+    xApplyIndex(time);
   }
   bool hasSample = false;
   while (!fEntries.empty() && fEntries.front().time <= time) {
@@ -295,6 +297,12 @@ void Player::xJump(GK::GKMicros time) {
         xStore(key, value);
       }
     }
+  }
+}
+
+void Player::xApplyIndex(GK::GKMicros time) {
+  for (const auto& [key, value] : fIndex->valuesAt(time)) {
+    fMemory->store()->set(key, value);
   }
 }
 

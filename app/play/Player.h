@@ -70,6 +70,8 @@ private:
     /// To play up to there.
     std::optional<GK::GKMicros> advance;
     bool isNews = false;
+    /// The index is complete.
+    bool isIndexed = false;
   };
 
   void xPlay();
@@ -78,6 +80,8 @@ private:
   bool xPlayTo(GK::GKMicros time);
   void xLoadTo(GK::GKMicros time);
   void xApply(const TapeEntry& entry);
+  /// What the index knows of this time.
+  void xApplyIndex(GK::GKMicros time);
   void xStore(std::size_t key, const GK::GKValue& value);
   void xTell(Change change);
   /// The time of the tick so many behind the present one, or before it.

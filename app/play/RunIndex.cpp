@@ -3,6 +3,8 @@
 #include "formats/text/InputError.h"
 
 #include <algorithm>
+#include <map>
+#include <string_view>
 
 namespace gk::app {
 
@@ -90,6 +92,15 @@ std::vector<std::pair<std::string, GK::GKValue>> RunIndex::valuesAt(GK::GKMicros
     if (after != changes.begin()) {
       values.emplace_back(key, std::prev(after)->second);
     }
+  }
+  std::map<std::string_view, const GK::GKValue*> left;
+  for (const GK::GKNotice& notice : fNotices) {
+    if (isEvent(notice) && notice.time <= time) {
+      left[notice.name] = &notice.value;
+    }
+  }
+  for (const auto& [name, value] : left) {
+    values.emplace_back(name, *value);
   }
   return values;
 }

@@ -40,7 +40,8 @@ public:
   /// number; the first or the last one there is where there are fewer, nothing without any.
   std::optional<GK::GKMicros> eventFrom(GK::GKMicros time, int count) const;
 
-  /// Values of keys that are not sampled, by name, as they stood at this time.
+  /// Values of keys that are not sampled, by name, as they stood at this time: those of the device
+  /// layer, and what events had left under their names.
   std::vector<std::pair<std::string, GK::GKValue>> valuesAt(GK::GKMicros time) const;
 
 private:
