@@ -125,7 +125,8 @@ void Player::step(Step what, int count) {
       what == Step::Tick ? xTickFrom(now, count) : fIndex->eventFrom(now, count).value_or(now);
   const std::lock_guard lock(fMutex);
   fState.isPlaying = false;
-  fState.time = xClamped(target);
+  // While not all events are known the nearest one may lie on the other side.
+  fState.time = xClamped(count > 0 ? std::max(target, now) : std::min(target, now));
   fWish.isNews = true;
   if (fState.time > now) {
     fWish.advance = fState.time;

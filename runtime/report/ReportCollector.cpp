@@ -132,7 +132,8 @@ void ReportCollector::xLook(GK::GKMicros time) {
     }
     ++fData.matterCount;
     if (fData.matters.size() < kMostMatters) {
-      fData.matters.push_back({matter.since, time, matter.text, matter.subject});
+      fData.matters.push_back(
+          {matter.since, time, matter.text, matter.subject, matter.level == devices::Level::Error});
     }
   }
 }
@@ -222,8 +223,10 @@ std::vector<std::string> storyOf(const ReportData& data) {
     story.emplace_back("Nothing happened that somebody should have done something about.");
   } else {
     text.clear();
-    for (std::size_t i = 0; i < std::min(data.matters.size(), most); ++i) {
-      const ReportData::Matter& matter = data.matters[i];
+    std::vector<ReportData::Matter> matters = data.matters;
+    std::ranges::stable_partition(matters, &ReportData::Matter::isError);
+    for (std::size_t i = 0; i < std::min(matters.size(), most); ++i) {
+      const ReportData::Matter& matter = matters[i];
       text += fmt::format("{}{} at {}, for {}", text.empty() ? "" : "; ", matter.text,
                           secondsOf(matter.since), secondsOf(matter.until - matter.since));
     }

@@ -63,6 +63,7 @@ struct ReportData {
     GK::GKMicros until = 0;
     std::string text;
     std::string subject;
+    bool isError = false;
   };
   std::vector<Matter> matters;
   std::uint64_t matterCount = 0;

@@ -21,7 +21,7 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr GK::GKMicros kSecond = 1'000'000;
+constexpr GK::GKMicros kOneSecond = 1'000'000;
 
 /// A run of ten seconds that is where it is told to be. Gateway's thread alone.
 class FakePlayback final : public Playback {
@@ -53,7 +53,7 @@ public:
   int steps = 0;
 
 private:
-  PlaybackState fState{0, 0, 10 * kSecond, 1, true, std::nullopt};
+  PlaybackState fState{0, 0, 10 * kOneSecond, 1, true, std::nullopt};
   std::function<void(Change)> fTell;
 };
 
@@ -149,7 +149,7 @@ TEST_F(PlaybackTest, AViewersRequestIsAnsweredWithItsId) {
   viewer.sendFrame(2, request(false, 2, 3'000'000'000, "mine"));
   const std::string told = viewer.readBinary(5);
   EXPECT_EQ(told, reply(1, timeOf(told), 2, true, "mine"));
-  EXPECT_EQ(playback->state().time, 3 * kSecond);
+  EXPECT_EQ(playback->state().time, 3 * kOneSecond);
   // No speed is as fast as possible by mistake, and nothing lies beyond the end.
   viewer.sendFrame(2, request(true, 0, 99'000'000'000, "again"));
   const std::string beyond = viewer.readBinary(5);
@@ -180,7 +180,7 @@ TEST_F(PlaybackTest, WhenTimeGoesBackOnlyWhoDoesNotKnowOfPlayingBeginsAnew) {
   const std::string id = channels.substr(begin, channels.find(',', begin) - begin);
   page.sendText(R"({"op":"subscribe","subscriptions":[{"id":1,"channelId":)" + id + "}]}");
   EXPECT_THAT(page.readBinary(1), HasSubstr(R"("file":"fake.mcap")"));
-  playback->seek(kSecond);
+  playback->seek(kOneSecond);
   playback->tell({true, true});
   // All clients are told, whoever has asked.
   EXPECT_THAT(page.readBinary(1),
