@@ -189,11 +189,11 @@ void Doctor::xRate(const json::value& loop) {
 void Doctor::xVerdict() {
   constexpr std::array<std::string_view, 5> ofHost = {"loop", "keys", "disk", "recording",
                                                       "clients"};
-  const json::value verdict = fClient.getJson("/api/v1/verdict");
-  const json::value host = fClient.getJson("/api/v1/host");
+  const json::value verdict = verdictOf(fClient);
   if (!verdict.is_array()) {
     return;
   }
+  const json::value host = fClient.getJson("/api/v1/host");
   for (const json::value& matter : verdict.get_array()) {
     if (std::ranges::find(ofHost, textMember(matter, "subject")) != ofHost.end()) {
       continue;

@@ -64,7 +64,7 @@ struct Look {
 Look lookAt(HostClient& client) {
   Look look;
   look.host = client.getJson(kResource);
-  look.verdict = client.getJson("/api/v1/verdict");
+  look.verdict = verdictOf(client);
   look.modules = client.getList("/api/v1/modules", "modules");
   for (const json::value& module : look.modules) {
     std::string count;
