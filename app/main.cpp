@@ -1,6 +1,7 @@
 #include "app/ask/AskCommands.h"
 #include "app/authors/AuthorCommands.h"
 #include "app/options/CommandLine.h"
+#include "app/play/PlayCommands.h"
 #include "app/recordings/RecordingCommands.h"
 #include "app/run/RunCommands.h"
 #include "app/session/Process.h"
@@ -40,6 +41,7 @@ constexpr const char* kFooter = R"(Examples:
   gk events 'Sonar*'                           see some of its events
   gk run --record night.mcap                   keep a run in a file
   gk replay night.mcap --report night.html     repeat it, and make a page of it
+  gk play night.mcap                           watch it again, on the page
   gk diff night.mcap --library ./libmine.so    see what another library makes of it
   gk help recording convert                    what a command of a command takes
 
@@ -72,8 +74,10 @@ int runProgram(int argc, char** argv) {
   addDoctorCommand(ask);
   const Command recordings = line.program().titled("Recordings");
   addRecordCommand(recordings);
+  addKeepCommand(recordings);
   addRecordingCommand(recordings);
   addDiffCommand(recordings);
+  addPlayCommand(recordings);
   const Command authors = line.program().titled("Write modules");
   addNewCommand(authors);
   addLibraryCommand(authors);

@@ -18,6 +18,7 @@
 #include <boost/make_shared.hpp>
 
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <future>
 #include <sys/eventfd.h>
@@ -76,10 +77,16 @@ private:
 HostFigures figuresOf(const GatewayOptions& options) {
   const GK::GKWallTime wall = GK::GKClock::instance().wallTime();
   constexpr double kMicrosPerSecond = 1e6;
+  // Whatever the clock is: no two processes begin at the same microsecond.
+  const auto now = std::chrono::duration_cast<std::chrono::microseconds>(
+      std::chrono::system_clock::now().time_since_epoch());
   return {options.version,
           static_cast<double>(wall.seconds) +
               static_cast<double>(wall.microseconds) / kMicrosPerSecond,
-          options.limits.answer, options.recording};
+          options.limits.answer,
+          options.recording,
+          std::to_string(now.count()),
+          options.playback};
 }
 
 } // namespace
@@ -90,9 +97,13 @@ public:
   explicit Server(GatewayOptions options)
       : fOptions(std::move(options)), fAccess(fOptions.access), fRunner(fOptions.limits.calls),
         fNotices(boost::make_shared<NoticeQueue>([this] { fBell.ring(); })),
-        fResources(fAccess, fRunner, fCounters, figuresOf(fOptions)),
-        fHub(fRunner, fCounters, fOptions.version,
-             [this](std::function<void()> work) { asio::post(fContext, std::move(work)); }),
+        fVerdict(fCounters, fOptions.recording), fPast(fOptions.past),
+        fFigures(figuresOf(fOptions)),
+        fResources(fAccess, fRunner, fCounters, fFigures, fVerdict, fPast),
+        fHub(
+            fRunner, fCounters, fOptions.version, fFigures.session,
+            [this](std::function<void()> work) { asio::post(fContext, std::move(work)); }, fVerdict,
+            fPast, fOptions.playback.get()),
         fParts{fHub, fResources, fCounters, fOptions, {}, 0}, fAcceptor(fContext),
         fWatch(fContext, dup(fBell.descriptor())), fRefresh(fContext), fPause(fContext) {
     xListen();
@@ -111,18 +122,28 @@ public:
 
   void open(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops, CarryOut carryOut,
             Outside outside) {
-    auto robot = std::make_shared<const Robot>(std::move(broker), std::move(loops), carryOut);
+    carryOut = xKept(std::move(carryOut));
+    auto robot = std::make_shared<Robot>(std::move(broker), std::move(loops), carryOut);
+    if (fOptions.playback != nullptr) {
+      robot->refuse(Playback::kRefusal);
+    }
     xDo([this, robot = std::move(robot), carryOut = std::move(carryOut),
          outside = std::move(outside)]() mutable {
       fRunner.setCarryOut(std::move(carryOut));
       fRunner.setOutside(std::move(outside));
       fHub.open(std::move(robot));
     });
+    if (fOptions.playback != nullptr) {
+      fOptions.playback->setListener([this](Playback::Change change) { xOnPlayback(change); });
+    }
   }
 
   void close() {
     if (!fThread.joinable()) {
       return;
+    }
+    if (fOptions.playback != nullptr) {
+      fOptions.playback->setListener(nullptr);
     }
     GK::GKObserverList::instance().remove(fNotices);
     fRunner.close();
@@ -141,6 +162,19 @@ public:
   }
 
 private:
+  /// What clients do belongs to the past as well.
+  CarryOut xKept(CarryOut carryOut) {
+    return [this, carryOut = std::move(carryOut)](const formats::Action& action,
+                                                  const std::function<void()>& work) {
+      fPast.onAction(GK::GKClock::instance().elapsed(), action);
+      if (carryOut) {
+        carryOut(action, work);
+      } else {
+        work();
+      }
+    };
+  }
+
   void xRun() {
     setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), kNiceness);
     fContext.run();
@@ -154,6 +188,18 @@ private:
       done.set_value();
     });
     done.get_future().wait();
+  }
+
+  /// Clients hear what came before the change, then of the change, and only then what comes after.
+  void xOnPlayback(Playback::Change change) {
+    xDo([this, change] {
+      NoticeQueue::Batch batch;
+      do {
+        batch = fNotices->take(kSlice);
+        fHub.process(batch);
+      } while (batch.isMore);
+      fHub.onPlayback(change);
+    });
   }
 
   void xListen() {
@@ -225,6 +271,9 @@ private:
   Counters fCounters;
   Bell fBell;
   boost::shared_ptr<NoticeQueue> fNotices;
+  VerdictWatch fVerdict;
+  Past fPast;
+  const HostFigures fFigures;
   Resources fResources;
   Hub fHub;
   ServerParts fParts;

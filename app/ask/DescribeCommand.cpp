@@ -1,10 +1,11 @@
 #include "app/ask/AskCommands.h"
-#include "app/ask/EventMeanings.h"
 #include "app/ask/FirstLine.h"
 #include "app/client/HostClient.h"
 #include "app/client/HostNames.h"
 #include "devices/DeviceKeys.h"
+#include "devices/meaning/EventWords.h"
 #include "formats/json/JsonText.h"
+#include "formats/json/JsonValue.h"
 #include "formats/text/Numbers.h"
 #include "formats/text/Printable.h"
 
@@ -66,9 +67,9 @@ void showLine(const char* label, const std::string& text) {
 }
 
 void showMeaning(const std::string& name) {
-  if (const Meaning* meaning = meaningOf(name)) {
-    showLine("meaning", std::string(meaning->text));
-    showLine("unit", std::string(meaning->unit));
+  if (const devices::EventWords* words = devices::findEventWords(name)) {
+    showLine("meaning", std::string(words->meaning));
+    showLine("unit", std::string(words->unit));
   }
 }
 
@@ -82,6 +83,9 @@ void showEvent(const std::string& name, const json::value& event) {
                                              count > 1 ? "s" : "", numberMember(event, "t_s"))
                                : "not yet");
   showLine("last", count > 0 ? valueText(member(event, "value")) : "");
+  showLine("says",
+           count > 0 ? devices::eventSentence(name, formats::valueFromJson(member(event, "value")))
+                     : "");
 }
 
 void showKey(const std::string& name, const json::value& key) {

@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <sstream>
@@ -54,6 +56,7 @@ std::vector<Finding> Doctor::examine() {
     for (const json::value& loop : listMember(host, "loops")) {
       xLoop(loop);
     }
+    xVerdict();
     xModules();
   } catch (const ClientError& error) {
     fFindings.push_back({Harm::Dead, "the host can be asked", false, error.what(), error.what(),
@@ -180,6 +183,27 @@ void Doctor::xRate(const json::value& loop) {
                                    "(limit {:.0f} %)",
                                    rate, asked, kLeastRate * 100),
                        kSlowAdvice});
+}
+
+/// What matters about the robot. What matters about its host has been looked at more closely.
+void Doctor::xVerdict() {
+  constexpr std::array<std::string_view, 5> ofHost = {"loop", "keys", "disk", "recording",
+                                                      "clients"};
+  const json::value verdict = verdictOf(fClient);
+  if (!verdict.is_array()) {
+    return;
+  }
+  const json::value host = fClient.getJson("/api/v1/host");
+  for (const json::value& matter : verdict.get_array()) {
+    if (std::ranges::find(ofHost, textMember(matter, "subject")) != ofHost.end()) {
+      continue;
+    }
+    const double age = numberMember(host, "t_s") - numberMember(matter, "since");
+    const std::string shown = "for " + durationText(age);
+    fFindings.push_back({numberMember(matter, "level") > 1 ? Harm::Dead : Harm::Slow,
+                         textMember(matter, "text"), false, fmt::format("for {:.1f} s", age), shown,
+                         textMember(matter, "advice")});
+  }
 }
 
 void Doctor::xModules() {

@@ -43,6 +43,7 @@ private:
   void xLoop(const boost::json::value& loop);
   void xLateness(const boost::json::value& loop);
   void xRate(const boost::json::value& loop);
+  void xVerdict();
   void xModules();
 
   HostClient fClient;

@@ -6,7 +6,9 @@
 #include "app/client/Words.h"
 #include "app/terminal/LiveStyle.h"
 #include "app/terminal/TerminalState.h"
+#include "devices/meaning/EventWords.h"
 #include "formats/json/Json.h"
+#include "formats/json/JsonValue.h"
 #include "formats/text/LiveRows.h"
 #include "formats/text/NamePattern.h"
 #include "formats/text/Printable.h"
@@ -74,6 +76,8 @@ int showEvents(const LiveOptions& options) {
       row.kind = formats::printable(textMember(event, "kind"));
       row.name = formats::printable(name);
       row.value = formats::printable(valueText(member(event, "value")));
+      row.words = formats::printable(
+          devices::eventSentence(name, formats::valueFromJson(member(event, "value"))));
       row.isEvent = true;
       row.isMicro = row.kind == kMicroEvent;
       std::string text;

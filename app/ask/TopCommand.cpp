@@ -5,6 +5,7 @@
 #include "app/terminal/Table.h"
 #include "app/terminal/TerminalState.h"
 #include "app/terminal/Units.h"
+#include "formats/text/Printable.h"
 
 #include <fmt/format.h>
 
@@ -56,11 +57,14 @@ struct Look {
   std::vector<json::value> modules;
   /// By module; empty for those that are no extractors.
   std::vector<std::string> subscribers;
+  /// What matters now, worst first.
+  json::value verdict;
 };
 
 Look lookAt(HostClient& client) {
   Look look;
   look.host = client.getJson(kResource);
+  look.verdict = verdictOf(client);
   look.modules = client.getList("/api/v1/modules", "modules");
   for (const json::value& module : look.modules) {
     std::string count;
@@ -100,7 +104,7 @@ std::string marked(std::string text, bool isBeyond) {
 class TopView {
 public:
   std::string text(const Look& look, const json::value& before) {
-    return xHead(look.host, before) + "\n" + xLoops(look, before) + xHistory() +
+    return xHead(look.host, before) + xVerdict(look) + "\n" + xLoops(look, before) + xHistory() +
            xClients(look.host);
   }
 
@@ -115,6 +119,26 @@ private:
                        durationText(numberMember(host, "t_s")), numberMember(host, "events"),
                        rate(host, before, "events"), numberMember(host, "memoryKeys"),
                        numberMember(host, "callsRunning"));
+  }
+
+  /// A line for each of what matters most.
+  static std::string xVerdict(const Look& look) {
+    constexpr std::size_t most = 3;
+    std::string text;
+    const json::array none;
+    const json::array& matters = look.verdict.is_array() ? look.verdict.get_array() : none;
+    for (std::size_t i = 0; i < std::min(matters.size(), most); ++i) {
+      const std::string advice = textMember(matters[i], "advice");
+      text += fmt::format(
+          "{}{}, for {}{}\n", formats::printable(textMember(matters[i], "text")),
+          numberMember(matters[i], "level") > 1 ? kMark : "",
+          durationText(numberMember(look.host, "t_s") - numberMember(matters[i], "since")),
+          advice.empty() ? "" : ": " + formats::printable(advice));
+    }
+    if (matters.size() > most) {
+      text += fmt::format("and {} more: gk doctor\n", matters.size() - most);
+    }
+    return text;
   }
 
   std::string xLoops(const Look& look, const json::value& before) {

@@ -66,6 +66,9 @@ private:
   std::unique_ptr<Link> fLink;
 };
 
+/// What matters at a host, worst first, as it tells it; null where an older one does not say.
+boost::json::value verdictOf(HostClient& client);
+
 /// A part of a path, with everything that means something there escaped. Slashes stay.
 std::string escapedPath(std::string_view text);
 

@@ -6,6 +6,7 @@ namespace gk::app {
 
 /// Commands about recordings. Each adds one subcommand to the program.
 void addRecordCommand(const Command& program);
+void addKeepCommand(const Command& program);
 void addRecordingCommand(const Command& program);
 void addDiffCommand(const Command& program);
 

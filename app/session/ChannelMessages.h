@@ -1,6 +1,6 @@
 #pragma once
 
-#include "gateway/stream/Channels.h"
+#include "gateway/channels/Channels.h"
 #include "runtime/recording/RecordedMessages.h"
 
 #include <map>

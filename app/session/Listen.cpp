@@ -1,6 +1,7 @@
 #include "app/session/Listen.h"
 
 #include "app/session/PortOwner.h"
+#include "formats/text/Numbers.h"
 #include "gateway/Gateway.h"
 #include "gateway/http/StaticFiles.h"
 
@@ -88,10 +89,18 @@ void addListenOptions(const Command& command, ListenOptions& options) {
               "A further origin whose pages may connect, such as https://viewer.example")
       .shows("ORIGIN")
       .onceEach();
+  command
+      .option("--past", options.past,
+              "Keep so many seconds of the past for the page and gk keep, in at most 32 MB; 0 for "
+              "none")
+      .within(0.0, 86400.0)
+      .shows("SECONDS")
+      .showsDefault();
 }
 
 Listening startGateway(const ListenOptions& options, const devices::ClientLimits& limits,
-                       gateway::RecordingSource recording) {
+                       gateway::RecordingSource recording,
+                       std::shared_ptr<gateway::Playback> playback) {
   if (options.isOff) {
     return {nullptr, "serves nobody (--no-listen)"};
   }
@@ -105,6 +114,8 @@ Listening startGateway(const ListenOptions& options, const devices::ClientLimits
   gatewayOptions.access.origins = options.origins;
   gatewayOptions.version = GK_VERSION;
   gatewayOptions.recording = std::move(recording);
+  gatewayOptions.past.length = playback != nullptr ? 0 : *formats::toMicros(options.past);
+  gatewayOptions.playback = std::move(playback);
   gatewayOptions.limits.name = limits.names;
   gatewayOptions.limits.answer = limits.answer;
   try {

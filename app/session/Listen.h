@@ -13,7 +13,8 @@
 
 namespace gk::gateway {
 class Gateway;
-}
+class Playback;
+} // namespace gk::gateway
 
 namespace gk::app {
 
@@ -26,6 +27,8 @@ struct ListenOptions {
   std::string tokenFile;
   std::vector<std::string> hosts;
   std::vector<std::string> origins;
+  /// Seconds of the past that are kept.
+  double past = 600;
 };
 
 void addListenOptions(const Command& command, ListenOptions& options);
@@ -38,9 +41,11 @@ struct Listening {
   std::string text;
 };
 
-/// Begins to listen. `recording` must stay valid as long as the gateway. Raises `AccessError`.
+/// Begins to listen. `recording` must stay valid as long as the gateway; `playback` is what is
+/// served in the place of a robot, null for a robot. Raises `AccessError`.
 Listening startGateway(const ListenOptions& options, const devices::ClientLimits& limits,
-                       gateway::RecordingSource recording);
+                       gateway::RecordingSource recording,
+                       std::shared_ptr<gateway::Playback> playback = nullptr);
 
 /// Whether the page was there when the program was built.
 bool hasPage();

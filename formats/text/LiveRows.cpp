@@ -27,6 +27,9 @@ constexpr std::size_t kMostNames = 4096;
 constexpr std::size_t kNameWidth = 34;
 constexpr std::size_t kLeastNameWidth = 12;
 constexpr std::size_t kOtherWidth = 34;
+/// Columns of a sentence, and of the time before it.
+constexpr std::size_t kWordsWidth = 34;
+constexpr std::size_t kTimeWidth = 12;
 /// Back to the beginning of the line, which is emptied.
 constexpr std::string_view kEmptyLine = "\r\x1b[K";
 
@@ -142,6 +145,12 @@ void LiveRows::xAppend(std::string& out, const LiveRow& row, std::string_view co
 
 /// All but the time. A narrow terminal has narrower columns, so that short values fit.
 std::string LiveRows::xText(const LiveRow& row) const {
+  if (fStyle.columns && !row.words.empty()) {
+    const std::string text =
+        fmt::format("{:<{}} {} {}", row.words, kWordsWidth, row.name, row.value);
+    const std::size_t columns = fStyle.columns();
+    return std::string(firstOf(text, columns - std::min(columns, kTimeWidth)));
+  }
   std::size_t name = kNameWidth;
   if (fStyle.columns) {
     const std::size_t columns = fStyle.columns();

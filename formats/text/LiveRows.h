@@ -24,6 +24,8 @@ struct LiveRow {
   bool isMicro = false;
   /// Terminal colour (ECMA-48 SGR) of everything else.
   std::string_view colour = "2";
+  /// What it says in a sentence, for a terminal; empty where there is none.
+  std::string words = {};
 };
 
 /// Lines for people about what happens: time, what, value. For one thread at a time.
@@ -32,7 +34,8 @@ struct LiveRow {
 /// more than numbers that drift, and least of all what was so before. An event that comes again
 /// with the same value within three seconds is counted on a last line that is not finished
 /// ("12.340  event  SonarLeftNothingDetected  1.0  x 20"), and gets a line of its own when it is
-/// over. Nothing that others write to the same terminal is ever written over.
+/// over. What can be said in words begins with them. Nothing that others write to the same terminal
+/// is ever written over.
 class LiveRows {
 public:
   struct Style {

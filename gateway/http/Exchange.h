@@ -4,9 +4,12 @@
 #include "gateway/figures/RecordingFigures.h"
 #include "gateway/http/Access.h"
 #include "gateway/http/Http.h"
+#include "gateway/past/Past.h"
+#include "gateway/past/Playback.h"
 #include "gateway/robot/CallRunner.h"
 #include "gateway/robot/Robot.h"
 #include "gateway/robot/RpcService.h"
+#include "gateway/robot/VerdictWatch.h"
 
 #include <cstddef>
 #include <memory>
@@ -25,6 +28,10 @@ struct HostFigures {
   /// Most bytes of an answer.
   std::size_t answer = 16U << 20U;
   RecordingSource recording;
+  /// Tells this process from one before it at the same address.
+  std::string session;
+  /// What is played in the place of a robot; null for a robot.
+  std::shared_ptr<Playback> playback;
 };
 
 struct Route;
@@ -35,6 +42,8 @@ struct AnswerParts {
   CallRunner& runner;
   Counters& counters;
   RpcService& rpc;
+  const VerdictWatch& verdict;
+  Past& past;
   const HostFigures& figures;
   std::span<const Route> routes;
 };

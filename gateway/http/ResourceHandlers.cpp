@@ -3,18 +3,22 @@
 #include "formats/json/Json.h"
 #include "formats/json/JsonWriter.h"
 #include "formats/text/FormatError.h"
+#include "formats/text/Numbers.h"
 #include "gateway/http/Metrics.h"
 #include "gateway/http/OpenApi.h"
 #include "gateway/http/StaticFiles.h"
 #include "gateway/robot/Describe.h"
 #include "gk/GKCaller.h"
+#include "gk/GKClock.h"
 #include "gk/GKModule.h"
 
 #include <boost/json/object.hpp>
 #include <boost/pointer_cast.hpp>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <ctime>
 #include <exception>
 #include <utility>
 
@@ -46,6 +50,69 @@ std::optional<std::size_t> limitOf(std::string_view text) {
   const bool isGood =
       error == std::errc() && end == text.end() && limit >= 1 && limit <= kLargestPage;
   return isGood ? std::optional(limit) : std::nullopt;
+}
+
+/// A query's seconds in microseconds, `absent` when there are none; nothing for anything else.
+std::optional<GK::GKMicros> secondsOf(const Target& target, std::string_view name,
+                                      GK::GKMicros absent) {
+  const std::string_view text = target.find(name);
+  if (text.empty()) {
+    return absent;
+  }
+  const std::optional<double> seconds = formats::parseDouble(text);
+  return seconds && *seconds >= 0 ? formats::toMicros(*seconds) : std::nullopt;
+}
+
+/// How much of the past is to be kept; nothing for a body that does not say so.
+std::optional<GK::GKMicros> lastOf(const std::string& text) {
+  try {
+    const boost::json::value body = formats::parseJson(text);
+    if (!body.is_object()) {
+      return std::nullopt;
+    }
+    const boost::json::value* seconds = body.get_object().if_contains("seconds");
+    if (seconds == nullptr) {
+      return body.get_object().empty() ? formats::toMicros(formats::kMaxSeconds) : std::nullopt;
+    }
+    const std::optional<double> number =
+        seconds->is_number() ? std::optional(seconds->to_number<double>()) : std::nullopt;
+    return number && *number > 0 ? formats::toMicros(*number) : std::nullopt;
+  } catch (const formats::FormatError&) {
+    return std::nullopt;
+  }
+}
+
+/// The calls that make today's subscribers of the extractors subscribe again. Nobody else does so
+/// in a replay that does not begin with the run.
+std::vector<formats::Action> subscriptionsOf(const Robot& robot) {
+  std::vector<formats::Action> actions;
+  for (const auto& module : robot.broker().getModules()) {
+    constexpr const char* subscribe = "subscribe";
+    constexpr const char* info = "getSubscribersInfo";
+    if (module->findMethod(subscribe, 3) == nullptr || module->findMethod(info, 0) == nullptr) {
+      continue;
+    }
+    const GK::GKValue subscribers = module->callMethod(info, {});
+    for (const GK::GKValue& one : subscribers.toArray()) {
+      if (one.type() == GK::GKValue::Type::Array && one.toArray().size() == 3) {
+        const std::string& name = module->getName();
+        actions.emplace_back(
+            formats::CallAction{name, subscribe, one.toArray(), name + "." + subscribe});
+      }
+    }
+  }
+  return actions;
+}
+
+/// "past-20261122-064512.mcap".
+std::string keptName(std::int64_t seconds) {
+  const std::time_t time = seconds;
+  std::tm parts{};
+  gmtime_r(&time, &parts);
+  std::array<char, 32> text{};
+  const std::size_t length =
+      std::strftime(text.data(), text.size(), "past-%Y%m%d-%H%M%S.mcap", &parts);
+  return {text.data(), length};
 }
 
 /// Runs `work` in a task; it makes the response.
@@ -85,6 +152,10 @@ void answerHost(const Exchange& exchange) {
   HostDescription host;
   host.version = exchange.parts.figures.version;
   host.startTime = exchange.parts.figures.startTime;
+  host.session = exchange.parts.figures.session;
+  if (const auto& playback = exchange.parts.figures.playback) {
+    host.playback = playbackJson(playback->state());
+  }
   host.counters = &exchange.parts.counters;
   host.callsRunning = exchange.parts.runner.running();
   host.isVerbose = isVerbose(exchange);
@@ -139,6 +210,10 @@ void answerGetKey(const Exchange& exchange) {
 }
 
 void answerPutKey(const Exchange& exchange) {
+  if (!exchange.robot->refusal().empty()) {
+    exchange.respond(errorResponse(409, exchange.robot->refusal()));
+    return;
+  }
   if (exchange.robot->memory() == nullptr) {
     exchange.respond(errorResponse(404, "there is no memory to write to"));
     return;
@@ -159,6 +234,81 @@ void answerEvents(const Exchange& exchange) {
   exchange.respond(
       jsonResponse(describeEvents(*exchange.robot, {std::string(exchange.target.find("after")),
                                                     exchange.parts.figures.answer})));
+}
+
+void answerVerdict(const Exchange& exchange) {
+  exchange.respond(jsonResponse(exchange.parts.verdict.json()));
+}
+
+void answerWords(const Exchange& exchange) {
+  exchange.respond(jsonResponse(wordsJson()));
+}
+
+void answerPast(const Exchange& exchange) {
+  Playback* const playback = exchange.parts.figures.playback.get();
+  if (playback == nullptr && !exchange.parts.past.isOn()) {
+    exchange.respond(errorResponse(404, "this host keeps nothing of the past"));
+    return;
+  }
+  PastRange range;
+  range.most = exchange.parts.figures.answer;
+  const std::optional<GK::GKMicros> from = secondsOf(exchange.target, "from", 0);
+  const std::optional<GK::GKMicros> to = secondsOf(exchange.target, "to", 0);
+  const std::optional<GK::GKMicros> step = secondsOf(exchange.target, "step", range.step);
+  if (!from || !to || !step) {
+    exchange.respond(errorResponse(400, "from, to and step must be seconds, not less than 0"));
+    return;
+  }
+  const auto given = [&exchange](std::string_view name, GK::GKMicros time) {
+    return exchange.target.find(name).empty() ? std::nullopt : std::optional(time);
+  };
+  range.from = given("from", *from);
+  range.to = given("to", *to);
+  range.step = *step;
+  // In a task: ten minutes are millions of values.
+  respondInTask(exchange, {GK::GKMemory::kName, "getData"},
+                [&parts = exchange.parts, range, playback] {
+                  const std::string& session = parts.figures.session;
+                  return jsonResponse(playback != nullptr ? playback->pastJson(range, session)
+                                                          : parts.past.json(range, session));
+                });
+}
+
+void answerKeep(const Exchange& exchange) {
+  if (!exchange.robot->refusal().empty()) {
+    exchange.respond(errorResponse(409, exchange.robot->refusal()));
+    return;
+  }
+  if (!exchange.parts.past.isOn()) {
+    exchange.respond(errorResponse(404, "this host keeps nothing of the past"));
+    return;
+  }
+  const std::optional<GK::GKMicros> last = lastOf(exchange.request.body);
+  if (!last) {
+    exchange.respond(errorResponse(400, "the body must be {} or {\"seconds\": N}, N above 0"));
+    return;
+  }
+  respondInTask(
+      exchange, {GK::GKMemory::kName, "getData"},
+      [&parts = exchange.parts, robot = exchange.robot, last] {
+        const GK::GKClock& clock = GK::GKClock::instance();
+        const GK::GKWallTime wall = clock.wallTime();
+        constexpr std::int64_t perSecond = 1'000'000;
+        const std::int64_t epoch = wall.seconds * perSecond + wall.microseconds - clock.elapsed();
+        std::optional<std::string> bytes = parts.past.recording(
+            *last, epoch,
+            {{"version", "gksensors " + parts.figures.version}, {"source", "the past of a run"}},
+            subscriptionsOf(*robot));
+        if (!bytes) {
+          return errorResponse(404, "nothing has happened yet");
+        }
+        HttpResponse response;
+        response.contentType = "application/octet-stream";
+        response.body = *std::move(bytes);
+        response.headers.emplace_back("Content-Disposition",
+                                      "attachment; filename=\"" + keptName(wall.seconds) + "\"");
+        return response;
+      });
 }
 
 void answerStatus(const Exchange& exchange) {
@@ -207,8 +357,15 @@ void answerAlive(const Exchange& exchange) {
 }
 
 void answerReady(const Exchange& exchange) {
-  const Readiness readiness =
+  Readiness readiness =
       readinessOf(exchange.robot.get(), exchange.parts.counters, exchange.parts.figures.recording);
+  for (const devices::Matter& matter : exchange.parts.verdict.matters()) {
+    // The conditions tell of these already.
+    constexpr std::array<std::string_view, 3> told = {"loop", "disk", "recording"};
+    if (std::ranges::find(told, matter.subject) == told.end()) {
+      readiness.matters.push_back(matter.text);
+    }
+  }
   HttpResponse response;
   response.contentType = "text/plain; charset=utf-8";
   response.status = readiness.isReady() ? 200 : 503;

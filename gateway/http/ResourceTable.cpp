@@ -18,6 +18,11 @@ constexpr std::pair<std::string_view, std::string_view> kHostQuery[] = {
 constexpr std::pair<std::string_view, std::string_view> kReadyQuery[] = {
     {"verbose", "any value: tell each condition"}};
 
+constexpr std::pair<std::string_view, std::string_view> kPastQuery[] = {
+    {"from", "seconds since the start; the oldest that is kept when absent"},
+    {"to", "seconds since the start; the newest when absent"},
+    {"step", "seconds between two samples, 0.1 when absent; 0 for events alone"}};
+
 } // namespace
 
 std::span<const Route> resourceTable() {
@@ -33,6 +38,17 @@ std::span<const Route> resourceTable() {
       {"PUT", "/api/v1/memory/{key}", "Writes a memory key; the body is the value", &answerPutKey},
       {"GET", "/api/v1/events", "All events: owner, count, last value and time", &answerEvents,
        false, kEventQuery},
+      {"GET", "/api/v1/words", "What events say, in words for people", &answerWords},
+      {"GET", "/api/v1/verdict", "What matters now, worst first", &answerVerdict},
+      {"GET", "/api/v1/past", "What the last minutes were like: samples and events", &answerPast,
+       false, kPastQuery},
+      {"POST",
+       "/api/v1/past/keep",
+       "The last minutes as a recording: {\"seconds\": N}, or {} for all that is kept",
+       &answerKeep,
+       false,
+       {},
+       "application/octet-stream"},
       {"POST", "/api/v1/tickets", "A ticket for one WebSocket connection: /ws?ticket=...",
        &answerTicket},
       {"POST", "/login", "Opens a session for a browser: {\"token\": TOKEN}", &answerLogin, true},

@@ -49,10 +49,16 @@ HttpResponse optionsOf(bool isKnown) {
 
 } // namespace
 
-Resources::Resources(Access& access, CallRunner& runner, Counters& counters, HostFigures figures)
+Resources::Resources(Access& access, CallRunner& runner, Counters& counters, HostFigures figures,
+                     const VerdictWatch& verdict, Past& past)
     : fFigures(std::move(figures)),
-      fRpc(runner, counters, fFigures.answer), fParts{access, runner,   counters,
-                                                      fRpc,   fFigures, resourceTable()} {}
+      fRpc(runner, counters, fFigures.answer, &fMethods), fParts{access,   runner,         counters,
+                                                                 fRpc,     verdict,        past,
+                                                                 fFigures, resourceTable()} {
+  if (fFigures.playback != nullptr) {
+    addPlaybackMethods(fMethods, *fFigures.playback);
+  }
+}
 
 std::optional<HttpResponse> Resources::refuse(const HttpRequest& request, const Target& target,
                                               bool isOpen) {

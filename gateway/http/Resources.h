@@ -12,7 +12,8 @@ namespace gk::gateway {
 class Resources {
 public:
   /// All must outlive the tasks of the runner, as must this.
-  Resources(Access& access, CallRunner& runner, Counters& counters, HostFigures figures);
+  Resources(Access& access, CallRunner& runner, Counters& counters, HostFigures figures,
+            const VerdictWatch& verdict, Past& past);
   Resources(const Resources&) = delete;
   Resources& operator=(const Resources&) = delete;
 
@@ -25,6 +26,7 @@ public:
 
 private:
   const HostFigures fFigures;
+  HostMethods fMethods;
   RpcService fRpc;
   const AnswerParts fParts;
 };

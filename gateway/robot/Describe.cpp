@@ -221,6 +221,10 @@ std::string describeHost(const Robot& robot, const HostDescription& host) {
   json.key("time_s").real(static_cast<double>(wall.seconds) +
                           static_cast<double>(wall.microseconds) / kMicrosPerSecond);
   json.key("startTime_s").real(host.startTime);
+  json.key("session").text(host.session);
+  if (!host.playback.empty()) {
+    json.key("playback").raw(host.playback);
+  }
   json.key("modules").unsignedInteger(robot.broker().getModules().size());
   appendLoops(json, robot, host, now);
   json.key("events").unsignedInteger(events);
@@ -255,6 +259,9 @@ std::string Readiness::text() const {
   for (const Condition& condition : conditions) {
     text += condition.isMet ? "[+] " : "[-] ";
     text += condition.text + "\n";
+  }
+  for (const std::string& matter : matters) {
+    text += "[!] " + matter + "\n";
   }
   return text + (isReady() ? "ok\n" : "not ready\n");
 }

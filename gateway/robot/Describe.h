@@ -42,6 +42,10 @@ struct HostDescription {
   std::string version;
   /// Seconds since 1970.
   double startTime = 0;
+  /// Another one for each process.
+  std::string session;
+  /// What is played in the place of a robot, as JSON; empty for a robot.
+  std::string playback;
   const Counters* counters = nullptr;
   std::size_t callsRunning = 0;
   /// Tells of the last minute and of each client as well.
@@ -61,9 +65,12 @@ struct Readiness {
     bool isVital = true;
   };
   std::vector<Condition> conditions;
+  /// What matters about the robot, which changes nothing about its host's readiness.
+  std::vector<std::string> matters;
 
   bool isReady() const;
-  /// A line for each condition: "[+] modules are loaded".
+  /// A line for each condition, "[+] modules are loaded", and for what matters, "[!] Fell onto its
+  /// belly".
   std::string text() const;
 };
 /// `robot` is null while there is none, `recording` empty where nothing is recorded.

@@ -152,6 +152,11 @@ Robot::findModule(const std::string& name) const {
 std::variant<BoundCall, RpcError> Robot::resolve(const std::string& module,
                                                  const std::string& method,
                                                  const json::value& params) const {
+  if (!fRefusal.empty()) {
+    RpcError error = raisedError(GK::GKError(module, method, fRefusal));
+    error.message = fRefusal;
+    return error;
+  }
   auto found = findModule(module);
   if (auto* error = std::get_if<RpcError>(&found)) {
     return std::move(*error);
@@ -191,6 +196,9 @@ std::string Robot::unknownKey(const std::string& key) const {
 }
 
 void Robot::writeKey(const std::string& key, const json::value& value) const {
+  if (!fRefusal.empty()) {
+    throw GK::GKError(GK::GKMemory::kName, "insertData", fRefusal);
+  }
   const GK::GKValue converted = formats::valueForKey(devices::keyTypeOf(key), value);
   if (fMemory == nullptr) {
     throw GK::GKError("GKBroker", "getProxy", "there is no module GKMemory");

@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -34,6 +35,11 @@ public:
   /// `loops` may be empty where nobody measures them, `carryOut` where nobody records.
   explicit Robot(boost::shared_ptr<GK::GKBroker> broker, LoopSource loops = {},
                  CarryOut carryOut = {});
+
+  /// From now on all calls and writes are refused for this reason. Before it is shared.
+  void refuse(std::string reason) { fRefusal = std::move(reason); }
+  /// Empty where they are not.
+  const std::string& refusal() const noexcept { return fRefusal; }
 
   GK::GKBroker& broker() const { return *fBroker; }
   /// Null in a host without memory service.
@@ -67,6 +73,7 @@ private:
   boost::shared_ptr<GK::GKMemory> fMemory;
   LoopSource fLoops;
   CarryOut fCarryOut;
+  std::string fRefusal;
   std::unique_ptr<SubscriberLimit> fSubscribers = std::make_unique<SubscriberLimit>();
 };
 

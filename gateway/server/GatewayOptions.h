@@ -2,11 +2,14 @@
 
 #include "gateway/figures/RecordingFigures.h"
 #include "gateway/http/Access.h"
+#include "gateway/past/Past.h"
+#include "gateway/past/Playback.h"
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace gk::gateway {
@@ -46,6 +49,9 @@ struct GatewayOptions {
   std::string version;
   /// Must stay valid as long as the gateway.
   RecordingSource recording;
+  PastOptions past;
+  /// What is played in the place of a robot; null for a robot.
+  std::shared_ptr<Playback> playback;
   /// The clock by which clients are given up.
   std::function<std::chrono::steady_clock::time_point()> now = &std::chrono::steady_clock::now;
 };

@@ -7,6 +7,8 @@
 #include <boost/json/object.hpp>
 #include <boost/json/string.hpp>
 
+#include <bit>
+#include <cmath>
 #include <limits>
 
 namespace gk::gateway {
@@ -120,14 +122,8 @@ class Bytes {
 public:
   explicit Bytes(std::string_view bytes) : fRest(bytes) {}
 
-  std::uint32_t takeNumber() {
-    const std::string_view bytes = take(sizeof(std::uint32_t));
-    std::uint32_t number = 0;
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-      number |= static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[i])) << (8 * i);
-    }
-    return number;
-  }
+  std::uint32_t takeNumber() { return xTakeNumber<std::uint32_t>(); }
+  std::uint64_t takeLongNumber() { return xTakeNumber<std::uint64_t>(); }
   std::string_view take(std::size_t count) {
     if (fRest.size() < count) {
       throw FormatError("the frame is too short");
@@ -139,8 +135,40 @@ public:
   std::string_view rest() const { return fRest; }
 
 private:
+  template <class Number> Number xTakeNumber() {
+    const std::string_view bytes = take(sizeof(Number));
+    Number number = 0;
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+      number |= static_cast<Number>(static_cast<unsigned char>(bytes[i])) << (8 * i);
+    }
+    return number;
+  }
+
   std::string_view fRest;
 };
+
+PlaybackControlMessage playbackControlOf(Bytes& frame) {
+  PlaybackControlMessage message;
+  const char command = frame.take(1).front();
+  if (command != 0 && command != 1) {
+    throw FormatError("a playback command must be 0 or 1");
+  }
+  message.isPlay = command == 0;
+  message.speed = std::bit_cast<float>(frame.takeNumber());
+  if (!std::isfinite(message.speed)) {
+    throw FormatError("a playback speed must be a number");
+  }
+  const bool hasSeek = frame.take(1).front() != 0;
+  const std::uint64_t time = frame.takeLongNumber();
+  message.seek = hasSeek ? std::optional(time) : std::nullopt;
+  constexpr std::uint32_t longest = 1024;
+  const std::uint32_t length = frame.takeNumber();
+  if (length > longest) {
+    throw FormatError("a request's id has at most 1024 bytes");
+  }
+  message.requestId = frame.take(length);
+  return message;
+}
 
 } // namespace
 
@@ -171,8 +199,12 @@ ClientMessage parseClientText(std::string_view text) {
 
 ClientMessage parseClientBinary(std::string_view bytes) {
   constexpr char kServiceCall = 2;
+  constexpr char kPlaybackControl = 3;
   Bytes frame(bytes);
   const char opcode = frame.take(1).front();
+  if (opcode == kPlaybackControl) {
+    return playbackControlOf(frame);
+  }
   if (opcode != kServiceCall) {
     throw FormatError("the binary operation " + std::to_string(static_cast<unsigned char>(opcode)) +
                       " is not offered");

@@ -57,9 +57,19 @@ struct ServiceCallMessage {
   std::string payload;
 };
 
+/// What a client wants of a run that is played.
+struct PlaybackControlMessage {
+  bool isPlay = false;
+  float speed = 1;
+  /// Nanoseconds since 1970, if it is to go there.
+  std::optional<std::uint64_t> seek;
+  /// Chosen by the client; comes back with the answer.
+  std::string requestId;
+};
+
 using ClientMessage =
     std::variant<SubscribeMessage, UnsubscribeMessage, GetParametersMessage, SetParametersMessage,
-                 WatchParametersMessage, ServiceCallMessage>;
+                 WatchParametersMessage, ServiceCallMessage, PlaybackControlMessage>;
 
 /// Most entries of one list in a message.
 constexpr std::size_t kMaxListEntries = 4096;

@@ -8,11 +8,44 @@
 
 namespace gk::gateway {
 
-Hub::Hub(CallRunner& runner, Counters& counters, std::string version, Offer::Post post)
-    : fOffer(runner, counters, std::move(version), std::move(post)) {}
+namespace {
+
+constexpr std::string_view kVerdictSchema =
+    R"({"title":"gk.Verdict","description":"What matters now, worst first","type":"object",)"
+    R"("properties":{"verdict":{"type":"array","items":{"type":"object","properties":{)"
+    R"("since":{"type":"number","description":"Seconds since the start of the run"},)"
+    R"("level":{"type":"integer","description":"1 warning, 2 error"},)"
+    R"("text":{"type":"string"},"advice":{"type":"string"},"subject":{"type":"string"}}}}}})";
+
+constexpr std::string_view kPlaybackSchema =
+    R"({"title":"gk.Playback","description":"Where the clock of a run that is played stands",)"
+    R"("type":"object","properties":{"time":{"type":"number"},"begin":{"type":"number"},)"
+    R"("end":{"type":"number"},"speed":{"type":"number"},"playing":{"type":"boolean"},)"
+    R"("loop":{},"didSeek":{"type":"boolean"},"file":{"type":"string"},)"
+    R"("recorded_s":{"type":"number"},"indexed":{"type":"boolean"}}})";
+
+/// Refreshes from one report of a clock that goes on to the next: twice a second.
+constexpr unsigned kPlaybackReports = 5;
+
+} // namespace
+
+Hub::Hub(CallRunner& runner, Counters& counters, std::string version, std::string session,
+         Offer::Post post, VerdictWatch& verdict, Past& past, Playback* playback)
+    : fOffer(runner, counters, std::move(version), std::move(session), std::move(post), playback),
+      fVerdict(verdict), fPast(past) {}
 
 void Hub::open(std::shared_ptr<const Robot> robot) {
   fOffer.open(std::move(robot));
+  fPast.open(fOffer.robot()->store());
+  fVerdictChannel = fOffer.channels()->add(
+      {0, "/verdict", "gk.Verdict", std::string(kVerdictSchema), Flow::Queue});
+  fVerdict.look(GK::GKClock::instance().elapsed(), fOffer.robot()->store().get());
+  xTellState(fVerdictChannel, R"({"verdict":)" + fVerdict.json() + "}");
+  if (fOffer.playback() != nullptr) {
+    fPlaybackChannel = fOffer.channels()->add(
+        {0, std::string(kPlaybackTopic), "gk.Playback", std::string(kPlaybackSchema), Flow::Queue});
+    xTellPlayback(false);
+  }
   fAnnounced = fOffer.channels()->all().size();
   for (StreamSession* session : fSessions) {
     session->announce();
@@ -42,6 +75,8 @@ void Hub::process(const NoticeQueue::Batch& batch) {
     if (notice.kind == GK::GKNotice::Kind::Log) {
       fOffer.counters().addLogLine(notice.level);
     }
+    fVerdict.onNotice(notice);
+    fPast.onNotice(notice);
   }
   fOffer.counters().setLoops(batch.loops);
   Channels* const channels = fOffer.channels();
@@ -59,6 +94,7 @@ void Hub::process(const NoticeQueue::Batch& batch) {
     std::uint64_t& passedOn = fTicks[loop.module];
     if (std::exchange(passedOn, loop.ticks) != loop.ticks) {
       hasTicked = true;
+      fPast.onTick(loop.time, loop.module);
       xDeliver(channels->ofTick(loop.time, loop.module, loop.ticks, isWanted));
     }
   }
@@ -80,6 +116,12 @@ void Hub::xDeliver(const std::vector<ChannelMessage>& messages) {
   }
 }
 
+void Hub::xTellState(std::uint32_t channel, std::string payload) {
+  const std::uint64_t time = fOffer.channels()->nanoseconds(GK::GKClock::instance().elapsed());
+  fOffer.setState(channel, {time, std::make_shared<const std::string>(payload)});
+  xDeliver({{channel, time, std::move(payload)}});
+}
+
 void Hub::xAnnounceNew() {
   const std::deque<Channel>& all = fOffer.channels()->all();
   if (fAnnounced == all.size()) {
@@ -98,17 +140,64 @@ void Hub::xCheckWatched() {
   }
 }
 
+void Hub::xTellPlayback(bool didSeek) {
+  const Playback& playback = *fOffer.playback();
+  xTellState(fPlaybackChannel, playbackJson(playback.state(), playback.facts(), didSeek));
+  if (didSeek) {
+    // Who subscribes from now on has not seen it.
+    const Offer::State told = *fOffer.state(fPlaybackChannel);
+    fOffer.setState(fPlaybackChannel, {told.time, std::make_shared<const std::string>(playbackJson(
+                                                      playback.state(), playback.facts(), false))});
+  }
+}
+
+void Hub::onPlayback(Playback::Change change) {
+  if (fOffer.robot() == nullptr) {
+    return;
+  }
+  if (change.wentBack) {
+    fOffer.beginSession();
+    fVerdict.reset();
+  }
+  const PlaybackState state = fOffer.playback()->state();
+  for (StreamSession* session : fSessions) {
+    session->onPlayback(state, change);
+  }
+  xTellPlayback(change.didSeek);
+  if (change.didSeek) {
+    const auto isWanted = [this](std::uint32_t channel) { return fOffer.hasSubscriber(channel); };
+    for (const auto& [module, ticks] : fTicks) {
+      xDeliver(
+          fOffer.channels()->ofTick(GK::GKClock::instance().elapsed(), module, ticks, isWanted));
+    }
+    xCheckDevices();
+    xCheckVerdict();
+    xCheckWatched();
+  }
+}
+
 void Hub::refresh() {
   if (fOffer.robot() == nullptr) {
     return;
   }
+  if (fOffer.playback() != nullptr && ++fRefreshes % kPlaybackReports == 0 &&
+      fOffer.playback()->state().isPlaying) {
+    xTellPlayback(false);
+  }
   xCheckDevices();
+  xCheckVerdict();
   xCheckWatched();
   const auto frame = std::make_shared<const std::string>(
       timeMessage(fOffer.channels()->nanoseconds(GK::GKClock::instance().elapsed())));
   for (StreamSession* session : fSessions) {
     session->tellTime(frame);
     session->checkDrops();
+  }
+}
+
+void Hub::xCheckVerdict() {
+  if (fVerdict.look(GK::GKClock::instance().elapsed(), fOffer.robot()->store().get())) {
+    xTellState(fVerdictChannel, R"({"verdict":)" + fVerdict.json() + "}");
   }
 }
 

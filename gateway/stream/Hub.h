@@ -1,6 +1,8 @@
 #pragma once
 
 #include "gateway/figures/NoticeQueue.h"
+#include "gateway/past/Past.h"
+#include "gateway/robot/VerdictWatch.h"
 #include "gateway/stream/Offer.h"
 #include "gateway/stream/StreamSession.h"
 
@@ -17,8 +19,9 @@ namespace gk::gateway {
 /// Passes what happens in the host on to all clients of the WebSocket protocol. For one thread.
 class Hub {
 public:
-  /// See `Offer`.
-  Hub(CallRunner& runner, Counters& counters, std::string version, Offer::Post post);
+  /// See `Offer`. `verdict` and `past` are kept up to date from here on, and outlive the hub.
+  Hub(CallRunner& runner, Counters& counters, std::string version, std::string session,
+      Offer::Post post, VerdictWatch& verdict, Past& past, Playback* playback = nullptr);
 
   /// From now on there is a robot to tell about. Clients that are there already learn about it.
   void open(std::shared_ptr<const Robot> robot);
@@ -35,17 +38,29 @@ public:
   /// Takes in what has happened and passes it on to the clients.
   void process(const NoticeQueue::Batch& batch);
 
+  /// The clock of the run that is played has been changed, and the memory is as of then.
+  void onPlayback(Playback::Change change);
+
   /// To be called ten times a second: the clock, watched parameters, and reports of losses.
   void refresh();
 
 private:
   void xDeliver(const std::vector<ChannelMessage>& messages);
+  /// Tells what is so from now on.
+  void xTellState(std::uint32_t channel, std::string payload);
+  void xCheckVerdict();
+  void xTellPlayback(bool didSeek);
   /// Tells all clients of channels that have appeared since this was last called.
   void xAnnounceNew();
   void xCheckWatched();
   void xCheckDevices();
 
   Offer fOffer;
+  VerdictWatch& fVerdict;
+  Past& fPast;
+  std::uint32_t fVerdictChannel = 0;
+  std::uint32_t fPlaybackChannel = 0;
+  unsigned fRefreshes = 0;
   std::set<StreamSession*> fSessions;
   std::size_t fAnnounced = 0;
   /// Ticks of each loop that have been passed on.

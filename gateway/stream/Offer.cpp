@@ -31,16 +31,16 @@ std::vector<Service> servicesOf(const Robot& robot) {
 
 } // namespace
 
-Offer::Offer(CallRunner& runner, Counters& counters, std::string version, Post post)
-    : fRunner(runner), fCounters(counters), fVersion(std::move(version)), fPost(std::move(post)) {}
+Offer::Offer(CallRunner& runner, Counters& counters, std::string version, std::string session,
+             Post post, Playback* playback)
+    : fRunner(runner), fCounters(counters), fVersion(std::move(version)),
+      fSessionId(std::move(session)), fPost(std::move(post)), fPlayback(playback) {}
 
 void Offer::open(std::shared_ptr<const Robot> robot) {
   fRobot = std::move(robot);
   const GK::GKClock& clock = GK::GKClock::instance();
-  const GK::GKWallTime wall = clock.wallTime();
-  fChannels = std::make_unique<Channels>(fRobot->store(), wall, clock.elapsed());
-  fSessionId = std::to_string(wall.seconds) + "." + std::to_string(wall.microseconds);
-  fServices = servicesOf(*fRobot);
+  fChannels = std::make_unique<Channels>(fRobot->store(), clock.wallTime(), clock.elapsed());
+  fServices = fPlayback == nullptr ? servicesOf(*fRobot) : std::vector<Service>();
   fWatches.open(fRobot->store());
   if (fRobot->memory() != nullptr) {
     for (const GK::GKEventInfo& event : fRobot->memory()->getEvents()) {
@@ -51,13 +51,26 @@ void Offer::open(std::shared_ptr<const Robot> robot) {
 
 void Offer::close() {
   fWatches.open(nullptr);
+  fStates.clear();
   fChannels.reset();
   fServices.clear();
   fRobot.reset();
 }
 
 std::string Offer::serverInfo() const {
-  return serverInfoMessage("gksensors", fVersion, fSessionId);
+  const std::string session =
+      fSessions == 0 ? fSessionId : fSessionId + "-" + std::to_string(fSessions);
+  std::optional<PlayedSpan> played;
+  if (fPlayback != nullptr) {
+    const PlaybackState state = fPlayback->state();
+    played.emplace(fChannels->nanoseconds(state.begin), fChannels->nanoseconds(state.end));
+  }
+  return serverInfoMessage("gksensors", fVersion, session, played);
+}
+
+const Offer::State* Offer::state(std::uint32_t channel) const {
+  const auto found = fStates.find(channel);
+  return found != fStates.end() ? &found->second : nullptr;
 }
 
 void Offer::addSubscriber(std::uint32_t channel) {

@@ -3,6 +3,7 @@
 #include "formats/json/JsonWriter.h"
 
 #include <algorithm>
+#include <bit>
 
 namespace gk::gateway {
 
@@ -14,6 +15,7 @@ constexpr std::string_view kJsonSchema = "jsonschema";
 constexpr char kMessageData = 1;
 constexpr char kTime = 2;
 constexpr char kServiceResponse = 3;
+constexpr char kPlaybackState = 5;
 
 /// Little-endian, as all numbers of the protocol.
 template <class Number> void appendNumber(std::string& out, Number number) {
@@ -24,6 +26,12 @@ template <class Number> void appendNumber(std::string& out, Number number) {
 
 formats::JsonWriter& begin(formats::JsonWriter& json, std::string_view op) {
   return json.beginObject().key("op").text(op);
+}
+
+void appendMoment(formats::JsonWriter& json, std::uint64_t nanoseconds) {
+  constexpr std::uint64_t perSecond = 1'000'000'000;
+  json.beginObject().key("sec").unsignedInteger(nanoseconds / perSecond);
+  json.key("nsec").unsignedInteger(nanoseconds % perSecond).endObject();
 }
 
 std::string_view trimmed(std::string_view text) {
@@ -50,16 +58,22 @@ std::string_view chooseSubprotocol(std::string_view offered) {
 }
 
 std::string serverInfoMessage(std::string_view name, std::string_view version,
-                              std::string_view sessionId) {
+                              std::string_view sessionId, const std::optional<PlayedSpan>& played) {
   std::string text;
   formats::JsonWriter json(text);
   begin(json, "serverInfo").key("name").text(name);
   json.key("capabilities").beginArray();
-  for (const char* capability : {"time", "services", "parameters", "parametersSubscribe"}) {
+  for (const char* capability :
+       {"time", played ? "playbackControl" : "services", "parameters", "parametersSubscribe"}) {
     json.text(capability);
   }
   json.endArray();
-  json.key("supportedEncodings").beginArray().text(kJson).endArray();
+  if (played) {
+    appendMoment(json.key("dataStartTime"), played->first);
+    appendMoment(json.key("dataEndTime"), played->second);
+  } else {
+    json.key("supportedEncodings").beginArray().text(kJson).endArray();
+  }
   json.key("metadata").beginObject().key("version").text(version).endObject();
   json.key("sessionId").text(sessionId).endObject();
   return text;
@@ -159,6 +173,17 @@ std::string timeMessage(std::uint64_t time) {
   std::string bytes(1, kTime);
   appendNumber(bytes, time);
   return bytes;
+}
+
+std::string playbackStateMessage(PlaybackStatus status, std::uint64_t time, float speed,
+                                 bool didSeek, std::string_view requestId) {
+  std::string bytes(1, kPlaybackState);
+  bytes += static_cast<char>(status);
+  appendNumber(bytes, time);
+  appendNumber(bytes, std::bit_cast<std::uint32_t>(speed));
+  bytes += static_cast<char>(didSeek ? 1 : 0);
+  appendNumber(bytes, static_cast<std::uint32_t>(requestId.size()));
+  return bytes.append(requestId);
 }
 
 std::string serviceResponseMessage(std::uint32_t service, std::uint32_t call,

@@ -1,8 +1,9 @@
 #pragma once
 
-#include "gateway/stream/Channels.h"
+#include "gateway/channels/Channels.h"
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -35,8 +36,13 @@ struct Service {
   std::string responseSchema;
 };
 
+/// Nanoseconds since 1970 from the first to the last message of a run that is played.
+using PlayedSpan = std::pair<std::uint64_t, std::uint64_t>;
+
+/// `played`: nothing for a robot, which has methods to call.
 std::string serverInfoMessage(std::string_view name, std::string_view version,
-                              std::string_view sessionId);
+                              std::string_view sessionId,
+                              const std::optional<PlayedSpan>& played = std::nullopt);
 std::string statusMessage(StatusLevel level, std::string_view message, std::string_view id = {});
 std::string removeStatusMessage(std::string_view id);
 std::string advertiseMessage(std::span<const Channel* const> channels);
@@ -56,6 +62,10 @@ std::string parameterValuesMessage(std::span<const ParameterText> parameters, st
 /// The bytes before a message's payload; `time` in nanoseconds since 1970.
 std::string messageHead(std::uint32_t subscription, std::uint64_t time);
 std::string timeMessage(std::uint64_t time);
+
+enum class PlaybackStatus : unsigned char { Playing = 0, Paused = 1, Buffering = 2, Ended = 3 };
+std::string playbackStateMessage(PlaybackStatus status, std::uint64_t time, float speed,
+                                 bool didSeek, std::string_view requestId);
 std::string serviceResponseMessage(std::uint32_t service, std::uint32_t call,
                                    std::string_view payload);
 

@@ -6,6 +6,7 @@
 #include "formats/json/JsonWriter.h"
 #include "formats/json/SameValue.h"
 #include "formats/text/FormatError.h"
+#include "gk/GKClock.h"
 #include "gk/GKError.h"
 
 #include <algorithm>
@@ -251,6 +252,17 @@ void StreamSession::xSubscribe(std::uint32_t subscription, std::uint64_t channel
   fByChannel[id] = subscription;
   fBySubscription[subscription] = id;
   fOffer.addSubscriber(id);
+  fKnowsPlayback = fKnowsPlayback || fOffer.channels()->all()[id - 1].topic == kPlaybackTopic;
+  if (const Offer::State* state = fOffer.state(id)) {
+    deliver(fOffer.channels()->all()[id - 1], state->time, state->payload);
+  } else if (fOffer.playback() != nullptr) {
+    // Where the clock stands still no tick will tell it.
+    const GK::GKMicros now = GK::GKClock::instance().elapsed();
+    if (const std::optional<ChannelMessage> sample = fOffer.channels()->sample(id, now)) {
+      deliver(fOffer.channels()->all()[id - 1], sample->time,
+              std::make_shared<const std::string>(sample->payload));
+    }
+  }
 }
 
 void StreamSession::xHandle(const UnsubscribeMessage& message) {
@@ -398,6 +410,46 @@ void StreamSession::xHandle(const ServiceCallMessage& message) {
     return;
   }
   ++fCallsRunning;
+}
+
+void StreamSession::xTellPlayback(const PlaybackState& state, bool didSeek,
+                                  std::string_view requestId) {
+  const PlaybackStatus status = state.isPlaying    ? PlaybackStatus::Playing
+                                : state.hasEnded() ? PlaybackStatus::Ended
+                                                   : PlaybackStatus::Paused;
+  xAnswer(playbackStateMessage(status, fOffer.channels()->nanoseconds(state.time),
+                               static_cast<float>(state.speed), didSeek, requestId),
+          true);
+}
+
+void StreamSession::xHandle(const PlaybackControlMessage& message) {
+  Playback* const playback = fOffer.playback();
+  if (playback == nullptr) {
+    throw formats::FormatError("the binary operation 3 is not offered");
+  }
+  fKnowsPlayback = true;
+  fHasPlaybackFrames = true;
+  // There is no speed below: 0 would be as fast as possible.
+  playback->setSpeed(std::max<double>(message.speed, Playback::kSlowest));
+  if (message.seek) {
+    constexpr std::int64_t perMicro = 1000;
+    const auto time = static_cast<GK::GKMicros>(*message.seek / perMicro);
+    playback->seek(time - playback->facts().epoch);
+  }
+  if (message.isPlay) {
+    playback->play();
+  } else {
+    playback->pause();
+  }
+  xTellPlayback(playback->state(), message.seek.has_value(), message.requestId);
+}
+
+void StreamSession::onPlayback(const PlaybackState& state, Playback::Change change) {
+  if (fHasPlaybackFrames) {
+    xTellPlayback(state, change.didSeek, {});
+  } else if (change.wentBack && !fKnowsPlayback && fIsGreeted) {
+    xAnswer(fOffer.serverInfo());
+  }
 }
 
 void StreamSession::xFinish(const ServiceCallMessage& call, const CallOutcome& outcome) {

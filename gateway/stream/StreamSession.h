@@ -58,6 +58,9 @@ public:
   void checkWatched();
   /// Looks whether something was lost.
   void checkDrops();
+  /// The clock of a run that is played has been changed. Who does not know of playing is greeted
+  /// anew where time went back.
+  void onPlayback(const PlaybackState& state, Playback::Change change);
 
 private:
   using Clock = std::chrono::steady_clock;
@@ -74,6 +77,7 @@ private:
   void xHandle(const SetParametersMessage& message);
   void xHandle(const WatchParametersMessage& message);
   void xHandle(const ServiceCallMessage& message);
+  void xHandle(const PlaybackControlMessage& message);
 
   template <class Parse> void xRead(const Parse& parse);
   /// The next piece of what the host offers that the client has not been told of.
@@ -84,6 +88,7 @@ private:
   void xWatch(const std::string& name);
   void xAnswer(std::string text, bool isBinary = false);
   void xComplain(StatusLevel level, std::string_view text) { xAnswer(statusMessage(level, text)); }
+  void xTellPlayback(const PlaybackState& state, bool didSeek, std::string_view requestId);
   void xFinish(const ServiceCallMessage& call, const CallOutcome& outcome);
   ParameterText xParameter(const std::string& name) const;
   std::string xLossText() const;
@@ -97,6 +102,10 @@ private:
   /// How much of the offer the client has been told of. What is offered is not kept waiting in the
   /// queue: each piece is made when the client has taken the one before.
   bool fIsGreeted = false;
+  /// It has asked for what only runs that are played have: once for their state, or in the
+  /// protocol's own way.
+  bool fKnowsPlayback = false;
+  bool fHasPlaybackFrames = false;
   std::size_t fChannelsTold = 0;
   std::size_t fServicesTold = 0;
   /// Subscription of each channel, and the other way round.

@@ -1,3 +1,4 @@
+#include "devices/meaning/EventWords.h"
 #include "formats/json/JsonValue.h"
 #include "formats/text/Printable.h"
 #include "runtime/output/Reporter.h"
@@ -63,8 +64,13 @@ ReadableReporter::ReadableReporter(std::unique_ptr<Outlet> outlet, formats::Line
 
 void ReadableReporter::xRow(std::string& out, GK::GKMicros time, std::string_view kind,
                             std::string_view name, std::string value, std::string_view colour) {
-  fRows.append(out, {secondsOf(time), std::string(kind), formats::printable(name), std::move(value),
-                     false, false, colour});
+  formats::LiveRow row;
+  row.time = secondsOf(time);
+  row.kind = kind;
+  row.name = formats::printable(name);
+  row.value = std::move(value);
+  row.colour = colour;
+  fRows.append(out, row);
 }
 
 void ReadableReporter::xAppend(std::string& out, const GK::GKNotice& notice) {
@@ -76,7 +82,8 @@ void ReadableReporter::xAppend(std::string& out, const GK::GKNotice& notice) {
   case GK::GKNotice::Kind::Event:
   case GK::GKNotice::Kind::MicroEvent:
     fRows.append(out, {secondsOf(notice.time), std::string(kind), formats::printable(notice.name),
-                       text(notice.value), true, notice.kind == GK::GKNotice::Kind::MicroEvent});
+                       text(notice.value), true, notice.kind == GK::GKNotice::Kind::MicroEvent, "2",
+                       formats::printable(devices::eventSentence(notice.name, notice.value))});
     break;
   case GK::GKNotice::Kind::Log:
     if (notice.level <= fLogLevel) {

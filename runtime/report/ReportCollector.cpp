@@ -1,10 +1,15 @@
 #include "runtime/report/ReportCollector.h"
 
 #include "devices/DeviceKeys.h"
+#include "devices/meaning/EventWords.h"
 #include "formats/json/JsonValue.h"
 #include "zu/log.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
+#include <functional>
 
 namespace gk::runtime {
 
@@ -13,6 +18,15 @@ namespace {
 using NamesAndKeys = std::vector<std::pair<std::string, std::string>>;
 
 constexpr std::string_view kTemperatureTitle = "Joint temperatures";
+constexpr std::string_view kPoseEvent = "robotPoseChanged";
+
+/// What has the key's start value all the time was written by nobody.
+bool isMeasuredAs(const std::string& key, const Trace& trace) {
+  const devices::DeviceKey* const device = devices::findDeviceKey(key);
+  const bool isStart = device != nullptr && device->start.type() == GK::GKValue::Type::Float &&
+                       trace.most() == device->start.toFloat();
+  return !trace.isEmpty() && !(trace.isConstant() && isStart);
+}
 
 NamesAndKeys temperatures() {
   NamesAndKeys keys;
@@ -60,16 +74,9 @@ void ReportCollector::xAddPlot(const std::string& title, const std::string& unit
 void ReportCollector::onNotice(const GK::GKNotice& notice) {
   const std::lock_guard lock(fMutex);
   fData.end = std::max(fData.end, notice.time);
+  fVerdict.onNotice(notice);
   if (notice.kind == GK::GKNotice::Kind::Event || notice.kind == GK::GKNotice::Kind::MicroEvent) {
-    ReportData::Event& event = fData.events[notice.name];
-    event.isMicro = notice.kind == GK::GKNotice::Kind::MicroEvent;
-    event.lastValue.clear();
-    formats::appendJson(event.lastValue, notice.value);
-    if (event.raises.size() < kMostRaises) {
-      event.raises.emplace_back(notice.time, event.lastValue);
-    }
-    ++event.count;
-    ++fData.raises;
+    xAddRaise(notice);
   } else if (notice.kind == GK::GKNotice::Kind::Log && notice.level <= zu::log::Warning) {
     ++(notice.level == zu::log::Warning ? fData.warnings : fData.errors);
     if (fData.log.size() < kMostLogLines) {
@@ -78,10 +85,64 @@ void ReportCollector::onNotice(const GK::GKNotice& notice) {
   }
 }
 
+void ReportCollector::xAddRaise(const GK::GKNotice& notice) {
+  ReportData::Event& event = fData.events[notice.name];
+  event.isMicro = notice.kind == GK::GKNotice::Kind::MicroEvent;
+  event.lastValue.clear();
+  formats::appendJson(event.lastValue, notice.value);
+  event.importance = std::max(
+      event.importance, static_cast<int>(devices::eventImportance(notice.name, notice.value)));
+  if (event.raises.size() < kMostRaises) {
+    event.raises.emplace_back(notice.time, event.lastValue);
+    std::string words = devices::eventSentence(notice.name, notice.value);
+    auto known = std::ranges::find(event.words, words);
+    if (!words.empty() && known == event.words.end() && event.words.size() < kMostWords) {
+      known = event.words.insert(event.words.end(), std::move(words));
+    }
+    if (known != event.words.end()) {
+      event.said.resize(event.raises.size() - 1, event.words.size());
+      event.said.push_back(static_cast<std::size_t>(known - event.words.begin()));
+    }
+  }
+  ++event.count;
+  ++fData.raises;
+  if (notice.name == kPoseEvent && notice.value.type() == GK::GKValue::Type::String) {
+    if (!fPose.empty()) {
+      fData.poses[fPose] += notice.time - fPoseTime;
+    }
+    fPose = notice.value.toString();
+    fPoseTime = notice.time;
+  }
+}
+
+void ReportCollector::xLook(GK::GKMicros time) {
+  if (time < fNextLook) {
+    return;
+  }
+  fNextLook = time + kLookTime;
+  for (const devices::Matter& matter : fVerdict.look(time, fStore.get(), {})) {
+    // Its text may tell another number by now, such as a temperature.
+    const auto goesOn = [&matter](const ReportData::Matter& known) {
+      return known.since == matter.since && known.subject == matter.subject;
+    };
+    const auto known = std::ranges::find_if(fData.matters, goesOn);
+    if (known != fData.matters.end()) {
+      known->until = time;
+      continue;
+    }
+    ++fData.matterCount;
+    if (fData.matters.size() < kMostMatters) {
+      fData.matters.push_back(
+          {matter.since, time, matter.text, matter.subject, matter.level == devices::Level::Error});
+    }
+  }
+}
+
 void ReportCollector::onTick(GK::GKMicros time, const GK::GKTask&) {
   const std::lock_guard lock(fMutex);
   ++fData.ticks;
   fData.end = std::max(fData.end, time);
+  xLook(time);
   for (Source& source : fSources) {
     if (source.cell == nullptr) {
       source.cell = fStore->find(source.key);
@@ -98,6 +159,20 @@ void ReportCollector::onTick(GK::GKMicros time, const GK::GKTask&) {
 
 ReportData ReportCollector::take() {
   const std::lock_guard lock(fMutex);
+  if (!fPose.empty()) {
+    fData.poses[fPose] += fData.end - fPoseTime;
+  }
+  std::size_t source = 0;
+  for (ReportData::Plot& plot : fData.plots) {
+    bool isMeasured = false;
+    for (const ReportData::Series& series : plot.series) {
+      isMeasured = isMeasuredAs(fSources[source++].key, series.trace) || isMeasured;
+    }
+    if (!isMeasured) {
+      fData.absent.push_back(plot.title);
+      plot.series.clear();
+    }
+  }
   for (ReportData::Plot& plot : fData.plots) {
     if (plot.title == kTemperatureTitle) {
       std::stable_sort(plot.series.begin(), plot.series.end(),
@@ -111,6 +186,59 @@ ReportData ReportCollector::take() {
   }
   std::erase_if(fData.plots, [](const ReportData::Plot& plot) { return plot.series.empty(); });
   return std::move(fData);
+}
+
+namespace {
+
+std::string secondsOf(GK::GKMicros time) {
+  constexpr double perSecond = 1e6;
+  constexpr GK::GKMicros minute = 60'000'000;
+  return time < 2 * minute ? fmt::format("{:.1f} s", static_cast<double>(time) / perSecond)
+                           : fmt::format("{} min {:02} s", time / minute,
+                                         time % minute / static_cast<GK::GKMicros>(perSecond));
+}
+
+} // namespace
+
+std::vector<std::string> storyOf(const ReportData& data) {
+  constexpr std::size_t most = 3;
+  std::vector<std::string> story;
+  std::vector<std::pair<GK::GKMicros, std::string>> poses;
+  for (const auto& [pose, time] : data.poses) {
+    if (pose != "Unknown" && time > 0) {
+      poses.emplace_back(time, pose);
+    }
+  }
+  std::ranges::sort(poses, std::greater());
+  std::string text = fmt::format("{} and {} events", secondsOf(data.end), data.raises);
+  for (std::size_t i = 0; i < std::min(poses.size(), most); ++i) {
+    text += fmt::format("{} {} for {}", i == 0 ? "; pose" : ",", poses[i].second,
+                        secondsOf(poses[i].first));
+  }
+  if (poses.size() > most) {
+    text += fmt::format(" and {} more", poses.size() - most);
+  }
+  story.push_back(text + ".");
+  if (data.matters.empty()) {
+    story.emplace_back("Nothing happened that somebody should have done something about.");
+  } else {
+    text.clear();
+    std::vector<ReportData::Matter> matters = data.matters;
+    std::ranges::stable_partition(matters, &ReportData::Matter::isError);
+    for (std::size_t i = 0; i < std::min(matters.size(), most); ++i) {
+      const ReportData::Matter& matter = matters[i];
+      text += fmt::format("{}{} at {}, for {}", text.empty() ? "" : "; ", matter.text,
+                          secondsOf(matter.since), secondsOf(matter.until - matter.since));
+    }
+    if (data.matterCount > most) {
+      text += fmt::format("; and {} more", data.matterCount - most);
+    }
+    story.push_back(text + ".");
+  }
+  if (!data.absent.empty()) {
+    story.push_back(fmt::format("Not measured: {}.", fmt::join(data.absent, ", ")));
+  }
+  return story;
 }
 
 } // namespace gk::runtime

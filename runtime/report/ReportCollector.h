@@ -1,5 +1,6 @@
 #pragma once
 
+#include "devices/meaning/Verdict.h"
 #include "gk/GKMemoryStore.h"
 #include "gk/GKObserver.h"
 #include "gk/GKPriorityMutex.h"
@@ -22,6 +23,12 @@ struct ReportData {
     /// The first ones: time and value as JSON.
     std::vector<std::pair<GK::GKMicros, std::string>> raises;
     std::string lastValue;
+    /// What has been said in words, each sentence once, and which one belongs to each of `raises`.
+    /// Empty for events that have no words.
+    std::vector<std::string> words;
+    std::vector<std::size_t> said;
+    /// The most that one of them is worth, as `devices::Importance` has it.
+    int importance = 0;
   };
   struct LogLine {
     GK::GKMicros time = 0;
@@ -48,13 +55,34 @@ struct ReportData {
   std::uint64_t errors = 0;
   std::uint64_t warnings = 0;
   std::vector<Plot> plots;
+  /// Titles of plots that would show nothing but start values: nobody measured that.
+  std::vector<std::string> absent;
+  /// What mattered, in the order in which it began.
+  struct Matter {
+    GK::GKMicros since = 0;
+    GK::GKMicros until = 0;
+    std::string text;
+    std::string subject;
+    bool isError = false;
+  };
+  std::vector<Matter> matters;
+  std::uint64_t matterCount = 0;
+  /// How long each pose was announced.
+  std::map<std::string, GK::GKMicros> poses;
 };
+
+/// What happened in the run, in a few sentences.
+std::vector<std::string> storyOf(const ReportData& data);
 
 /// Collects a report: an observer of one run. From any thread.
 class ReportCollector final : public GK::GKObserver {
 public:
   static constexpr std::size_t kMostRaises = 2000;
   static constexpr std::size_t kMostLogLines = 500;
+  static constexpr std::size_t kMostMatters = 100;
+  static constexpr std::size_t kMostWords = 100;
+  /// How often what matters is looked at.
+  static constexpr GK::GKMicros kLookTime = 100'000;
   /// Of the joints, the hottest ones are drawn.
   static constexpr std::size_t kHottestJoints = 6;
 
@@ -73,6 +101,8 @@ private:
     const GK::GKMemoryCell* cell = nullptr;
   };
 
+  void xAddRaise(const GK::GKNotice& notice);
+  void xLook(GK::GKMicros time);
   void xAddPlot(const std::string& title, const std::string& unit,
                 const std::vector<std::pair<std::string, std::string>>& namesAndKeys);
 
@@ -80,6 +110,10 @@ private:
   GK::GKPriorityMutex fMutex;
   ReportData fData;
   std::vector<Source> fSources;
+  devices::Verdict fVerdict;
+  GK::GKMicros fNextLook = 0;
+  std::string fPose;
+  GK::GKMicros fPoseTime = 0;
 };
 
 } // namespace gk::runtime

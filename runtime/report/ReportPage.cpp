@@ -73,9 +73,19 @@ void appendEvents(Json& json, const ReportData& data) {
   for (const auto& [name, event] : data.events) {
     json.open('{').key("name").text(name).key("count").number(event.count);
     json.key("micro").number(static_cast<std::uint64_t>(event.isMicro));
-    json.key("last").text(event.lastValue).key("raises").open('[');
-    for (const auto& [time, value] : event.raises) {
-      json.open('[').seconds(time).text(value).close(']');
+    json.key("last").text(event.lastValue);
+    json.key("weight").number(static_cast<std::uint64_t>(event.importance));
+    json.key("words").open('[');
+    for (const std::string& words : event.words) {
+      json.text(words);
+    }
+    json.close(']').key("raises").open('[');
+    for (std::size_t i = 0; i < event.raises.size(); ++i) {
+      json.open('[').seconds(event.raises[i].first).text(event.raises[i].second);
+      if (i < event.said.size() && event.said[i] < event.words.size()) {
+        json.number(static_cast<std::uint64_t>(event.said[i]));
+      }
+      json.close(']');
     }
     json.close(']').close('}');
   }
@@ -122,6 +132,10 @@ std::string dataText(const ReportAbout& about, const ReportData& data) {
   json.key("facts").open('[');
   for (const auto& [name, text] : about.facts) {
     json.open('[').text(name).text(text).close(']');
+  }
+  json.close(']').key("story").open('[');
+  for (const std::string& sentence : storyOf(data)) {
+    json.text(sentence);
   }
   json.close(']').key("complaints").open('[');
   for (const std::string& warning : about.warnings) {

@@ -1,7 +1,7 @@
 #include "devices/DeviceKeys.h"
 #include "formats/json/Json.h"
+#include "gateway/channels/Channels.h"
 #include "gateway/robot/Subjects.h"
-#include "gateway/stream/Channels.h"
 
 #include <boost/json/object.hpp>
 #include <gmock/gmock.h>

@@ -78,8 +78,23 @@ TEST(ClientMessage, EveryShorterServiceCallIsRefused) {
   }
 }
 
+TEST(ClientMessage, EveryShorterPlaybackRequestIsRefused) {
+  const std::string frame("\x03\x01\x00\x00\x00\x40\x01\x00\x5e\xd0\xb2\x00\x00\x00\x00"
+                          "\x02\x00\x00\x00id",
+                          21);
+  const auto message = std::get<PlaybackControlMessage>(parseClientBinary(frame));
+  EXPECT_FALSE(message.isPlay);
+  EXPECT_EQ(message.speed, 2.0F);
+  EXPECT_EQ(message.seek, 3'000'000'000U);
+  EXPECT_EQ(message.requestId, "id");
+  for (std::size_t length = 0; length < frame.size(); ++length) {
+    EXPECT_THROW(parseClientBinary(std::string_view(frame).substr(0, length)), formats::FormatError)
+        << length;
+  }
+}
+
 TEST(ClientMessage, OtherBinaryOperationsAreNotOffered) {
-  for (const char opcode : {'\x00', '\x01', '\x03', '\xff'}) {
+  for (const char opcode : {'\x00', '\x01', '\x04', '\xff'}) {
     std::string frame(21, '\0');
     frame[0] = opcode;
     EXPECT_THROW(parseClientBinary(frame), formats::FormatError);

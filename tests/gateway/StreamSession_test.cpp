@@ -103,8 +103,15 @@ protected:
   CallRunner runner{4};
   Counters counters;
   std::deque<std::function<void()>> posted;
-  Hub hub{runner, counters, "1.2.3",
-          [this](std::function<void()> work) { posted.push_back(std::move(work)); }};
+  VerdictWatch verdict{counters, {}};
+  Past past{{}};
+  Hub hub{runner,
+          counters,
+          "1.2.3",
+          "1767225600.0",
+          [this](std::function<void()> work) { posted.push_back(std::move(work)); },
+          verdict,
+          past};
   std::shared_ptr<StreamSession> sut;
 };
 

@@ -55,6 +55,11 @@ test("wheel, drag, keys and buttons change the window, a double click shows all"
   await page.mouse.move(box.x + box.width / 2, box.y + 40);
   await page.mouse.wheel(0, -300);
   await nextFrame(page);
+  assert.equal(await shownWindow(page), all, "without a key the wheel scrolls");
+  await page.keyboard.down("Control");
+  await page.mouse.wheel(0, -300);
+  await page.keyboard.up("Control");
+  await nextFrame(page);
   const zoomed = await shownWindow(page);
   assert.notEqual(zoomed, all);
   await page.mouse.down();

@@ -151,6 +151,51 @@ function draw() {
   }
 }
 
+/// Rows of the list of what happened: more would only be scrolled over.
+const MOST_ROWS = 500;
+/// What is known of each key as the run begins is no news.
+const START = 0.1;
+
+/// All events in the order of their times, without those that come again and again.
+function story() {
+  const all = [];
+  for (const event of data.events) {
+    for (const [time, value, words] of event.weight > 0 ? event.raises : []) {
+      if (time > START) {
+        all.push({time, value, event, words: event.words[words] ?? event.name});
+      }
+    }
+  }
+  return all.sort((a, b) => a.time - b.time);
+}
+
+/// Shows the moments around a time.
+function showAround(time) {
+  const span = Math.min(end, 10);
+  show(time - span / 2, time + span / 2);
+  lanes.scrollIntoView({block: "center"});
+}
+
+function timeLink(time) {
+  const link = element("a", {href: "#lanes"}, time.toFixed(2));
+  link.addEventListener("click", (event) => {
+    event.preventDefault();
+    showAround(time);
+  });
+  return element("td", {class: "n"}, link);
+}
+
+function fillStory() {
+  document.getElementById("story").append(...data.story.map((sentence) => element("p", {}, sentence)));
+  const all = story();
+  const told = all.slice(0, MOST_ROWS);
+  document.getElementById("untold").textContent = told.length < all.length
+    ? `the first ${told.length} of ${all.length}; the time line has them all` : "";
+  fillTable("story-events", told.map(({time, value, event, words}) =>
+    element("tr", {class: event.weight > 2 ? "weighty" : ""}, timeLink(time), element("td", {}, words),
+      element("td", {class: "name"}, event.name), element("td", {class: "v"}, value))), 4);
+}
+
 function fillTexts() {
   document.title = data.title;
   document.getElementById("title").textContent = data.title;
@@ -165,7 +210,7 @@ function fillTexts() {
   fillTable("events", data.events.map((event) => {
     const last = event.count > event.raises.length ? "" : event.raises.at(-1)[0].toFixed(3);
     return element("tr", {}, element("td", {}, event.name + (event.micro ? " (micro)" : "")),
-      element("td", {class: "n"}, String(event.count)), element("td", {class: "n"}, event.raises[0][0].toFixed(3)),
+      element("td", {class: "n"}, String(event.count)), timeLink(event.raises[0][0]),
       element("td", {class: "n"}, last), element("td", {class: "v"}, event.last));
   }), 5);
   const levels = ["", "fatal", "error", "warning"];
@@ -175,5 +220,6 @@ function fillTexts() {
 }
 
 fillTexts();
+fillStory();
 listen();
 draw();

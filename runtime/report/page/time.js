@@ -106,8 +106,9 @@ function listen(keys = {}) {
   const main = document.querySelector("main");
   const svgOf = (event) => event.target.closest?.("svg");
   main.addEventListener("wheel", (event) => {
+    // Without a key the wheel scrolls, as everywhere.
     const svg = svgOf(event);
-    if (svg) {
+    if (svg && (event.ctrlKey || event.metaKey)) {
       event.preventDefault();
       zoom(event.deltaY < 0 ? 0.8 : 1.25, timeOf(svg, event));
     }

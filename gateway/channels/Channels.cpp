@@ -1,4 +1,4 @@
-#include "gateway/stream/Channels.h"
+#include "gateway/channels/Channels.h"
 
 #include "devices/DeviceKeys.h"
 #include "formats/json/JsonWriter.h"
@@ -177,22 +177,22 @@ Channels::Channels(std::shared_ptr<const GK::GKMemoryStore> store, const GK::GKW
     : fStore(std::move(store)),
       fEpoch(std::clamp(wall.seconds, -kMostSeconds, kMostSeconds) * kMicrosPerSecond +
              wall.microseconds - elapsed) {
-  fEventsId = xAdd({0, "/events", "gk.Events", std::string(kEventsSchema), Flow::Queue});
-  fLogId = xAdd({0, "/log", "foxglove.Log", std::string(kLogSchema), Flow::Queue});
-  fTickId = xAdd({0, "/tick", "gk.Tick", std::string(kTickSchema), Flow::Latest});
-  const std::uint32_t joints = xAdd(
+  fEventsId = add({0, "/events", "gk.Events", std::string(kEventsSchema), Flow::Queue});
+  fLogId = add({0, "/log", "foxglove.Log", std::string(kLogSchema), Flow::Queue});
+  fTickId = add({0, "/tick", "gk.Tick", std::string(kTickSchema), Flow::Latest});
+  const std::uint32_t joints = add(
       {0, "/joint_states", "foxglove.JointStates", std::string(kJointStatesSchema), Flow::Latest});
   fSamplers.push_back(std::make_unique<Sampler>(joints, jointPositions(), true));
   for (const Subject& subject : subjects()) {
     const std::uint32_t id =
-        xAdd({0, subject.topic, subject.schemaName, schemaOf(subject), Flow::Latest});
+        add({0, subject.topic, subject.schemaName, schemaOf(subject), Flow::Latest});
     fSamplers.push_back(std::make_unique<Sampler>(id, subject.fields, false));
   }
 }
 
 Channels::~Channels() = default;
 
-std::uint32_t Channels::xAdd(Channel channel) {
+std::uint32_t Channels::add(Channel channel) {
   channel.id = static_cast<std::uint32_t>(fChannels.size() + 1);
   fByTopic.emplace(channel.topic, channel.id);
   fChannels.push_back(std::move(channel));
@@ -208,8 +208,8 @@ void Channels::addEvent(const std::string& event) {
   if (fByEvent.size() >= kMaxEventChannels || fByEvent.contains(event)) {
     return;
   }
-  fByEvent.emplace(event, xAdd({0, std::string(kEventPrefix).append(event), "gk.Event",
-                                std::string(kEventSchema), Flow::Queue}));
+  fByEvent.emplace(event, add({0, std::string(kEventPrefix).append(event), "gk.Event",
+                               std::string(kEventSchema), Flow::Queue}));
 }
 
 std::uint64_t Channels::nanoseconds(GK::GKMicros time) const noexcept {
@@ -275,6 +275,16 @@ std::vector<ChannelMessage> Channels::ofTick(GK::GKMicros time, std::string_view
     }
   }
   return messages;
+}
+
+std::optional<ChannelMessage> Channels::sample(std::uint32_t channel, GK::GKMicros time) {
+  const auto sampler = std::ranges::find_if(
+      fSamplers, [channel](const auto& one) { return one->channel() == channel; });
+  if (sampler == fSamplers.end() || fStore == nullptr) {
+    return std::nullopt;
+  }
+  const std::uint64_t nanos = nanoseconds(time);
+  return ChannelMessage{channel, nanos, (*sampler)->sample(*fStore, nanos)};
 }
 
 } // namespace gk::gateway

@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -72,6 +73,9 @@ public:
   /// The channel of this topic, or null.
   const Channel* find(std::string_view topic) const;
 
+  /// Opens another channel, whose messages come from elsewhere. Returns its id.
+  std::uint32_t add(Channel channel);
+
   /// Opens the channel of an event, if that has not been done.
   void addEvent(const std::string& event);
 
@@ -83,13 +87,14 @@ public:
   std::vector<ChannelMessage> ofTick(GK::GKMicros time, std::string_view module,
                                      std::uint64_t number, const IsWanted& isWanted);
 
+  /// The sample that a channel would give now; nothing for channels of another kind.
+  std::optional<ChannelMessage> sample(std::uint32_t channel, GK::GKMicros time);
+
   /// The time of messages for a time of the clock.
   std::uint64_t nanoseconds(GK::GKMicros time) const noexcept;
 
 private:
   class Sampler;
-
-  std::uint32_t xAdd(Channel channel);
 
   std::shared_ptr<const GK::GKMemoryStore> fStore;
   /// Microseconds since 1970 at time 0 of the clock.

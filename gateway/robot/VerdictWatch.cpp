@@ -1,0 +1,73 @@
+#include "gateway/robot/VerdictWatch.h"
+
+#include "devices/meaning/EventWords.h"
+#include "formats/json/JsonWriter.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace gk::gateway {
+
+VerdictWatch::VerdictWatch(const Counters& counters, RecordingSource recording)
+    : fCounters(counters), fRecording(std::move(recording)) {}
+
+bool VerdictWatch::look(GK::GKMicros now, const GK::GKMemoryStore* store) {
+  devices::HostCondition host;
+  for (const NoticeQueue::Loop& loop : fCounters.loops()) {
+    host.loops.push_back({loop.module, loop.time});
+  }
+  host.deviceChange = std::max<GK::GKMicros>(fCounters.deviceChange(), 0);
+  host.lostEvents = fCounters.droppedEvents.load(std::memory_order_relaxed);
+  if (fRecording) {
+    RecordingFigures recording = fRecording();
+    host.recordingTrouble = std::move(recording.trouble);
+    host.lostBlocks = recording.lostBlocks;
+    host.lostMessages = recording.lostMessages;
+  }
+  const std::vector<devices::Matter>& matters = fVerdict.look(now, store, host);
+  const std::lock_guard lock(fMutex);
+  if (matters == fMatters) {
+    return false;
+  }
+  fMatters = matters;
+  return true;
+}
+
+std::vector<devices::Matter> VerdictWatch::matters() const {
+  const std::lock_guard lock(fMutex);
+  return fMatters;
+}
+
+std::string wordsJson() {
+  std::string text;
+  formats::JsonWriter json(text);
+  json.beginObject().key("events").beginArray();
+  for (const devices::EventWords& words : devices::eventWords()) {
+    if (words.sentence.empty()) {
+      continue;
+    }
+    json.beginObject().key("name").text(words.name).key("sentence").text(words.sentence);
+    json.key("values").beginObject();
+    for (const devices::ValueWords& value : words.values) {
+      json.key(value.value).text(value.sentence);
+    }
+    json.endObject().key("unit").text(words.unit).key("digits").integer(words.digits);
+    json.key("importance").integer(static_cast<int>(words.importance));
+    json.key("importances").beginObject();
+    for (const devices::ValueWords& value : words.values) {
+      if (value.importance) {
+        json.key(value.value).integer(static_cast<int>(*value.importance));
+      }
+    }
+    json.endObject()
+        .key("subject")
+        .text(words.subject)
+        .key("meaning")
+        .text(words.meaning)
+        .endObject();
+  }
+  json.endArray().endObject();
+  return text;
+}
+
+} // namespace gk::gateway
