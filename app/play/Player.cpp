@@ -269,21 +269,21 @@ void Player::xStore(std::size_t key, const GK::GKValue& value) {
 }
 
 void Player::xJump(GK::GKMicros time) {
-  fEntries.clear();
-  fNextChunk = fTape.chunkBefore(time);
+  fWindow.seek(time);
   fCursor = static_cast<double>(time);
-  xLoadTo(time);
+  fWindow.loadTo(time);
+  std::deque<TapeEntry>& entries = fWindow.entries();
   fClock->set(time);
   if (fIndex != nullptr) {
     xApplyIndex(time);
   }
   bool hasSample = false;
-  while (!fEntries.empty() && fEntries.front().time <= time) {
-    for (const auto& [key, value] : fEntries.front().values) {
+  while (!entries.empty() && entries.front().time <= time) {
+    for (const auto& [key, value] : entries.front().values) {
       xStore(key, value);
     }
-    hasSample = hasSample || fEntries.front().kind == TapeEntry::Kind::Sample;
-    fEntries.pop_front();
+    hasSample = hasSample || entries.front().kind == TapeEntry::Kind::Sample;
+    entries.pop_front();
   }
   // Before the first samples nothing is known of what modules had told: better too early than what
   // was so at the end.
@@ -291,9 +291,9 @@ void Player::xJump(GK::GKMicros time) {
     return entry.kind == TapeEntry::Kind::Sample;
   };
   if (!hasSample) {
-    xLoadTo(time + RunTape::kOverlap);
-    const auto first = std::ranges::find_if(fEntries, isSample);
-    for (auto entry = first; entry != fEntries.end() && entry->time == first->time; ++entry) {
+    fWindow.loadTo(time + RunTape::kOverlap);
+    const auto first = std::ranges::find_if(entries, isSample);
+    for (auto entry = first; entry != entries.end() && entry->time == first->time; ++entry) {
       for (const auto& [key, value] : entry->values) {
         xStore(key, value);
       }
@@ -307,20 +307,6 @@ void Player::xApplyIndex(GK::GKMicros time) {
   }
 }
 
-/// All chunks that may hold something up to this time have been read from here on.
-void Player::xLoadTo(GK::GKMicros time) {
-  while (fNextChunk < fTape.chunkCount() && fTape.chunkBegin(fNextChunk) <= time) {
-    std::vector<TapeEntry> entries = fTape.load(fNextChunk++);
-    const auto middle = static_cast<std::ptrdiff_t>(fEntries.size());
-    fEntries.insert(fEntries.end(), std::make_move_iterator(entries.begin()),
-                    std::make_move_iterator(entries.end()));
-    std::inplace_merge(fEntries.begin(), fEntries.begin() + middle, fEntries.end(),
-                       [](const TapeEntry& a, const TapeEntry& b) {
-                         return a.time != b.time ? a.time < b.time : a.kind < b.kind;
-                       });
-  }
-}
-
 bool Player::xPlayTo(GK::GKMicros time) {
   const auto moveTo = [this](GK::GKMicros to) {
     const std::lock_guard lock(fMutex);
@@ -331,13 +317,14 @@ bool Player::xPlayTo(GK::GKMicros time) {
     fState.time = std::max(fState.time, to);
     return true;
   };
-  xLoadTo(time);
-  while (!fEntries.empty() && fEntries.front().time <= time) {
-    if (!moveTo(std::max(fEntries.front().time, fClock->elapsed()))) {
+  fWindow.loadTo(time);
+  std::deque<TapeEntry>& entries = fWindow.entries();
+  while (!entries.empty() && entries.front().time <= time) {
+    if (!moveTo(std::max(entries.front().time, fClock->elapsed()))) {
       return false;
     }
-    const TapeEntry entry = std::move(fEntries.front());
-    fEntries.pop_front();
+    const TapeEntry entry = std::move(entries.front());
+    entries.pop_front();
     xApply(entry);
   }
   return moveTo(time);
@@ -393,15 +380,17 @@ std::string Player::pastJson(gateway::PastRange range, std::string_view session)
     return past.json(range, session);
   }
   RunTape tape(fOriginal);
-  for (std::size_t chunk = tape.chunkBefore(from); chunk < tape.chunkCount(); ++chunk) {
-    if (tape.chunkBegin(chunk) > to) {
-      break;
-    }
-    for (TapeEntry& entry : tape.load(chunk)) {
+  TapeWindow window(tape);
+  window.seek(from);
+  for (GK::GKMicros time = from; time < to + RunTape::kOverlap; time += RunTape::kOverlap) {
+    window.loadTo(std::min(time, to));
+    std::deque<TapeEntry>& entries = window.entries();
+    for (; !entries.empty() && entries.front().time <= std::min(time, to); entries.pop_front()) {
+      TapeEntry& entry = entries.front();
       for (const auto& [key, value] : entry.values) {
         store->set(tape.keys()[key], value);
       }
-      if (entry.time < from || entry.time > to) {
+      if (entry.time < from) {
         continue;
       }
       if (entry.kind == TapeEntry::Kind::Tick) {

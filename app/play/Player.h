@@ -3,6 +3,7 @@
 #include "app/play/PlayClock.h"
 #include "app/play/RunIndex.h"
 #include "app/play/RunTape.h"
+#include "app/play/TapeWindow.h"
 #include "gateway/past/Playback.h"
 #include "gk/GKMemory.h"
 
@@ -78,7 +79,6 @@ private:
   void xJump(GK::GKMicros time);
   /// Plays all up to this time; false when a client wants something else meanwhile.
   bool xPlayTo(GK::GKMicros time);
-  void xLoadTo(GK::GKMicros time);
   void xApply(const TapeEntry& entry);
   /// What the index knows of this time.
   void xApplyIndex(GK::GKMicros time);
@@ -109,8 +109,7 @@ private:
   std::function<void(Change)> fListener;
 
   // For the player's thread.
-  std::deque<TapeEntry> fEntries;
-  std::size_t fNextChunk = 0;
+  TapeWindow fWindow{fTape};
   std::vector<GK::GKMemoryCell*> fCells;
   /// In microseconds; where the clock would stand if nothing were lost in rounding.
   double fCursor = 0;

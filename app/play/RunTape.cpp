@@ -4,7 +4,7 @@
 #include "formats/json/JsonValue.h"
 #include "formats/mcap/Decode.h"
 #include "formats/run/RunFile.h"
-#include "formats/run/RunLog.h"
+#include "formats/run/RunLogWriter.h"
 #include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
 #include "gateway/robot/Subjects.h"
@@ -144,7 +144,7 @@ void RunTape::xFindEpoch() {
       while (const std::optional<mcap::InnerRecord> record = records.next()) {
         if (record->opcode == mcap::Opcode::Channel) {
           mcap::Channel channel = mcap::decodeChannel(record->content);
-          fHasRun = fHasRun || channel.messageEncoding == formats::kRunEncoding;
+          fHasRun = fHasRun || formats::isRunEncoding(channel.messageEncoding);
           fHasChannels = fHasChannels || fTopics.contains(channel.topic);
           fChannels.insert_or_assign(channel.id, std::move(channel));
           continue;
@@ -153,10 +153,11 @@ void RunTape::xFindEpoch() {
           continue;
         }
         const mcap::Message message = mcap::decodeMessage(record->content);
-        if (fChannels[message.channelId].messageEncoding != formats::kRunEncoding) {
+        if (!xIsBlock(message)) {
           continue;
         }
-        formats::RunLogReader log(message.data);
+        formats::RunLogReader log;
+        log.begin(message.data, message.sequence, fChannels[message.channelId].messageEncoding);
         GK::GKMicros first = 0;
         while (const std::optional<formats::RunEntry> entry = log.next()) {
           if (const auto* turn = std::get_if<formats::RunTurn>(&*entry)) {
@@ -178,7 +179,10 @@ void RunTape::xFindEpoch() {
   // The first and the last thing that happened; whatever a damaged end may hide.
   fBegin = std::max<GK::GKMicros>(fChunks.front().begin, 0);
   fEnd = fBegin;
-  load(0, Detail::WithoutSamples); // It names the keys.
+  // The first chunk of the run log names the keys.
+  for (std::size_t i = 0; i < fChunks.size() && fHasRun && fRunKeys.empty(); ++i) {
+    load(i, Detail::WithoutSamples);
+  }
   for (std::size_t i = chunkBefore(fChunks.back().begin); i < fChunks.size(); ++i) {
     const std::vector<TapeEntry> entries = load(i, Detail::WithoutSamples);
     fEnd = std::max({fEnd, fChunks[i].end, entries.empty() ? fEnd : entries.back().time});
@@ -195,8 +199,7 @@ GK::GKMicros RunTape::xTime(std::uint64_t nanoseconds) const {
   return static_cast<GK::GKMicros>(nanoseconds / kPerMicro) - fEpoch;
 }
 
-std::vector<TapeEntry> RunTape::load(std::size_t chunk, Detail detail) {
-  std::vector<TapeEntry> entries;
+template <class Take> void RunTape::xEach(std::size_t chunk, const Take& take) {
   try {
     mcap::InnerRecords records(fLoader.load(fChunks.at(chunk).place));
     while (const std::optional<mcap::InnerRecord> record = records.next()) {
@@ -204,15 +207,49 @@ std::vector<TapeEntry> RunTape::load(std::size_t chunk, Detail detail) {
         mcap::Channel channel = mcap::decodeChannel(record->content);
         fChannels.insert_or_assign(channel.id, std::move(channel));
       } else if (record->opcode == mcap::Opcode::Message) {
-        xTake(mcap::decodeMessage(record->content), detail, entries);
+        take(mcap::decodeMessage(record->content));
       }
     }
   } catch (const formats::FormatError&) { // NOLINT(bugprone-empty-catch): what was read counts
   }
+}
+
+std::vector<TapeEntry> RunTape::load(std::size_t chunk, Detail detail) {
+  xReadLogBefore(chunk);
+  std::vector<TapeEntry> entries;
+  xEach(chunk, [&](const mcap::Message& message) { xTake(message, detail, entries); });
   std::ranges::stable_sort(entries, [](const TapeEntry& a, const TapeEntry& b) {
     return a.time != b.time ? a.time < b.time : a.kind < b.kind;
   });
   return entries;
+}
+
+bool RunTape::xIsBlock(const mcap::Message& message) const {
+  const auto channel = fChannels.find(message.channelId);
+  return channel != fChannels.end() && formats::isRunEncoding(channel->second.messageEncoding);
+}
+
+void RunTape::xReadLogBefore(std::size_t chunk) {
+  const std::size_t done = std::exchange(fLogChunk, chunk + 1);
+  if (!fHasRun || chunk == done) {
+    return;
+  }
+  // Nobody skips ahead by more than that to be left without values: a block stands alone so often.
+  const GK::GKMicros oldest = fChunks[chunk].begin - formats::RunLogWriter::kAnewTime - kOverlap;
+  std::size_t first = chunk;
+  while (first > 0 && fChunks[first - 1].end >= oldest) {
+    --first;
+  }
+  fLog = {};
+  std::vector<TapeEntry> left;
+  for (; first < chunk; ++first) {
+    xEach(first, [&](const mcap::Message& message) {
+      if (xIsBlock(message)) {
+        xTake(message, Detail::WithoutSamples, left);
+        left.clear();
+      }
+    });
+  }
 }
 
 void RunTape::xTake(const mcap::Message& message, Detail detail, std::vector<TapeEntry>& entries) {
@@ -221,8 +258,8 @@ void RunTape::xTake(const mcap::Message& message, Detail detail, std::vector<Tap
     return;
   }
   try {
-    if (channel->second.messageEncoding == formats::kRunEncoding) {
-      xTakeRun(message.data, entries);
+    if (xIsBlock(message)) {
+      xTakeRun(message, entries);
     } else {
       xTakeMessage(channel->second.topic, xTime(message.logTime), message.data, detail, entries);
     }
@@ -230,11 +267,11 @@ void RunTape::xTake(const mcap::Message& message, Detail detail, std::vector<Tap
   }
 }
 
-void RunTape::xTakeRun(std::string_view block, std::vector<TapeEntry>& entries) {
-  formats::RunLogReader log(block);
+void RunTape::xTakeRun(const mcap::Message& block, std::vector<TapeEntry>& entries) {
+  fLog.begin(block.data, block.sequence, fChannels[block.channelId].messageEncoding);
   // What stands before the first turn was there before.
   GK::GKMicros now = 0;
-  while (std::optional<formats::RunEntry> entry = log.next()) {
+  while (const std::optional<formats::RunEntry> entry = fLog.next()) {
     if (const auto* turn = std::get_if<formats::RunTurn>(&*entry)) {
       now = turn->time;
       if (!fHasTurns || fLoops.empty() || fLoops.contains(turn->task)) {
@@ -248,13 +285,13 @@ void RunTape::xTakeRun(std::string_view block, std::vector<TapeEntry>& entries) 
       }
     } else if (const auto* key = std::get_if<formats::RunKey>(&*entry)) {
       fRunKeys[key->index] = xKey(key->name);
-    } else if (auto* values = std::get_if<formats::RunValues>(&*entry)) {
+    } else if (const auto* values = std::get_if<formats::RunValues>(&*entry)) {
       TapeEntry& changed = entries.emplace_back();
       changed.time = now;
       changed.kind = TapeEntry::Kind::Values;
-      for (auto& [index, value] : values->values) {
-        if (const auto known = fRunKeys.find(index); known != fRunKeys.end()) {
-          changed.values.emplace_back(known->second, std::move(value));
+      for (const formats::RunValue& value : values->values) {
+        if (const auto known = fRunKeys.find(value.key); known != fRunKeys.end()) {
+          changed.values.emplace_back(known->second, values->value(value));
         }
       }
     }

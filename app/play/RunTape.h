@@ -4,6 +4,7 @@
 #include "formats/mcap/Records.h"
 #include "formats/mcap/Scanner.h"
 #include "formats/mcap/Source.h"
+#include "formats/run/RunLogReader.h"
 #include "gk/GKObserver.h"
 #include "gk/GKTime.h"
 #include "gk/GKValue.h"
@@ -87,8 +88,13 @@ private:
   void xFindEpoch();
   std::size_t xKey(std::string_view name);
   GK::GKMicros xTime(std::uint64_t nanoseconds) const;
+  /// The messages of a chunk, each to be read at once.
+  template <class Take> void xEach(std::size_t chunk, const Take& take);
   void xTake(const formats::mcap::Message& message, Detail detail, std::vector<TapeEntry>& entries);
-  void xTakeRun(std::string_view block, std::vector<TapeEntry>& entries);
+  void xTakeRun(const formats::mcap::Message& block, std::vector<TapeEntry>& entries);
+  /// Has the run log read up to this chunk, from the last block before it that stands alone.
+  void xReadLogBefore(std::size_t chunk);
+  bool xIsBlock(const formats::mcap::Message& message) const;
   void xTakeMessage(const std::string& topic, GK::GKMicros time, std::string_view text,
                     Detail detail, std::vector<TapeEntry>& entries);
 
@@ -111,6 +117,9 @@ private:
   std::vector<std::string> fKeys;
   std::map<std::string, std::size_t, std::less<>> fByName;
   std::size_t fSampledKeys = 0;
+  formats::RunLogReader fLog;
+  /// Up to which chunk the run log has been read.
+  std::size_t fLogChunk = 0;
   /// Numbers of the run log's keys.
   std::map<std::uint64_t, std::size_t> fRunKeys;
   std::map<std::string, Fields, std::less<>> fTopics;

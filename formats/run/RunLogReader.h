@@ -18,6 +18,11 @@ public:
   /// Keys that a run may have: more are refused.
   static constexpr std::size_t kMaxKeys = 1 << 16;
 
+  RunLogReader() = default;
+  /// For a block of the present encoding that can be read without those before it. Raises
+  /// `FormatError` as `begin` does.
+  explicit RunLogReader(std::string_view block) { begin(block, 0, kRunEncoding); }
+
   /// A block that stays where it is until the next one begins. `number`: of the message, counted up
   /// in its channel. `encoding`: one of those that `isRunEncoding` knows. Raises `FormatError` for
   /// what is no block.

@@ -6,6 +6,7 @@
 #include "formats/mcap/Sink.h"
 #include "formats/mcap/Writer.h"
 #include "formats/run/RunFile.h"
+#include "formats/run/RunLogReader.h"
 #include "formats/text/Numbers.h"
 #include "formats/text/WallTime.h"
 #include "gateway/channels/Channels.h"
@@ -105,9 +106,7 @@ struct Past::View {
   GK::GKMicros end = 0;
   bool isBeginGone = false;
 
-  using Values = std::vector<std::pair<std::uint64_t, GK::GKValue>>;
-
-  /// Calls for each entry in its order `turn(time)`, `values(Values)`, `action(Action)`. What
+  /// Calls for each entry in its order `turn(time)`, `values(RunValues)`, `action(Action)`. What
   /// `turn` returns says whether to go on.
   template <class Turn, class TakeValues, class TakeAction>
   void walk(const Turn& turn, const TakeValues& values, const TakeAction& action) const {
@@ -119,7 +118,7 @@ struct Past::View {
             return;
           }
         } else if (const auto* changed = std::get_if<formats::RunValues>(&*entry)) {
-          values(changed->values);
+          values(*changed);
         } else if (const auto* done = std::get_if<formats::RunAction>(&*entry)) {
           action(done->action);
         }
@@ -162,6 +161,8 @@ void Past::xEndPiece() {
   auto piece = std::make_shared<Piece>();
   piece->begin = fPieceBegin;
   piece->log = fLog.take();
+  // Pieces are forgotten one by one.
+  fLog.beginAnew();
   piece->events = std::exchange(fEvents, {});
   piece->bytes = sizeof(Piece) + piece->log.size() + std::exchange(fEventBytes, 0);
   fBytes += piece->bytes;
@@ -181,9 +182,9 @@ void Past::xForget() {
 void Past::xForgetOldest() {
   formats::RunLogReader reader(fPieces.front()->log);
   while (std::optional<formats::RunEntry> entry = reader.next()) {
-    if (auto* changed = std::get_if<formats::RunValues>(&*entry)) {
-      for (auto& [key, value] : changed->values) {
-        fBase[key] = std::move(value);
+    if (const auto* changed = std::get_if<formats::RunValues>(&*entry)) {
+      for (const formats::RunValue& value : changed->values) {
+        fBase[value.key] = changed->value(value);
       }
     }
   }
@@ -316,9 +317,9 @@ std::string Past::json(const PastRange& range, std::string_view session) {
           row = time;
           return time <= to && !next;
         },
-        [&](const View::Values& values) {
-          for (const auto& [key, value] : values) {
-            state[key] = value;
+        [&](const formats::RunValues& values) {
+          for (const formats::RunValue& value : values.values) {
+            state[value.key] = values.value(value);
           }
         },
         [](const formats::Action&) {});
@@ -367,8 +368,7 @@ namespace {
 class PastWriter {
 public:
   PastWriter(std::int64_t epoch, const formats::mcap::StringMap& about)
-      : fWriter(fSink, {formats::mcap::Compression::Zstd, formats::mcap::Writer::kChunkSize,
-                        about.at("version")}),
+      : fWriter(fSink, {.library = about.at("version"), .apart = formats::kRunTopic}),
         fEpoch(epoch) {
     fWriter.addMetadata({formats::kRunMetadata, about});
     fRun = fWriter.addChannel(formats::kRunTopic, formats::kRunEncoding, 0);
@@ -528,10 +528,10 @@ std::optional<std::string> Past::recording(GK::GKMicros last, std::int64_t epoch
         now = time;
         return true;
       },
-      [&](const View::Values& values) {
-        for (const auto& [key, value] : values) {
-          state[key] = value;
-          changed.insert(key);
+      [&](const formats::RunValues& values) {
+        for (const formats::RunValue& value : values.values) {
+          state[value.key] = values.value(value);
+          changed.insert(value.key);
         }
       },
       [&](const formats::Action& action) { actions.push_back(action); });

@@ -2,7 +2,7 @@
 
 #include "formats/lines/Action.h"
 #include "formats/mcap/Records.h"
-#include "formats/run/RunLog.h"
+#include "formats/run/RunLogWriter.h"
 #include "gk/GKClock.h"
 #include "gk/GKMemoryStore.h"
 #include "gk/GKObserver.h"

@@ -1,7 +1,7 @@
 #include "formats/json/Json.h"
 #include "formats/mcap/Reader.h"
 #include "formats/mcap/Source.h"
-#include "formats/run/RunLog.h"
+#include "formats/run/RunLogReader.h"
 #include "gateway/past/Past.h"
 
 #include <boost/json/array.hpp>
@@ -152,6 +152,7 @@ Played played(const std::string& bytes) {
   Played result;
   formats::mcap::MemorySource source(bytes);
   formats::mcap::Reader reader(source);
+  formats::RunLogReader log;
   std::uint64_t head = 0;
   GK::GKMicros now = 0;
   while (const auto item = reader.next()) {
@@ -164,7 +165,7 @@ Played played(const std::string& bytes) {
     if (topic != formats::kRunTopic) {
       continue;
     }
-    formats::RunLogReader log(message->data);
+    log.begin(message->data, message->sequence, formats::kRunEncoding);
     while (auto entry = log.next()) {
       if (const auto* key = std::get_if<formats::RunKey>(&*entry); key && key->name == kHead) {
         head = key->index;
@@ -177,9 +178,9 @@ Played played(const std::string& bytes) {
           result.calls.emplace_back(now, call->label);
         }
       } else if (const auto* values = std::get_if<formats::RunValues>(&*entry)) {
-        for (const auto& [index, value] : values->values) {
-          if (index == head) {
-            result.heads.emplace_back(now, value.toFloat());
+        for (const formats::RunValue& value : values->values) {
+          if (value.key == head) {
+            result.heads.emplace_back(now, values->value(value).toFloat());
           }
         }
       }
