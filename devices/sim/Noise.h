@@ -28,6 +28,11 @@ public:
     return fIsOn ? std::round(value / step) * step : value;
   }
 
+  /// The same for a counter, which tells a step when it is over.
+  double inWholeSteps(double value, double step) const {
+    return fIsOn ? std::floor(value / step) * step : value;
+  }
+
 private:
   /// From 0 to 1. SplitMix64: G. Steele, D. Lea, C. Flood, "Fast splittable pseudorandom number
   /// generators", 2014.

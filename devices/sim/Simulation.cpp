@@ -38,7 +38,7 @@ constexpr double kDistanceStep = 0.01;                     // m
 constexpr double kCurrentNoise = 0.004;                    // A
 constexpr double kCurrentStep = 0.002;                     // A
 constexpr double kTemperatureStep = 1.0;                   // degC
-constexpr double kChargeStep = 0.0001;                     // of a full battery
+constexpr double kChargeStep = 0.00001;                    // of a full battery
 constexpr double kBatteryCurrentStep = 0.02;               // A
 constexpr double kSpeedStep = 0.005;                       // m/s
 /// How long a bumper's spring keeps its switch closed after the last contact, s.
@@ -315,7 +315,7 @@ void Simulation::xWriteSonar() {
 }
 
 void Simulation::xWriteBattery() {
-  put(fCharge, fNoise.inSteps(fBattery.charge(), kChargeStep));
+  put(fCharge, fNoise.inWholeSteps(fBattery.charge(), kChargeStep));
   put(fCurrent, fNoise.inSteps(fBattery.current(), kBatteryCurrentStep));
   putInt(fStatus, fBattery.status());
   putInt(fCellVoltage, fBattery.cellVoltage());

@@ -224,7 +224,8 @@ std::vector<std::string> storyOf(const ReportData& data) {
   } else {
     text.clear();
     std::vector<ReportData::Matter> matters = data.matters;
-    std::ranges::stable_partition(matters, &ReportData::Matter::isError);
+    std::stable_partition(matters.begin(), matters.end(),
+                          [](const ReportData::Matter& matter) { return matter.isError; });
     for (std::size_t i = 0; i < std::min(matters.size(), most); ++i) {
       const ReportData::Matter& matter = matters[i];
       text += fmt::format("{}{} at {}, for {}", text.empty() ? "" : "; ", matter.text,
