@@ -20,7 +20,6 @@ namespace {
 
 namespace json = boost::json;
 
-
 std::string_view view(json::string_view text) {
   return {text.data(), text.size()};
 }

@@ -149,7 +149,8 @@ TEST(GkClient, UnknownNamesAreAnsweredWithTheNearest) {
            {{"describe", "GKSonr"}, "gk: there is no module GKSonr; did you mean GKSonar?\n"},
            {{"call", "GKSonr.subscribe"}, "gk: there is no module GKSonr; did you mean GKSonar?\n"},
            {{"call", "GKSonar.subscrib"},
-            "gk: there is no method GKSonar.subscrib; did you mean subscribe, unsubscribe or getSubscribersInfo?\n"},
+            "gk: there is no method GKSonar.subscrib; did you mean subscribe, unsubscribe or "
+            "getSubscribersInfo?\n"},
            {{"get", "Motion/IsStnd"}, "did you mean Motion/IsStand?\n"},
            {{"watch", "Motion/IsStnd"}, "did you mean Motion/IsStand?\n"}}) {
     const ProgramResult result = host.gk(command);
