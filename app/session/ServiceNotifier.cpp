@@ -51,10 +51,15 @@ ServiceNotifier::~ServiceNotifier() {
 void ServiceNotifier::ready(const GK::GKBroker& broker, const std::string& status) {
   fIsOneLoop = broker.isModulePresent(kLoopModule);
   fLast = std::chrono::steady_clock::now();
-  xSend("READY=1\nSTATUS=" + status);
+  const std::lock_guard lock(fMutex);
+  if (!fIsStopping) {
+    xSend("READY=1\nSTATUS=" + status);
+  }
 }
 
-void ServiceNotifier::stopping() const {
+void ServiceNotifier::stopping() {
+  const std::lock_guard lock(fMutex);
+  fIsStopping = true;
   xSend("STOPPING=1");
 }
 

@@ -6,6 +6,7 @@
 #include <boost/shared_ptr.hpp>
 
 #include <chrono>
+#include <mutex>
 #include <string>
 
 namespace gk::app {
@@ -21,10 +22,11 @@ public:
   ServiceNotifier(std::string address, std::chrono::microseconds patience);
   ~ServiceNotifier() override;
 
-  /// The modules in `broker` are up. From now on ticks are told, once this is an observer.
+  /// The modules in `broker` are up. From now on ticks are told, once this is an observer. Not told
+  /// once the host is stopping already.
   void ready(const GK::GKBroker& broker, const std::string& status);
   /// Any thread.
-  void stopping() const;
+  void stopping();
 
   void onNotice(const GK::GKNotice&) override {}
   void onTick(GK::GKMicros time, const GK::GKTask& task) override;
@@ -39,6 +41,9 @@ private:
   /// Another library may have other loops: then each tells that the host lives.
   bool fIsOneLoop = false;
   std::chrono::steady_clock::time_point fLast;
+  /// What is told of the beginning and the end is told in that order.
+  std::mutex fMutex;
+  bool fIsStopping = false;
 };
 
 } // namespace gk::app

@@ -151,7 +151,7 @@ TEST(Gk, JobsNeedAFolderAndDistinctNamesForTheirOutput) {
 }
 
 TEST(Gk, RealtimeRunsOrSaysInOneLineWhatIsNotPermitted) {
-  const ProgramResult result = runGk({"run", "--realtime", "--for", "0.2"});
+  const ProgramResult result = runGk({"run", "--realtime", "--no-listen", "--for", "3"});
   EXPECT_EQ(result.code, 0);
   EXPECT_THAT(result.err, HasSubstr("GKSensors: "));
   for (std::size_t at = 0; (at = result.err.find("gk: ", at)) != std::string::npos; ++at) {

@@ -74,8 +74,9 @@ TEST(Service, WithoutALoopNobodyIsToldThatItLives) {
   const Environment address("NOTIFY_SOCKET", manager.address());
   const Environment patience("WATCHDOG_USEC", "1000");
   Program sut({GK_PROGRAM, "run", "--robot", "none", "--listen", "127.0.0.1:0", "--library",
-               GK_TEST_LIBRARIES "/libListener.so", "--for", "0.2"});
+               GK_TEST_LIBRARIES "/libListener.so"});
   EXPECT_THAT(manager.next(), StartsWith("READY=1\n"));
+  kill(sut.pid(), SIGTERM);
   EXPECT_EQ(manager.next(), "STOPPING=1");
   EXPECT_EQ(sut.wait().code, 0);
 }
