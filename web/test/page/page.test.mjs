@@ -250,6 +250,8 @@ test("a sonar that is off is off everywhere, and the nearest obstacle is drawn",
   await sonar.getByText("obstacle left").waitFor();
   const { height } = await sonar.locator(".wedge.near").first().boundingBox();
   assert.ok(height > 8, `${height} pixels`);
+  // What is out of sight is not asked for.
+  await chip.scrollIntoViewIfNeeded();
   await page.waitForFunction((element) => element.textContent !== "–", await chip.elementHandle());
   await write(host.url, "Simulation/Obstacle/Left/Distance", 2.55);
   await untilSonarIsHeardBy(["page"]);
@@ -405,7 +407,7 @@ test("a fall is the first thing to read, with what to do, and doing it helps", a
   await push.focus();
   await page.keyboard.down(" ");
   await verdict()
-    .getByText(/^Fell onto its (belly|back)/)
+    .getByText(/^Fell onto its (belly|back|left side|right side)/)
     .waitFor();
   await page.keyboard.up(" ");
   await page.waitForFunction(() => document.title.startsWith("⚠ Fell"));
@@ -414,7 +416,8 @@ test("a fall is the first thing to read, with what to do, and doing it helps", a
   assert.deepEqual(await accessFindings(page), []);
   await page.getByRole("button", { name: "Stand it up" }).click();
   await verdict().getByText("All is well").waitFor();
-  await page.locator(".pose", { hasText: "Standing" }).waitFor();
+  // How firmly it stands then is up to physics in real time.
+  await page.locator(".pose", { hasNotText: /^On its/ }).waitFor();
 });
 
 test("a recording is played on the same line of time", async () => {
@@ -434,9 +437,15 @@ test("a recording is played on the same line of time", async () => {
     await other.locator("body").press("Home");
     await other.locator(".place", { hasText: /^0:00\.\d of/ }).waitFor();
     await other.locator("body").press(" ");
-    await other.getByText(/^Playing/).waitFor();
+    await other
+      .getByText(/^Playing/)
+      .first()
+      .waitFor();
     await other.locator("body").press("End");
-    await other.getByText(/^Paused/).waitFor();
+    await other
+      .getByText(/^Paused/)
+      .first()
+      .waitFor();
     await other.locator(".pose", { hasText: /\w/ }).waitFor();
     assert.deepEqual(await accessFindings(other), []);
     assert.deepEqual(wrong, []);
