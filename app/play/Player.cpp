@@ -144,10 +144,8 @@ GK::GKMicros Player::xTickFrom(GK::GKMicros time, int count) {
   GK::GKMicros found = time;
   const auto ticksOf = [&tape](std::size_t chunk) {
     std::vector<GK::GKMicros> ticks;
-    for (const TapeEntry& entry : tape.load(chunk, RunTape::Detail::WithoutSamples)) {
-      if (entry.kind == TapeEntry::Kind::Tick) {
-        ticks.push_back(entry.time);
-      }
+    for (const TapeEntry& entry : tape.load(chunk, RunTape::Detail::Ticks)) {
+      ticks.push_back(entry.time);
     }
     return ticks;
   };
@@ -383,9 +381,11 @@ std::string Player::pastJson(gateway::PastRange range, std::string_view session)
   TapeWindow window(tape);
   window.seek(from);
   for (GK::GKMicros time = from; time < to + RunTape::kOverlap; time += RunTape::kOverlap) {
-    window.loadTo(std::min(time, to));
+    // Piece by piece, so that not all of it is in memory at once.
+    const GK::GKMicros end = std::min(time, to);
+    window.loadTo(end);
     std::deque<TapeEntry>& entries = window.entries();
-    for (; !entries.empty() && entries.front().time <= std::min(time, to); entries.pop_front()) {
+    for (; !entries.empty() && entries.front().time <= end; entries.pop_front()) {
       TapeEntry& entry = entries.front();
       for (const auto& [key, value] : entry.values) {
         store->set(tape.keys()[key], value);

@@ -215,12 +215,25 @@ template <class Take> void RunTape::xEach(std::size_t chunk, const Take& take) {
 }
 
 std::vector<TapeEntry> RunTape::load(std::size_t chunk, Detail detail) {
-  xReadLogBefore(chunk);
+  const bool isOfTicks = detail == Detail::Ticks;
+  if (isOfTicks) {
+    fLog = {};
+    fLogChunk.reset();
+  } else {
+    xReadLogBefore(chunk);
+  }
   std::vector<TapeEntry> entries;
-  xEach(chunk, [&](const mcap::Message& message) { xTake(message, detail, entries); });
-  std::ranges::stable_sort(entries, [](const TapeEntry& a, const TapeEntry& b) {
-    return a.time != b.time ? a.time < b.time : a.kind < b.kind;
+  xEach(chunk, [&](const mcap::Message& message) {
+    if (!isOfTicks || !fHasRun || xIsBlock(message)) {
+      xTake(message, detail, entries);
+    }
   });
+  if (isOfTicks) {
+    std::erase_if(entries,
+                  [](const TapeEntry& entry) { return entry.kind != TapeEntry::Kind::Tick; });
+  }
+  std::ranges::stable_sort(entries,
+                           [](const TapeEntry& a, const TapeEntry& b) { return a.isBefore(b); });
   return entries;
 }
 
@@ -230,7 +243,7 @@ bool RunTape::xIsBlock(const mcap::Message& message) const {
 }
 
 void RunTape::xReadLogBefore(std::size_t chunk) {
-  const std::size_t done = std::exchange(fLogChunk, chunk + 1);
+  const std::optional<std::size_t> done = std::exchange(fLogChunk, chunk + 1);
   if (!fHasRun || chunk == done) {
     return;
   }

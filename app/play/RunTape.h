@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -31,6 +32,10 @@ struct TapeEntry {
     Tick    ///< a loop's tick has ended
   };
 
+  bool isBefore(const TapeEntry& other) const noexcept {
+    return time != other.time ? time < other.time : kind < other.kind;
+  }
+
   GK::GKMicros time = 0;
   Kind kind = Kind::Tick;
   /// By number of the tape's keys.
@@ -45,7 +50,11 @@ public:
   /// A block of the run log ends at most so much later than the chunk around it says.
   static constexpr GK::GKMicros kOverlap = 1'500'000;
 
-  enum class Detail : std::uint8_t { All, WithoutSamples };
+  enum class Detail : std::uint8_t {
+    All,
+    WithoutSamples,
+    Ticks ///< alone: wherever they are looked for, nothing before them has to be read
+  };
 
   /// Raises `InputError` for what is no recording, or an empty one.
   explicit RunTape(const std::string& path);
@@ -118,8 +127,8 @@ private:
   std::map<std::string, std::size_t, std::less<>> fByName;
   std::size_t fSampledKeys = 0;
   formats::RunLogReader fLog;
-  /// Up to which chunk the run log has been read.
-  std::size_t fLogChunk = 0;
+  /// The chunk up to which the run log has been read; none where it cannot be read on.
+  std::optional<std::size_t> fLogChunk = 0;
   /// Numbers of the run log's keys.
   std::map<std::uint64_t, std::size_t> fRunKeys;
   std::map<std::string, Fields, std::less<>> fTopics;

@@ -18,9 +18,7 @@ void TapeWindow::loadTo(GK::GKMicros time) {
     fEntries.insert(fEntries.end(), std::make_move_iterator(entries.begin()),
                     std::make_move_iterator(entries.end()));
     std::inplace_merge(fEntries.begin(), fEntries.begin() + middle, fEntries.end(),
-                       [](const TapeEntry& a, const TapeEntry& b) {
-                         return a.time != b.time ? a.time < b.time : a.kind < b.kind;
-                       });
+                       [](const TapeEntry& a, const TapeEntry& b) { return a.isBefore(b); });
   }
 }
 
