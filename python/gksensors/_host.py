@@ -7,7 +7,6 @@ import threading
 import time
 import warnings
 import weakref
-from types import TracebackType
 from typing import (
     Any,
     Dict,
@@ -17,7 +16,6 @@ from typing import (
     List,
     Mapping,
     Optional,
-    Type,
     TypeVar,
     Union,
     cast,
@@ -25,6 +23,7 @@ from typing import (
 )
 
 from . import _wire
+from ._closing import Closing
 from ._errors import Error
 from ._values import Event, loads
 from ._wire import Address, Change, Module, Request, Response
@@ -137,7 +136,7 @@ class _Link:
         self.socket.close()
 
 
-class Listening(Generic[_T]):
+class Listening(Closing, Generic[_T]):
     """What a host tells as it happens: an iterator that waits for the next of it.
 
     It is subscribed when it is there: nothing that happens later is missed. It ends with `close`
@@ -217,22 +216,11 @@ class Listening(Generic[_T]):
         self._link.close()
         self._host._listening.discard(self)
 
-    def __enter__(self) -> "Listening[_T]":
-        return self
-
-    def __exit__(
-        self,
-        kind: Optional[Type[BaseException]],
-        error: Optional[BaseException],
-        traceback: Optional[TracebackType],
-    ) -> None:
-        self.close()
-
     def __repr__(self) -> str:
         return f"<Listening to {self._host.address}{', closed' if self._is_closed else ''}>"
 
 
-class Host:
+class Host(Closing):
     """A running host. Made by `connect`; any thread may use it.
 
     All methods raise ConnectionError when the host has gone, and PermissionError when it wants
@@ -394,17 +382,6 @@ class Host:
         for listening in list(self._listening):
             listening.close()
         self._drop()
-
-    def __enter__(self) -> "Host":
-        return self
-
-    def __exit__(
-        self,
-        kind: Optional[Type[BaseException]],
-        error: Optional[BaseException],
-        traceback: Optional[TracebackType],
-    ) -> None:
-        self.close()
 
     def __repr__(self) -> str:
         return f"<Host {self.address}{', closed' if self._is_closed else ''}>"

@@ -5,7 +5,6 @@ import math
 import os
 import threading
 from collections import deque
-from types import TracebackType
 from typing import (
     Any,
     Deque,
@@ -15,11 +14,11 @@ from typing import (
     Mapping,
     NoReturn,
     Optional,
-    Type,
     Union,
     overload,
 )
 
+from ._closing import Closing
 from ._errors import CallError, Error, ProgramError
 from ._program import Child, Finished, Paths, fail, foreign, paths, said
 from ._values import Event, dumps, event_of, loads, plain
@@ -42,7 +41,7 @@ def call_error(error: Mapping[str, Any]) -> CallError:
     )
 
 
-class Simulation:
+class Simulation(Closing):
     """The simulated robot in lockstep: its time moves when you say so, and only then.
 
     The same calls give the same results, every time, on the same machine. Each simulation is a
@@ -264,17 +263,6 @@ class Simulation:
                 self._end = Error("the simulation is closed")
             self._child.stop(_END_PATIENCE)
             self._child.close()
-
-    def __enter__(self) -> "Simulation":
-        return self
-
-    def __exit__(
-        self,
-        kind: Optional[Type[BaseException]],
-        error: Optional[BaseException],
-        traceback: Optional[TracebackType],
-    ) -> None:
-        self.close()
 
     def __reduce__(self) -> Any:
         raise TypeError("a simulation is a running process and cannot be pickled")

@@ -30,6 +30,7 @@ from typing import (
 )
 
 from . import _wire
+from ._closing import AsyncClosing
 from ._errors import Error
 from ._values import Event, loads
 from ._wire import Address, Change, Module, Request, Response
@@ -164,7 +165,7 @@ class _Link:
             pass
 
 
-class Listening(Generic[_T]):
+class Listening(AsyncClosing, Generic[_T]):
     """What a host tells as it happens, for ``async for``.
 
     It subscribes with its first item, or at the beginning of an ``async with`` block: nothing that
@@ -257,19 +258,11 @@ class Listening(Generic[_T]):
         await self._open()
         return self
 
-    async def __aexit__(
-        self,
-        kind: Optional[Type[BaseException]],
-        error: Optional[BaseException],
-        traceback: Optional[TracebackType],
-    ) -> None:
-        await self.close()
-
     def __repr__(self) -> str:
         return f"<Listening to {self._host.address}{', closed' if self._is_closed else ''}>"
 
 
-class Host:
+class Host(AsyncClosing):
     """A running host; see `gksensors.Host`. Belongs to one event loop; any number of its tasks may
     use it, which are answered one after the other."""
 
@@ -391,17 +384,6 @@ class Host:
         link, self._link = self._link, None
         if link is not None:
             await link.close()
-
-    async def __aenter__(self) -> "Host":
-        return self
-
-    async def __aexit__(
-        self,
-        kind: Optional[Type[BaseException]],
-        error: Optional[BaseException],
-        traceback: Optional[TracebackType],
-    ) -> None:
-        await self.close()
 
     def __repr__(self) -> str:
         return f"<Host {self.address}{', closed' if self._is_closed else ''}>"
