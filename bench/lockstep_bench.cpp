@@ -1,7 +1,7 @@
-#include "devices/DeviceKeys.h"
 #include "devices/DeviceLayer.h"
 #include "devices/sim/Simulation.h"
 #include "gk/GKMemoryStore.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <array>
 #include <benchmark/benchmark.h>
@@ -22,7 +22,7 @@ constexpr GK::GKMicros kFrame = 20'000;
 
 void physics(benchmark::State& state) {
   const auto store = std::make_shared<GK::GKMemoryStore>();
-  gk::devices::DeviceLayer(store, gk::devices::simulatedKeys()).publish();
+  gk::devices::DeviceLayer(store, gk::messages::simulatedKeys()).publish();
   gk::devices::Simulation sut(store, {});
   sut.start();
   GK::GKMicros time = 0;

@@ -6,9 +6,9 @@
 namespace gk::devices {
 
 DeviceLayer::DeviceLayer(std::shared_ptr<GK::GKMemoryStore> store,
-                         const std::vector<DeviceKey>& keys)
+                         const std::vector<messages::DeviceKey>& keys)
     : fStore(std::move(store)) {
-  for (const DeviceKey& key : keys) {
+  for (const messages::DeviceKey& key : keys) {
     fStart.emplace(key.name, key.start);
   }
 }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "devices/DeviceKeys.h"
 #include "gk/GKMemoryStore.h"
 #include "gk/GKValue.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <map>
 #include <memory>
@@ -18,7 +18,7 @@ namespace gk::devices {
 class DeviceLayer {
 public:
   explicit DeviceLayer(std::shared_ptr<GK::GKMemoryStore> store,
-                       const std::vector<DeviceKey>& keys = deviceKeys());
+                       const std::vector<messages::DeviceKey>& keys = messages::deviceKeys());
 
   /// Before `publish`: gives the key this start value. Afterwards: writes it at once.
   void set(const std::string& key, const GK::GKValue& value);

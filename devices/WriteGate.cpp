@@ -1,10 +1,10 @@
 #include "devices/WriteGate.h"
 
-#include "devices/DeviceKeys.h"
-#include "formats/json/JsonText.h"
 #include "gk/DCM.h"
 #include "gk/GKMemory.h"
 #include "gk/GKResourceManager.h"
+#include "messages/json/JsonText.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <algorithm>
 #include <utility>
@@ -43,7 +43,7 @@ bool isStored(const GKWrite& write) {
 std::string refuseName(std::string_view name, std::size_t limit) {
   return !name.empty() && name.size() <= limit
              ? std::string()
-             : formats::quotedText(name) + ": a name has 1 to " + std::to_string(limit) +
+             : messages::quotedText(name) + ": a name has 1 to " + std::to_string(limit) +
                    " bytes, not " + std::to_string(name.size());
 }
 
@@ -58,7 +58,7 @@ GK::GKWriteGate::Verdict WriteGate::admit(const GKWrite& write) {
     verdict.refusal = xRefuse(write, verdict);
   }
   if (fWorld && verdict.refusal.empty() && isStored(write) &&
-      write.name.starts_with(kWorldPrefix)) {
+      write.name.starts_with(messages::kWorldPrefix)) {
     verdict.refusal = fWorld(write.name, verdict.value ? *verdict.value : *write.value);
   }
   if (write.isNew && verdict.refusal.empty()) {
@@ -88,11 +88,11 @@ std::string WriteGate::xRefuse(const GKWrite& write, Verdict& verdict) {
   }
   if (isStored(write)) {
     try {
-      GK::GKValue value = formats::valueForKey(keyTypeOf(write.name), *write.value);
+      GK::GKValue value = messages::valueForKey(messages::keyTypeOf(write.name), *write.value);
       if (value.type() != write.value->type()) {
         verdict.value = std::move(value);
       }
-    } catch (const formats::FormatError& error) {
+    } catch (const messages::FormatError& error) {
       return write.name + ": " + error.what();
     }
   }

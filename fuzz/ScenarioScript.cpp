@@ -1,10 +1,10 @@
 #include "fuzz/ScenarioScript.h"
 
-#include "devices/DeviceKeys.h"
-#include "formats/json/JsonText.h"
-#include "formats/json/JsonValue.h"
 #include "formats/lines/OperationNames.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/JsonText.h"
+#include "messages/json/JsonValue.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/text/Numbers.h"
 
 #include <array>
 #include <bit>
@@ -109,12 +109,13 @@ GKValue nextInt(Bytes& bytes) {
 
 /// {"set": {KEY: VALUE}}
 std::string nextSet(Bytes& bytes) {
-  const auto& keys = devices::deviceKeys();
-  const devices::DeviceKey& key = bytes.choose(keys);
+  const auto& keys = messages::deviceKeys();
+  const messages::DeviceKey& key = bytes.choose(keys);
   std::string text = "\"set\":{";
-  formats::appendJsonString(text, key.name);
+  messages::appendJsonString(text, key.name);
   text += ':';
-  formats::appendJson(text, key.type == devices::KeyType::Int ? nextInt(bytes) : nextFloat(bytes));
+  messages::appendJson(text,
+                       key.type == messages::KeyType::Int ? nextInt(bytes) : nextFloat(bytes));
   return text + '}';
 }
 
@@ -136,7 +137,7 @@ std::string nextCall(Bytes& bytes) {
     }
   }
   std::string text = "\"call\":\"" + module + "." + std::string(call.method) + "\",\"args\":";
-  formats::appendJson(text, GKValue(std::move(args)));
+  messages::appendJson(text, GKValue(std::move(args)));
   return text;
 }
 
@@ -178,7 +179,7 @@ ScenarioScript writeScenario(std::span<const std::uint8_t> data) {
       script.hasFaults = true;
     }
     script.text += "{\"t\":";
-    formats::appendSeconds(script.text, time);
+    messages::appendSeconds(script.text, time);
     script.text += "," + action + "}\n";
     ++lines;
   }

@@ -1,9 +1,9 @@
-#include "formats/json/Json.h"
-#include "formats/json/JsonValue.h"
 #include "fuzz/Require.h"
 #include "gk/GKBroker.h"
 #include "gk/GKBrokerManager.h"
 #include "gk/GKModule.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonValue.h"
 
 #include <boost/make_shared.hpp>
 
@@ -87,7 +87,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const Bench bench;
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   try {
-    const boost::json::value call = gk::formats::parseJson(text);
+    const boost::json::value call = gk::messages::parseJson(text);
     const boost::json::object* object = call.if_object();
     const auto* method = object != nullptr ? object->if_contains("method") : nullptr;
     const auto* args = object != nullptr ? object->if_contains("args") : nullptr;
@@ -96,11 +96,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     std::vector<GKValue> arguments;
     for (const boost::json::value& argument : args->get_array()) {
-      arguments.push_back(gk::formats::valueFromJson(argument));
+      arguments.push_back(gk::messages::valueFromJson(argument));
     }
     const std::string name(method->get_string());
     check(name, arguments, bench.echo->callMethod(name, arguments));
-  } catch (const gk::formats::FormatError&) {
+  } catch (const gk::messages::FormatError&) {
   } catch (const GK::GKError& error) {
     gk::fuzz::require(!error.getDescription().empty(), "a refusal says why");
   }

@@ -2,7 +2,7 @@
 #include "formats/mcap/Recover.h"
 #include "formats/mcap/Verify.h"
 #include "formats/run/RunLogReader.h"
-#include "formats/text/FormatError.h"
+#include "messages/text/FormatError.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -29,7 +29,7 @@ void readEntries(std::string_view block, const char* encoding) {
     entries.begin(block, 2, encoding);
     while (entries.next()) {
     }
-  } catch (const gk::formats::FormatError&) {
+  } catch (const gk::messages::FormatError&) {
     return;
   }
 }
@@ -67,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     mcap::MemorySource source(bytes);
     mcap::verify(source);
     save(bytes);
-  } catch (const gk::formats::FormatError&) {
+  } catch (const gk::messages::FormatError&) {
     return 0;
   }
   return 0;

@@ -1,5 +1,5 @@
-#include "formats/text/FormatError.h"
 #include "gateway/stream/ClientMessage.h"
+#include "messages/text/FormatError.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     } else {
       gk::gateway::parseClientBinary(message);
     }
-  } catch (const gk::formats::FormatError&) { // NOLINT(bugprone-empty-catch): the expected refusal
+  } catch (const gk::messages::FormatError&) { // NOLINT(bugprone-empty-catch): the expected refusal
   }
   return 0;
 }

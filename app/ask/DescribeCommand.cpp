@@ -2,12 +2,12 @@
 #include "app/ask/FirstLine.h"
 #include "app/client/HostClient.h"
 #include "app/client/HostNames.h"
-#include "devices/DeviceKeys.h"
 #include "devices/meaning/EventWords.h"
-#include "formats/json/JsonText.h"
-#include "formats/json/JsonValue.h"
-#include "formats/text/Numbers.h"
 #include "formats/text/Printable.h"
+#include "messages/json/JsonText.h"
+#include "messages/json/JsonValue.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/text/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -84,13 +84,13 @@ void showEvent(const std::string& name, const json::value& event) {
                                : "not yet");
   showLine("last", count > 0 ? valueText(member(event, "value")) : "");
   showLine("says",
-           count > 0 ? devices::eventSentence(name, formats::valueFromJson(member(event, "value")))
+           count > 0 ? devices::eventSentence(name, messages::valueFromJson(member(event, "value")))
                      : "");
 }
 
 void showKey(const std::string& name, const json::value& key) {
   fmt::print("{}, a key\n", formats::printable(name));
-  if (const devices::DeviceKey* device = devices::findDeviceKey(name)) {
+  if (const messages::DeviceKey* device = messages::findDeviceKey(name)) {
     showLine("meaning", std::string(device->meaning));
     showLine("unit", std::string(device->unit));
     showLine("range", device->range
@@ -105,13 +105,13 @@ void showKey(const std::string& name, const json::value& key) {
 
 std::string eventJson(const std::string& name, const json::value& event) {
   std::string text = R"({"name":)";
-  formats::appendJsonString(text, name);
-  formats::appendJsonString(text += R"(,"owner":)", textMember(event, "owner"));
+  messages::appendJsonString(text, name);
+  messages::appendJsonString(text += R"(,"owner":)", textMember(event, "owner"));
   return text + fmt::format(R"(,"count":{:.0f},"value":{},"t_s":{}}})",
                             numberMember(event, "count"), valueText(member(event, "value")),
                             member(event, "t_s").is_null()
                                 ? "null"
-                                : formats::doubleText(numberMember(event, "t_s")));
+                                : messages::doubleText(numberMember(event, "t_s")));
 }
 
 /// An event leaves its last value under its own name: both are told.

@@ -2,8 +2,8 @@
 #include "app/ask/Doctor.h"
 #include "app/terminal/Screen.h"
 #include "app/terminal/Table.h"
-#include "formats/json/JsonText.h"
 #include "formats/text/Printable.h"
+#include "messages/json/JsonText.h"
 
 #include <fmt/format.h>
 
@@ -69,9 +69,9 @@ void printForPrograms(const std::vector<Finding>& findings, const DoctorOptions&
     }
     text += text.size() > 1 ? "," : "";
     text += R"({"what":)";
-    formats::appendJsonString(text, finding.what);
+    messages::appendJsonString(text, finding.what);
     text += fmt::format(R"(,"isGood":{},"detail":)", finding.isGood);
-    formats::appendJsonString(text, finding.detail);
+    messages::appendJsonString(text, finding.detail);
     text += "}";
   }
   fmt::print("{}]\n", text);

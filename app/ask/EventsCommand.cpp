@@ -7,11 +7,11 @@
 #include "app/terminal/LiveStyle.h"
 #include "app/terminal/TerminalState.h"
 #include "devices/meaning/EventWords.h"
-#include "formats/json/Json.h"
-#include "formats/json/JsonValue.h"
 #include "formats/text/LiveRows.h"
 #include "formats/text/NamePattern.h"
 #include "formats/text/Printable.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonValue.h"
 
 #include <fmt/format.h>
 
@@ -63,7 +63,7 @@ int showEvents(const LiveOptions& options) {
   HostStream::Handlers handlers;
   handlers.wants = [](const HostChannel& channel) { return channel.topic == "/events"; };
   handlers.message = [&](const HostChannel&, std::uint64_t, std::string_view payload) {
-    const json::value event = formats::parseJson(payload);
+    const json::value event = messages::parseJson(payload);
     const std::string name = textMember(event, "name");
     if (!isWanted(options.names, name)) {
       return true;
@@ -77,7 +77,7 @@ int showEvents(const LiveOptions& options) {
       row.name = formats::printable(name);
       row.value = formats::printable(valueText(member(event, "value")));
       row.words = formats::printable(
-          devices::eventSentence(name, formats::valueFromJson(member(event, "value"))));
+          devices::eventSentence(name, messages::valueFromJson(member(event, "value"))));
       row.isEvent = true;
       row.isMicro = row.kind == kMicroEvent;
       std::string text;

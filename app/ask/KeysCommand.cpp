@@ -3,12 +3,12 @@
 #include "app/client/HostNames.h"
 #include "app/client/Words.h"
 #include "app/terminal/Table.h"
-#include "devices/DeviceKeys.h"
-#include "formats/json/Json.h"
-#include "formats/json/JsonText.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/NearestNames.h"
 #include "formats/text/Printable.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonText.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/text/FormatError.h"
 
 #include <boost/json/object.hpp>
 #include <fmt/format.h>
@@ -32,7 +32,7 @@ void printEntries(const std::vector<json::value>& entries, bool isJson) {
     std::string text = "{";
     for (const json::value& entry : entries) {
       text += text.size() > 1 ? "," : "";
-      formats::appendJsonString(text, textMember(entry, "key"));
+      messages::appendJsonString(text, textMember(entry, "key"));
       text += ":" + valueText(member(entry, "value"));
     }
     fmt::print("{}}}\n", text);
@@ -56,8 +56,8 @@ int getKeys(const ClientOptions& options, const std::vector<std::string>& words)
 /// keeps a key from becoming something else.
 std::string typeOfKey(const std::optional<json::value>& key, const std::string& name,
                       const std::string& word) {
-  if (devices::keyTypeOf(name) != devices::KeyType::Any) {
-    return std::string(devices::typeName(devices::keyTypeOf(name)));
+  if (messages::keyTypeOf(name) != messages::KeyType::Any) {
+    return std::string(messages::typeName(messages::keyTypeOf(name)));
   }
   const bool isBool = key && textMember(*key, "type") == "bool";
   return isBool && isBoolWord(word) ? "bool" : "";
@@ -79,7 +79,7 @@ void tellOfNewKey(HostClient& client, const std::string& name) {
 /// Writes a key; returns its entry. Raises `ClientError`, which tells the key.
 json::value writeKey(HostClient& client, const std::string& name, const std::string& value) {
   try {
-    return formats::parseJson(client.put(keyTarget(name), value));
+    return messages::parseJson(client.put(keyTarget(name), value));
   } catch (const UnknownName&) {
     throw;
   } catch (const ClientError& error) {
@@ -106,11 +106,11 @@ json::object readKeys(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   const std::string text{std::istreambuf_iterator<char>(file), {}};
   if (!file.is_open() || file.bad()) {
-    throw formats::FormatError("cannot be read");
+    throw messages::FormatError("cannot be read");
   }
-  const json::value keys = formats::parseJson(text);
+  const json::value keys = messages::parseJson(text);
   if (!keys.is_object()) {
-    throw formats::FormatError("is no object of keys and values, as gk get --json writes it");
+    throw messages::FormatError("is no object of keys and values, as gk get --json writes it");
   }
   return keys.get_object();
 }
@@ -119,7 +119,7 @@ int setFile(const ClientOptions& options, const std::string& path) {
   json::object keys;
   try {
     keys = readKeys(path);
-  } catch (const formats::FormatError& error) {
+  } catch (const messages::FormatError& error) {
     fmt::print(stderr, "gk: --file: {}: {}\n", path, error.what());
     return kBadInput;
   }

@@ -2,8 +2,8 @@
 
 #include "app/terminal/Table.h"
 #include "app/terminal/Units.h"
-#include "formats/json/JsonText.h"
 #include "formats/text/Printable.h"
+#include "messages/json/JsonText.h"
 
 #include <fmt/format.h>
 
@@ -91,7 +91,7 @@ void WatchView::xPrintJson(const std::vector<json::value>& changed) const {
   for (const json::value& one : changed) {
     const std::string name = textMember(one, "name");
     std::string text;
-    formats::appendJsonString(text, name);
+    messages::appendJsonString(text, name);
     fmt::print("{{{}:{}}}\n", text, valueText(fValues.at(name)));
   }
 }

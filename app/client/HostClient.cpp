@@ -1,13 +1,13 @@
 #include "app/client/HostClient.h"
 
 #include "app/options/Command.h"
-#include "formats/json/Json.h"
-#include "formats/json/JsonValue.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/Printable.h"
 #include "gateway/http/Access.h"
 #include "gateway/net/ByteStream.h"
 #include "gateway/robot/RpcRequest.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonValue.h"
+#include "messages/text/FormatError.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -142,12 +142,12 @@ std::string HostClient::xSend(const char* method, const std::string& target, std
   if (status >= 400) {
     std::string reason = fmt::format("{} answers {}", fAddress.text(), status);
     try {
-      const std::string told = textMember(member(formats::parseJson(answer), "error"), "message");
+      const std::string told = textMember(member(messages::parseJson(answer), "error"), "message");
       if (status == kNotFound && !told.empty()) {
         throw UnknownName(told, status);
       }
       reason = told.empty() ? reason : told;
-    } catch (const formats::FormatError&) { // NOLINT(bugprone-empty-catch): the status must do
+    } catch (const messages::FormatError&) { // NOLINT(bugprone-empty-catch): the status must do
     }
     throw ClientError(status == 401 ? reason + ": use --token-file" : reason, status);
   }
@@ -165,8 +165,8 @@ json::value verdictOf(HostClient& client) {
 json::value HostClient::getJson(const std::string& target) {
   const std::string answer = get(target);
   try {
-    return formats::parseJson(answer);
-  } catch (const formats::FormatError& error) {
+    return messages::parseJson(answer);
+  } catch (const messages::FormatError& error) {
     throw ClientError(fAddress.text() + " answers something else than a host: " + error.what());
   }
 }
@@ -186,9 +186,9 @@ std::vector<json::value> HostClient::listOf(const json::value& answer,
 
 json::value HostClient::call(const std::string& method, const std::string& params) {
   std::string request = R"({"jsonrpc":"2.0","id":1,"method":)";
-  formats::appendJsonString(request, method);
+  messages::appendJsonString(request, method);
   request += R"(,"params":)" + params + "}";
-  const json::value answer = formats::parseJson(post("/rpc", std::move(request)));
+  const json::value answer = messages::parseJson(post("/rpc", std::move(request)));
   if (member(answer, "jsonrpc").is_null()) {
     throw ClientError(fAddress.text() + " answers something else than a host");
   }
@@ -230,7 +230,7 @@ std::string textMember(const json::value& object, std::string_view name) {
 }
 
 double numberMember(const json::value& object, std::string_view name) {
-  return formats::numberFromJson(member(object, name)).value_or(0);
+  return messages::numberFromJson(member(object, name)).value_or(0);
 }
 
 std::vector<json::value> listMember(const json::value& object, std::string_view name) {
@@ -243,8 +243,8 @@ std::vector<json::value> listMember(const json::value& object, std::string_view 
 std::string valueText(const json::value& value) {
   std::string text;
   try {
-    formats::appendJson(text, formats::valueFromJson(value));
-  } catch (const formats::FormatError&) {
+    messages::appendJson(text, messages::valueFromJson(value));
+  } catch (const messages::FormatError&) {
     text = json::serialize(value);
   }
   return text;
@@ -261,7 +261,7 @@ int runClient(const std::function<int()>& work) {
   } catch (const gateway::AccessError& error) {
     fmt::print(stderr, "gk: {}\n", error.what());
     return kBadInput;
-  } catch (const formats::FormatError& error) {
+  } catch (const messages::FormatError& error) {
     fmt::print(stderr, "gk: the host's answer cannot be read: {}\n", error.what());
   }
   return kFailure;

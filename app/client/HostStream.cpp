@@ -1,9 +1,9 @@
 #include "app/client/HostStream.h"
 
-#include "formats/json/Json.h"
-#include "formats/json/JsonText.h"
 #include "formats/text/Printable.h"
 #include "gateway/net/ByteStream.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonText.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -38,7 +38,7 @@ std::string watchText(const std::vector<std::string>& keys) {
   std::string text = R"({"op":"subscribeParameterUpdates","parameterNames":)";
   const char* separator = "[";
   for (const std::string& key : keys) {
-    formats::appendJsonString(text.append(separator), key);
+    messages::appendJsonString(text.append(separator), key);
     separator = ",";
   }
   return text + "]}";
@@ -192,7 +192,7 @@ struct HostStream::Link {
   }
 
   bool takeText(std::string_view text, const Handlers& handlers) {
-    const json::value message = formats::parseJson(text);
+    const json::value message = messages::parseJson(text);
     const std::string op = textMember(message, "op");
     if (op == "advertise") {
       subscribe(message, handlers);

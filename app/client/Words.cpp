@@ -1,10 +1,10 @@
 #include "app/client/Words.h"
 
 #include "app/client/HostAddress.h"
-#include "formats/json/Json.h"
-#include "formats/json/JsonText.h"
-#include "formats/text/FormatError.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonText.h"
+#include "messages/text/FormatError.h"
+#include "messages/text/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -23,8 +23,8 @@ constexpr std::array<std::string_view, 2> kOff = {"off", "no"};
 
 std::optional<boost::json::value> readJson(const std::string& word) {
   try {
-    return formats::parseJson(word);
-  } catch (const formats::FormatError&) {
+    return messages::parseJson(word);
+  } catch (const messages::FormatError&) {
     return std::nullopt;
   }
 }
@@ -48,7 +48,7 @@ std::string jsonOfWord(const std::string& word, const std::string& type, const s
     refuse(name, "true or false, on or off", word);
   }
   if (type == "int") {
-    const std::optional<std::int32_t> whole = formats::parseInt(word);
+    const std::optional<std::int32_t> whole = messages::parseInt(word);
     if (!whole) {
       refuse(name, "a whole number of 32 bits", word);
     }
@@ -62,7 +62,7 @@ std::string jsonOfWord(const std::string& word, const std::string& type, const s
     return word;
   }
   std::string text;
-  formats::appendJsonString(text, word);
+  messages::appendJsonString(text, word);
   return text;
 }
 

@@ -8,15 +8,15 @@
 #include "app/session/Session.h"
 #include "app/session/SessionOptions.h"
 #include "app/terminal/SignalWatch.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
-#include "formats/text/Numbers.h"
 #include "formats/text/Printable.h"
 #include "gateway/Gateway.h"
 #include "gateway/http/Access.h"
 #include "gk/GKBroker.h"
 #include "gk/GKBrokerManager.h"
 #include "gk/GKMemory.h"
+#include "messages/text/FormatError.h"
+#include "messages/text/Numbers.h"
 #include "zu/log.h"
 
 #include <boost/make_shared.hpp>
@@ -55,7 +55,7 @@ std::optional<double> speedOf(const std::string& text) {
   if (text == kMaxSpeed) {
     return 0;
   }
-  const std::optional<double> number = formats::parseDouble(text);
+  const std::optional<double> number = messages::parseDouble(text);
   const bool isSpeed = number && *number >= Player::kSlowest && *number <= Player::kFastest;
   return isSpeed ? number : std::nullopt;
 }
@@ -177,7 +177,7 @@ private:
 
 void serve(const PlayOptions& options, const std::string& recording) {
   PlayerStart start;
-  start.time = options.start ? formats::toMicros(*options.start) : std::nullopt;
+  start.time = options.start ? messages::toMicros(*options.start) : std::nullopt;
   start.speed = speedOf(options.speed).value_or(1);
   start.isPaused = options.isPaused;
   Ending ending;
@@ -218,7 +218,7 @@ int play(const PlayOptions& options) {
     return kSuccess;
   } catch (const formats::InputError& error) {
     fmt::print(stderr, "{}\n", error.what());
-  } catch (const formats::FormatError& error) {
+  } catch (const messages::FormatError& error) {
     complain(error.what());
   } catch (const gateway::AccessError& error) {
     complain(error.what());

@@ -1,14 +1,14 @@
 #include "app/play/RunTape.h"
 
-#include "formats/json/Json.h"
-#include "formats/json/JsonValue.h"
 #include "formats/mcap/Decode.h"
 #include "formats/run/RunFile.h"
 #include "formats/run/RunLogWriter.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
-#include "gateway/robot/Subjects.h"
 #include "gk/GKClock.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonValue.h"
+#include "messages/keys/Subjects.h"
+#include "messages/text/FormatError.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -24,7 +24,7 @@ namespace {
 namespace json = boost::json;
 namespace mcap = formats::mcap;
 
-using Shape = gateway::SubjectField::Shape;
+using Shape = messages::SubjectField::Shape;
 
 constexpr std::string_view kEvents = "/events";
 constexpr std::string_view kLog = "/log";
@@ -74,7 +74,7 @@ RunTape::RunTape(const std::string& path) : fPath(path), fSource(path) {
       throw formats::InputError(path, 0, "there is nothing in it that can be played");
     }
     xFindEpoch();
-  } catch (const formats::FormatError& error) {
+  } catch (const messages::FormatError& error) {
     throw formats::InputError(path, 0, error.what());
   }
 }
@@ -88,14 +88,14 @@ RunTape::RunTape(const RunTape& other)
 
 void RunTape::xAddSubjects() {
   const auto add = [this](std::string_view topic,
-                          const std::vector<gateway::SubjectField>& fields) {
+                          const std::vector<messages::SubjectField>& fields) {
     Fields& known = fTopics[std::string(topic)];
-    for (const gateway::SubjectField& field : fields) {
+    for (const messages::SubjectField& field : fields) {
       known[field.name] = {xKey(field.key), static_cast<int>(field.shape)};
     }
   };
-  add(kJoints, gateway::jointPositions());
-  for (const gateway::Subject& subject : gateway::subjects()) {
+  add(kJoints, messages::jointPositions());
+  for (const messages::Subject& subject : messages::subjects()) {
     add(subject.topic, subject.fields);
   }
   fSampledKeys = fKeys.size();
@@ -119,7 +119,7 @@ void RunTape::xFindChunks() {
         const mcap::ChunkHead head = fLoader.head(*place).head;
         fChunks.push_back({*place, static_cast<GK::GKMicros>(head.startTime / kPerMicro),
                            static_cast<GK::GKMicros>(head.endTime / kPerMicro)});
-      } catch (const formats::FormatError&) { // NOLINT(bugprone-empty-catch): a damaged place
+      } catch (const messages::FormatError&) { // NOLINT(bugprone-empty-catch): a damaged place
       }
     } else if (place->opcode == mcap::Opcode::Metadata) {
       const mcap::Metadata metadata = mcap::decodeMetadata(scanner.content(*place));
@@ -167,7 +167,7 @@ void RunTape::xFindEpoch() {
         }
         epoch = static_cast<std::int64_t>(message.logTime / kPerMicro) - first;
       }
-    } catch (const formats::FormatError&) { // NOLINT(bugprone-empty-catch): the next one will do
+    } catch (const messages::FormatError&) { // NOLINT(bugprone-empty-catch): the next one will do
     }
   }
   fEpoch = epoch.value_or(fChunks.front().begin);
@@ -210,7 +210,7 @@ template <class Take> void RunTape::xEach(std::size_t chunk, const Take& take) {
         take(mcap::decodeMessage(record->content));
       }
     }
-  } catch (const formats::FormatError&) { // NOLINT(bugprone-empty-catch): what was read counts
+  } catch (const messages::FormatError&) { // NOLINT(bugprone-empty-catch): what was read counts
   }
 }
 
@@ -276,7 +276,7 @@ void RunTape::xTake(const mcap::Message& message, Detail detail, std::vector<Tap
     } else {
       xTakeMessage(channel->second.topic, xTime(message.logTime), message.data, detail, entries);
     }
-  } catch (const formats::FormatError&) { // NOLINT(bugprone-empty-catch): a message less
+  } catch (const messages::FormatError&) { // NOLINT(bugprone-empty-catch): a message less
   }
 }
 
@@ -319,7 +319,7 @@ void RunTape::xTakeMessage(const std::string& topic, GK::GKMicros time, std::str
   if (!(isSample && detail == Detail::All) && !isTick && topic != kEvents && topic != kLog) {
     return;
   }
-  const json::value parsed = formats::parseJson(std::string(text));
+  const json::value parsed = messages::parseJson(std::string(text));
   if (!parsed.is_object()) {
     return;
   }
@@ -332,7 +332,7 @@ void RunTape::xTakeMessage(const std::string& topic, GK::GKMicros time, std::str
                                                               : GK::GKNotice::Kind::Event;
     entry.notice.name = textMember(object, "name");
     if (const json::value* value = object.if_contains("value")) {
-      entry.notice.value = formats::valueFromJson(*value);
+      entry.notice.value = messages::valueFromJson(*value);
     }
   } else if (topic == kLog) {
     entry.kind = TapeEntry::Kind::Log;

@@ -6,13 +6,13 @@
 #include "formats/compare/ComparisonJson.h"
 #include "formats/compare/ReadReported.h"
 #include "formats/files/OutputError.h"
-#include "formats/json/JsonWriter.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
 #include "formats/text/NamePattern.h"
 #include "formats/text/NearestNames.h"
-#include "formats/text/Numbers.h"
 #include "gk/GKError.h"
+#include "messages/json/JsonWriter.h"
+#include "messages/text/FormatError.h"
+#include "messages/text/Numbers.h"
 #include "runtime/output/Outlet.h"
 #include "runtime/report/DiffPage.h"
 
@@ -77,8 +77,8 @@ public:
     const bool isRun = kindA == DiffInput::Playable || kindB == DiffInput::Playable;
     const DiffRunOptions& run = fOptions.run;
     if (!isRun && run.libraries.size() + run.subscribe.size() + run.sample.size() > 0) {
-      throw formats::FormatError("--library, --subscribe and --sample are for what has to be run: "
-                                 "both files tell already what was reported");
+      throw messages::FormatError("--library, --subscribe and --sample are for what has to be run: "
+                                  "both files tell already what was reported");
     }
     fA.from = fB.from = std::max(xFrom(a, kindA), xFrom(b, kindB));
     xRead(a, kindA, fA);
@@ -126,7 +126,7 @@ private:
 
   void xCompare() {
     const formats::CompareTolerance tolerance{
-        fOptions.valueTolerance, formats::toMicros(fOptions.timeTolerance).value_or(0)};
+        fOptions.valueTolerance, messages::toMicros(fOptions.timeTolerance).value_or(0)};
     fResult.emplace(fA, fB, tolerance);
   }
 
@@ -156,7 +156,7 @@ template <class Work> int diffGuarded(const Work& work) {
     return work();
   } catch (const formats::InputError& error) {
     fmt::print(stderr, "{}\n", error.what());
-  } catch (const formats::FormatError& error) {
+  } catch (const messages::FormatError& error) {
     complain(error.what());
   } catch (const GK::GKError& error) {
     complain(error.getDescription());
@@ -281,7 +281,7 @@ int diffEach(const DiffOptions& options) {
     }
     if (options.isJson && result.state != DiffOfFile::State::Compared) {
       std::string line;
-      formats::JsonWriter json(line);
+      messages::JsonWriter json(line);
       const bool isCrash = result.state == DiffOfFile::State::Crashed;
       json.beginObject().key("file").text(file).key("error");
       json.text(isCrash ? "crashed" : "malformed").endObject();
@@ -337,7 +337,7 @@ void addDiffCommand(const Command& program) {
   command
       .option("--tolerance-time", options->timeTolerance,
               "Times that are so far apart, or nearer, are the same")
-      .within(0.0, formats::kMaxSeconds)
+      .within(0.0, messages::kMaxSeconds)
       .shows("SECONDS");
   command
       .option("--tolerance-value", options->valueTolerance,

@@ -3,8 +3,8 @@
 #include "app/terminal/Screen.h"
 #include "app/terminal/Table.h"
 #include "formats/compare/Alignment.h"
-#include "formats/text/Numbers.h"
 #include "formats/text/Printable.h"
+#include "messages/text/Numbers.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -52,7 +52,7 @@ std::string nameText(const Comparison::Name& name) {
 
 std::string secondsText(GK::GKMicros time) {
   std::string text;
-  formats::appendSeconds(text, time);
+  messages::appendSeconds(text, time);
   return text;
 }
 

@@ -5,10 +5,10 @@
 #include "app/session/RecordOptions.h"
 #include "formats/compare/Comparison.h"
 #include "formats/files/OutputFile.h"
-#include "formats/json/JsonText.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/JsonText.h"
+#include "messages/text/FormatError.h"
+#include "messages/text/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -62,8 +62,8 @@ std::string checkWords(const std::vector<std::string>& words) {
     return wrong;
   }
   const std::optional<double> seconds =
-      words.size() == 2 ? formats::parseDouble(words.front()) : std::optional(1.0);
-  return seconds && *seconds > 0 && formats::toMicros(*seconds)
+      words.size() == 2 ? messages::parseDouble(words.front()) : std::optional(1.0);
+  return seconds && *seconds > 0 && messages::toMicros(*seconds)
              ? std::string()
              : "SECONDS: takes a number above 0, not " + words.front();
 }
@@ -76,14 +76,14 @@ int keep(const KeepOptions& options) {
           .post("/api/v1/past/keep",
                 options.words.size() == 2
                     ? fmt::format(R"({{"seconds":{}}})",
-                                  formats::doubleText(*formats::parseDouble(options.words[0])))
+                                  messages::doubleText(*messages::parseDouble(options.words[0])))
                     : "{}");
   out.write(bytes);
   out.appear();
   const Repeated repeated = repeat(file);
   if (options.client.isJson) {
     std::string name;
-    formats::appendJsonString(name, file);
+    messages::appendJsonString(name, file);
     fmt::print("{{\"file\":{},\"bytes\":{},\"events\":{},\"notRepeated\":{}}}\n", name,
                bytes.size(), repeated.events, repeated.missing);
     return kSuccess;
@@ -110,7 +110,7 @@ int keepPast(const KeepOptions& options) {
   } catch (const formats::InputError& error) {
     fmt::print(stderr, "{}\n", error.what());
     return kFailure;
-  } catch (const formats::FormatError& error) {
+  } catch (const messages::FormatError& error) {
     complain(error.what());
     return kFailure;
   }

@@ -4,12 +4,12 @@
 #include "app/session/Complaints.h"
 #include "app/session/RecordOptions.h"
 #include "app/terminal/SignalWatch.h"
-#include "formats/json/JsonText.h"
 #include "formats/mcap/Sink.h"
 #include "formats/mcap/Writer.h"
 #include "formats/run/RunFile.h"
-#include "formats/text/Numbers.h"
 #include "formats/text/Printable.h"
+#include "messages/json/JsonText.h"
+#include "messages/text/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -189,7 +189,7 @@ private:
   void xTell() const {
     if (fOptions.client.isJson) {
       std::string name;
-      formats::appendJsonString(name, fName);
+      messages::appendJsonString(name, fName);
       fmt::print("{{\"file\":{},\"messages\":{},\"bytes\":{}}}\n", name, fFile->messages(),
                  fFile->size());
     } else {
@@ -259,7 +259,7 @@ int recordStream(const RecordStreamOptions& options) {
   std::atomic<bool> isEnd = false;
   std::optional<std::chrono::microseconds> limit;
   if (options.limit) {
-    limit = std::chrono::microseconds(*formats::toMicros(*options.limit));
+    limit = std::chrono::microseconds(*messages::toMicros(*options.limit));
   }
   const SignalWatch watch([&isEnd](const EndWish&) { isEnd = true; }, limit);
   try {

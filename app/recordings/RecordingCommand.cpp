@@ -3,9 +3,9 @@
 #include "app/session/Complaints.h"
 #include "app/session/RecordOptions.h"
 #include "formats/files/OutputError.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
-#include "formats/text/Numbers.h"
+#include "messages/text/FormatError.h"
+#include "messages/text/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -32,7 +32,7 @@ int guarded(const RecordingOptions& options, const std::function<int()>& work) {
     return work();
   } catch (const formats::InputError& error) {
     fmt::print(stderr, "{}\n", error.what());
-  } catch (const formats::FormatError& error) {
+  } catch (const messages::FormatError& error) {
     fmt::print(stderr, "{}: {}\n", options.file, error.what());
   } catch (const formats::OutputError& error) {
     return complainOf(error);
@@ -91,10 +91,10 @@ void addRecordingCommand(const Command& program) {
   cut.option("--from", options->part.from,
              "Where the part begins, in seconds of the run: viewers' messages before it are left "
              "out, and it is told to be shown from there")
-      .within(0.0, formats::kMaxSeconds)
+      .within(0.0, messages::kMaxSeconds)
       .shows("SECONDS");
   cut.option("--to", options->part.to, "Where it ends: nothing behind it is kept")
-      .within(0.0, formats::kMaxSeconds)
+      .within(0.0, messages::kMaxSeconds)
       .shows("SECONDS");
 }
 

@@ -1,7 +1,6 @@
 #include "app/options/Command.h"
 #include "app/recordings/RecordingActions.h"
 #include "app/terminal/ProgressLine.h"
-#include "devices/DeviceKeys.h"
 #include "formats/mcap/Recover.h"
 #include "formats/mcap/Verify.h"
 #include "formats/recording/OpenRecording.h"
@@ -11,7 +10,8 @@
 #include "formats/run/RunCut.h"
 #include "formats/run/RunLog.h"
 #include "formats/text/InputError.h"
-#include "formats/text/Numbers.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/text/Numbers.h"
 #include "runtime/output/Outlet.h"
 
 #include <fmt/format.h>
@@ -33,8 +33,8 @@ using Open = std::function<std::unique_ptr<formats::Recording>()>;
 /// What opens a file, up to a time where one is given.
 Open opener(const std::string& file, std::optional<double> to = std::nullopt) {
   return [file, to]() -> std::unique_ptr<formats::Recording> {
-    auto recording = formats::openRecording(file, devices::keyTypeOf);
-    if (const auto end = to ? formats::toMicros(*to) : std::nullopt) {
+    auto recording = formats::openRecording(file, messages::keyTypeOf);
+    if (const auto end = to ? messages::toMicros(*to) : std::nullopt) {
       return std::make_unique<formats::ShortenedRecording>(std::move(recording), *end);
     }
     return recording;
@@ -183,9 +183,9 @@ int cutRecording(const std::string& file, const std::string& out, const Recordin
     return kSuccess;
   }
   formats::CutRange range;
-  range.from = formats::toMicros(part.from).value_or(0);
+  range.from = messages::toMicros(part.from).value_or(0);
   if (part.to) {
-    range.to = formats::toMicros(*part.to).value_or(range.to);
+    range.to = messages::toMicros(*part.to).value_or(range.to);
   }
   mcap::FileSource source(file);
   mcap::FileSink result(out, options);

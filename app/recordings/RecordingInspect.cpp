@@ -2,8 +2,6 @@
 #include "app/recordings/RecordingActions.h"
 #include "app/terminal/ProgressLine.h"
 #include "formats/files/OutputError.h"
-#include "formats/json/JsonText.h"
-#include "formats/json/JsonValue.h"
 #include "formats/lines/ScenarioText.h"
 #include "formats/mcap/Reader.h"
 #include "formats/mcap/Verify.h"
@@ -11,7 +9,9 @@
 #include "formats/run/RunCheck.h"
 #include "formats/text/InputError.h"
 #include "formats/text/Printable.h"
-#include "formats/text/WallTime.h"
+#include "messages/json/JsonText.h"
+#include "messages/json/JsonValue.h"
+#include "messages/text/WallTime.h"
 
 #include <fmt/format.h>
 
@@ -40,7 +40,7 @@ double secondsOf(std::uint64_t nanos) {
 }
 
 std::string wallText(std::uint64_t nanos) {
-  return formats::wallTimeText(static_cast<std::int64_t>(nanos / 1000));
+  return messages::wallTimeText(static_cast<std::int64_t>(nanos / 1000));
 }
 
 /// What a file says about itself, told from its beginning to its end.
@@ -179,12 +179,12 @@ public:
   }
   void operator()(const formats::RunTask& task) {
     fOut += fmt::format(R"({{"task":{},"method":)", task.task);
-    formats::appendJsonString(fOut, task.module + "." + task.method);
+    messages::appendJsonString(fOut, task.module + "." + task.method);
     fOut += '}';
   }
   void operator()(const formats::RunKey& key) {
     fOut += fmt::format(R"({{"key":{},"name":)", key.index);
-    formats::appendJsonString(fOut, key.name);
+    messages::appendJsonString(fOut, key.name);
     fOut += '}';
   }
   void operator()(const formats::RunValues& values) {
@@ -281,7 +281,7 @@ int printRecording(const std::string& file, const std::vector<std::string>& topi
       continue;
     }
     line = R"({"topic":)";
-    formats::appendJsonString(line, channel.topic);
+    messages::appendJsonString(line, channel.topic);
     line += fmt::format(R"(,"log_time":{},"message":)", message->logTime);
     appendMessageText(line, reader, *message, run);
     line += "}\n";

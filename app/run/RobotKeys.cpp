@@ -1,7 +1,7 @@
 #include "app/run/RobotKeys.h"
 
-#include "devices/DeviceKeys.h"
-#include "formats/json/JsonValue.h"
+#include "messages/json/JsonValue.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <fmt/format.h>
 
@@ -11,13 +11,13 @@ namespace gk::app {
 
 namespace {
 
-std::string rangeText(const devices::DeviceKey& key) {
+std::string rangeText(const messages::DeviceKey& key) {
   return key.range ? fmt::format("{:g} to {:g}", key.range->least, key.range->most) : "";
 }
 
-std::string startText(const devices::DeviceKey& key) {
+std::string startText(const messages::DeviceKey& key) {
   std::string text;
-  formats::appendJson(text, key.start);
+  messages::appendJson(text, key.start);
   return text;
 }
 
@@ -26,10 +26,10 @@ std::string startText(const devices::DeviceKey& key) {
 void listKeys(bool isSimulated) {
   constexpr const char* row = "{:<62} {:<7} {:<6} {:<20} {:<8} {}\n";
   fmt::print(row, "KEY", "TYPE", "UNIT", "RANGE", "START", "MEANING");
-  for (const devices::DeviceKey& key :
-       isSimulated ? devices::simulatedKeys() : devices::deviceKeys()) {
-    fmt::print(row, key.name, devices::typeName(key.type), key.unit, rangeText(key), startText(key),
-               key.meaning);
+  for (const messages::DeviceKey& key :
+       isSimulated ? messages::simulatedKeys() : messages::deviceKeys()) {
+    fmt::print(row, key.name, messages::typeName(key.type), key.unit, rangeText(key),
+               startText(key), key.meaning);
   }
 }
 

@@ -5,8 +5,8 @@
 #include "app/session/RecordOptions.h"
 #include "app/session/Session.h"
 #include "formats/text/InputError.h"
-#include "formats/text/Numbers.h"
 #include "formats/text/Printable.h"
+#include "messages/text/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -85,7 +85,7 @@ constexpr double kFastest = 1000.0;
 
 /// What is wrong with a --speed; empty for nothing.
 std::string checkSpeed(const std::string& text) {
-  const std::optional<double> number = formats::parseDouble(text);
+  const std::optional<double> number = messages::parseDouble(text);
   const bool isOne =
       text == kReal || text == kMax || (number && *number >= kSlowest && *number <= kFastest);
   return isOne ? std::string()
@@ -119,7 +119,7 @@ int run(RunOptions options) {
   host.beside = tests.companions;
   host.companions = tests.ends;
   host.isVirtual = options.isLockstep || options.speed == kMax;
-  host.speed = formats::parseDouble(options.speed).value_or(1.0);
+  host.speed = messages::parseDouble(options.speed).value_or(1.0);
   if (host.isVirtual && !options.isLockstep && options.listen.isAddressGiven) {
     fmt::print(stderr, "gk: --listen needs real time, --speed max has none\n");
     return kBadInput;
@@ -158,7 +158,7 @@ int run(RunOptions options) {
   view.record = recorderOptions(options.record, host);
   host.turnPatience = std::chrono::milliseconds(std::llround(options.record.patience * 1e3));
   if (options.limit) {
-    view.wallLimit = std::chrono::microseconds(*formats::toMicros(*options.limit));
+    view.wallLimit = std::chrono::microseconds(*messages::toMicros(*options.limit));
   }
   return runSession(options.session, host, view);
 }

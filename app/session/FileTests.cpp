@@ -2,9 +2,9 @@
 
 #include "app/session/Libraries.h"
 #include "formats/recording/TestFile.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
-#include "formats/text/Numbers.h"
+#include "messages/text/FormatError.h"
+#include "messages/text/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -77,13 +77,13 @@ public:
       }
       const auto take = xTakerOf(name);
       if (!value || value->empty()) {
-        throw formats::FormatError(fmt::format("\"options\": {} takes a value", name));
+        throw messages::FormatError(fmt::format("\"options\": {} takes a value", name));
       }
       if (name.size() == fOptions.words[i].size()) {
         ++i;
       }
       if (const std::string wrong = take(*value); !wrong.empty()) {
-        throw formats::FormatError(fmt::format("\"options\": {}: {}", name, wrong));
+        throw messages::FormatError(fmt::format("\"options\": {}: {}", name, wrong));
       }
     }
   }
@@ -147,12 +147,12 @@ private:
     }
     if (name == "--until") {
       return [this](const std::string& value) {
-        until = formats::parseDouble(value);
-        return until && *until >= 0.0 && formats::toMicros(*until) ? std::string()
-                                                                   : value + " is no time";
+        until = messages::parseDouble(value);
+        return until && *until >= 0.0 && messages::toMicros(*until) ? std::string()
+                                                                    : value + " is no time";
       };
     }
-    throw formats::FormatError(fmt::format(
+    throw messages::FormatError(fmt::format(
         "\"options\": {} is none that a file can have: --subscribe, --without, --epoch, --until, "
         "--sample, --setting, --library, --only",
         name));
@@ -194,7 +194,7 @@ std::string applyFileOptions(const FileTests& tests, SessionOptions& session) {
   FileOptionReader file(*tests.options);
   try {
     file.read();
-  } catch (const formats::FormatError& error) {
+  } catch (const messages::FormatError& error) {
     throw formats::InputError(tests.options->file, tests.options->line, error.what());
   }
   addBefore(session.subscribe, std::move(file.subscribe));

@@ -1,6 +1,6 @@
 #include "app/session/Head.h"
 
-#include "formats/text/Numbers.h"
+#include "messages/text/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -20,7 +20,7 @@ std::string headText(const Head& head) {
   if (head.limit) {
     constexpr double perSecond = 1e6;
     text += fmt::format(", and {} s from now it ends by itself",
-                        formats::doubleText(static_cast<double>(head.limit->count()) / perSecond));
+                        messages::doubleText(static_cast<double>(head.limit->count()) / perSecond));
   }
   return text + "\n";
 }

@@ -1,9 +1,9 @@
 #include "app/session/Listen.h"
 
 #include "app/session/PortOwner.h"
-#include "formats/text/Numbers.h"
 #include "gateway/Gateway.h"
 #include "gateway/http/StaticFiles.h"
+#include "messages/text/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -114,7 +114,7 @@ Listening startGateway(const ListenOptions& options, const devices::ClientLimits
   gatewayOptions.access.origins = options.origins;
   gatewayOptions.version = GK_VERSION;
   gatewayOptions.recording = std::move(recording);
-  gatewayOptions.past.length = playback != nullptr ? 0 : *formats::toMicros(options.past);
+  gatewayOptions.past.length = playback != nullptr ? 0 : *messages::toMicros(options.past);
   gatewayOptions.playback = std::move(playback);
   gatewayOptions.limits.name = limits.names;
   gatewayOptions.limits.answer = limits.answer;

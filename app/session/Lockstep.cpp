@@ -1,16 +1,16 @@
 #include "app/session/Lockstep.h"
 
 #include "app/session/Listen.h"
-#include "devices/DeviceKeys.h"
-#include "formats/json/JsonValue.h"
-#include "formats/json/JsonWriter.h"
-#include "formats/json/KeyTypes.h"
 #include "formats/lines/OutputLine.h"
-#include "formats/text/FormatError.h"
-#include "formats/text/Numbers.h"
 #include "gateway/robot/Robot.h"
 #include "gk/GKError.h"
 #include "gk/GKObserver.h"
+#include "messages/json/JsonValue.h"
+#include "messages/json/JsonWriter.h"
+#include "messages/json/KeyTypes.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/text/FormatError.h"
+#include "messages/text/Numbers.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -39,14 +39,15 @@ const json::value& onlyParameter(const json::value& params, const char* name) {
   if (params.is_object() && params.get_object().size() == 1 && params.get_object().contains(name)) {
     return params.get_object().at(name);
   }
-  throw formats::FormatError(std::string("takes (") + name + ")");
+  throw messages::FormatError(std::string("takes (") + name + ")");
 }
 
 GK::GKMicros durationOf(const json::value& value) {
-  const std::optional<double> seconds = formats::numberFromJson(value);
-  const std::optional<GK::GKMicros> duration = seconds ? formats::toMicros(*seconds) : std::nullopt;
+  const std::optional<double> seconds = messages::numberFromJson(value);
+  const std::optional<GK::GKMicros> duration =
+      seconds ? messages::toMicros(*seconds) : std::nullopt;
   if (!duration || *duration < 0) {
-    throw formats::FormatError("seconds: a number from 0 on");
+    throw messages::FormatError("seconds: a number from 0 on");
   }
   return *duration;
 }
@@ -57,7 +58,7 @@ template <class Work> gateway::HostMethods::Method atOnce(const Work& work) {
     gateway::CallOutcome outcome;
     try {
       outcome.json = work(params);
-    } catch (const formats::FormatError& error) {
+    } catch (const messages::FormatError& error) {
       outcome.error = gateway::RpcError{gateway::kInvalidParams, error.what(), {}};
     } catch (const GK::GKError& error) {
       outcome.error = gateway::raisedError(error);
@@ -68,15 +69,15 @@ template <class Work> gateway::HostMethods::Method atOnce(const Work& work) {
 
 std::string valuesOf(const gateway::Robot& robot, const json::value& keys) {
   if (!keys.is_array()) {
-    throw formats::FormatError("keys: an array of names");
+    throw messages::FormatError("keys: an array of names");
   }
   const std::shared_ptr<GK::GKMemoryStore> store = robot.store();
   std::string text;
-  formats::JsonWriter writer(text);
+  messages::JsonWriter writer(text);
   writer.beginObject();
   for (const json::value& key : keys.get_array()) {
     if (!key.is_string()) {
-      throw formats::FormatError("keys: an array of names");
+      throw messages::FormatError("keys: an array of names");
     }
     const std::string_view name(key.get_string().data(), key.get_string().size());
     if (const auto value = store != nullptr ? store->get(name) : std::nullopt) {
@@ -90,13 +91,13 @@ std::string valuesOf(const gateway::Robot& robot, const json::value& keys) {
 /// All of them or, where one has no value that its key can have, none.
 void writeValues(const gateway::Robot& robot, const json::value& values) {
   if (!values.is_object()) {
-    throw formats::FormatError("values: an object with keys and their values");
+    throw messages::FormatError("values: an object with keys and their values");
   }
   for (const auto& [key, value] : values.get_object()) {
     try {
-      formats::valueForKey(devices::keyTypeOf({key.data(), key.size()}), value);
-    } catch (const formats::FormatError& error) {
-      throw formats::FormatError(std::string(key) + ": " + error.what());
+      messages::valueForKey(messages::keyTypeOf({key.data(), key.size()}), value);
+    } catch (const messages::FormatError& error) {
+      throw messages::FormatError(std::string(key) + ": " + error.what());
     }
   }
   for (const auto& [key, value] : values.get_object()) {
@@ -250,11 +251,11 @@ void Lockstep::xAddMethods() {
         GK::GKMicros duration = 0;
         try {
           duration = durationOf(onlyParameter(params, "seconds"));
-          constexpr auto latest = static_cast<GK::GKMicros>(formats::kMaxSeconds * 1e6);
+          constexpr auto latest = static_cast<GK::GKMicros>(messages::kMaxSeconds * 1e6);
           if (duration > latest - fTime) {
-            throw formats::FormatError("seconds: there is no time so far from now");
+            throw messages::FormatError("seconds: there is no time so far from now");
           }
-        } catch (const formats::FormatError& error) {
+        } catch (const messages::FormatError& error) {
           done({std::nullopt,
                 gateway::RpcError{
                     gateway::kInvalidParams, std::string("Clock.advance ") + error.what(), {}},
@@ -390,8 +391,8 @@ void Lockstep::xFinishAdvance(GK::GKMicros time) {
   const Advance advance = *std::exchange(fAdvance, std::nullopt);
   gateway::CallOutcome outcome;
   std::string seconds;
-  formats::appendSeconds(seconds, time);
-  formats::JsonWriter(outcome.json)
+  messages::appendSeconds(seconds, time);
+  messages::JsonWriter(outcome.json)
       .beginObject()
       .key("time")
       .raw(seconds)

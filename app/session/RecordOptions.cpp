@@ -1,7 +1,7 @@
 #include "app/session/RecordOptions.h"
 
 #include "formats/run/RunFile.h"
-#include "formats/text/Numbers.h"
+#include "messages/text/Numbers.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -33,7 +33,7 @@ std::optional<std::int64_t> amountOf(const std::string& text, const Unit (&units
       continue;
     }
     const std::optional<double> number =
-        formats::parseDouble(std::string_view(text).substr(0, text.size() - name.size()));
+        messages::parseDouble(std::string_view(text).substr(0, text.size() - name.size()));
     if (number && *number >= 1 && *number * unit.factor <= most) {
       return static_cast<std::int64_t>(std::llround(*number * unit.factor));
     }
@@ -66,7 +66,7 @@ std::string speedText(const runtime::HostOptions& host) {
   if (host.isVirtual) {
     return "max";
   }
-  return host.speed == 1.0 ? "real" : formats::doubleText(host.speed);
+  return host.speed == 1.0 ? "real" : messages::doubleText(host.speed);
 }
 
 } // namespace
@@ -134,8 +134,8 @@ std::optional<runtime::RecorderOptions> recorderOptions(const RecordOptions& opt
   }
   recorder.splitTime = amountOf(options.split, kDurations);
   if (!options.on.empty()) {
-    recorder.around = {options.on, *formats::toMicros(options.last.value_or(defaultBefore)),
-                       *formats::toMicros(options.after)};
+    recorder.around = {options.on, *messages::toMicros(options.last.value_or(defaultBefore)),
+                       *messages::toMicros(options.after)};
   }
   recorder.isOverwriting = options.isOverwriting;
   recorder.inputs = inputFiles(host);

@@ -2,8 +2,8 @@
 
 #include "app/session/Complaints.h"
 #include "app/session/ReplayHost.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
+#include "messages/text/FormatError.h"
 
 #include <fmt/format.h>
 
@@ -17,14 +17,14 @@ int runReplay(const SessionOptions& session, const FileTests& tests, SessionView
   try {
     host = replayHost(session, tests, isAsInput);
     if (host.replay != nullptr && !tests.ends.empty()) {
-      throw formats::FormatError(
+      throw messages::FormatError(
           "a recorded run ends where it did, and " + tests.ends.front() +
           " has an \"end\"; --as-input plays what came in as any other file");
     }
   } catch (const formats::InputError& error) {
     fmt::print(stderr, "{}\n", error.what());
     return kBadInput;
-  } catch (const formats::FormatError& error) {
+  } catch (const messages::FormatError& error) {
     complain(error.what());
     return kBadInput;
   }

@@ -1,7 +1,7 @@
 #include "app/session/ReplayHost.h"
 
 #include "app/session/Libraries.h"
-#include "formats/text/FormatError.h"
+#include "messages/text/FormatError.h"
 
 #include <algorithm>
 #include <memory>
@@ -48,8 +48,8 @@ runtime::HostOptions replayHost(const SessionOptions& options, const FileTests& 
     return host;
   }
   if (!host.subscribe.empty() || !host.without.empty()) {
-    throw formats::FormatError("a recorded run is repeated as it was, without --subscribe and "
-                               "--without; --as-input plays what came in as any other file");
+    throw messages::FormatError("a recorded run is repeated as it was, without --subscribe and "
+                                "--without; --as-input plays what came in as any other file");
   }
   host.replay = std::make_shared<runtime::RunReplay>(host.files);
   host.without = host.replay->without();

@@ -13,13 +13,13 @@
 #include "app/terminal/SignalWatch.h"
 #include "app/terminal/TerminalState.h"
 #include "app/terminal/Units.h"
-#include "devices/DeviceKeys.h"
 #include "formats/files/OutputFile.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
 #include "formats/text/NamePattern.h"
 #include "formats/text/Printable.h"
 #include "gateway/Gateway.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/text/FormatError.h"
 #include "runtime/output/ColumnFile.h"
 #include "runtime/output/Outlet.h"
 #include "runtime/output/PrintedLines.h"
@@ -112,7 +112,7 @@ public:
     }
     if (!view.columns.empty()) {
       fColumns = std::make_shared<runtime::ColumnFile>(
-          view.columns, formats::OutputFileOptions{inputs}, options.sample, devices::keyTypeOf);
+          view.columns, formats::OutputFileOptions{inputs}, options.sample, messages::keyTypeOf);
     }
     for (const SessionView::Extra& extra : view.extra) {
       xAdd(boost::make_shared<runtime::JsonReporter>(
@@ -427,7 +427,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
   } catch (const formats::InputError& error) {
     fmt::print(stderr, "{}\n", error.what());
     return kBadInput;
-  } catch (const formats::FormatError& error) {
+  } catch (const messages::FormatError& error) {
     complain(error.what());
     return kBadInput;
   } catch (const gateway::AccessError& error) {

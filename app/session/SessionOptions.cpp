@@ -1,13 +1,13 @@
 #include "app/session/SessionOptions.h"
 
 #include "app/session/Libraries.h"
-#include "formats/json/Json.h"
-#include "formats/json/JsonValue.h"
 #include "formats/lines/OutputLine.h"
-#include "formats/text/Numbers.h"
 #include "gk/DCM.h"
 #include "gk/GKMemory.h"
 #include "gk/GKResourceManager.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonValue.h"
+#include "messages/text/Numbers.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -32,8 +32,8 @@ std::pair<std::string, GK::GKValue> settingOf(const std::string& setting) {
   const std::string text = setting.substr(equals + 1);
   GK::GKValue value(text);
   try {
-    value = formats::valueFromJson(formats::parseJson(text));
-  } catch (const formats::FormatError&) { // NOLINT(bugprone-empty-catch): it is a text
+    value = messages::valueFromJson(messages::parseJson(text));
+  } catch (const messages::FormatError&) { // NOLINT(bugprone-empty-catch): it is a text
   }
   return {kSettings + setting.substr(0, equals), std::move(value)};
 }
@@ -121,7 +121,7 @@ void addSessionOptions(const Command& command, SessionOptions& options) {
             "With --sample: only when one of the values has changed")
       .needs(sample);
   command.option("--from", options.sampleFrom, "With --sample: not before this time")
-      .within(0.0, formats::kMaxSeconds)
+      .within(0.0, messages::kMaxSeconds)
       .shows("SECONDS")
       .needs(sample);
   command.option("--count", options.sampleCount, "With --sample: so many lines of values at most")
@@ -149,7 +149,7 @@ void addSessionOptions(const Command& command, SessionOptions& options) {
       .showsDefault()
       .whenGiven([&options] { options.isEpochGiven = true; });
   command.option("--until", options.until, "End at this time, in seconds from the start")
-      .within(0.0, formats::kMaxSeconds)
+      .within(0.0, messages::kMaxSeconds)
       .shows("SECONDS");
   command.section("Log");
   command
@@ -180,7 +180,7 @@ std::vector<std::string> sessionArguments(const SessionOptions& options) {
     arguments.emplace_back("--changes");
   }
   if (options.sampleFrom > 0.0) {
-    add("--from", formats::doubleText(options.sampleFrom));
+    add("--from", messages::doubleText(options.sampleFrom));
   }
   if (options.sampleCount > 0) {
     add("--count", std::to_string(options.sampleCount));
@@ -196,7 +196,7 @@ std::vector<std::string> sessionArguments(const SessionOptions& options) {
     arguments.emplace_back("--no-expect");
   }
   if (options.until) {
-    add("--until", formats::doubleText(*options.until));
+    add("--until", messages::doubleText(*options.until));
   }
   add("--log-level", std::to_string(options.logLevel));
   add("--log-file", options.logFile);
@@ -228,7 +228,7 @@ runtime::HostOptions hostOptions(const SessionOptions& options) {
   host.subscribe = options.subscribe;
   host.sample.keys = options.sample;
   host.sample.isOnlyChanges = options.isOnlyChanges;
-  host.sample.from = formats::toMicros(options.sampleFrom).value_or(0);
+  host.sample.from = messages::toMicros(options.sampleFrom).value_or(0);
   if (options.sampleCount > 0) {
     host.sample.count = options.sampleCount;
   }
@@ -237,7 +237,7 @@ runtime::HostOptions hostOptions(const SessionOptions& options) {
   }
   host.epoch = options.epoch;
   if (options.until) {
-    host.until = formats::toMicros(*options.until);
+    host.until = messages::toMicros(*options.until);
   }
   return host;
 }

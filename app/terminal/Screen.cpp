@@ -1,6 +1,6 @@
 #include "app/terminal/Screen.h"
 
-#include "formats/text/Utf8.h"
+#include "messages/text/Utf8.h"
 
 #include <fmt/format.h>
 
@@ -38,7 +38,7 @@ Piece firstPiece(std::string_view text) {
   if (const std::size_t order = orderLength(text); order > 0) {
     return {order, 0};
   }
-  return {std::max<std::size_t>(formats::characterLength(text), 1), 1};
+  return {std::max<std::size_t>(messages::characterLength(text), 1), 1};
 }
 
 std::vector<std::string_view> linesOf(std::string_view text) {

@@ -3,8 +3,8 @@
 #include "formats/files/OutputFile.h"
 #include "formats/text/InputError.h"
 #include "formats/text/LineReader.h"
-#include "formats/text/Numbers.h"
 #include "formats/text/Printable.h"
+#include "messages/text/Numbers.h"
 
 #include <array>
 #include <cstddef>
@@ -34,8 +34,8 @@ std::optional<GK::GKMicros> timeOfLine(std::string_view line) {
     return std::nullopt;
   }
   line.remove_prefix(beginning.size());
-  const std::optional<double> seconds = formats::parseDouble(line.substr(0, line.find(',')));
-  return seconds ? formats::toMicros(*seconds) : std::nullopt;
+  const std::optional<double> seconds = messages::parseDouble(line.substr(0, line.find(',')));
+  return seconds ? messages::toMicros(*seconds) : std::nullopt;
 }
 
 /// Lines that tell people little about a moment.

@@ -1,7 +1,7 @@
 #include "app/test/JUnit.h"
 
 #include "formats/files/OutputFile.h"
-#include "formats/text/Utf8.h"
+#include "messages/text/Utf8.h"
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
@@ -60,7 +60,7 @@ std::string xmlText(std::string_view text) {
   constexpr const char* unknown = "\xEF\xBF\xBD";
   std::string result;
   while (!text.empty()) {
-    const std::size_t length = formats::characterLength(text);
+    const std::size_t length = messages::characterLength(text);
     const std::string_view letter = text.substr(0, length == 0 ? 1 : length);
     const char first = letter.front();
     text.remove_prefix(letter.size());

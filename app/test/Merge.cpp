@@ -1,9 +1,9 @@
 #include "app/test/Merge.h"
 
-#include "formats/json/Json.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
 #include "formats/text/LineReader.h"
+#include "messages/json/Json.h"
+#include "messages/text/FormatError.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -32,8 +32,8 @@ struct Shard {
 const json::value& memberOf(const json::object& object, const char* name, json::kind kind) {
   const json::value* value = object.if_contains(name);
   if (value == nullptr || value->kind() != kind) {
-    throw formats::FormatError(fmt::format("no line of `gk test --json`: \"{}\" is {}", name,
-                                           value == nullptr ? "missing" : "of another type"));
+    throw messages::FormatError(fmt::format("no line of `gk test --json`: \"{}\" is {}", name,
+                                            value == nullptr ? "missing" : "of another type"));
   }
   return *value;
 }
@@ -45,7 +45,7 @@ std::string stringOf(const json::object& object, const char* name) {
 
 std::size_t countOf(const json::value& value) {
   if (!value.is_int64() || value.get_int64() < 0) {
-    throw formats::FormatError("no line of `gk test --json`: a count is none");
+    throw messages::FormatError("no line of `gk test --json`: a count is none");
   }
   return static_cast<std::size_t>(value.get_int64());
 }
@@ -53,7 +53,7 @@ std::size_t countOf(const json::value& value) {
 double secondsIn(const json::object& object) {
   const json::value* value = object.if_contains("seconds");
   if (value == nullptr || !value->is_number()) {
-    throw formats::FormatError("no line of `gk test --json`: \"seconds\" is no number");
+    throw messages::FormatError("no line of `gk test --json`: \"seconds\" is no number");
   }
   return value->to_number<double>();
 }
@@ -66,7 +66,7 @@ std::optional<double> numberIn(const json::object& object, const char* name) {
 
 ExpectationResult readExpectationResult(const json::value& value, const std::string& test) {
   if (!value.is_object()) {
-    throw formats::FormatError("no line of `gk test --json`: an expectation is no object");
+    throw messages::FormatError("no line of `gk test --json`: an expectation is no object");
   }
   const json::object& object = value.get_object();
   ExpectationResult result;
@@ -85,7 +85,7 @@ TestResult readResult(const json::object& object) {
   const std::string status = stringOf(object, "status");
   const std::optional<TestResult::Status> known = findStatus(status);
   if (!known) {
-    throw formats::FormatError("no line of `gk test --json`: unknown status " + status);
+    throw messages::FormatError("no line of `gk test --json`: unknown status " + status);
   }
   result.status = *known;
   result.seconds = secondsIn(object);
@@ -109,13 +109,13 @@ TestSum readSum(const json::object& object) {
   sum.seconds = secondsIn(object);
   const json::array& shard = memberOf(object, "shard", json::kind::array).get_array();
   if (shard.size() != 2) {
-    throw formats::FormatError("no line of `gk test --json`: \"shard\" is not [K, N]");
+    throw messages::FormatError("no line of `gk test --json`: \"shard\" is not [K, N]");
   }
   sum.shard = countOf(shard[0]);
   sum.shards = countOf(shard[1]);
   sum.tests = countOf(memberOf(object, "tests", json::kind::int64));
   if (sum.shard < 1 || sum.shard > sum.shards) {
-    throw formats::FormatError("no line of `gk test --json`: there is no such shard");
+    throw messages::FormatError("no line of `gk test --json`: there is no such shard");
   }
   return sum;
 }
@@ -127,18 +127,18 @@ Shard readShard(const std::string& file) {
   while (const std::optional<std::string_view> line = reader.next()) {
     try {
       if (shard.sum) {
-        throw formats::FormatError("there is a line behind the sum");
+        throw messages::FormatError("there is a line behind the sum");
       }
-      const json::value value = formats::parseJson(*line);
+      const json::value value = messages::parseJson(*line);
       if (!value.is_object()) {
-        throw formats::FormatError("no line of `gk test --json`");
+        throw messages::FormatError("no line of `gk test --json`");
       }
       if (value.get_object().contains("test")) {
         shard.results.push_back(readResult(value.get_object()));
       } else {
         shard.sum = readSum(value.get_object());
       }
-    } catch (const formats::FormatError& error) {
+    } catch (const messages::FormatError& error) {
       throw reader.error(error.what());
     }
   }

@@ -3,10 +3,10 @@
 #include "app/session/FileTests.h"
 #include "app/session/Process.h"
 #include "app/session/Replay.h"
-#include "formats/json/Json.h"
-#include "formats/json/JsonWriter.h"
 #include "formats/text/InputError.h"
 #include "formats/text/LineReader.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonWriter.h"
 
 #include <boost/json/object.hpp>
 #include <boost/json/string.hpp>
@@ -79,7 +79,7 @@ bool hasOneThread() {
 
 std::string wishesJson(const TestWishes& wishes) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginObject();
   json.key("file").text(wishes.file);
   json.key("line").unsignedInteger(wishes.line);
@@ -236,7 +236,7 @@ TestWishes TestProcess::wishes() const {
   TestWishes wishes;
   formats::LineReader reader(fTold.path());
   if (const std::optional<std::string_view> line = reader.next()) {
-    const boost::json::value value = formats::parseJson(*line);
+    const boost::json::value value = messages::parseJson(*line);
     const boost::json::object& object = value.as_object();
     wishes.file = textAt(object, "file");
     wishes.line = static_cast<std::size_t>(object.at("line").as_int64());
@@ -254,7 +254,7 @@ std::vector<ExpectationResult> TestProcess::expectations() const {
   formats::LineReader reader(fTold.path());
   reader.next();
   while (const std::optional<std::string_view> line = reader.next()) {
-    const boost::json::value value = formats::parseJson(*line);
+    const boost::json::value value = messages::parseJson(*line);
     const boost::json::object& object = value.as_object();
     ExpectationResult result;
     result.file = textAt(object, "file");

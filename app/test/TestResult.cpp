@@ -1,6 +1,6 @@
 #include "app/test/TestResult.h"
 
-#include "formats/json/JsonWriter.h"
+#include "messages/json/JsonWriter.h"
 
 #include <array>
 #include <cmath>
@@ -58,7 +58,7 @@ std::optional<TestResult::Status> findStatus(const std::string& name) {
 
 std::string expectationJson(const ExpectationResult& expectation, bool isFull) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginObject();
   if (isFull) {
     json.key("file").text(expectation.file);
@@ -78,7 +78,7 @@ std::string expectationJson(const ExpectationResult& expectation, bool isFull) {
 
 std::string resultJson(const TestResult& result) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginObject();
   json.key("test").text(result.test);
   json.key("status").text(statusName(result.status));
@@ -94,7 +94,7 @@ std::string resultJson(const TestResult& result) {
 
 std::string sumJson(const TestSum& sum) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginObject();
   json.key("passed").unsignedInteger(sum.passed);
   json.key("failed").unsignedInteger(sum.failed);

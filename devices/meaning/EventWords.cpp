@@ -1,6 +1,6 @@
 #include "devices/meaning/EventWords.h"
 
-#include "formats/text/Numbers.h"
+#include "messages/text/Numbers.h"
 
 #include <algorithm>
 #include <array>
@@ -156,7 +156,7 @@ std::string plainText(const GK::GKValue& value) {
   case GK::GKValue::Type::Int:
     return std::to_string(value.toInt());
   case GK::GKValue::Type::Float:
-    formats::appendFloat(text, value.toFloat());
+    messages::appendFloat(text, value.toFloat());
     return text.ends_with(".0") ? text.substr(0, text.size() - 2) : text;
   case GK::GKValue::Type::String:
     return value.toString();

@@ -1,8 +1,8 @@
 #include "devices/meaning/Verdict.h"
 
-#include "devices/DeviceKeys.h"
-#include "formats/json/JsonWriter.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/JsonWriter.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/text/Numbers.h"
 
 #include <algorithm>
 #include <charconv>
@@ -190,8 +190,8 @@ void Verdict::xLookAtHeat(GK::GKMicros now, const GK::GKMemoryStore& store) {
   int worst = 0;
   std::string hottest;
   float temperature = 0;
-  for (const MotorBoard& board : motorBoards()) {
-    const std::optional<float> error = numberOf(store, boardErrorKey(board.name));
+  for (const messages::MotorBoard& board : messages::motorBoards()) {
+    const std::optional<float> error = numberOf(store, messages::boardErrorKey(board.name));
     if (!error || *error < kFirstHeatError || *error > kLastHeatError) {
       continue;
     }
@@ -199,7 +199,7 @@ void Verdict::xLookAtHeat(GK::GKMicros now, const GK::GKMemoryStore& store) {
     worst = std::max(worst, static_cast<int>(*error));
     for (const std::string_view joint : board.joints) {
       const std::optional<float> measured =
-          joint.empty() ? std::nullopt : numberOf(store, deviceKey(joint, kTemperature));
+          joint.empty() ? std::nullopt : numberOf(store, messages::deviceKey(joint, kTemperature));
       if (measured && (hottest.empty() || *measured > temperature)) {
         hottest = joint;
         temperature = *measured;
@@ -271,11 +271,11 @@ void Verdict::xLookAtClients(GK::GKMicros now, const HostCondition& host) {
 
 std::string verdictJson(const std::vector<Matter>& matters) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginArray();
   for (const Matter& matter : matters) {
     std::string since;
-    formats::appendSeconds(since, matter.since);
+    messages::appendSeconds(since, matter.since);
     json.beginObject().key("since").raw(since);
     json.key("level").integer(static_cast<int>(matter.level)).key("text").text(matter.text);
     json.key("advice").text(matter.advice).key("subject").text(matter.subject).endObject();

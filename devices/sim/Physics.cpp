@@ -1,8 +1,8 @@
 #include "devices/sim/Physics.h"
 
-#include "devices/DeviceKeys.h"
 #include "devices/sim/RobotModel.h"
 #include "gk/GKError.h"
+#include "messages/keys/DeviceKeys.h"
 #include "zu/log.h"
 
 #include <algorithm>
@@ -128,13 +128,13 @@ struct Physics::Engine {
 
 Physics::Engine::Engine() {
   const mjModel& m = *model;
-  for (const std::string_view name : jointNames()) {
+  for (const std::string_view name : messages::jointNames()) {
     const int joint = find(mjOBJ_JOINT, std::string(name));
     const int actuator = find(mjOBJ_ACTUATOR, std::string(name));
     joints.push_back({m.jnt_qposadr[joint], m.jnt_dofadr[joint], actuator, joint,
                       m.actuator_forcerange[2 * actuator + 1]});
   }
-  coupled = m.jnt_qposadr[find(mjOBJ_JOINT, std::string(kCoupledJoint))];
+  coupled = m.jnt_qposadr[find(mjOBJ_JOINT, std::string(messages::kCoupledJoint))];
   torso = find(mjOBJ_BODY, "Torso");
   for (int body = 1; body < m.nbody; ++body) {
     if (m.body_rootid[body] == torso) {
@@ -165,7 +165,7 @@ void Physics::Engine::pose(mjData& target, std::span<const double> angles,
   mj_resetData(model.get(), &target);
   for (std::size_t joint = 0; joint < joints.size(); ++joint) {
     target.qpos[joints[joint].position] = angles[joint];
-    if (jointNames()[joint] == kCouplingJoint) {
+    if (messages::jointNames()[joint] == messages::kCouplingJoint) {
       target.qpos[coupled] = angles[joint];
     }
   }

@@ -1,9 +1,9 @@
 #include "devices/sim/PosturePlayer.h"
 
-#include "devices/DeviceKeys.h"
 #include "devices/sim/Cells.h"
 #include "devices/sim/InertialUnit.h"
 #include "devices/sim/Physics.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <algorithm>
 #include <cmath>
@@ -38,11 +38,11 @@ PosturePlayer::PosturePlayer(std::shared_ptr<GK::GKMemoryStore> store, Physics& 
     : fStore(std::move(store)), fPhysics(physics), fHarness(harness) {}
 
 void PosturePlayer::bind() {
-  for (const std::string_view joint : jointNames()) {
-    fTargets.push_back(fStore->find(deviceKey(joint, "/Position/Actuator/Value")));
-    fStiffness.push_back(fStore->find(deviceKey(joint, "/Hardness/Actuator/Value")));
+  for (const std::string_view joint : messages::jointNames()) {
+    fTargets.push_back(fStore->find(messages::deviceKey(joint, "/Position/Actuator/Value")));
+    fStiffness.push_back(fStore->find(messages::deviceKey(joint, "/Hardness/Actuator/Value")));
   }
-  fIsStandCell = fStore->find(kIsStandKey);
+  fIsStandCell = fStore->find(messages::kIsStandKey);
 }
 
 void PosturePlayer::place(const Posture& posture) {
@@ -127,7 +127,7 @@ void PosturePlayer::xFinish() {
 
 void PosturePlayer::xSetAngles(double share) {
   for (std::size_t joint = 0; joint < fTargets.size(); ++joint) {
-    if (jointNames()[joint] == kFreeJoint) {
+    if (messages::jointNames()[joint] == kFreeJoint) {
       continue;
     }
     const double start = fStartAngles[joint];
@@ -153,8 +153,8 @@ void PosturePlayer::xWatchBalance(const InertialUnit& inertia) {
   const double lean = std::max(std::abs(inertia.angleX()), std::abs(inertia.angleY()));
   bool isSoft = false;
   for (std::size_t joint = 0; joint < fStiffness.size(); ++joint) {
-    isSoft =
-        isSoft || (isOfLeg(jointNames()[joint]) && numberIn(fStiffness[joint], 1.0) < kSoftLegs);
+    isSoft = isSoft || (isOfLeg(messages::jointNames()[joint]) &&
+                        numberIn(fStiffness[joint], 1.0) < kSoftLegs);
   }
   if (lean > kLostBalance || isSoft) {
     xSetStand(false);

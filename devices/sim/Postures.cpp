@@ -1,6 +1,6 @@
 #include "devices/sim/Postures.h"
 
-#include "devices/DeviceKeys.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <algorithm>
 #include <iterator>
@@ -88,7 +88,7 @@ std::vector<Posture> makePostures() {
   std::vector<Posture> postures;
   for (const Shape& shape : kShapes) {
     Posture posture{shape.name, shape.isStand, radians(shape.roll), radians(shape.pitch), {}};
-    for (const std::string_view joint : jointNames()) {
+    for (const std::string_view joint : messages::jointNames()) {
       posture.angles.push_back(radians(angle(shape, joint)));
     }
     postures.push_back(std::move(posture));

@@ -1,7 +1,7 @@
 #include "devices/sim/Simulation.h"
 
-#include "devices/DeviceKeys.h"
 #include "devices/sim/Cells.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <algorithm>
 #include <cmath>
@@ -67,7 +67,7 @@ void Simulation::start() {
   fWorld.bind();
   fPlayer.bind();
   xBind();
-  const GK::GKValue name = fStore->get(kPostureKey).value_or(GK::GKValue());
+  const GK::GKValue name = fStore->get(messages::kPostureKey).value_or(GK::GKValue());
   const Posture* posture =
       name.type() == GK::GKValue::Type::String ? findPosture(name.toString()) : nullptr;
   fWorld.takeOrder();
@@ -84,23 +84,24 @@ void Simulation::start() {
 void Simulation::xBind() {
   const auto find = [this](const std::string& key) { return fStore->find(key); };
   const auto sensor = [&find](const std::string& device) {
-    return find(deviceKey(device, "/Sensor/Value"));
+    return find(messages::deviceKey(device, "/Sensor/Value"));
   };
-  for (std::size_t i = 0; i < jointNames().size(); ++i) {
-    const std::string_view name = jointNames()[i];
-    fJoints.push_back({find(deviceKey(name, "/Position/Actuator/Value")),
-                       find(deviceKey(name, "/Hardness/Actuator/Value")),
-                       find(deviceKey(name, "/Position/Sensor/Value")),
-                       find(deviceKey(name, "/ElectricCurrent/Sensor/Value")),
-                       find(deviceKey(name, "/Temperature/Sensor/Value")),
+  for (std::size_t i = 0; i < messages::jointNames().size(); ++i) {
+    const std::string_view name = messages::jointNames()[i];
+    fJoints.push_back({find(messages::deviceKey(name, "/Position/Actuator/Value")),
+                       find(messages::deviceKey(name, "/Hardness/Actuator/Value")),
+                       find(messages::deviceKey(name, "/Position/Sensor/Value")),
+                       find(messages::deviceKey(name, "/ElectricCurrent/Sensor/Value")),
+                       find(messages::deviceKey(name, "/Temperature/Sensor/Value")),
                        Servo(kCurrentPerTorque * fPhysics.torqueLimit(i), fWorld.ambient())});
   }
-  for (const MotorBoard& board : motorBoards()) {
-    fBoards.push_back({find(boardErrorKey(board.name)), {}});
+  for (const messages::MotorBoard& board : messages::motorBoards()) {
+    fBoards.push_back({find(messages::boardErrorKey(board.name)), {}});
     for (const std::string_view joint : board.joints) {
-      const auto found = std::ranges::find(jointNames(), joint);
-      if (found != jointNames().end()) {
-        fBoards.back().joints.push_back(static_cast<std::size_t>(found - jointNames().begin()));
+      const auto found = std::ranges::find(messages::jointNames(), joint);
+      if (found != messages::jointNames().end()) {
+        fBoards.back().joints.push_back(
+            static_cast<std::size_t>(found - messages::jointNames().begin()));
       }
     }
   }
@@ -120,17 +121,17 @@ void Simulation::xBind() {
     fRates[axis] = sensor(std::string("InertialSensor/Gyr") + axes[axis]);
   }
   fAngles = {sensor("InertialSensor/AngleX"), sensor("InertialSensor/AngleY")};
-  for (const std::string_view touch : touchSensors()) {
+  for (const std::string_view touch : messages::touchSensors()) {
     fTouches.push_back(sensor(std::string(touch)));
   }
-  fEmitters = find(kEmitterKey);
-  fCoupled = find(deviceKey(kCoupledJoint, "/Position/Sensor/Value"));
+  fEmitters = find(messages::kEmitterKey);
+  fCoupled = find(messages::deviceKey(messages::kCoupledJoint, "/Position/Sensor/Value"));
   fCharge = sensor("Battery/Charge");
   fCurrent = sensor("Battery/Current");
-  fStatus = find(deviceKey("Battery", "/Charge/Sensor/Status"));
-  fCellVoltage = find(deviceKey("Battery", "/Charge/Sensor/CellVoltageMin"));
-  fMoving = find(kMovingKey);
-  fSpeed = find(kSpeedKey);
+  fStatus = find(messages::deviceKey("Battery", "/Charge/Sensor/Status"));
+  fCellVoltage = find(messages::deviceKey("Battery", "/Charge/Sensor/CellVoltageMin"));
+  fMoving = find(messages::kMovingKey);
+  fSpeed = find(messages::kSpeedKey);
 }
 
 void Simulation::advance(GK::GKMicros now) {
@@ -302,12 +303,12 @@ void Simulation::xWriteInertia() {
 void Simulation::xWriteSonar() {
   const bool isOn = numberIn(fEmitters, 0) >= kEmittersOn;
   for (const Side side : kSides) {
-    double distance = kNoEcho;
+    double distance = messages::kNoEcho;
     if (isOn) {
       const double echo = fPhysics.echo(side);
-      if (echo < kNoEcho) {
+      if (echo < messages::kNoEcho) {
         distance = std::clamp(fNoise.inSteps(echo + fNoise.of(kDistanceNoise), kDistanceStep),
-                              kShortestEcho, static_cast<double>(kNoEcho));
+                              kShortestEcho, static_cast<double>(messages::kNoEcho));
       }
     }
     put(fDistances[static_cast<std::size_t>(side)], distance);

@@ -1,8 +1,8 @@
 #include "devices/sim/World.h"
 
-#include "devices/DeviceKeys.h"
 #include "devices/sim/Cells.h"
-#include "formats/text/Numbers.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/text/Numbers.h"
 
 #include <algorithm>
 #include <cmath>
@@ -17,20 +17,20 @@ using Type = GK::GKValue::Type;
 
 std::string textOf(float number) {
   std::string text;
-  formats::appendFloat(text, number);
+  messages::appendFloat(text, number);
   return text;
 }
 
-std::string refuseType(const DeviceKey& key, const GK::GKValue& value) {
-  const bool fits = key.type == KeyType::Bool   ? value.type() == Type::Bool
-                    : key.type == KeyType::Text ? value.type() == Type::String
-                                                : isNumber(value);
+std::string refuseType(const messages::DeviceKey& key, const GK::GKValue& value) {
+  const bool fits = key.type == messages::KeyType::Bool   ? value.type() == Type::Bool
+                    : key.type == messages::KeyType::Text ? value.type() == Type::String
+                                                          : isNumber(value);
   return fits ? std::string()
-              : key.name + " takes a " + std::string(typeName(key.type)) +
+              : key.name + " takes a " + std::string(messages::typeName(key.type)) +
                     ", not a value of type " + value.typeName();
 }
 
-std::string refuseRange(const DeviceKey& key, const GK::GKValue& value) {
+std::string refuseRange(const messages::DeviceKey& key, const GK::GKValue& value) {
   if (!key.range || !isNumber(value)) {
     return {};
   }
@@ -45,8 +45,8 @@ std::string refuseRange(const DeviceKey& key, const GK::GKValue& value) {
          (key.unit.empty() ? "" : " ") + std::string(key.unit) + ", not " + textOf(number);
 }
 
-std::string refusePosture(const DeviceKey& key, const GK::GKValue& value) {
-  if (key.type != KeyType::Text || findPosture(value.toString()) != nullptr) {
+std::string refusePosture(const messages::DeviceKey& key, const GK::GKValue& value) {
+  if (key.type != messages::KeyType::Text || findPosture(value.toString()) != nullptr) {
     return {};
   }
   std::string names;
@@ -59,25 +59,26 @@ std::string refusePosture(const DeviceKey& key, const GK::GKValue& value) {
 } // namespace
 
 World::World(std::shared_ptr<GK::GKMemoryStore> store)
-    : fStore(std::move(store)), fTouches(std::make_unique<bool[]>(touchSensors().size())) {
-  fQuantities = {{kHoistHeightKey, &fHoistHeight},
-                 {kPushXKey, &fPush[0]},
-                 {kPushYKey, &fPush[1]},
-                 {kLeftObstacleKey, &fObstacles[0]},
-                 {kRightObstacleKey, &fObstacles[1]},
-                 {kAmbientKey, &fAmbient}};
-  fSwitches = {{kHoistHoldKey, &fIsHeld}, {kChargerKey, &fIsPlugged}};
-  for (std::size_t i = 0; i < touchSensors().size(); ++i) {
-    fSwitches.push_back({touchKey(touchSensors()[i]), &fTouches[i]});
+    : fStore(std::move(store)),
+      fTouches(std::make_unique<bool[]>(messages::touchSensors().size())) {
+  fQuantities = {{messages::kHoistHeightKey, &fHoistHeight},
+                 {messages::kPushXKey, &fPush[0]},
+                 {messages::kPushYKey, &fPush[1]},
+                 {messages::kLeftObstacleKey, &fObstacles[0]},
+                 {messages::kRightObstacleKey, &fObstacles[1]},
+                 {messages::kAmbientKey, &fAmbient}};
+  fSwitches = {{messages::kHoistHoldKey, &fIsHeld}, {messages::kChargerKey, &fIsPlugged}};
+  for (std::size_t i = 0; i < messages::touchSensors().size(); ++i) {
+    fSwitches.push_back({messages::touchKey(messages::touchSensors()[i]), &fTouches[i]});
   }
 }
 
 std::string World::admit(const std::string& name, const GK::GKValue& value) {
-  const DeviceKey* key = findDeviceKey(name);
+  const messages::DeviceKey* key = messages::findDeviceKey(name);
   if (key == nullptr) {
     return "the simulated robot has no key " + name;
   }
-  if (key->server != Server::World) {
+  if (key->server != messages::Server::World) {
     return name + " is written by the simulated robot itself";
   }
   for (const auto refuse : {refuseType, refuseRange, refusePosture}) {
@@ -85,7 +86,7 @@ std::string World::admit(const std::string& name, const GK::GKValue& value) {
       return reason;
     }
   }
-  if (name == kPostureKey) {
+  if (name == messages::kPostureKey) {
     fOrder.store(findPosture(value.toString()), std::memory_order_relaxed);
   }
   return {};
@@ -119,7 +120,7 @@ const Posture* World::takeOrder() {
 
 double World::obstacle(Side side) const noexcept {
   const double distance = fObstacles[static_cast<std::size_t>(side)];
-  return distance < kNoEcho ? distance : std::numeric_limits<double>::infinity();
+  return distance < messages::kNoEcho ? distance : std::numeric_limits<double>::infinity();
 }
 
 } // namespace gk::devices

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "devices/DeviceKeys.h"
 #include "devices/sim/Physics.h"
 #include "devices/sim/Postures.h"
 #include "gk/GKMemoryStore.h"
 #include "gk/GKValue.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <array>
 #include <atomic>
@@ -17,7 +17,7 @@ namespace gk::devices {
 /// What people around the robot do, as the keys below "Simulation/" say it.
 class World {
 public:
-  static constexpr const char* kPrefix = kWorldPrefix;
+  static constexpr const char* kPrefix = messages::kWorldPrefix;
 
   explicit World(std::shared_ptr<GK::GKMemoryStore> store);
 

@@ -4,10 +4,10 @@
 // Each posture is put down and left to itself for some seconds, so that what is seen is how the
 // robot really lies, sits or stands.
 
-#include "devices/DeviceKeys.h"
 #include "devices/sim/Physics.h"
 #include "devices/sim/Postures.h"
 #include "devices/sim/RobotModel.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <zlib.h>
 
@@ -173,7 +173,7 @@ private:
     fData->qpos[2] = fPhysics.restHeight(posture.angles, attitude);
     std::ranges::copy(attitude, fData->qpos + 3);
     for (std::size_t i = 0; i < posture.angles.size(); ++i) {
-      const std::string name(gk::devices::jointNames()[i]);
+      const std::string name(gk::messages::jointNames()[i]);
       const int joint = mj_name2id(fModel, mjOBJ_JOINT, name.c_str());
       fData->qpos[fModel->jnt_qposadr[joint]] = posture.angles[i];
       fData->ctrl[mj_name2id(fModel, mjOBJ_ACTUATOR, name.c_str())] = posture.angles[i];

@@ -1,7 +1,7 @@
 #include "formats/compare/Comparison.h"
 
 #include "formats/compare/Alignment.h"
-#include "formats/text/FormatError.h"
+#include "messages/text/FormatError.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -133,7 +133,7 @@ Comparison::Comparison(const ReportedRun& a, const ReportedRun& b,
         continue;
       }
       if (row.values.size() >= Place::kNone) {
-        throw FormatError("more values of " + row.name + " than can be compared");
+        throw messages::FormatError("more values of " + row.name + " than can be compared");
       }
       Compared& one = compared[{row.name, row.kind}];
       one.name.kind = row.kind;

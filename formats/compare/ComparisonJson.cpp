@@ -1,7 +1,7 @@
 #include "formats/compare/ComparisonJson.h"
 
-#include "formats/json/JsonWriter.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/JsonWriter.h"
+#include "messages/text/Numbers.h"
 
 #include <map>
 #include <string>
@@ -13,18 +13,18 @@ namespace {
 /// Text is handed on in pieces of about this size.
 constexpr std::size_t kPiece = std::size_t{64} * 1024;
 
-void appendCounts(JsonWriter& json, const DifferenceCounts& counts) {
+void appendCounts(messages::JsonWriter& json, const DifferenceCounts& counts) {
   json.key("missing").unsignedInteger(counts.missing);
   json.key("extra").unsignedInteger(counts.extra);
   json.key("changed").unsignedInteger(counts.changed);
   json.key("moved").unsignedInteger(counts.moved);
 }
 
-void appendSide(JsonWriter& json, const char* side, const ReportedValue* value,
+void appendSide(messages::JsonWriter& json, const char* side, const ReportedValue* value,
                 const ValuePool& pool) {
   if (value != nullptr) {
     std::string text;
-    appendSeconds(text, value->time);
+    messages::appendSeconds(text, value->time);
     json.key(side).beginObject().key("t").raw(text);
     text.clear();
     pool.appendJson(text, value->word);
@@ -32,7 +32,7 @@ void appendSide(JsonWriter& json, const char* side, const ReportedValue* value,
   }
 }
 
-void appendFacts(JsonWriter& json, const char* side, const ReportedRun& run) {
+void appendFacts(messages::JsonWriter& json, const char* side, const ReportedRun& run) {
   json.key(side).beginObject();
   for (const auto& [name, text] : run.facts) {
     json.key(name).text(text);
@@ -44,7 +44,7 @@ void appendFacts(JsonWriter& json, const char* side, const ReportedRun& run) {
 
 void writeComparison(const Comparison& comparison, std::string_view file, const TextTarget& out) {
   std::string text;
-  JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginObject();
   if (!file.empty()) {
     json.key("file").text(file);

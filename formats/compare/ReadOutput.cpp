@@ -1,9 +1,9 @@
 #include "formats/compare/ReadReported.h"
-#include "formats/json/Json.h"
-#include "formats/json/JsonValue.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/LineReader.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonValue.h"
+#include "messages/text/FormatError.h"
+#include "messages/text/Numbers.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -36,14 +36,14 @@ public:
   const json::value& at(const char* name) const {
     const json::value* found = fLine.if_contains(name);
     if (found == nullptr) {
-      throw FormatError(std::string("a line of output has \"") + name + "\"");
+      throw messages::FormatError(std::string("a line of output has \"") + name + "\"");
     }
     return *found;
   }
   std::string_view text(const char* name) const {
     const json::value& found = at(name);
     if (!found.is_string()) {
-      throw FormatError(std::string("\"") + name + "\" is a string");
+      throw messages::FormatError(std::string("\"") + name + "\" is a string");
     }
     return viewOf(found.get_string());
   }
@@ -51,16 +51,16 @@ public:
   std::string textOrNone(const char* name) const {
     return fLine.contains(name) ? std::string(text(name)) : std::string();
   }
-  GK::GKValue value(const char* name) const { return valueFromJson(at(name)); }
+  GK::GKValue value(const char* name) const { return messages::valueFromJson(at(name)); }
   GK::GKValue valueOrNone(const char* name) const {
     return fLine.contains(name) ? value(name) : GK::GKValue();
   }
 
   GK::GKMicros time() const {
-    const std::optional<double> seconds = numberFromJson(at("t"));
-    const std::optional<GK::GKMicros> time = seconds ? toMicros(*seconds) : std::nullopt;
+    const std::optional<double> seconds = messages::numberFromJson(at("t"));
+    const std::optional<GK::GKMicros> time = seconds ? messages::toMicros(*seconds) : std::nullopt;
     if (!time || *time < 0) {
-      throw FormatError("\"t\" is a time in seconds, from 0 on");
+      throw messages::FormatError("\"t\" is a time in seconds, from 0 on");
     }
     return *time;
   }
@@ -68,7 +68,7 @@ public:
   LineKind kind() const {
     const std::optional<LineKind> kind = findLineKind(text(kKind));
     if (!kind) {
-      throw FormatError("unknown kind of line " + quotedText(text(kKind)));
+      throw messages::FormatError("unknown kind of line " + messages::quotedText(text(kKind)));
     }
     return *kind;
   }
@@ -95,10 +95,10 @@ std::optional<LineKind> kindAtOnce(std::string_view line) {
 void addSample(const Members& line, GK::GKMicros time, ReportedRun& run) {
   const json::value& values = line.at("values");
   if (!values.is_object()) {
-    throw FormatError("\"values\" is an object");
+    throw messages::FormatError("\"values\" is an object");
   }
   for (const auto& [key, value] : values.get_object()) {
-    run.add(time, LineKind::Sample, {key.data(), key.size()}, valueFromJson(value));
+    run.add(time, LineKind::Sample, {key.data(), key.size()}, messages::valueFromJson(value));
   }
 }
 
@@ -150,9 +150,9 @@ bool isOutput(const std::string& path) {
       continue;
     }
     try {
-      const json::value parsed = parseJson(*line);
+      const json::value parsed = messages::parseJson(*line);
       return parsed.is_object() && parsed.get_object().contains(kKind);
-    } catch (const FormatError&) {
+    } catch (const messages::FormatError&) {
       return false; // whoever reads it says so
     }
   }
@@ -170,13 +170,13 @@ void readOutput(const std::string& path, ReportedRun& run, const ReadProgress& p
       continue;
     }
     try {
-      const json::value parsed = parseJson(*text);
+      const json::value parsed = messages::parseJson(*text);
       if (!parsed.is_object()) {
-        throw FormatError("a line of output is an object");
+        throw messages::FormatError("a line of output is an object");
       }
       const Members line(parsed.get_object());
       addLine(line, line.kind(), line.time(), run);
-    } catch (const FormatError& error) {
+    } catch (const messages::FormatError& error) {
       throw reader.error(error.what());
     } catch (const GK::GKError& error) {
       throw reader.error(error.getDescription());

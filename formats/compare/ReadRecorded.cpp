@@ -1,14 +1,14 @@
 #include "formats/compare/ReadReported.h"
-#include "formats/json/Json.h"
-#include "formats/json/JsonValue.h"
 #include "formats/mcap/Reader.h"
 #include "formats/mcap/Source.h"
 #include "formats/run/RunCut.h"
 #include "formats/run/RunFile.h"
 #include "formats/run/RunLogReader.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/InputError.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonValue.h"
+#include "messages/text/FormatError.h"
+#include "messages/text/Numbers.h"
 
 #include <boost/json/object.hpp>
 
@@ -35,7 +35,7 @@ constexpr std::pair<const char*, const char*> kRunFacts[] = {
     {"host", "host"}};
 
 [[noreturn]] void failOn(const char* topic, const std::string& what) {
-  throw FormatError(std::string("a message of ") + topic + ": " + what);
+  throw messages::FormatError(std::string("a message of ") + topic + ": " + what);
 }
 
 std::string_view textAt(const json::object& message, const char* name, const char* topic) {
@@ -79,8 +79,8 @@ public:
       }
       const auto text = metadata->values.find(kCutFromMember);
       if (metadata->name == kCutMetadata && text != metadata->values.end()) {
-        const std::optional<double> seconds = parseDouble(text->second);
-        return (seconds ? toMicros(*seconds) : std::nullopt).value_or(0);
+        const std::optional<double> seconds = messages::parseDouble(text->second);
+        return (seconds ? messages::toMicros(*seconds) : std::nullopt).value_or(0);
       }
     }
     return 0;
@@ -113,7 +113,7 @@ private:
   void xRewind() {
     try {
       fReader = std::make_unique<mcap::Reader>(fSource);
-    } catch (const FormatError& error) {
+    } catch (const messages::FormatError& error) {
       throw InputError(fPath, 0, error.what());
     }
   }
@@ -130,7 +130,7 @@ private:
           fEpoch = xMicros(*message) - *time;
           return;
         }
-      } catch (const FormatError&) { // NOLINT(bugprone-empty-catch): told when it is read
+      } catch (const messages::FormatError&) { // NOLINT(bugprone-empty-catch): told when it is read
       }
     }
   }
@@ -147,7 +147,7 @@ private:
         }
       }
     } else if (channel.topic == kEventsTopic && channel.messageEncoding == kJsonEncoding) {
-      const json::value parsed = parseJson(message.data);
+      const json::value parsed = messages::parseJson(message.data);
       return parsed.is_object() ? std::optional(xTime(parsed.get_object())) : std::nullopt;
     }
     return std::nullopt;
@@ -160,8 +160,9 @@ private:
 
   static GK::GKMicros xTime(const json::object& message) {
     const json::value* found = message.if_contains("t_s");
-    const std::optional<double> seconds = found != nullptr ? numberFromJson(*found) : std::nullopt;
-    const std::optional<GK::GKMicros> time = seconds ? toMicros(*seconds) : std::nullopt;
+    const std::optional<double> seconds =
+        found != nullptr ? messages::numberFromJson(*found) : std::nullopt;
+    const std::optional<GK::GKMicros> time = seconds ? messages::toMicros(*seconds) : std::nullopt;
     if (!time) {
       failOn(kEventsTopic, "\"t_s\" is a time in seconds");
     }
@@ -176,7 +177,7 @@ private:
       return;
     }
     try {
-      const json::value parsed = parseJson(message.data);
+      const json::value parsed = messages::parseJson(message.data);
       if (!parsed.is_object()) {
         failOn(channel.topic.c_str(), "is an object");
       }
@@ -185,7 +186,7 @@ private:
       } else {
         xTakeLog(parsed.get_object(), xMicros(message) - *fEpoch, run);
       }
-    } catch (const FormatError& error) {
+    } catch (const messages::FormatError& error) {
       throw InputError(fPath, 0,
                        "byte " + std::to_string(fReader->itemOffset()) + ": " + error.what());
     }
@@ -198,7 +199,7 @@ private:
       failOn(kEventsTopic, "has no \"value\"");
     }
     run.add(xTime(message), isMicro ? LineKind::Micro : LineKind::Event,
-            textAt(message, "name", kEventsTopic), valueFromJson(*value));
+            textAt(message, "name", kEventsTopic), messages::valueFromJson(*value));
   }
 
   static void xTakeLog(const json::object& message, GK::GKMicros time, ReportedRun& run) {

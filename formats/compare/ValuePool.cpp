@@ -1,7 +1,7 @@
 #include "formats/compare/ValuePool.h"
 
-#include "formats/json/Json.h"
-#include "formats/json/JsonValue.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonValue.h"
 
 #include <cmath>
 #include <limits>
@@ -29,7 +29,7 @@ ValuePool::Word ValuePool::word(const GKValue& value) {
   case GKValue::Type::String:
   case GKValue::Type::Array: {
     std::string text;
-    formats::appendJson(text, value);
+    messages::appendJson(text, value);
     const auto [entry, isNew] =
         fNumbers.try_emplace(std::move(text), static_cast<std::uint32_t>(fTexts.size()));
     if (isNew) {
@@ -54,7 +54,7 @@ GKValue ValuePool::value(Word word) const {
     return floatOf(word);
   case GKValue::Type::String:
   case GKValue::Type::Array:
-    return valueFromJson(parseJson(xText(word)));
+    return messages::valueFromJson(messages::parseJson(xText(word)));
   case GKValue::Type::Invalid:
     break;
   }
@@ -65,7 +65,7 @@ void ValuePool::appendJson(std::string& out, Word word) const {
   if (xIsLarge(word)) {
     out += xText(word);
   } else {
-    formats::appendJson(out, value(word));
+    messages::appendJson(out, value(word));
   }
 }
 

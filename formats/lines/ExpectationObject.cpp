@@ -1,9 +1,9 @@
 #include "formats/lines/ExpectationObject.h"
 
-#include "formats/json/JsonText.h"
-#include "formats/json/JsonValue.h"
-#include "formats/text/FormatError.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/JsonText.h"
+#include "messages/json/JsonValue.h"
+#include "messages/text/FormatError.h"
+#include "messages/text/Numbers.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -35,7 +35,7 @@ class ExpectMembers {
 public:
   ExpectMembers(std::string_view of, const json::value& value) : fOf(of) {
     if (!value.is_object()) {
-      throw FormatError(quotedText(of) + " takes an object");
+      throw messages::FormatError(messages::quotedText(of) + " takes an object");
     }
     fObject = &value.get_object();
   }
@@ -56,7 +56,7 @@ public:
     if (!seconds) {
       return std::nullopt;
     }
-    const std::optional<GK::GKMicros> micros = toMicros(*seconds);
+    const std::optional<GK::GKMicros> micros = messages::toMicros(*seconds);
     if (!micros || *seconds < 0.0) {
       fail(name, "takes seconds from 0 on");
     }
@@ -66,7 +66,7 @@ public:
   /// A number, rounded to float once; nothing when absent.
   std::optional<float> limit(std::string_view name) const {
     const std::optional<double> value = number(name);
-    return value ? std::optional(toFloat(*value)) : std::nullopt;
+    return value ? std::optional(messages::toFloat(*value)) : std::nullopt;
   }
 
   std::optional<std::uint32_t> count(std::string_view name) const {
@@ -111,14 +111,15 @@ public:
     ExpectedValue expected;
     if (const json::value* value = fObject->if_contains("value")) {
       try {
-        expected.value = valueFromJson(*value);
-      } catch (const FormatError& error) {
+        expected.value = messages::valueFromJson(*value);
+      } catch (const messages::FormatError& error) {
         fail("value", error.what());
       }
     }
     if (const std::optional<float> tolerance = limit("tolerance")) {
       if (!expected.value) {
-        throw FormatError(quotedText(fOf) + ": \"tolerance\" needs a \"value\"");
+        throw messages::FormatError(messages::quotedText(fOf) +
+                                    ": \"tolerance\" needs a \"value\"");
       }
       if (!(*tolerance >= 0.0F)) {
         fail("tolerance", "is not negative");
@@ -140,14 +141,15 @@ public:
     for (const json::key_value_pair& member : *fObject) {
       const std::string_view name = viewIn(member.key());
       if (std::ranges::find(names, name) == names.end()) {
-        throw FormatError(quotedText(fOf) + " of " + std::string(kind) + ": unknown member " +
-                          quotedText(name));
+        throw messages::FormatError(messages::quotedText(fOf) + " of " + std::string(kind) +
+                                    ": unknown member " + messages::quotedText(name));
       }
     }
   }
 
   [[noreturn]] void fail(std::string_view name, const std::string& why) const {
-    throw FormatError(quotedText(fOf) + ": " + quotedText(name) + " " + why);
+    throw messages::FormatError(messages::quotedText(fOf) + ": " + messages::quotedText(name) +
+                                " " + why);
   }
 
 private:
@@ -156,7 +158,7 @@ private:
     if (value == nullptr) {
       return std::nullopt;
     }
-    const std::optional<double> number = numberFromJson(*value);
+    const std::optional<double> number = messages::numberFromJson(*value);
     if (!number || !std::isfinite(*number)) {
       fail(name, "takes a number");
     }
@@ -177,13 +179,14 @@ Expectation readCount(const ExpectMembers& members) {
   expectation.atMost = members.count("atMost");
   if (const std::optional<std::uint32_t> count = members.count("count")) {
     if (expectation.atLeast || expectation.atMost) {
-      throw FormatError("\"expect\": \"count\" goes with neither \"atLeast\" nor \"atMost\"");
+      throw messages::FormatError(
+          "\"expect\": \"count\" goes with neither \"atLeast\" nor \"atMost\"");
     }
     expectation.atLeast = count;
     expectation.atMost = count;
   }
   if (expectation.atLeast && expectation.atMost && *expectation.atLeast > *expectation.atMost) {
-    throw FormatError("\"expect\": \"atLeast\" is more than \"atMost\"");
+    throw messages::FormatError("\"expect\": \"atLeast\" is more than \"atMost\"");
   }
   return expectation;
 }
@@ -227,8 +230,9 @@ Expectation readKey(const ExpectMembers& members) {
     expectation.isAbsent = true;
   }
   if (int{expectation.value.value.has_value()} + int{hasLimits} + int{expectation.isAbsent} != 1) {
-    throw FormatError("\"expect\" of a key takes \"value\", or \"above\" and \"below\", or "
-                      "\"absent\"");
+    throw messages::FormatError(
+        "\"expect\" of a key takes \"value\", or \"above\" and \"below\", or "
+        "\"absent\"");
   }
   return expectation;
 }
@@ -250,7 +254,7 @@ Expectation readCall(const ExpectMembers& members) {
   if (members.has("error")) {
     expectation.error = members.text("error");
     if (!expectation.value.isAny()) {
-      throw FormatError("\"expect\" of a call takes \"value\" or \"error\"");
+      throw messages::FormatError("\"expect\" of a call takes \"value\" or \"error\"");
     }
   }
   return expectation;
@@ -265,8 +269,9 @@ Expectation readSubject(std::string_view kind, const json::value& value) {
     const auto second =
         std::find_if(first + 1, subjects.end(), [&](auto name) { return members.has(name); });
     if (second != subjects.end()) {
-      throw FormatError(quotedText(kind) + " has " + quotedText(*first) + " and " +
-                        quotedText(*second));
+      throw messages::FormatError(messages::quotedText(kind) + " has " +
+                                  messages::quotedText(*first) + " and " +
+                                  messages::quotedText(*second));
     }
     if (*first == "event") {
       return readEvent(members, isNever);
@@ -280,9 +285,10 @@ Expectation readSubject(std::string_view kind, const json::value& value) {
                                  : readCall(members);
     }
   }
-  throw FormatError(isNever ? "\"never\" takes an \"event\" or a \"log\""
-                            : "\"expect\" takes an \"event\", a \"log\", a \"key\", an \"order\" "
-                              "or a \"call\"");
+  throw messages::FormatError(
+      isNever ? "\"never\" takes an \"event\" or a \"log\""
+              : "\"expect\" takes an \"event\", a \"log\", a \"key\", an \"order\" "
+                "or a \"call\"");
 }
 
 std::string_view nameOf(Expectation::Subject subject) {
@@ -294,18 +300,19 @@ std::string_view nameOf(Expectation::Subject subject) {
 /// Checks whether a time is there where one has to be, and sets the default of the window.
 void settle(Expectation& expectation, std::string_view kind, bool hasTime) {
   using Subject = Expectation::Subject;
-  const std::string what = quotedText(kind) + " of " + std::string(nameOf(expectation.subject));
+  const std::string what =
+      messages::quotedText(kind) + " of " + std::string(nameOf(expectation.subject));
   const bool isWhole = expectation.subject == Subject::Count ||
                        expectation.subject == Subject::Order ||
                        expectation.subject == Subject::Call;
   if (isWhole && hasTime) {
-    throw FormatError(what + " takes no \"t\": it is about the whole run");
+    throw messages::FormatError(what + " takes no \"t\": it is about the whole run");
   }
   if (!isWhole && !hasTime && !expectation.isNever) {
-    throw FormatError(what + " needs a time \"t\"");
+    throw messages::FormatError(what + " needs a time \"t\"");
   }
   if (expectation.isNever && !hasTime && expectation.span) {
-    throw FormatError("\"never\": \"for\" needs a time \"t\"");
+    throw messages::FormatError("\"never\": \"for\" needs a time \"t\"");
   }
   const bool isAwaited =
       (expectation.subject == Subject::Event || expectation.subject == Subject::Log) &&

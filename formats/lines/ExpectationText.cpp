@@ -1,7 +1,7 @@
 #include "formats/lines/ExpectationText.h"
 
-#include "formats/json/JsonValue.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/JsonValue.h"
+#include "messages/text/Numbers.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -17,7 +17,7 @@ constexpr GK::GKMicros kSecond = 1'000'000;
 
 std::string secondsText(GK::GKMicros span) {
   std::string text;
-  appendSeconds(text, span);
+  messages::appendSeconds(text, span);
   return text;
 }
 
@@ -48,7 +48,7 @@ std::string subjectText(const Expectation& expectation) {
   if (expectation.subject != Expectation::Subject::Log) {
     return expectation.name + limitsText(expectation.value);
   }
-  std::string text = "log line " + quotedText(expectation.name);
+  std::string text = "log line " + messages::quotedText(expectation.name);
   if (expectation.level > 0) {
     text += " of level " + std::to_string(expectation.level);
   }
@@ -71,7 +71,7 @@ std::string countText(const Expectation& expectation) {
 std::string callText(const Expectation& expectation) {
   const std::string call = "call " + expectation.name;
   if (expectation.error) {
-    return call + " to fail with " + quotedText(*expectation.error);
+    return call + " to fail with " + messages::quotedText(*expectation.error);
   }
   return call + " to return" + limitsText(expectation.value);
 }
@@ -95,7 +95,7 @@ std::string valueText(const GK::GKValue& value) {
     return fmt::format("{}", value.toFloat());
   }
   std::string text;
-  appendJson(text, value);
+  messages::appendJson(text, value);
   return text;
 }
 
@@ -133,7 +133,8 @@ std::string raisedText(std::string_view name, const GK::GKValue& value, GK::GKMi
 }
 
 std::string loggedText(std::string_view text, int level, GK::GKMicros time) {
-  return fmt::format("log line {} of level {} at {} s", quotedText(text), level, momentText(time));
+  return fmt::format("log line {} of level {} at {} s", messages::quotedText(text), level,
+                     momentText(time));
 }
 
 } // namespace gk::formats

@@ -1,7 +1,7 @@
 #include "formats/lines/LineTime.h"
 
-#include "formats/json/JsonValue.h"
-#include "formats/text/FormatError.h"
+#include "messages/json/JsonValue.h"
+#include "messages/text/FormatError.h"
 
 #include <boost/json/object.hpp>
 
@@ -12,9 +12,9 @@ std::optional<double> lineTime(const boost::json::object& line) {
   if (time == nullptr) {
     return std::nullopt;
   }
-  const std::optional<double> seconds = numberFromJson(*time);
+  const std::optional<double> seconds = messages::numberFromJson(*time);
   if (!seconds) {
-    throw FormatError("\"t\" takes seconds as a number");
+    throw messages::FormatError("\"t\" takes seconds as a number");
   }
   return seconds;
 }

@@ -1,8 +1,8 @@
 #include "formats/lines/OutputLine.h"
 
-#include "formats/json/JsonText.h"
-#include "formats/json/JsonValue.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/JsonText.h"
+#include "messages/json/JsonValue.h"
+#include "messages/text/Numbers.h"
 
 #include <algorithm>
 #include <array>
@@ -24,7 +24,7 @@ class Line {
 public:
   Line(std::string& out, GK::GKMicros time, LineKind kind) : fOut(out) {
     fOut += R"({"t":)";
-    appendSeconds(fOut, time);
+    messages::appendSeconds(fOut, time);
     fOut += R"(,"kind":")";
     fOut += lineKindName(kind);
     fOut += '"';
@@ -34,11 +34,11 @@ public:
   Line& operator=(const Line&) = delete;
 
   Line& text(std::string_view name, std::string_view text) {
-    appendJsonString(member(name), text);
+    messages::appendJsonString(member(name), text);
     return *this;
   }
   Line& value(std::string_view name, const GK::GKValue& value) {
-    appendJson(member(name), value);
+    messages::appendJson(member(name), value);
     return *this;
   }
   /// Begins a member; what is appended to the result is its value.
@@ -78,7 +78,7 @@ LineKinds LineKinds::parse(std::string_view names) {
     const std::string_view name = names.substr(0, comma);
     const std::optional<LineKind> kind = findLineKind(name);
     if (!kind) {
-      throw std::invalid_argument("unknown kind of line " + quotedText(name));
+      throw std::invalid_argument("unknown kind of line " + messages::quotedText(name));
     }
     kinds.fKinds.set(static_cast<std::size_t>(*kind));
     if (comma == std::string_view::npos) {
@@ -181,9 +181,9 @@ void appendSample(std::string& out, GK::GKMicros time,
   std::string_view separator;
   for (const auto& [key, value] : values) {
     out += separator;
-    appendJsonString(out, key);
+    messages::appendJsonString(out, key);
     out += ':';
-    appendJson(out, value);
+    messages::appendJson(out, value);
     separator = ",";
   }
   out += '}';

@@ -1,9 +1,9 @@
 #include "formats/lines/ScenarioLine.h"
 
-#include "formats/json/Json.h"
-#include "formats/json/JsonValue.h"
 #include "formats/lines/LineTime.h"
 #include "formats/lines/OperationNames.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonValue.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -26,19 +26,19 @@ std::string_view view(json::string_view text) {
 
 std::string textOf(const json::value& value, std::string_view what) {
   if (!value.is_string()) {
-    throw FormatError(std::string(what) + " takes a string");
+    throw messages::FormatError(std::string(what) + " takes a string");
   }
   return std::string(view(value.get_string()));
 }
 
 std::vector<std::string> textsOf(const json::value& value, std::string_view what) {
   if (!value.is_array()) {
-    throw FormatError(std::string(what) + " takes an array of strings");
+    throw messages::FormatError(std::string(what) + " takes an array of strings");
   }
   std::vector<std::string> texts;
   for (const json::value& element : value.get_array()) {
     if (!element.is_string()) {
-      throw FormatError(std::string(what) + " takes an array of strings");
+      throw messages::FormatError(std::string(what) + " takes an array of strings");
     }
     texts.emplace_back(view(element.get_string()));
   }
@@ -54,48 +54,50 @@ std::int32_t countOf(const json::object& object, std::string_view member, std::i
   }
   if (!value->is_int64() || value->get_int64() < least ||
       value->get_int64() > std::numeric_limits<std::int32_t>::max()) {
-    throw FormatError("\"fail\": " + quotedText(member) + " takes an int of 32 bits from " +
-                      std::to_string(least) + " on");
+    throw messages::FormatError("\"fail\": " + messages::quotedText(member) +
+                                " takes an int of 32 bits from " + std::to_string(least) + " on");
   }
   return static_cast<std::int32_t>(value->get_int64());
 }
 
-Action parseSet(const json::value& value, const json::object&, const KeyTypeOf& keyTypeOf) {
+Action parseSet(const json::value& value, const json::object&,
+                const messages::KeyTypeOf& keyTypeOf) {
   if (!value.is_object()) {
-    throw FormatError("\"set\" takes an object of keys and values");
+    throw messages::FormatError("\"set\" takes an object of keys and values");
   }
   SetAction action;
   for (const json::key_value_pair& member : value.get_object()) {
     const std::string_view key = view(member.key());
     try {
-      action.values.emplace_back(key, valueForKey(keyTypeOf(key), member.value()));
-    } catch (const FormatError& error) {
-      throw FormatError("key " + quotedText(key) + ": " + error.what());
+      action.values.emplace_back(key, messages::valueForKey(keyTypeOf(key), member.value()));
+    } catch (const messages::FormatError& error) {
+      throw messages::FormatError("key " + messages::quotedText(key) + ": " + error.what());
     }
   }
   return action;
 }
 
-Action parseUnset(const json::value& value, const json::object&, const KeyTypeOf&) {
+Action parseUnset(const json::value& value, const json::object&, const messages::KeyTypeOf&) {
   return UnsetAction{textsOf(value, "\"unset\"")};
 }
 
-Action parseCall(const json::value& value, const json::object& line, const KeyTypeOf&) {
+Action parseCall(const json::value& value, const json::object& line, const messages::KeyTypeOf&) {
   const std::string name = textOf(value, "\"call\"");
   const std::size_t dot = name.find('.');
   if (dot == std::string::npos || dot == 0 || dot + 1 == name.size()) {
-    throw FormatError("\"call\": " + quotedText(name) + " is not \"Module.method\"");
+    throw messages::FormatError("\"call\": " + messages::quotedText(name) +
+                                " is not \"Module.method\"");
   }
   CallAction action{name.substr(0, dot), name.substr(dot + 1), {}, name};
   if (const json::value* args = line.if_contains("args")) {
     if (!args->is_array()) {
-      throw FormatError("\"args\" takes an array of values");
+      throw messages::FormatError("\"args\" takes an array of values");
     }
     for (const json::value& argument : args->get_array()) {
       try {
-        action.args.push_back(valueFromJson(argument));
-      } catch (const FormatError& error) {
-        throw FormatError("\"args\": " + std::string(error.what()));
+        action.args.push_back(messages::valueFromJson(argument));
+      } catch (const messages::FormatError& error) {
+        throw messages::FormatError("\"args\": " + std::string(error.what()));
       }
     }
   }
@@ -105,39 +107,41 @@ Action parseCall(const json::value& value, const json::object& line, const KeyTy
   return action;
 }
 
-Action parseGet(const json::value& value, const json::object&, const KeyTypeOf&) {
+Action parseGet(const json::value& value, const json::object&, const messages::KeyTypeOf&) {
   return GetAction{textsOf(value, "\"get\"")};
 }
 
-Action parseGetOutput(const json::value& value, const json::object&, const KeyTypeOf&) {
+Action parseGetOutput(const json::value& value, const json::object&, const messages::KeyTypeOf&) {
   return GetOutputAction{textOf(value, "\"getOutput\"")};
 }
 
-Action parseFail(const json::value& value, const json::object&, const KeyTypeOf&) {
+Action parseFail(const json::value& value, const json::object&, const messages::KeyTypeOf&) {
   constexpr std::array<std::string_view, 4> members{"operation", "key", "after", "count"};
   if (!value.is_object()) {
-    throw FormatError("\"fail\" takes an object");
+    throw messages::FormatError("\"fail\" takes an object");
   }
   const json::object& object = value.get_object();
   for (const json::key_value_pair& member : object) {
     if (std::ranges::find(members, view(member.key())) == members.end()) {
-      throw FormatError("\"fail\": unknown member " + quotedText(view(member.key())));
+      throw messages::FormatError("\"fail\": unknown member " +
+                                  messages::quotedText(view(member.key())));
     }
   }
   const json::value* operation = object.if_contains("operation");
   if (operation == nullptr) {
-    throw FormatError("\"fail\" has no \"operation\"");
+    throw messages::FormatError("\"fail\" has no \"operation\"");
   }
   const std::string name = textOf(*operation, "\"fail\": \"operation\"");
   const std::optional<GK::GKOperation> found = findOperation(name);
   if (!found) {
-    throw FormatError("\"fail\": unknown operation " + quotedText(name));
+    throw messages::FormatError("\"fail\": unknown operation " + messages::quotedText(name));
   }
   FailAction action;
   action.operation = *found;
   if (const json::value* key = object.if_contains("key")) {
     if (!operationHasKey(*found)) {
-      throw FormatError("\"fail\": operation " + quotedText(name) + " has no \"key\"");
+      throw messages::FormatError("\"fail\": operation " + messages::quotedText(name) +
+                                  " has no \"key\"");
     }
     action.key = textOf(*key, "\"fail\": \"key\"");
   }
@@ -146,9 +150,9 @@ Action parseFail(const json::value& value, const json::object&, const KeyTypeOf&
   return action;
 }
 
-Action parseExit(const json::value& value, const json::object&, const KeyTypeOf&) {
+Action parseExit(const json::value& value, const json::object&, const messages::KeyTypeOf&) {
   if (!value.is_bool() || !value.get_bool()) {
-    throw FormatError("\"exit\" takes true");
+    throw messages::FormatError("\"exit\" takes true");
   }
   return ExitAction{};
 }
@@ -158,7 +162,8 @@ enum class Allowed { Before, After, Always };
 struct Kind {
   std::string_view name;
   Allowed allowed;
-  Action (*parse)(const json::value& value, const json::object& line, const KeyTypeOf& keyTypeOf);
+  Action (*parse)(const json::value& value, const json::object& line,
+                  const messages::KeyTypeOf& keyTypeOf);
 };
 
 constexpr Kind kKinds[] = {
@@ -182,8 +187,8 @@ const Kind& kindOf(const json::object& line) {
       continue;
     }
     if (kind != nullptr) {
-      throw FormatError("two actions in a line, " + quotedText(kind->name) + " and " +
-                        quotedText(found->name));
+      throw messages::FormatError("two actions in a line, " + messages::quotedText(kind->name) +
+                                  " and " + messages::quotedText(found->name));
     }
     kind = found;
   }
@@ -192,11 +197,11 @@ const Kind& kindOf(const json::object& line) {
     const bool isOfCall = kind != nullptr && kind->name == "call" &&
                           std::ranges::find(kCallMembers, name) != std::end(kCallMembers);
     if (name != kTimeMember && !isOfCall && (kind == nullptr || name != kind->name)) {
-      throw FormatError("unknown action or member " + quotedText(name));
+      throw messages::FormatError("unknown action or member " + messages::quotedText(name));
     }
   }
   if (kind == nullptr) {
-    throw FormatError("the line has no action");
+    throw messages::FormatError("the line has no action");
   }
   return *kind;
 }
@@ -207,19 +212,20 @@ bool isScenarioComment(std::string_view text) {
   return text.starts_with('#') || text.find_first_not_of(" \t") == std::string_view::npos;
 }
 
-ScenarioLine parseScenarioLine(std::string_view text, const KeyTypeOf& keyTypeOf) {
-  const json::value value = parseJson(text);
+ScenarioLine parseScenarioLine(std::string_view text, const messages::KeyTypeOf& keyTypeOf) {
+  const json::value value = messages::parseJson(text);
   if (!value.is_object()) {
-    throw FormatError("a line is an object");
+    throw messages::FormatError("a line is an object");
   }
   const json::object& line = value.get_object();
   const std::optional<double> time = lineTime(line);
   const Kind& kind = kindOf(line);
   if (!time && kind.allowed == Allowed::After) {
-    throw FormatError(quotedText(kind.name) + " needs a time \"t\"");
+    throw messages::FormatError(messages::quotedText(kind.name) + " needs a time \"t\"");
   }
   if (time && kind.allowed == Allowed::Before) {
-    throw FormatError(quotedText(kind.name) + " takes no time: it comes before loading");
+    throw messages::FormatError(messages::quotedText(kind.name) +
+                                " takes no time: it comes before loading");
   }
   return {time, kind.parse(line.at(kind.name), line, keyTypeOf)};
 }

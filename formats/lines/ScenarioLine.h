@@ -1,8 +1,8 @@
 #pragma once
 
-#include "formats/json/KeyTypes.h"
 #include "formats/lines/Action.h"
-#include "formats/text/FormatError.h"
+#include "messages/json/KeyTypes.h"
+#include "messages/text/FormatError.h"
 
 #include <optional>
 #include <string_view>
@@ -21,6 +21,6 @@ bool isScenarioComment(std::string_view text);
 
 /// Reads one line: an object with at most a time and exactly one action, which is allowed at that
 /// time. Raises `FormatError`. The order of times is the caller's to check.
-ScenarioLine parseScenarioLine(std::string_view text, const KeyTypeOf& keyTypeOf);
+ScenarioLine parseScenarioLine(std::string_view text, const messages::KeyTypeOf& keyTypeOf);
 
 } // namespace gk::formats

@@ -1,9 +1,9 @@
 #include "formats/lines/ScenarioText.h"
 
-#include "formats/json/JsonText.h"
-#include "formats/json/JsonValue.h"
 #include "formats/lines/OperationNames.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/JsonText.h"
+#include "messages/json/JsonValue.h"
+#include "messages/text/Numbers.h"
 
 #include <variant>
 #include <vector>
@@ -22,9 +22,9 @@ public:
     const char* separator = "";
     for (const auto& [key, value] : set.values) {
       fOut += separator;
-      appendJsonString(fOut, key);
+      messages::appendJsonString(fOut, key);
       fOut += ':';
-      appendJson(fOut, value);
+      messages::appendJson(fOut, value);
       separator = ",";
     }
     fOut += '}';
@@ -39,7 +39,7 @@ public:
     xText(R"("call":)", name);
     if (!call.args.empty()) {
       fOut += R"(,"args":)";
-      appendJson(fOut, call.args);
+      messages::appendJson(fOut, call.args);
     }
     if (call.label != name) {
       xText(R"(,"as":)", call.label);
@@ -58,12 +58,12 @@ public:
 private:
   void xText(std::string_view member, std::string_view text) {
     fOut += member;
-    appendJsonString(fOut, text);
+    messages::appendJsonString(fOut, text);
   }
 
   void xTexts(std::string_view member, const std::vector<std::string>& texts) {
     fOut += member;
-    appendJson(fOut, GK::GKValue(GK::GKValue::Array(texts.begin(), texts.end())));
+    messages::appendJson(fOut, GK::GKValue(GK::GKValue::Array(texts.begin(), texts.end())));
   }
 
   std::string& fOut;
@@ -75,7 +75,7 @@ void appendScenarioLine(std::string& out, std::optional<GK::GKMicros> time, cons
   out += '{';
   if (time) {
     out += R"("t":)";
-    appendSeconds(out, *time);
+    messages::appendSeconds(out, *time);
     out += ',';
   }
   std::visit(Members(out), action);

@@ -1,9 +1,9 @@
 #include "formats/lines/TestLine.h"
 
-#include "formats/json/Json.h"
-#include "formats/json/JsonText.h"
 #include "formats/lines/ExpectationObject.h"
 #include "formats/lines/LineTime.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonText.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -33,27 +33,27 @@ FileOptions readOptions(const json::object& line) {
     const json::value& value = member.value();
     if (name == kOptions) {
       if (!value.is_array()) {
-        throw FormatError("\"options\" takes an array of strings");
+        throw messages::FormatError("\"options\" takes an array of strings");
       }
       for (const json::value& word : value.get_array()) {
         if (!word.is_string()) {
-          throw FormatError("\"options\" takes an array of strings");
+          throw messages::FormatError("\"options\" takes an array of strings");
         }
         options.words.emplace_back(viewOf(word.get_string()));
       }
     } else if (name == "exit") {
       constexpr int most = 255;
       if (!value.is_int64() || value.get_int64() < 0 || value.get_int64() > most) {
-        throw FormatError("\"exit\" of options takes an exit code, 0 to 255");
+        throw messages::FormatError("\"exit\" of options takes an exit code, 0 to 255");
       }
       options.exit = static_cast<int>(value.get_int64());
     } else if (name == "error" || name == "stdout") {
       if (!value.is_string()) {
-        throw FormatError(quotedText(name) + " takes a string");
+        throw messages::FormatError(messages::quotedText(name) + " takes a string");
       }
       (name == "error" ? options.error : options.out.emplace()) = viewOf(value.get_string());
     } else {
-      throw FormatError("a line of options has no " + quotedText(name));
+      throw messages::FormatError("a line of options has no " + messages::quotedText(name));
     }
   }
   return options;
@@ -82,9 +82,9 @@ bool mayBeTestLine(std::string_view text) {
 }
 
 std::optional<TestLine> readTestLine(std::string_view text) {
-  const json::value value = parseJson(text);
+  const json::value value = messages::parseJson(text);
   if (!value.is_object()) {
-    throw FormatError("a line is an object");
+    throw messages::FormatError("a line is an object");
   }
   const json::object& object = value.get_object();
   const std::string_view kind = testKindOf(object);
@@ -97,8 +97,9 @@ std::optional<TestLine> readTestLine(std::string_view text) {
   for (const json::key_value_pair& member : object) {
     const std::string_view name = viewOf(member.key());
     if (name != kTimeMember && name != kind) {
-      throw FormatError(quotedText(kind) + " stands in a line of its own, without " +
-                        quotedText(name));
+      throw messages::FormatError(messages::quotedText(kind) +
+                                  " stands in a line of its own, without " +
+                                  messages::quotedText(name));
     }
   }
   TestLine line;
@@ -106,10 +107,10 @@ std::optional<TestLine> readTestLine(std::string_view text) {
   if (kind == kEnd) {
     const json::value& end = object.at(kEnd);
     if (!end.is_bool() || !end.get_bool()) {
-      throw FormatError("\"end\" takes true");
+      throw messages::FormatError("\"end\" takes true");
     }
     if (!line.time) {
-      throw FormatError("\"end\" needs a time \"t\"");
+      throw messages::FormatError("\"end\" needs a time \"t\"");
     }
     line.what = EndMark{};
     return line;
@@ -123,10 +124,10 @@ bool isExpectation(std::string_view text) {
     return false;
   }
   try {
-    const json::value value = parseJson(text);
+    const json::value value = messages::parseJson(text);
     return value.is_object() &&
            (value.get_object().contains(kExpect) || value.get_object().contains(kNever));
-  } catch (const FormatError&) {
+  } catch (const messages::FormatError&) {
     return false;
   }
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "formats/lines/Expectation.h"
-#include "formats/text/FormatError.h"
+#include "messages/text/FormatError.h"
 
 #include <optional>
 #include <string_view>

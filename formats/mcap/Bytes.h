@@ -1,6 +1,6 @@
 #pragma once
 
-#include "formats/text/FormatError.h"
+#include "messages/text/FormatError.h"
 
 #include <concepts>
 #include <cstdint>
@@ -40,7 +40,7 @@ public:
 
   std::string_view bytes(std::uint64_t count) {
     if (count > fBytes.size() - fPosition) {
-      throw FormatError("it ends too early");
+      throw messages::FormatError("it ends too early");
     }
     const std::string_view part = fBytes.substr(fPosition, count);
     fPosition += count;

@@ -1,8 +1,8 @@
 #include "formats/mcap/ChunkLoader.h"
 
-#include "formats/json/JsonText.h"
 #include "formats/mcap/Bytes.h"
 #include "formats/mcap/Crc.h"
+#include "messages/json/JsonText.h"
 
 #include <algorithm>
 
@@ -19,20 +19,21 @@ std::string_view ChunkLoader::load(const RecordPlace& place) {
   const ChunkHead& head = chunk.head;
   const std::optional<Compression> compression = findCompression(head.compression);
   if (!compression) {
-    throw FormatError("its compression " + quotedText(head.compression) + " is unknown");
+    throw messages::FormatError("its compression " + messages::quotedText(head.compression) +
+                                " is unknown");
   }
   if (head.compressedSize > fMaxChunk || head.uncompressedSize > fMaxChunk) {
-    throw FormatError("it is larger than " + std::to_string(fMaxChunk) + " bytes");
+    throw messages::FormatError("it is larger than " + std::to_string(fMaxChunk) + " bytes");
   }
   fSource.read(place.contentAt() + chunk.recordsAt, static_cast<std::size_t>(head.compressedSize),
                fStored);
   if (fStored.size() != head.compressedSize) {
-    throw FormatError("it is not whole");
+    throw messages::FormatError("it is not whole");
   }
   fDecompressor.decompress(*compression, fStored, static_cast<std::size_t>(head.uncompressedSize),
                            fRecords);
   if (head.uncompressedCrc != 0 && head.uncompressedCrc != crcOf(fRecords)) {
-    throw FormatError("its checksum is not that of its records");
+    throw messages::FormatError("its checksum is not that of its records");
   }
   return fRecords;
 }

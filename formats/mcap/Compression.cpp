@@ -14,14 +14,14 @@ constexpr std::array<std::string_view, 3> kNames{"", "zstd", "lz4"};
 
 std::size_t checkedZstd(std::size_t result) {
   if (ZSTD_isError(result) != 0) {
-    throw FormatError(std::string("zstd: ") + ZSTD_getErrorName(result));
+    throw messages::FormatError(std::string("zstd: ") + ZSTD_getErrorName(result));
   }
   return result;
 }
 
 std::size_t checkedLz4(std::size_t result) {
   if (LZ4F_isError(result) != 0) {
-    throw FormatError(std::string("lz4: ") + LZ4F_getErrorName(result));
+    throw messages::FormatError(std::string("lz4: ") + LZ4F_getErrorName(result));
   }
   return result;
 }
@@ -126,14 +126,14 @@ void Decompressor::decompress(Compression compression, std::string_view bytes, s
       taken += offered;
     }
     if (missing != 0 || taken != bytes.size()) {
-      throw FormatError("lz4: the frame is not whole");
+      throw messages::FormatError("lz4: the frame is not whole");
     }
     break;
   }
   }
   if (decompressed != size) {
-    throw FormatError("it holds " + std::to_string(decompressed) + " bytes instead of " +
-                      std::to_string(size));
+    throw messages::FormatError("it holds " + std::to_string(decompressed) + " bytes instead of " +
+                                std::to_string(size));
   }
 }
 

@@ -36,7 +36,7 @@ Schema decodeSchema(std::string_view content) {
   schema.encoding = cursor.text();
   schema.data = cursor.text();
   if (schema.id == 0) {
-    throw FormatError("a schema's number is not 0");
+    throw messages::FormatError("a schema's number is not 0");
   }
   return schema;
 }
@@ -74,7 +74,7 @@ DecodedChunk decodeChunkHead(std::string_view content, std::uint64_t length) {
   chunk.head.compressedSize = cursor.number<std::uint64_t>();
   chunk.recordsAt = cursor.position();
   if (chunk.recordsAt > length || chunk.head.compressedSize > length - chunk.recordsAt) {
-    throw FormatError("its records are said to be longer than the chunk");
+    throw messages::FormatError("its records are said to be longer than the chunk");
   }
   return chunk;
 }
@@ -153,7 +153,7 @@ Footer decodeFooter(std::string_view content) {
   footer.summaryOffsetStart = cursor.number<std::uint64_t>();
   footer.summaryCrc = cursor.number<std::uint32_t>();
   if (!cursor.isAtEnd()) {
-    throw FormatError("it is longer than a footer");
+    throw messages::FormatError("it is longer than a footer");
   }
   return footer;
 }

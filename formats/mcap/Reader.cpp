@@ -21,8 +21,8 @@ template <class T> bool define(std::map<std::uint16_t, T>& known, T definition, 
     return true;
   }
   if (!(entry->second == definition)) {
-    throw FormatError(std::string(what) + " " + std::to_string(definition.id) +
-                      " is defined in two ways");
+    throw messages::FormatError(std::string(what) + " " + std::to_string(definition.id) +
+                                " is defined in two ways");
   }
   return false;
 }
@@ -55,7 +55,7 @@ std::optional<Item> Reader::next() {
         fItemOffset = place->offset;
         return item;
       }
-    } catch (const FormatError& error) {
+    } catch (const messages::FormatError& error) {
       fProblems.add(place->offset, recordName(place->opcode) + ": " + error.what());
     }
   }
@@ -85,7 +85,7 @@ std::optional<Item> Reader::xTake(const RecordPlace& place) {
     Attachment attachment = decodeAttachment(content);
     const std::string_view covered = content.substr(0, content.size() - sizeof(attachment.crc));
     if (attachment.crc != 0 && attachment.crc != crcOf(covered)) {
-      throw FormatError("its checksum is not that of its content");
+      throw messages::FormatError("its checksum is not that of its content");
     }
     return attachment;
   }
@@ -147,7 +147,7 @@ std::optional<Item> Reader::xNextInner() {
         xDefine(record->opcode, record->content, fChunkOffset);
       }
     }
-  } catch (const FormatError& error) {
+  } catch (const messages::FormatError& error) {
     fProblems.add(fChunkOffset, std::string("chunk: a record in it: ") + error.what());
     fInner = InnerRecords();
   }
@@ -158,14 +158,15 @@ void Reader::xDefine(Opcode opcode, std::string_view content, std::uint64_t offs
   try {
     bool isNew = false;
     if (fDefinitionBytes > kMaxDefinitions) {
-      throw FormatError("the file defines too much");
+      throw messages::FormatError("the file defines too much");
     }
     if (opcode == Opcode::Schema) {
       isNew = define(fSchemas, decodeSchema(content), "schema");
     } else if (opcode == Opcode::Channel) {
       Channel channel = decodeChannel(content);
       if (channel.schemaId != 0 && schema(channel.schemaId) == nullptr) {
-        throw FormatError("channel " + std::to_string(channel.id) + " has an unknown schema");
+        throw messages::FormatError("channel " + std::to_string(channel.id) +
+                                    " has an unknown schema");
       }
       if (fWanted && fWanted(channel)) {
         fWantedChannels.insert(channel.id);
@@ -173,7 +174,7 @@ void Reader::xDefine(Opcode opcode, std::string_view content, std::uint64_t offs
       isNew = define(fChannels, std::move(channel), "channel");
     }
     fDefinitionBytes += isNew ? content.size() : 0;
-  } catch (const FormatError& error) {
+  } catch (const messages::FormatError& error) {
     fProblems.add(offset, recordName(opcode) + ": " + error.what());
   }
 }

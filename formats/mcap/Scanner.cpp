@@ -2,7 +2,7 @@
 
 #include "formats/mcap/Bytes.h"
 #include "formats/mcap/Decode.h"
-#include "formats/text/FormatError.h"
+#include "messages/text/FormatError.h"
 
 #include <algorithm>
 #include <array>
@@ -33,7 +33,7 @@ Scanner::Scanner(Source& source, Problems& problems)
     : fSource(source), fProblems(problems), fPosition(kMagic.size()) {
   fSource.read(0, kMagic.size(), fHead);
   if (fHead != kMagic) {
-    throw FormatError("it does not begin as an MCAP file does");
+    throw messages::FormatError("it does not begin as an MCAP file does");
   }
 }
 
@@ -128,7 +128,7 @@ std::optional<std::uint64_t> Scanner::xNextIndexedChunk(std::uint64_t from) {
         if (offset >= from && offset < fSource.size() && (!chunk || offset < *chunk)) {
           chunk = offset;
         }
-      } catch (const FormatError&) {
+      } catch (const messages::FormatError&) {
         // An index that is damaged as well helps nobody.
         return chunk;
       }
@@ -141,7 +141,7 @@ std::optional<std::uint64_t> Scanner::xNextIndexedChunk(std::uint64_t from) {
 std::string_view Scanner::content(const RecordPlace& place, std::uint64_t most) {
   const std::uint64_t count = std::min(place.length, most);
   if (place.length > kMaxRecord && most == kMaxRecord) {
-    throw FormatError("it is longer than " + std::to_string(kMaxRecord) + " bytes");
+    throw messages::FormatError("it is longer than " + std::to_string(kMaxRecord) + " bytes");
   }
   fSource.read(place.contentAt(), static_cast<std::size_t>(count), fContent);
   return fContent;

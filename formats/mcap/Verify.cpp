@@ -3,7 +3,7 @@
 #include "formats/mcap/ChunkLoader.h"
 #include "formats/mcap/Crc.h"
 #include "formats/mcap/Decode.h"
-#include "formats/text/FormatError.h"
+#include "messages/text/FormatError.h"
 
 #include <algorithm>
 #include <map>
@@ -29,7 +29,7 @@ public:
     while (const std::optional<RecordPlace> place = fScanner.next()) {
       try {
         xCheck(*place);
-      } catch (const FormatError& error) {
+      } catch (const messages::FormatError& error) {
         xComplain(*place, error.what());
       }
       if (fProgress) {
@@ -88,7 +88,7 @@ private:
       const std::string_view content = fScanner.content(place);
       const std::uint32_t crc = decodeAttachment(content).crc;
       if (crc != 0 && crc != crcOf(content.substr(0, content.size() - sizeof(crc)))) {
-        throw FormatError("its checksum is not that of its content");
+        throw messages::FormatError("its checksum is not that of its content");
       }
       break;
     }
@@ -111,7 +111,7 @@ private:
   void xCheckChunk(const RecordPlace& place) {
     const DecodedChunk chunk = fLoader.head(place);
     if (chunk.recordsAt + chunk.head.compressedSize != place.length) {
-      throw FormatError("its records do not fill it");
+      throw messages::FormatError("its records do not fill it");
     }
     InnerRecords records(fLoader.load(place));
     std::optional<std::pair<std::uint64_t, std::uint64_t>> times;
@@ -128,7 +128,7 @@ private:
     }
     const auto said = std::pair(chunk.head.startTime, chunk.head.endTime);
     if (said != times.value_or(std::pair<std::uint64_t, std::uint64_t>())) {
-      throw FormatError("its times are not those of its messages");
+      throw messages::FormatError("its times are not those of its messages");
     }
   }
 
@@ -144,17 +144,18 @@ private:
              std::string_view content) {
     const auto [entry, isNew] = known.try_emplace(id, content);
     if (!isNew && entry->second != content) {
-      throw FormatError("number " + std::to_string(id) + " is given to two of them");
+      throw messages::FormatError("number " + std::to_string(id) + " is given to two of them");
     }
     fDefinitionBytes += isNew ? content.size() : 0;
     if (fDefinitionBytes > kMaxDefinitions) {
-      throw FormatError("the file defines too much");
+      throw messages::FormatError("the file defines too much");
     }
   }
 
   void xCount(const Message& message) {
     if (!fChannels.contains(message.channelId)) {
-      throw FormatError("a message has the unknown channel " + std::to_string(message.channelId));
+      throw messages::FormatError("a message has the unknown channel " +
+                                  std::to_string(message.channelId));
     }
     Statistics& found = fVerdict.statistics;
     const bool isFirst = found.messageCount++ == 0;
@@ -181,7 +182,7 @@ private:
         !std::equal(index.entries.begin(), index.entries.end(), expected->second.begin(),
                     expected->second.end(), isSame)) {
       fExpected.erase(index.channelId);
-      throw FormatError("it does not tell where the messages of the chunk before it are");
+      throw messages::FormatError("it does not tell where the messages of the chunk before it are");
     }
     fExpected.erase(expected);
   }
@@ -196,8 +197,9 @@ private:
 
   void xCheckDataCrc(std::uint32_t said, const RecordPlace& place) {
     if (said != 0 && !fScanner.isBroken() && said != xCrc(0, place.offset)) {
-      throw FormatError("the checksum of all data differs: something between the header and here "
-                        "has changed");
+      throw messages::FormatError(
+          "the checksum of all data differs: something between the header and here "
+          "has changed");
     }
   }
 
@@ -241,8 +243,8 @@ private:
     const Statistics& found = fVerdict.statistics;
     const auto expect = [](std::uint64_t one, std::uint64_t other, const char* what) {
       if (one != other) {
-        throw FormatError("it tells of " + std::to_string(one) + " " + what + " where there are " +
-                          std::to_string(other));
+        throw messages::FormatError("it tells of " + std::to_string(one) + " " + what +
+                                    " where there are " + std::to_string(other));
       }
     };
     expect(said.messageCount, found.messageCount, "messages");
@@ -250,7 +252,7 @@ private:
     expect(said.attachmentCount, found.attachmentCount, "attachments");
     expect(said.metadataCount, found.metadataCount, "metadata records");
     if (said.startTime != found.startTime || said.endTime != found.endTime) {
-      throw FormatError("its times are not those of the messages");
+      throw messages::FormatError("its times are not those of the messages");
     }
     for (const auto& [channel, count] : found.channelMessageCounts) {
       const auto entry = said.channelMessageCounts.find(channel);
@@ -263,37 +265,37 @@ private:
     const RecordPlace chunk{Opcode::Chunk, index.offset, index.length - kRecordHead};
     if (index.length < kRecordHead || index.offset > fSource.size() ||
         index.length > fSource.size() - index.offset) {
-      throw FormatError("it points out of the file");
+      throw messages::FormatError("it points out of the file");
     }
     fSource.read(index.offset, 1, fByte);
     if (fByte.empty() || static_cast<Opcode>(fByte.front()) != Opcode::Chunk) {
-      throw FormatError("there is no chunk at byte " + std::to_string(index.offset));
+      throw messages::FormatError("there is no chunk at byte " + std::to_string(index.offset));
     }
     const ChunkHead head = fLoader.head(chunk).head;
     if (head.startTime != index.startTime || head.endTime != index.endTime ||
         head.compression != index.compression || head.compressedSize != index.compressedSize ||
         head.uncompressedSize != index.uncompressedSize) {
-      throw FormatError("it tells something else than the chunk at byte " +
-                        std::to_string(index.offset));
+      throw messages::FormatError("it tells something else than the chunk at byte " +
+                                  std::to_string(index.offset));
     }
   }
 
   void xCheckFooter(const Footer& footer, const RecordPlace& place) {
     if (footer.summaryStart != 0) {
       if (footer.summaryStart != fDataEnd->end()) {
-        throw FormatError("the summary does not begin behind the data");
+        throw messages::FormatError("the summary does not begin behind the data");
       }
       constexpr std::uint64_t crcSize = 4;
       if (footer.summaryCrc != 0 &&
           footer.summaryCrc != xCrc(footer.summaryStart, place.end() - crcSize)) {
-        throw FormatError("the summary's checksum is not that of the summary");
+        throw messages::FormatError("the summary's checksum is not that of the summary");
       }
       if (fChunkIndexes != 0 && fChunkIndexes != fVerdict.statistics.chunkCount) {
-        throw FormatError("the summary does not tell of all chunks");
+        throw messages::FormatError("the summary does not tell of all chunks");
       }
     }
     if (place.end() + kMagic.size() != fSource.size()) {
-      throw FormatError("something follows behind the end");
+      throw messages::FormatError("something follows behind the end");
     }
   }
 

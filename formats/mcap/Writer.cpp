@@ -78,7 +78,7 @@ void Writer::xWrite(std::string_view bytes) {
 
 std::uint16_t Writer::addSchema(std::string name, std::string encoding, std::string data) {
   if (fSchemas.size() == kMostIds) {
-    throw FormatError("a file cannot have more than 65535 schemas");
+    throw messages::FormatError("a file cannot have more than 65535 schemas");
   }
   const auto id = static_cast<std::uint16_t>(fSchemas.size() + 1);
   fSchemas.push_back({id, std::move(name), std::move(encoding), std::move(data)});
@@ -88,7 +88,7 @@ std::uint16_t Writer::addSchema(std::string name, std::string encoding, std::str
 std::uint16_t Writer::addChannel(std::string topic, std::string messageEncoding,
                                  std::uint16_t schema, StringMap metadata) {
   if (fChannels.size() == kMostIds) {
-    throw FormatError("a file cannot have more than 65535 channels");
+    throw messages::FormatError("a file cannot have more than 65535 channels");
   }
   const auto id = static_cast<std::uint16_t>(fChannels.size() + 1);
   fChannels.push_back(

@@ -1,7 +1,7 @@
 #include "formats/recording/CsvRecording.h"
 
-#include "formats/json/JsonText.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/JsonText.h"
+#include "messages/text/Numbers.h"
 
 #include <algorithm>
 #include <optional>
@@ -27,12 +27,13 @@ std::string_view takeCell(std::string_view& rest, bool& isMore) {
 
 } // namespace
 
-CsvRecording::CsvRecording(const std::string& path, const KeyTypeOf& keyTypeOf) : fReader(path) {
+CsvRecording::CsvRecording(const std::string& path, const messages::KeyTypeOf& keyTypeOf)
+    : fReader(path) {
   xReadHeader(keyTypeOf);
   xReadRow();
 }
 
-void CsvRecording::xReadHeader(const KeyTypeOf& keyTypeOf) {
+void CsvRecording::xReadHeader(const messages::KeyTypeOf& keyTypeOf) {
   const std::optional<std::string_view> line = fReader.next();
   if (!line) {
     throw fReader.error("no header, which begins with \"time\"");
@@ -40,36 +41,38 @@ void CsvRecording::xReadHeader(const KeyTypeOf& keyTypeOf) {
   std::string_view rest = *line;
   bool isMore = false;
   if (const std::string_view first = takeCell(rest, isMore); first != kTimeColumn) {
-    throw fReader.error("the header's first column is " + quotedText(first) + ", not \"time\"");
+    throw fReader.error("the header's first column is " + messages::quotedText(first) +
+                        ", not \"time\"");
   }
   std::unordered_set<std::string_view> seen{kTimeColumn};
   while (isMore) {
     const std::string_view key = takeCell(rest, isMore);
-    if (!isUtf8(key)) {
-      throw fReader.error("column " + quotedText(key) + " is not UTF-8");
+    if (!messages::isUtf8(key)) {
+      throw fReader.error("column " + messages::quotedText(key) + " is not UTF-8");
     }
     if (key.empty()) {
       throw fReader.error("column " + std::to_string(fColumns.size() + 2) + " has no key");
     }
     if (!seen.insert(key).second) {
-      throw fReader.error("column " + quotedText(key) + " stands twice");
+      throw fReader.error("column " + messages::quotedText(key) + " stands twice");
     }
     Column column;
     column.key = key;
-    column.isInt = xTypeOf(key, keyTypeOf) == KeyType::Int;
+    column.isInt = xTypeOf(key, keyTypeOf) == messages::KeyType::Int;
     fColumns.push_back(std::move(column));
   }
 }
 
-KeyType CsvRecording::xTypeOf(std::string_view key, const KeyTypeOf& keyTypeOf) const {
+messages::KeyType CsvRecording::xTypeOf(std::string_view key,
+                                        const messages::KeyTypeOf& keyTypeOf) const {
   try {
-    const KeyType type = keyTypeOf(key);
-    if (type == KeyType::Bool || type == KeyType::Text) {
-      throw FormatError("a table holds numbers only");
+    const messages::KeyType type = keyTypeOf(key);
+    if (type == messages::KeyType::Bool || type == messages::KeyType::Text) {
+      throw messages::FormatError("a table holds numbers only");
     }
     return type;
-  } catch (const FormatError& error) {
-    throw fReader.error("column " + quotedText(key) + ": " + error.what());
+  } catch (const messages::FormatError& error) {
+    throw fReader.error("column " + messages::quotedText(key) + ": " + error.what());
   }
 }
 
@@ -122,15 +125,16 @@ void CsvRecording::xReadRow() {
   }
   try {
     fTime = fOrder.take(seconds);
-  } catch (const FormatError& error) {
+  } catch (const messages::FormatError& error) {
     throw fReader.error(error.what());
   }
 }
 
 double CsvRecording::xParseTime(std::string_view text) const {
-  const std::optional<double> seconds = parseDouble(text);
+  const std::optional<double> seconds = messages::parseDouble(text);
   if (!seconds) {
-    throw fReader.error("column \"time\": " + quotedText(text) + " is no time in seconds");
+    throw fReader.error("column \"time\": " + messages::quotedText(text) +
+                        " is no time in seconds");
   }
   return *seconds;
 }
@@ -141,15 +145,16 @@ void CsvRecording::xParseCell(Column& column, std::string_view text) const {
     return;
   }
   if (column.isInt) {
-    if (const std::optional<std::int32_t> value = parseInt(text)) {
+    if (const std::optional<std::int32_t> value = messages::parseInt(text)) {
       column.intValue = *value;
       return;
     }
-  } else if (const std::optional<float> value = parseFloat(text)) {
+  } else if (const std::optional<float> value = messages::parseFloat(text)) {
     column.floatValue = *value;
     return;
   }
-  throw fReader.error("column " + quotedText(column.key) + ": " + quotedText(text) +
+  throw fReader.error("column " + messages::quotedText(column.key) + ": " +
+                      messages::quotedText(text) +
                       (column.isInt ? " is no int of 32 bits" : " is no number"));
 }
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "formats/json/KeyTypes.h"
 #include "formats/recording/Recording.h"
 #include "formats/recording/TimeOrder.h"
 #include "formats/text/LineReader.h"
+#include "messages/json/KeyTypes.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -18,7 +18,7 @@ namespace gk::formats {
 /// An empty cell leaves its key unchanged. Columns of int keys are ints, all others floats.
 class CsvRecording final : public Recording {
 public:
-  CsvRecording(const std::string& path, const KeyTypeOf& keyTypeOf);
+  CsvRecording(const std::string& path, const messages::KeyTypeOf& keyTypeOf);
 
   void play(RecordingTarget& target) override;
   void skip() override;
@@ -35,8 +35,8 @@ private:
     GK::GKMemoryCell* cell = nullptr;
   };
 
-  void xReadHeader(const KeyTypeOf& keyTypeOf);
-  KeyType xTypeOf(std::string_view key, const KeyTypeOf& keyTypeOf) const;
+  void xReadHeader(const messages::KeyTypeOf& keyTypeOf);
+  messages::KeyType xTypeOf(std::string_view key, const messages::KeyTypeOf& keyTypeOf) const;
   void xReadRow();
   double xParseTime(std::string_view text) const;
   void xParseCell(Column& column, std::string_view text) const;

@@ -10,7 +10,7 @@
 
 namespace gk::formats {
 
-std::unique_ptr<Recording> openRecording(const std::string& path, KeyTypeOf keyTypeOf) {
+std::unique_ptr<Recording> openRecording(const std::string& path, messages::KeyTypeOf keyTypeOf) {
   if (isBesideInputs(path)) {
     throw InputError(path, 0, "lies beside an input with what is expected of it, and is none");
   }

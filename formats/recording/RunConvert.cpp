@@ -1,11 +1,11 @@
 #include "formats/recording/RunConvert.h"
 
-#include "formats/json/SameValue.h"
 #include "formats/lines/ScenarioText.h"
 #include "formats/mcap/Writer.h"
 #include "formats/run/RunFile.h"
 #include "formats/run/RunLogWriter.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/SameValue.h"
+#include "messages/text/Numbers.h"
 
 #include <cmath>
 #include <map>
@@ -47,7 +47,7 @@ public:
         continue;
       }
       GK::GKValue value = column.cell->load();
-      if (!column.last || !isSameValue(*column.last, value)) {
+      if (!column.last || !messages::isSameValue(*column.last, value)) {
         take(i, value);
         column.last = std::move(value);
       }
@@ -82,7 +82,7 @@ std::optional<std::string> cellOf(const GK::GKValue& value) {
     return std::to_string(value.toInt());
   case GK::GKValue::Type::Float:
     if (std::isfinite(value.toFloat())) {
-      appendFloat(text, value.toFloat());
+      messages::appendFloat(text, value.toFloat());
       return text;
     }
     return std::isnan(value.toFloat()) ? "nan" : value.toFloat() < 0 ? "-inf" : "inf";
@@ -140,7 +140,7 @@ private:
 /// Writes one row, with its empty cells.
 void writeRow(const Table& table, GK::GKMicros time, const TextSink& out) {
   std::string row;
-  appendSeconds(row, time);
+  messages::appendSeconds(row, time);
   for (const std::string& cell : table.cells) {
     row += ',';
     row += cell;

@@ -7,7 +7,8 @@
 
 namespace gk::formats {
 
-ScenarioRecording::ScenarioRecording(const std::string& path, KeyTypeOf keyTypeOf, bool isCompanion)
+ScenarioRecording::ScenarioRecording(const std::string& path, messages::KeyTypeOf keyTypeOf,
+                                     bool isCompanion)
     : fReader(path), fKeyTypeOf(std::move(keyTypeOf)), fIsCompanion(isCompanion) {
   xReadLine();
 }
@@ -17,7 +18,7 @@ void ScenarioRecording::play(RecordingTarget& target) {
     if (fAction) {
       target.act(*fAction);
     }
-  } catch (const FormatError& error) {
+  } catch (const messages::FormatError& error) {
     throw fReader.error(error.what());
   }
   xReadLine();
@@ -49,11 +50,11 @@ void ScenarioRecording::xReadLine() {
         return;
       }
       if (fHasStarted) {
-        throw FormatError("a line without \"t\" after one with \"t\"");
+        throw messages::FormatError("a line without \"t\" after one with \"t\"");
       }
       fPreload.push_back(std::move(line.action));
     }
-  } catch (const FormatError& error) {
+  } catch (const messages::FormatError& error) {
     throw fReader.error(error.what());
   }
 }
@@ -62,16 +63,16 @@ bool ScenarioRecording::xPassTestLine(std::string_view text) {
   const std::optional<TestLine> line = readTestLine(text);
   if (!line) {
     if (fIsCompanion) {
-      throw FormatError(kNoExpectation);
+      throw messages::FormatError(kNoExpectation);
     }
     return false;
   }
   if (std::holds_alternative<FileOptions>(line->what)) {
     if (fHasLines) {
-      throw FormatError(kLateOptions);
+      throw messages::FormatError(kLateOptions);
     }
   } else if (!fIsCompanion && !canBeReadTwice(fReader.path())) {
-    throw FormatError(kReadOnce);
+    throw messages::FormatError(kReadOnce);
   }
   fHasLines = true;
   if (line->time) {

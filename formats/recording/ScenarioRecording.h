@@ -1,9 +1,9 @@
 #pragma once
 
-#include "formats/json/KeyTypes.h"
 #include "formats/recording/Recording.h"
 #include "formats/recording/TimeOrder.h"
 #include "formats/text/LineReader.h"
+#include "messages/json/KeyTypes.h"
 
 #include <optional>
 #include <string>
@@ -18,7 +18,8 @@ namespace gk::formats {
 class ScenarioRecording final : public Recording {
 public:
   /// `isCompanion`: what stands beside another input, with no actions in it.
-  ScenarioRecording(const std::string& path, KeyTypeOf keyTypeOf, bool isCompanion = false);
+  ScenarioRecording(const std::string& path, messages::KeyTypeOf keyTypeOf,
+                    bool isCompanion = false);
 
   void play(RecordingTarget& target) override;
   void skip() override;
@@ -30,7 +31,7 @@ private:
   bool xPassTestLine(std::string_view text);
 
   LineReader fReader;
-  KeyTypeOf fKeyTypeOf;
+  messages::KeyTypeOf fKeyTypeOf;
   TimeOrder fOrder;
   const bool fIsCompanion;
   /// What the current line asks for; nothing at an "end".

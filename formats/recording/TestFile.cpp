@@ -68,15 +68,15 @@ TestFile readTestFile(const std::string& path, bool isCompanion) {
     try {
       std::optional<TestLine> line = readTestLine(*text);
       if (!line && isCompanion) {
-        throw FormatError(kNoExpectation);
+        throw messages::FormatError(kNoExpectation);
       }
       if (line && std::holds_alternative<FileOptions>(line->what) && !isFirstLine) {
-        throw FormatError(kLateOptions);
+        throw messages::FormatError(kLateOptions);
       }
       if (line) {
         take(file, *std::move(line), order, reader);
       }
-    } catch (const FormatError& error) {
+    } catch (const messages::FormatError& error) {
       // All other lines of a scenario are told of when it is their turn.
       if (isCompanion || isExpectation(*text)) {
         throw reader.error(error.what());

@@ -1,7 +1,7 @@
 #include "formats/recording/TimeOrder.h"
 
-#include "formats/text/FormatError.h"
-#include "formats/text/Numbers.h"
+#include "messages/text/FormatError.h"
+#include "messages/text/Numbers.h"
 
 #include <optional>
 #include <string>
@@ -10,15 +10,16 @@ namespace gk::formats {
 
 GK::GKMicros TimeOrder::take(double seconds) {
   if (seconds < 0.0) {
-    throw FormatError("time " + doubleText(seconds) + " is negative");
+    throw messages::FormatError("time " + messages::doubleText(seconds) + " is negative");
   }
-  const std::optional<GK::GKMicros> time = toMicros(seconds);
+  const std::optional<GK::GKMicros> time = messages::toMicros(seconds);
   if (!time) {
-    throw FormatError("time " + doubleText(seconds) + " is too large");
+    throw messages::FormatError("time " + messages::doubleText(seconds) + " is too large");
   }
   // Compared as it was written: rounding to microseconds hides no step back.
   if (seconds < fLast) {
-    throw FormatError("time goes back from " + doubleText(fLast) + " to " + doubleText(seconds));
+    throw messages::FormatError("time goes back from " + messages::doubleText(fLast) + " to " +
+                                messages::doubleText(seconds));
   }
   fLast = seconds;
   return *time;

@@ -14,7 +14,7 @@ void RunBlocks::begin(const mcap::Message& block) {
   try {
     fReader.begin(block.data, block.sequence, fFile.channel(block.channelId).messageEncoding);
     fIsGapTold = (fIsGapTold || isDamaged) && fReader.isBlind();
-  } catch (const FormatError& error) {
+  } catch (const messages::FormatError& error) {
     xFail(error);
   }
 }
@@ -32,7 +32,7 @@ std::optional<RunEntry> RunBlocks::next() {
       *values = xNamed(*values);
     }
     return entry;
-  } catch (const FormatError& error) {
+  } catch (const messages::FormatError& error) {
     xFail(error);
     return std::nullopt;
   }
@@ -59,7 +59,7 @@ RunValues RunBlocks::xNamed(const RunValues& values) {
 }
 
 /// What cannot be read of the blocks behind this one is its fault.
-void RunBlocks::xFail(const FormatError& error) {
+void RunBlocks::xFail(const messages::FormatError& error) {
   xComplain(error.what());
   fIsGapTold = true;
 }

@@ -2,7 +2,7 @@
 
 #include "formats/mcap/Reader.h"
 #include "formats/run/RunLogReader.h"
-#include "formats/text/FormatError.h"
+#include "messages/text/FormatError.h"
 
 #include <cstdint>
 #include <optional>
@@ -37,7 +37,7 @@ public:
   }
 
 private:
-  void xFail(const FormatError& error);
+  void xFail(const messages::FormatError& error);
   void xComplain(const std::string& text);
   RunValues xNamed(const RunValues& values);
 

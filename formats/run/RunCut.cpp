@@ -4,7 +4,7 @@
 #include "formats/mcap/Reader.h"
 #include "formats/run/RunBlocks.h"
 #include "formats/run/RunLogWriter.h"
-#include "formats/text/Numbers.h"
+#include "messages/text/Numbers.h"
 
 #include <algorithm>
 #include <memory>
@@ -87,9 +87,9 @@ private:
       return;
     }
     mcap::Metadata about{kCutMetadata, {}};
-    appendSeconds(about.values[kCutFromMember], fRange.from);
+    messages::appendSeconds(about.values[kCutFromMember], fRange.from);
     if (fRange.to != CutRange().to) {
-      appendSeconds(about.values[kCutToMember], fRange.to);
+      messages::appendSeconds(about.values[kCutToMember], fRange.to);
     }
     fCopier->writer().addMetadata(about);
   }

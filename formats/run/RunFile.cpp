@@ -10,7 +10,7 @@ RunFile::RunFile(const std::string& path) : fPath(path), fSource(path) {
     fBlocks = std::make_unique<RunBlocks>(*fReader, fBadBlocks);
     fReader->want(
         [](const mcap::Channel& channel) { return isRunEncoding(channel.messageEncoding); });
-  } catch (const FormatError& error) {
+  } catch (const messages::FormatError& error) {
     throw InputError(path, 0, error.what());
   }
   if (!xNextBlock()) {

@@ -1,10 +1,10 @@
 #include "formats/run/RunLogReader.h"
 
-#include "formats/json/Json.h"
-#include "formats/json/JsonValue.h"
-#include "formats/json/KeyTypes.h"
 #include "formats/lines/ScenarioLine.h"
-#include "formats/text/FormatError.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonValue.h"
+#include "messages/json/KeyTypes.h"
+#include "messages/text/FormatError.h"
 
 #include <bit>
 #include <string>
@@ -36,7 +36,7 @@ std::uint64_t numberAt(mcap::ByteCursor& from) {
       return number;
     }
   }
-  throw FormatError("a number is too long");
+  throw messages::FormatError("a number is too long");
 }
 
 std::string_view textAt(mcap::ByteCursor& from) {
@@ -47,13 +47,13 @@ std::int64_t unzigzag(std::uint64_t number) {
   return static_cast<std::int64_t>((number >> 1) ^ (~(number & 1) + 1));
 }
 
-KeyType anyType(std::string_view) {
-  return KeyType::Any;
+messages::KeyType anyType(std::string_view) {
+  return messages::KeyType::Any;
 }
 
 void expectKey(std::uint64_t key) {
   if (key >= RunLogReader::kMaxKeys) {
-    throw FormatError("too many keys");
+    throw messages::FormatError("too many keys");
   }
 }
 
@@ -111,7 +111,7 @@ void RunLogReader::xForget() {
 std::optional<RunEntry> RunLogReader::next() {
   try {
     return xNext();
-  } catch (const FormatError&) {
+  } catch (const messages::FormatError&) {
     fIsBlind = true;
     fEntries = mcap::ByteCursor({});
     throw;
@@ -121,7 +121,7 @@ std::optional<RunEntry> RunLogReader::next() {
 std::optional<RunEntry> RunLogReader::xNext() {
   if (fEntries.isAtEnd()) {
     if (!fIsListed && !fIsBlind && !(fFlips.isAtEnd() && fPlaces.isAtEnd() && fRaw.isAtEnd())) {
-      throw FormatError("values are left over");
+      throw messages::FormatError("values are left over");
     }
     return std::nullopt;
   }
@@ -130,7 +130,7 @@ std::optional<RunEntry> RunLogReader::xNext() {
     const std::uint64_t task = numberAt(fEntries);
     const std::uint64_t span = numberAt(fEntries);
     if (span > kMaxTime || static_cast<std::uint64_t>(fTime) + span > kMaxTime) {
-      throw FormatError("a time is too large");
+      throw messages::FormatError("a time is too large");
     }
     fTime += static_cast<GK::GKMicros>(span);
     return RunTurn{task, fTime};
@@ -163,7 +163,7 @@ std::optional<RunEntry> RunLogReader::xNext() {
   case Kind::Overlap:
     return RunOverlap{};
   }
-  throw FormatError("an entry of an unknown kind");
+  throw messages::FormatError("an entry of an unknown kind");
 }
 
 RunValues RunLogReader::xValues() {
@@ -223,12 +223,12 @@ RunValue RunLogReader::xValue(std::uint32_t key, std::uint8_t place) {
   case runlog::kRawJson:
     return xLarge(key, fRaw);
   default:
-    throw FormatError("a value that was not there before");
+    throw messages::FormatError("a value that was not there before");
   }
 }
 
 RunValue RunLogReader::xLarge(std::uint32_t key, mcap::ByteCursor& from) {
-  GKValue value = valueFromJson(parseJson(textAt(from)));
+  GKValue value = messages::valueFromJson(messages::parseJson(textAt(from)));
   const GKValue::Type type = value.type();
   RunValue result{key, static_cast<std::uint32_t>(fLarge.size()), type};
   fLarge.push_back(std::move(value));
@@ -239,7 +239,7 @@ RunValues RunLogReader::xListedValues() {
   const std::uint64_t count = numberAt(fEntries);
   // Every value takes two bytes at least.
   if (count > kMaxKeys || count > fEntries.left()) {
-    throw FormatError("too many values");
+    throw messages::FormatError("too many values");
   }
   fValues.clear();
   fLarge.clear();

@@ -1,8 +1,8 @@
 #include "formats/run/RunLogWriter.h"
 
-#include "formats/json/JsonValue.h"
 #include "formats/lines/ScenarioText.h"
 #include "formats/mcap/Bytes.h"
+#include "messages/json/JsonValue.h"
 
 #include <algorithm>
 #include <bit>
@@ -110,7 +110,7 @@ void RunLogWriter::addValue(std::uint64_t index, const GK::GKValue& value) {
   default: {
     appendByte(fPlaces, runlog::kRawJson);
     std::string text;
-    appendJson(text, value);
+    messages::appendJson(text, value);
     appendSized(fRaw, text);
   }
   }

@@ -1,7 +1,7 @@
 #include "formats/text/LiveRows.h"
 
-#include "formats/text/Numbers.h"
-#include "formats/text/Utf8.h"
+#include "messages/text/Numbers.h"
+#include "messages/text/Utf8.h"
 
 #include <fmt/format.h>
 
@@ -41,7 +41,7 @@ std::string_view colourOfNews(const LiveRow& row, bool isFirst) {
   if (row.value.starts_with('"')) {
     return kWord;
   }
-  const std::optional<double> number = parseDouble(row.value);
+  const std::optional<double> number = messages::parseDouble(row.value);
   const bool isOn = row.value == "true" || (number && *number == 1);
   const bool isOff = row.value == "false" || (number && *number == 0);
   return isOn || (isOff && !isFirst) ? kStrong : kPlain;
@@ -51,7 +51,7 @@ std::string_view colourOfNews(const LiveRow& row, bool isFirst) {
 std::string_view firstOf(std::string_view text, std::size_t characters) {
   std::size_t end = 0;
   for (; characters > 0 && end < text.size(); --characters) {
-    end += std::max<std::size_t>(characterLength(text.substr(end)), 1);
+    end += std::max<std::size_t>(messages::characterLength(text.substr(end)), 1);
   }
   return text.substr(0, end);
 }

@@ -1,6 +1,6 @@
 #include "formats/text/Printable.h"
 
-#include "formats/text/Utf8.h"
+#include "messages/text/Utf8.h"
 
 #include <cstdint>
 
@@ -42,7 +42,7 @@ std::string printable(std::string_view text) {
   std::string clean;
   clean.reserve(text.size());
   while (!text.empty()) {
-    const std::size_t length = characterLength(text);
+    const std::size_t length = messages::characterLength(text);
     if (length > 0 && isPrintable(codePoint(text.substr(0, length)))) {
       clean += text.substr(0, length);
     } else {

@@ -1,10 +1,11 @@
 #include "gateway/channels/Channels.h"
 
-#include "devices/DeviceKeys.h"
-#include "formats/json/JsonWriter.h"
-#include "formats/text/Numbers.h"
-#include "formats/text/WallTime.h"
-#include "gateway/robot/Subjects.h"
+#include "messages/json/EventJson.h"
+#include "messages/json/JsonWriter.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/keys/Subjects.h"
+#include "messages/text/Numbers.h"
+#include "messages/text/WallTime.h"
 #include "zu/log.h"
 
 #include <algorithm>
@@ -68,7 +69,7 @@ int viewerLevel(int level) {
   }
 }
 
-void appendTimestamp(formats::JsonWriter& json, std::uint64_t nanoseconds) {
+void appendTimestamp(messages::JsonWriter& json, std::uint64_t nanoseconds) {
   constexpr std::uint64_t kPerSecond = 1'000'000'000;
   json.key("timestamp").beginObject();
   json.key("sec").unsignedInteger(nanoseconds / kPerSecond);
@@ -76,33 +77,27 @@ void appendTimestamp(formats::JsonWriter& json, std::uint64_t nanoseconds) {
   json.endObject();
 }
 
-void appendTime(formats::JsonWriter& json, GK::GKMicros time) {
-  std::string seconds;
-  formats::appendSeconds(seconds, time);
-  json.key("t_s").raw(seconds);
-}
-
-const char* jsonType(SubjectField::Shape shape) {
+const char* jsonType(messages::SubjectField::Shape shape) {
   switch (shape) {
-  case SubjectField::Shape::Number:
+  case messages::SubjectField::Shape::Number:
     return "number";
-  case SubjectField::Shape::Integer:
+  case messages::SubjectField::Shape::Integer:
     return "integer";
-  case SubjectField::Shape::Boolean:
+  case messages::SubjectField::Shape::Boolean:
     return "boolean";
-  case SubjectField::Shape::Text:
+  case messages::SubjectField::Shape::Text:
     break;
   }
   return "string";
 }
 
-std::string schemaOf(const Subject& subject) {
+std::string schemaOf(const messages::Subject& subject) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginObject();
   json.key("title").text(subject.schemaName).key("description").text(subject.title);
   json.key("type").text("object").key("properties").beginObject();
-  for (const SubjectField& field : subject.fields) {
+  for (const messages::SubjectField& field : subject.fields) {
     json.key(field.name).beginObject();
     json.key("type").text(jsonType(field.shape)).key("description").text(field.meaning);
     json.endObject();
@@ -112,7 +107,7 @@ std::string schemaOf(const Subject& subject) {
 }
 
 /// Numbers that JSON has none for become null, which plots leave out.
-void appendPlain(formats::JsonWriter& json, const GK::GKValue& value) {
+void appendPlain(messages::JsonWriter& json, const GK::GKValue& value) {
   if (value.type() == GK::GKValue::Type::Float && !std::isfinite(value.toFloat())) {
     json.null();
   } else {
@@ -125,14 +120,14 @@ void appendPlain(formats::JsonWriter& json, const GK::GKValue& value) {
 /// Reads the fields of one channel from the memory.
 class Channels::Sampler {
 public:
-  Sampler(std::uint32_t channel, const std::vector<SubjectField>& fields, bool isJoints)
+  Sampler(std::uint32_t channel, const std::vector<messages::SubjectField>& fields, bool isJoints)
       : fChannel(channel), fFields(fields), fCells(fields.size(), nullptr), fIsJoints(isJoints) {}
 
   std::uint32_t channel() const noexcept { return fChannel; }
 
   std::string sample(const GK::GKMemoryStore& store, std::uint64_t nanoseconds) {
     std::string text;
-    formats::JsonWriter json(text);
+    messages::JsonWriter json(text);
     json.beginObject();
     if (fIsJoints) {
       appendTimestamp(json, nanoseconds);
@@ -155,7 +150,8 @@ public:
   }
 
 private:
-  void xAppend(formats::JsonWriter& json, const std::string& name, const GK::GKValue& value) const {
+  void xAppend(messages::JsonWriter& json, const std::string& name,
+               const GK::GKValue& value) const {
     if (fIsJoints) {
       json.beginObject().key("name").text(name).key("position");
       appendPlain(json, value);
@@ -167,7 +163,7 @@ private:
   }
 
   const std::uint32_t fChannel;
-  const std::vector<SubjectField>& fFields;
+  const std::vector<messages::SubjectField>& fFields;
   std::vector<const GK::GKMemoryCell*> fCells;
   const bool fIsJoints;
 };
@@ -182,8 +178,8 @@ Channels::Channels(std::shared_ptr<const GK::GKMemoryStore> store, const GK::GKW
   fTickId = add({0, "/tick", "gk.Tick", std::string(kTickSchema), Flow::Latest});
   const std::uint32_t joints = add(
       {0, "/joint_states", "foxglove.JointStates", std::string(kJointStatesSchema), Flow::Latest});
-  fSamplers.push_back(std::make_unique<Sampler>(joints, jointPositions(), true));
-  for (const Subject& subject : subjects()) {
+  fSamplers.push_back(std::make_unique<Sampler>(joints, messages::jointPositions(), true));
+  for (const messages::Subject& subject : messages::subjects()) {
     const std::uint32_t id =
         add({0, subject.topic, subject.schemaName, schemaOf(subject), Flow::Latest});
     fSamplers.push_back(std::make_unique<Sampler>(id, subject.fields, false));
@@ -213,7 +209,7 @@ void Channels::addEvent(const std::string& event) {
 }
 
 std::uint64_t Channels::nanoseconds(GK::GKMicros time) const noexcept {
-  return formats::nanosecondsSince1970(fEpoch, time);
+  return messages::nanosecondsSince1970(fEpoch, time);
 }
 
 std::vector<ChannelMessage> Channels::ofNotice(const GK::GKNotice& notice) {
@@ -225,20 +221,19 @@ std::vector<ChannelMessage> Channels::ofNotice(const GK::GKNotice& notice) {
   } else if (notice.kind == GK::GKNotice::Kind::Event || isMicro) {
     addEvent(notice.name);
     std::string combined;
-    formats::JsonWriter(combined).text(notice.name);
+    messages::JsonWriter(combined).text(notice.name);
     std::string rest;
-    formats::JsonWriter json(rest);
+    messages::JsonWriter json(rest);
     json.beginObject();
-    appendTime(json, notice.time);
-    json.key("kind").text(isMicro ? "micro" : "event");
-    json.key("value").value(notice.value).endObject();
+    messages::appendEvent(json, notice);
+    json.endObject();
     messages.push_back({fEventsId, time, R"({"name":)" + combined + "," + rest.substr(1)});
     if (const auto own = fByEvent.find(notice.name); own != fByEvent.end()) {
       messages.push_back({own->second, time, std::move(rest)});
     }
   } else if (notice.kind == GK::GKNotice::Kind::Log) {
     std::string text;
-    formats::JsonWriter json(text);
+    messages::JsonWriter json(text);
     json.beginObject();
     appendTimestamp(json, time);
     json.key("level").integer(viewerLevel(notice.level));
@@ -258,12 +253,12 @@ std::vector<ChannelMessage> Channels::ofTick(GK::GKMicros time, std::string_view
   const Loop before = std::exchange(loop, {number, time});
   if (isWanted(fTickId)) {
     std::string text;
-    formats::JsonWriter json(text);
+    messages::JsonWriter json(text);
     json.beginObject().key("module").text(module).key("tick").unsignedInteger(number);
     if (before.ticks > 0 && number > before.ticks) {
       const auto passed = static_cast<GK::GKMicros>(number - before.ticks);
       std::string period;
-      formats::appendSeconds(period, (time - before.last) / passed);
+      messages::appendSeconds(period, (time - before.last) / passed);
       json.key("period_s").raw(period);
     }
     json.endObject();

@@ -1,6 +1,6 @@
 #include "gateway/http/Http.h"
 
-#include "formats/json/JsonWriter.h"
+#include "messages/json/JsonWriter.h"
 
 #include <algorithm>
 
@@ -78,7 +78,7 @@ std::optional<Target> parseTarget(std::string_view text) {
 HttpResponse errorResponse(unsigned status, std::string_view message) {
   HttpResponse response;
   response.status = status;
-  formats::JsonWriter(response.body)
+  messages::JsonWriter(response.body)
       .beginObject()
       .key("error")
       .beginObject()

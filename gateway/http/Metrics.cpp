@@ -1,7 +1,7 @@
 #include "gateway/http/Metrics.h"
 
-#include "formats/json/JsonWriter.h"
-#include "gateway/robot/Subjects.h"
+#include "messages/json/JsonWriter.h"
+#include "messages/keys/Subjects.h"
 #include "zu/log.h"
 
 #include <algorithm>
@@ -27,7 +27,7 @@ std::string number(double value) {
     return "NaN";
   }
   std::string text;
-  formats::JsonWriter(text).real(value);
+  messages::JsonWriter(text).real(value);
   return text;
 }
 
@@ -133,13 +133,13 @@ void writeMemory(MetricsWriter& out, const Robot& robot) {
                                     value->type() == GK::GKValue::Type::Int);
     return isNumber ? std::optional<double>(value->toFloat()) : std::nullopt;
   };
-  for (const Subject& subject : subjects()) {
+  for (const messages::Subject& subject : messages::subjects()) {
     const bool isBattery = subject.topic == "/battery";
     const bool isHeat = subject.topic == "/temperatures";
     if (isHeat) {
       out.family("gk_joint_temperature_celsius", "gauge", "Temperature of a joint's motor.");
     }
-    for (const SubjectField& field : subject.fields) {
+    for (const messages::SubjectField& field : subject.fields) {
       const std::optional<double> value = isBattery || isHeat ? valueOf(field.key) : std::nullopt;
       if (!value) {
         continue;

@@ -1,6 +1,6 @@
 #include "gateway/http/OpenApi.h"
 
-#include "formats/json/JsonWriter.h"
+#include "messages/json/JsonWriter.h"
 
 #include <algorithm>
 #include <cctype>
@@ -34,7 +34,7 @@ std::string operationId(const Route& route) {
   return id;
 }
 
-void appendParameters(formats::JsonWriter& json, const Route& route) {
+void appendParameters(messages::JsonWriter& json, const Route& route) {
   json.key("parameters").beginArray();
   const std::size_t brace = route.path.find('{');
   if (brace != std::string_view::npos) {
@@ -51,14 +51,14 @@ void appendParameters(formats::JsonWriter& json, const Route& route) {
   json.endArray();
 }
 
-void appendResponse(formats::JsonWriter& json, std::string_view status,
+void appendResponse(messages::JsonWriter& json, std::string_view status,
                     std::string_view description, std::string_view type) {
   json.key(status).beginObject().key("description").text(description);
   json.key("content").beginObject().key(type).beginObject();
   json.key("schema").raw("{}").endObject().endObject().endObject();
 }
 
-void appendOperation(formats::JsonWriter& json, const Route& route) {
+void appendOperation(messages::JsonWriter& json, const Route& route) {
   json.key(lower(route.method)).beginObject();
   json.key("operationId").text(operationId(route)).key("summary").text(route.summary);
   appendParameters(json, route);
@@ -80,7 +80,7 @@ void appendOperation(formats::JsonWriter& json, const Route& route) {
 }
 
 /// One shape of a call for each bound method, overloads together.
-void appendCalls(formats::JsonWriter& json, const Robot& robot) {
+void appendCalls(messages::JsonWriter& json, const Robot& robot) {
   json.key("Request").beginObject().key("oneOf").beginArray();
   for (const auto& module : robot.broker().getModules()) {
     const std::vector<GK::GKMethodDescription> methods = module->getMethods();
@@ -115,7 +115,7 @@ void appendCalls(formats::JsonWriter& json, const Robot& robot) {
 std::string describeApi(const Robot& robot, std::span<const Route> routes,
                         const std::string& version) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginObject().key("openapi").text("3.1.0");
   json.key("info").beginObject().key("title").text("gksensors").key("version").text(version);
   json.key("license").raw(R"({"name":"Apache License 2.0","identifier":"Apache-2.0"})").endObject();

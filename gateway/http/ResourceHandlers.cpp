@@ -1,9 +1,5 @@
 #include "gateway/http/ResourceHandlers.h"
 
-#include "formats/json/Json.h"
-#include "formats/json/JsonWriter.h"
-#include "formats/text/FormatError.h"
-#include "formats/text/Numbers.h"
 #include "gateway/http/Metrics.h"
 #include "gateway/http/OpenApi.h"
 #include "gateway/http/StaticFiles.h"
@@ -11,6 +7,10 @@
 #include "gk/GKCaller.h"
 #include "gk/GKClock.h"
 #include "gk/GKModule.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonWriter.h"
+#include "messages/text/FormatError.h"
+#include "messages/text/Numbers.h"
 
 #include <boost/json/object.hpp>
 #include <boost/pointer_cast.hpp>
@@ -59,25 +59,25 @@ std::optional<GK::GKMicros> secondsOf(const Target& target, std::string_view nam
   if (text.empty()) {
     return absent;
   }
-  const std::optional<double> seconds = formats::parseDouble(text);
-  return seconds && *seconds >= 0 ? formats::toMicros(*seconds) : std::nullopt;
+  const std::optional<double> seconds = messages::parseDouble(text);
+  return seconds && *seconds >= 0 ? messages::toMicros(*seconds) : std::nullopt;
 }
 
 /// How much of the past is to be kept; nothing for a body that does not say so.
 std::optional<GK::GKMicros> lastOf(const std::string& text) {
   try {
-    const boost::json::value body = formats::parseJson(text);
+    const boost::json::value body = messages::parseJson(text);
     if (!body.is_object()) {
       return std::nullopt;
     }
     const boost::json::value* seconds = body.get_object().if_contains("seconds");
     if (seconds == nullptr) {
-      return body.get_object().empty() ? formats::toMicros(formats::kMaxSeconds) : std::nullopt;
+      return body.get_object().empty() ? messages::toMicros(messages::kMaxSeconds) : std::nullopt;
     }
     const std::optional<double> number =
         seconds->is_number() ? std::optional(seconds->to_number<double>()) : std::nullopt;
-    return number && *number > 0 ? formats::toMicros(*number) : std::nullopt;
-  } catch (const formats::FormatError&) {
+    return number && *number > 0 ? messages::toMicros(*number) : std::nullopt;
+  } catch (const messages::FormatError&) {
     return std::nullopt;
   }
 }
@@ -219,8 +219,8 @@ void answerPutKey(const Exchange& exchange) {
     return;
   }
   try {
-    exchange.robot->writeKey(exchange.name, formats::parseJson(exchange.request.body));
-  } catch (const formats::FormatError& error) {
+    exchange.robot->writeKey(exchange.name, messages::parseJson(exchange.request.body));
+  } catch (const messages::FormatError& error) {
     exchange.respond(errorResponse(400, error.what()));
     return;
   } catch (const GK::GKError& error) {
@@ -377,13 +377,13 @@ void answerReady(const Exchange& exchange) {
 void answerLogin(const Exchange& exchange) {
   std::string token;
   try {
-    const boost::json::value body = formats::parseJson(exchange.request.body);
+    const boost::json::value body = messages::parseJson(exchange.request.body);
     const boost::json::value* given =
         body.is_object() ? body.get_object().if_contains("token") : nullptr;
     if (given != nullptr && given->is_string()) {
       token.assign(given->get_string().data(), given->get_string().size());
     }
-  } catch (const formats::FormatError&) {
+  } catch (const messages::FormatError&) {
     token.clear();
   }
   if (exchange.parts.access.needsToken() && !exchange.parts.access.isToken(token)) {
@@ -404,7 +404,7 @@ void answerLogin(const Exchange& exchange) {
 
 void answerTicket(const Exchange& exchange) {
   std::string body;
-  formats::JsonWriter json(body);
+  messages::JsonWriter json(body);
   json.beginObject().key("ticket").text(exchange.parts.access.openTicket());
   json.key("expires_s").integer(Access::kTicketLife.count()).endObject();
   exchange.respond(jsonResponse(std::move(body)));

@@ -1,16 +1,16 @@
 #include "gateway/past/Past.h"
 
-#include "devices/DeviceKeys.h"
-#include "formats/json/JsonWriter.h"
-#include "formats/json/SameValue.h"
 #include "formats/mcap/Sink.h"
 #include "formats/mcap/Writer.h"
 #include "formats/run/RunFile.h"
 #include "formats/run/RunLogReader.h"
-#include "formats/text/Numbers.h"
-#include "formats/text/WallTime.h"
 #include "gateway/channels/Channels.h"
-#include "gateway/robot/Subjects.h"
+#include "messages/json/JsonWriter.h"
+#include "messages/json/SameValue.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/keys/Subjects.h"
+#include "messages/text/Numbers.h"
+#include "messages/text/WallTime.h"
 
 #include <algorithm>
 #include <cmath>
@@ -34,7 +34,7 @@ std::size_t sizeOf(const GK::GKNotice& notice) {
 
 std::string secondsText(GK::GKMicros time) {
   std::string text;
-  formats::appendSeconds(text, time);
+  messages::appendSeconds(text, time);
   return text;
 }
 
@@ -54,13 +54,13 @@ void appendCell(Column& column, const GK::GKValue& value) {
       !(value.type() == GK::GKValue::Type::Float && !std::isfinite(value.toFloat()));
   if (isThere) {
     column.isEverThere = true;
-    formats::JsonWriter(column.values).value(value);
+    messages::JsonWriter(column.values).value(value);
   } else {
     column.values += "null";
   }
 }
 
-void appendTopics(formats::JsonWriter& json, const std::vector<Column>& columns) {
+void appendTopics(messages::JsonWriter& json, const std::vector<Column>& columns) {
   json.key("topics").beginObject();
   std::string_view topic;
   for (const Column& column : columns) {
@@ -86,7 +86,7 @@ bool isRaise(const GK::GKNotice& notice) {
   return notice.kind == GK::GKNotice::Kind::Event || notice.kind == GK::GKNotice::Kind::MicroEvent;
 }
 
-void appendEvent(formats::JsonWriter& json, const GK::GKNotice& event) {
+void appendEvent(messages::JsonWriter& json, const GK::GKNotice& event) {
   json.beginObject().key("t_s").raw(secondsText(event.time)).key("name").text(event.name);
   json.key("kind").text(event.kind == GK::GKNotice::Kind::MicroEvent ? "micro" : "event");
   json.key("value").value(event.value).endObject();
@@ -135,11 +135,11 @@ void Past::open(std::shared_ptr<const GK::GKMemoryStore> store) {
       fKeys.push_back({name, nullptr, isInput, {}});
     }
   };
-  for (const devices::DeviceKey& key : devices::simulatedKeys()) {
+  for (const messages::DeviceKey& key : messages::simulatedKeys()) {
     add(key.name, true);
   }
-  for (const Subject& subject : subjects()) {
-    for (const SubjectField& field : subject.fields) {
+  for (const messages::Subject& subject : messages::subjects()) {
+    for (const messages::SubjectField& field : subject.fields) {
       add(field.key, false);
     }
   }
@@ -229,7 +229,7 @@ void Past::onTick(GK::GKMicros time, std::string_view module) {
       continue;
     }
     GK::GKValue value = key.cell->load();
-    if (!formats::isSameValue(value, key.told)) {
+    if (!messages::isSameValue(value, key.told)) {
       fLog.addValue(i, value);
       key.told = std::move(value);
     }
@@ -277,15 +277,16 @@ std::string Past::json(const PastRange& range, std::string_view session) {
   std::optional<GK::GKMicros> next;
 
   std::vector<Column> columns;
-  const auto addColumns = [&](std::string_view topic, const std::vector<SubjectField>& fields) {
-    for (const SubjectField& field : fields) {
+  const auto addColumns = [&](std::string_view topic,
+                              const std::vector<messages::SubjectField>& fields) {
+    for (const messages::SubjectField& field : fields) {
       if (const auto key = view.byName.find(field.key); key != view.byName.end()) {
         columns.push_back({topic, field.name, key->second, {}, false});
       }
     }
   };
-  addColumns(kJointTopic, jointPositions());
-  for (const Subject& subject : subjects()) {
+  addColumns(kJointTopic, messages::jointPositions());
+  for (const messages::Subject& subject : messages::subjects()) {
     addColumns(subject.topic, subject.fields);
   }
   std::vector<GK::GKValue> state = view.base;
@@ -327,7 +328,7 @@ std::string Past::json(const PastRange& range, std::string_view session) {
   }
 
   std::string events;
-  formats::JsonWriter eventsJson(events);
+  messages::JsonWriter eventsJson(events);
   eventsJson.beginArray();
   for (const auto& piece : view.pieces) {
     for (const GK::GKNotice& event : piece->events) {
@@ -346,7 +347,7 @@ std::string Past::json(const PastRange& range, std::string_view session) {
 
   next = next ? next : range.rest;
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginObject().key("session").text(session);
   const auto [begin, end] = range.whole.value_or(std::pair(view.begin, view.end));
   json.key("begin").raw(secondsText(begin)).key("end").raw(secondsText(end));
@@ -376,7 +377,7 @@ public:
 
   void writeRun(formats::RunLogWriter& log) {
     if (!log.isEmpty()) {
-      const std::uint64_t time = formats::nanosecondsSince1970(fEpoch, log.startTime());
+      const std::uint64_t time = messages::nanosecondsSince1970(fEpoch, log.startTime());
       fWriter.write(fRun, time, time, log.take());
     }
   }
@@ -421,7 +422,7 @@ std::optional<std::string> Past::recording(GK::GKMicros last, std::int64_t epoch
   }
   const GK::GKMicros begin = last >= view.end - view.begin ? view.begin : view.end - last;
   const bool isContinued = view.isBeginGone || begin > view.begin;
-  about.emplace("start", formats::wallTimeText(epoch + begin));
+  about.emplace("start", messages::wallTimeText(epoch + begin));
   about.emplace("begins", isContinued
                               ? "in the middle of a run: what the modules knew by then is missing"
                               : "with the run");

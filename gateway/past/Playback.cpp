@@ -1,8 +1,8 @@
 #include "gateway/past/Playback.h"
 
-#include "formats/json/JsonWriter.h"
-#include "formats/text/FormatError.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/JsonWriter.h"
+#include "messages/text/FormatError.h"
+#include "messages/text/Numbers.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -18,13 +18,13 @@ namespace {
 
 namespace json = boost::json;
 
-void appendTimeOf(formats::JsonWriter& writer, GK::GKMicros time) {
+void appendTimeOf(messages::JsonWriter& writer, GK::GKMicros time) {
   std::string text;
-  formats::appendSeconds(text, time);
+  messages::appendSeconds(text, time);
   writer.raw(text);
 }
 
-void appendState(formats::JsonWriter& writer, const PlaybackState& state) {
+void appendState(messages::JsonWriter& writer, const PlaybackState& state) {
   appendTimeOf(writer.key("time"), state.time);
   appendTimeOf(writer.key("begin"), state.begin);
   appendTimeOf(writer.key("end"), state.end);
@@ -57,20 +57,20 @@ std::vector<json::value> paramsOf(const json::value& params,
 
 void expectCount(const std::vector<json::value>& values, std::size_t count, const char* signature) {
   if (values.size() != count) {
-    throw formats::FormatError(std::string("takes ") + signature);
+    throw messages::FormatError(std::string("takes ") + signature);
   }
 }
 
 double numberOf(const json::value& value, const char* name) {
   if (!value.is_number() || !std::isfinite(value.to_number<double>())) {
-    throw formats::FormatError(std::string(name) + ": must be a number");
+    throw messages::FormatError(std::string(name) + ": must be a number");
   }
   return value.to_number<double>();
 }
 
 GK::GKMicros timeOf(const json::value& value, const char* name) {
-  return formats::toMicros(
-             std::clamp(numberOf(value, name), -formats::kMaxSeconds, formats::kMaxSeconds))
+  return messages::toMicros(
+             std::clamp(numberOf(value, name), -messages::kMaxSeconds, messages::kMaxSeconds))
       .value_or(0);
 }
 
@@ -78,12 +78,12 @@ void step(Playback& playback, const std::vector<json::value>& values) {
   expectCount(values, 2, "(\"event\" or \"tick\", N)");
   const bool isEvent = values[0] == "event";
   if (!isEvent && values[0] != "tick") {
-    throw formats::FormatError("what: must be \"event\" or \"tick\"");
+    throw messages::FormatError("what: must be \"event\" or \"tick\"");
   }
   constexpr double most = 1e6;
   const double count = numberOf(values[1], "N");
   if (count != std::floor(count) || std::abs(count) > most) {
-    throw formats::FormatError("N: must be a whole number from -1000000 to 1000000");
+    throw messages::FormatError("N: must be a whole number from -1000000 to 1000000");
   }
   playback.step(isEvent ? Playback::Step::Event : Playback::Step::Tick, static_cast<int>(count));
 }
@@ -96,7 +96,7 @@ void loop(Playback& playback, const std::vector<json::value>& values) {
   expectCount(values, 2, "(FROM, TO) or (null)");
   const std::pair range(timeOf(values[0], "FROM"), timeOf(values[1], "TO"));
   if (range.first >= range.second) {
-    throw formats::FormatError("FROM: must be before TO");
+    throw messages::FormatError("FROM: must be before TO");
   }
   playback.setLoop(range);
 }
@@ -105,7 +105,7 @@ void loop(Playback& playback, const std::vector<json::value>& values) {
 
 std::string playbackJson(const PlaybackState& state) {
   std::string text;
-  formats::JsonWriter writer(text);
+  messages::JsonWriter writer(text);
   writer.beginObject();
   appendState(writer, state);
   writer.endObject();
@@ -114,7 +114,7 @@ std::string playbackJson(const PlaybackState& state) {
 
 std::string playbackJson(const PlaybackState& state, const Playback::Facts& facts, bool didSeek) {
   std::string text;
-  formats::JsonWriter writer(text);
+  messages::JsonWriter writer(text);
   writer.beginObject();
   appendState(writer, state);
   writer.key("didSeek").boolean(didSeek).key("file").text(facts.file);
@@ -131,7 +131,7 @@ void addPlaybackMethods(HostMethods& methods, Playback& playback) {
                  work = std::move(work)](const json::value& params, const HostMethods::Done& done) {
                   try {
                     work(paramsOf(params, names));
-                  } catch (const formats::FormatError& error) {
+                  } catch (const messages::FormatError& error) {
                     done({std::nullopt, RpcError{kInvalidParams, error.what(), {}}, {}});
                     return;
                   }

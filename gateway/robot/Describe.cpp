@@ -1,10 +1,10 @@
 #include "gateway/robot/Describe.h"
 
-#include "devices/DeviceKeys.h"
-#include "formats/json/JsonWriter.h"
-#include "formats/text/Numbers.h"
 #include "gk/GKClock.h"
 #include "gk/GKModule.h"
+#include "messages/json/JsonWriter.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/text/Numbers.h"
 
 #include <algorithm>
 
@@ -14,13 +14,13 @@ namespace {
 
 constexpr double kMicrosPerSecond = 1e6;
 
-formats::JsonWriter& seconds(formats::JsonWriter& json, GK::GKMicros time) {
+messages::JsonWriter& seconds(messages::JsonWriter& json, GK::GKMicros time) {
   std::string text;
-  formats::appendSeconds(text, time);
+  messages::appendSeconds(text, time);
   return json.raw(text);
 }
 
-void appendMethod(formats::JsonWriter& json, const GK::GKMethodDescription& method) {
+void appendMethod(messages::JsonWriter& json, const GK::GKMethodDescription& method) {
   json.beginObject().key("name").text(method.name).key("module").text(method.module);
   json.key("description").text(method.description);
   json.key("params").beginArray();
@@ -38,16 +38,16 @@ void appendMethod(formats::JsonWriter& json, const GK::GKMethodDescription& meth
   json.endObject();
 }
 
-void appendKey(formats::JsonWriter& json, const std::string& key, const GK::GKValue& value) {
+void appendKey(messages::JsonWriter& json, const std::string& key, const GK::GKValue& value) {
   json.beginObject().key("key").text(key).key("type").text(value.typeName());
   json.key("value").value(value);
-  if (const devices::DeviceKey* device = devices::findDeviceKey(key)) {
+  if (const messages::DeviceKey* device = messages::findDeviceKey(key)) {
     json.key("unit").text(device->unit).key("meaning").text(device->meaning);
   }
   json.endObject();
 }
 
-void appendHistogram(formats::JsonWriter& json, const HistogramFigures& figures) {
+void appendHistogram(messages::JsonWriter& json, const HistogramFigures& figures) {
   json.beginObject().key("count").unsignedInteger(figures.count);
   const double mean = figures.count > 0 ? figures.sum / static_cast<double>(figures.count) : 0;
   json.key("mean_s").real(mean).key("p50_s").real(figures.p50);
@@ -55,13 +55,13 @@ void appendHistogram(formats::JsonWriter& json, const HistogramFigures& figures)
   json.endObject();
 }
 
-void appendTicks(formats::JsonWriter& json, const TickFigures& ticks) {
+void appendTicks(messages::JsonWriter& json, const TickFigures& ticks) {
   json.key("overruns").unsignedInteger(ticks.overruns);
   appendHistogram(json.key("duration"), ticks.duration);
   appendHistogram(json.key("lateness"), ticks.lateness);
 }
 
-void appendClients(formats::JsonWriter& json, const Counters& counters) {
+void appendClients(messages::JsonWriter& json, const Counters& counters) {
   json.key("clients").beginArray();
   for (const Counters::ClientReport& client : counters.clients()) {
     json.beginObject().key("name").text(client.name);
@@ -71,7 +71,7 @@ void appendClients(formats::JsonWriter& json, const Counters& counters) {
   json.endArray();
 }
 
-void appendLoops(formats::JsonWriter& json, const Robot& robot, const HostDescription& host,
+void appendLoops(messages::JsonWriter& json, const Robot& robot, const HostDescription& host,
                  GK::GKMicros now) {
   json.key("loops").beginArray();
   const std::vector<LoopFigures> measured = robot.loops();
@@ -96,7 +96,7 @@ void appendLoops(formats::JsonWriter& json, const Robot& robot, const HostDescri
 }
 
 /// Ends a list, with what goes into "after" for the next page, if there is one.
-std::string finished(std::string& text, formats::JsonWriter& json,
+std::string finished(std::string& text, messages::JsonWriter& json,
                      const std::optional<std::string>& next) {
   json.endArray().key("next");
   if (next) {
@@ -112,7 +112,7 @@ std::string finished(std::string& text, formats::JsonWriter& json,
 
 std::string describeModules(const Robot& robot) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginObject().key("modules").beginArray();
   for (const auto& module : robot.broker().getModules()) {
     const bool isExtractor = module->findMethod("subscribe", 1) != nullptr;
@@ -127,7 +127,7 @@ std::string describeModules(const Robot& robot) {
 
 std::string describeModule(const Robot& robot, GK::GKModuleCore& module) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginObject().key("name").text(module.getName());
   json.key("description").text(module.getModuleDescription());
   if (auto* full = dynamic_cast<GK::GKModule*>(&module)) {
@@ -149,7 +149,7 @@ std::string describeModule(const Robot& robot, GK::GKModuleCore& module) {
 
 std::string describeEvents(const Robot& robot, const EventPage& page) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginObject().key("events").beginArray();
   const auto events =
       robot.memory() != nullptr ? robot.memory()->getEvents() : std::vector<GK::GKEventInfo>();
@@ -176,7 +176,7 @@ std::string describeEvents(const Robot& robot, const EventPage& page) {
 
 std::string describeKey(const std::string& key, const GK::GKValue& value) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   appendKey(json, key, value);
   return text;
 }
@@ -190,7 +190,7 @@ std::string describeKeys(const Robot& robot, const KeyPage& page) {
   });
   std::size_t count = 0;
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginObject().key("keys").beginArray();
   for (; count < std::min(keys.size(), page.limit); ++count) {
     if (count > 0 && text.size() > page.bytes) {
@@ -215,7 +215,7 @@ std::string describeHost(const Robot& robot, const HostDescription& host) {
     }
   }
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginObject().key("name").text("gksensors").key("version").text(host.version);
   seconds(json.key("t_s"), now);
   json.key("time_s").real(static_cast<double>(wall.seconds) +
@@ -230,7 +230,7 @@ std::string describeHost(const Robot& robot, const HostDescription& host) {
   json.key("events").unsignedInteger(events);
   json.key("memoryKeys").unsignedInteger(robot.store() != nullptr ? robot.store()->size() : 0);
   json.key("deviceKeys").beginObject();
-  json.key("count").unsignedInteger(devices::deviceKeys().size()).key("age_s");
+  json.key("count").unsignedInteger(messages::deviceKeys().size()).key("age_s");
   if (counters.deviceChange() >= 0) {
     seconds(json, now - counters.deviceChange());
   } else {

@@ -1,11 +1,11 @@
 #include "gateway/robot/Robot.h"
 
-#include "devices/DeviceKeys.h"
-#include "formats/json/JsonValue.h"
-#include "formats/json/JsonWriter.h"
-#include "formats/json/KeyTypes.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/NearestNames.h"
+#include "messages/json/JsonValue.h"
+#include "messages/json/JsonWriter.h"
+#include "messages/json/KeyTypes.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/text/FormatError.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -27,7 +27,7 @@ RpcError noSuch(const std::string& what, const std::string& name,
                 const std::vector<std::string>& known) {
   const std::vector<std::string> nearest = formats::nearestNames(name, known);
   RpcError error{kNoSuchMethod, "there is no " + what + formats::didYouMean(nearest), {}};
-  formats::JsonWriter writer(error.data);
+  messages::JsonWriter writer(error.data);
   writer.beginObject().key("nearest").beginArray();
   for (const std::string& one : nearest) {
     writer.text(one);
@@ -94,9 +94,9 @@ bool isWrite(const std::string& module, const std::string& method) {
 /// A number as the key's type has it: whatever is wrong with it is an error of the request.
 GK::GKValue writtenValue(const std::string& key, const json::value& value) {
   try {
-    return formats::valueForKey(devices::keyTypeOf(key), value);
-  } catch (const formats::FormatError& error) {
-    throw formats::FormatError(key + ": " + error.what());
+    return messages::valueForKey(messages::keyTypeOf(key), value);
+  } catch (const messages::FormatError& error) {
+    throw messages::FormatError(key + ": " + error.what());
   }
 }
 
@@ -109,9 +109,9 @@ std::vector<GK::GKValue> argumentsOf(const GK::GKMethodDescription& method,
     const json::value& given =
         params.is_array() ? params.get_array()[i] : params.get_object().at(name);
     try {
-      arguments.push_back(formats::valueFromJson(given));
-    } catch (const formats::FormatError& error) {
-      throw formats::FormatError(name + ": " + error.what());
+      arguments.push_back(messages::valueFromJson(given));
+    } catch (const messages::FormatError& error) {
+      throw messages::FormatError(name + ": " + error.what());
     }
   }
   return arguments;
@@ -176,7 +176,7 @@ std::variant<BoundCall, RpcError> Robot::resolve(const std::string& module,
                                      : params.get_object().at(overload->params[1].name);
       call.arguments[1] = writtenValue(call.arguments[0].toString(), value);
     }
-  } catch (const formats::FormatError& error) {
+  } catch (const messages::FormatError& error) {
     return RpcError{kInvalidParams, error.what(), {}};
   }
   if (std::string refusal = fSubscribers->admit(module, method, call.arguments); !refusal.empty()) {
@@ -199,7 +199,7 @@ void Robot::writeKey(const std::string& key, const json::value& value) const {
   if (!fRefusal.empty()) {
     throw GK::GKError(GK::GKMemory::kName, "insertData", fRefusal);
   }
-  const GK::GKValue converted = formats::valueForKey(devices::keyTypeOf(key), value);
+  const GK::GKValue converted = messages::valueForKey(messages::keyTypeOf(key), value);
   if (fMemory == nullptr) {
     throw GK::GKError("GKBroker", "getProxy", "there is no module GKMemory");
   }
@@ -238,7 +238,7 @@ std::string schemaOfType(std::string_view type) {
 
 std::string schemaOfParams(const Overloads& overloads) {
   std::string text;
-  formats::JsonWriter writer(text);
+  messages::JsonWriter writer(text);
   std::vector<std::string> shown;
   writer.beginObject().key("type").text("object").key("properties").beginObject();
   for (const GK::GKMethodDescription& overload : overloads) {
@@ -250,7 +250,7 @@ std::string schemaOfParams(const Overloads& overloads) {
       std::string schema = schemaOfType(param.type);
       schema.pop_back();
       schema += schema.size() > 1 ? R"(,"description":)" : R"("description":)";
-      formats::appendJsonString(schema, param.description);
+      messages::appendJsonString(schema, param.description);
       writer.key(param.name).raw(schema + "}");
     }
   }

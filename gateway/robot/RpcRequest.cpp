@@ -1,8 +1,8 @@
 #include "gateway/robot/RpcRequest.h"
 
-#include "formats/json/Json.h"
-#include "formats/json/JsonWriter.h"
-#include "formats/text/FormatError.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonWriter.h"
+#include "messages/text/FormatError.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -30,7 +30,7 @@ RpcCall broken(int code, std::string message, std::string id = kNullId) {
 /// The id as it is to be sent back, or nothing when it is no id.
 std::optional<std::string> idOf(const json::value& id) {
   std::string text;
-  formats::JsonWriter writer(text);
+  messages::JsonWriter writer(text);
   if (id.is_string() && id.get_string().size() <= kMaxIdLength) {
     writer.text({id.get_string().data(), id.get_string().size()});
   } else if (id.is_int64()) {
@@ -87,7 +87,7 @@ RpcCall callOf(const json::value& entry) {
   return call;
 }
 
-formats::JsonWriter& beginReply(formats::JsonWriter& writer, std::string_view id) {
+messages::JsonWriter& beginReply(messages::JsonWriter& writer, std::string_view id) {
   return writer.beginObject().key("jsonrpc").text("2.0").key("id").raw(id);
 }
 
@@ -97,8 +97,8 @@ RpcRequest parseRpcRequest(std::string_view body) {
   RpcRequest request;
   json::value parsed;
   try {
-    parsed = formats::parseJson(body);
-  } catch (const formats::FormatError& error) {
+    parsed = messages::parseJson(body);
+  } catch (const messages::FormatError& error) {
     request.calls.push_back(broken(kParseError, error.what()));
     return request;
   }
@@ -120,7 +120,7 @@ RpcRequest parseRpcRequest(std::string_view body) {
 }
 
 void appendRpcResult(std::string& out, std::string_view id, const GK::GKValue* value) {
-  formats::JsonWriter writer(out);
+  messages::JsonWriter writer(out);
   beginReply(writer, id).key("result");
   if (value != nullptr) {
     writer.value(*value);
@@ -131,12 +131,12 @@ void appendRpcResult(std::string& out, std::string_view id, const GK::GKValue* v
 }
 
 void appendRpcResult(std::string& out, std::string_view id, std::string_view json) {
-  formats::JsonWriter writer(out);
+  messages::JsonWriter writer(out);
   beginReply(writer, id).key("result").raw(json).endObject();
 }
 
 void appendRpcError(std::string& out, std::string_view id, const RpcError& error) {
-  formats::JsonWriter writer(out);
+  messages::JsonWriter writer(out);
   beginReply(writer, id).key("error").beginObject();
   writer.key("code").integer(error.code).key("message").text(error.message);
   if (!error.data.empty()) {
@@ -147,7 +147,7 @@ void appendRpcError(std::string& out, std::string_view id, const RpcError& error
 
 RpcError raisedError(const GK::GKError& error) {
   RpcError raised{kRaisedError, error.toString(), {}};
-  formats::JsonWriter(raised.data)
+  messages::JsonWriter(raised.data)
       .beginObject()
       .key("module")
       .text(error.getModule())

@@ -1,7 +1,7 @@
 #include "gateway/robot/VerdictWatch.h"
 
 #include "devices/meaning/EventWords.h"
-#include "formats/json/JsonWriter.h"
+#include "messages/json/JsonWriter.h"
 
 #include <algorithm>
 #include <utility>
@@ -40,7 +40,7 @@ std::vector<devices::Matter> VerdictWatch::matters() const {
 
 std::string wordsJson() {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   json.beginObject().key("events").beginArray();
   for (const devices::EventWords& words : devices::eventWords()) {
     if (words.sentence.empty()) {

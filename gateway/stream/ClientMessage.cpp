@@ -1,7 +1,7 @@
 #include "gateway/stream/ClientMessage.h"
 
-#include "formats/json/Json.h"
-#include "formats/json/JsonText.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonText.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -16,12 +16,12 @@ namespace gk::gateway {
 namespace {
 
 namespace json = boost::json;
-using formats::FormatError;
+using messages::FormatError;
 
 const json::value& member(const json::object& object, std::string_view name) {
   const json::value* found = object.if_contains(json::string_view(name.data(), name.size()));
   if (found == nullptr) {
-    throw FormatError("member " + formats::quotedText(name) + " is missing");
+    throw FormatError("member " + messages::quotedText(name) + " is missing");
   }
   return *found;
 }
@@ -173,7 +173,7 @@ PlaybackControlMessage playbackControlOf(Bytes& frame) {
 } // namespace
 
 ClientMessage parseClientText(std::string_view text) {
-  const json::value parsed = formats::parseJson(text);
+  const json::value parsed = messages::parseJson(text);
   const json::object& object = objectOf(parsed, "a message");
   const std::string op = textOf(member(object, "op"), "op");
   if (op == "subscribe") {
@@ -194,7 +194,7 @@ ClientMessage parseClientText(std::string_view text) {
   if (op == "unsubscribeParameterUpdates") {
     return WatchParametersMessage{namesOf(object), false};
   }
-  throw FormatError("the operation " + formats::quotedText(op) + " is not offered");
+  throw FormatError("the operation " + messages::quotedText(op) + " is not offered");
 }
 
 ClientMessage parseClientBinary(std::string_view bytes) {

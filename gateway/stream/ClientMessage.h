@@ -1,6 +1,6 @@
 #pragma once
 
-#include "formats/text/FormatError.h"
+#include "messages/text/FormatError.h"
 
 #include <boost/json/value.hpp>
 

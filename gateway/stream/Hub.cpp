@@ -1,8 +1,8 @@
 #include "gateway/stream/Hub.h"
 
-#include "devices/DeviceKeys.h"
-#include "formats/json/SameValue.h"
 #include "gk/GKClock.h"
+#include "messages/json/SameValue.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <utility>
 
@@ -206,13 +206,13 @@ void Hub::xCheckDevices() {
   if (store == nullptr) {
     return;
   }
-  const std::vector<devices::DeviceKey>& keys = devices::deviceKeys();
+  const std::vector<messages::DeviceKey>& keys = messages::deviceKeys();
   const bool isFirst = fDevices.empty();
   fDevices.resize(keys.size());
   bool isChanged = false;
   for (std::size_t i = 0; i < keys.size(); ++i) {
     GK::GKValue value = store->get(keys[i].name).value_or(GK::GKValue());
-    if (!formats::isSameValue(value, fDevices[i])) {
+    if (!messages::isSameValue(value, fDevices[i])) {
       fDevices[i] = std::move(value);
       isChanged = true;
     }

@@ -1,6 +1,6 @@
 #include "gateway/stream/ServerMessage.h"
 
-#include "formats/json/JsonWriter.h"
+#include "messages/json/JsonWriter.h"
 
 #include <algorithm>
 #include <bit>
@@ -24,11 +24,11 @@ template <class Number> void appendNumber(std::string& out, Number number) {
   }
 }
 
-formats::JsonWriter& begin(formats::JsonWriter& json, std::string_view op) {
+messages::JsonWriter& begin(messages::JsonWriter& json, std::string_view op) {
   return json.beginObject().key("op").text(op);
 }
 
-void appendMoment(formats::JsonWriter& json, std::uint64_t nanoseconds) {
+void appendMoment(messages::JsonWriter& json, std::uint64_t nanoseconds) {
   constexpr std::uint64_t perSecond = 1'000'000'000;
   json.beginObject().key("sec").unsignedInteger(nanoseconds / perSecond);
   json.key("nsec").unsignedInteger(nanoseconds % perSecond).endObject();
@@ -60,7 +60,7 @@ std::string_view chooseSubprotocol(std::string_view offered) {
 std::string serverInfoMessage(std::string_view name, std::string_view version,
                               std::string_view sessionId, const std::optional<PlayedSpan>& played) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   begin(json, "serverInfo").key("name").text(name);
   json.key("capabilities").beginArray();
   for (const char* capability :
@@ -81,7 +81,7 @@ std::string serverInfoMessage(std::string_view name, std::string_view version,
 
 std::string statusMessage(StatusLevel level, std::string_view message, std::string_view id) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   begin(json, "status").key("level").integer(static_cast<int>(level)).key("message").text(message);
   if (!id.empty()) {
     json.key("id").text(id);
@@ -92,14 +92,14 @@ std::string statusMessage(StatusLevel level, std::string_view message, std::stri
 
 std::string removeStatusMessage(std::string_view id) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   begin(json, "removeStatus").key("statusIds").beginArray().text(id).endArray().endObject();
   return text;
 }
 
 std::string advertiseMessage(std::span<const Channel* const> channels) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   begin(json, "advertise").key("channels").beginArray();
   for (const Channel* channel : channels) {
     json.beginObject().key("id").unsignedInteger(channel->id).key("topic").text(channel->topic);
@@ -112,7 +112,7 @@ std::string advertiseMessage(std::span<const Channel* const> channels) {
 
 std::string advertiseServicesMessage(std::span<const Service> services) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   begin(json, "advertiseServices").key("services").beginArray();
   for (const Service& service : services) {
     const auto side = [&](std::string_view name, std::string_view suffix,
@@ -134,7 +134,7 @@ std::string advertiseServicesMessage(std::span<const Service> services) {
 std::string serviceFailureMessage(std::uint32_t service, std::uint32_t call,
                                   std::string_view reason) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   begin(json, "serviceCallFailure").key("serviceId").unsignedInteger(service);
   json.key("callId").unsignedInteger(call).key("message").text(reason).endObject();
   return text;
@@ -142,7 +142,7 @@ std::string serviceFailureMessage(std::uint32_t service, std::uint32_t call,
 
 std::string parameterValuesMessage(std::span<const ParameterText> parameters, std::string_view id) {
   std::string text;
-  formats::JsonWriter json(text);
+  messages::JsonWriter json(text);
   begin(json, "parameterValues").key("parameters").beginArray();
   for (const ParameterText& parameter : parameters) {
     json.beginObject().key("name").text(parameter.name);

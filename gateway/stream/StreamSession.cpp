@@ -1,13 +1,13 @@
 #include "gateway/stream/StreamSession.h"
 
-#include "devices/DeviceKeys.h"
-#include "formats/json/Json.h"
-#include "formats/json/JsonText.h"
-#include "formats/json/JsonWriter.h"
-#include "formats/json/SameValue.h"
-#include "formats/text/FormatError.h"
 #include "gk/GKClock.h"
 #include "gk/GKError.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonText.h"
+#include "messages/json/JsonWriter.h"
+#include "messages/json/SameValue.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/text/FormatError.h"
 
 #include <algorithm>
 #include <utility>
@@ -35,7 +35,7 @@ bool isConfiguration(std::string_view key) {
 
 std::vector<std::string> configurationKeys() {
   std::vector<std::string> names;
-  for (const devices::DeviceKey& key : devices::deviceKeys()) {
+  for (const messages::DeviceKey& key : messages::deviceKeys()) {
     if (isConfiguration(key.name)) {
       names.push_back(key.name);
     }
@@ -45,7 +45,7 @@ std::vector<std::string> configurationKeys() {
 
 ParameterText parameterOf(const std::string& name, const GK::GKValue& value) {
   ParameterText parameter{name, {}, value.type() == GK::GKValue::Type::Float};
-  formats::appendJson(parameter.value, value);
+  messages::appendJson(parameter.value, value);
   return parameter;
 }
 
@@ -72,7 +72,7 @@ template <class Parse> void StreamSession::xRead(const Parse& parse) {
   }
   try {
     std::visit([this](const auto& message) { this->xHandle(message); }, parse());
-  } catch (const formats::FormatError& error) {
+  } catch (const messages::FormatError& error) {
     xComplain(StatusLevel::Error, error.what());
   }
 }
@@ -308,14 +308,14 @@ void StreamSession::xHandle(const SetParametersMessage& message) {
   for (const SetParametersMessage::Parameter& parameter : message.parameters) {
     try {
       if (!parameter.value) {
-        throw formats::FormatError("a memory key cannot be removed");
+        throw messages::FormatError("a memory key cannot be removed");
       }
       // In JavaScript 1.0 and 1 are the same: the type tells them apart.
       const bool isFloat = parameter.type == "float64" && parameter.value->is_int64();
       fOffer.robot()->writeKey(parameter.name, isFloat ? boost::json::value(static_cast<double>(
                                                              parameter.value->get_int64()))
                                                        : *parameter.value);
-    } catch (const formats::FormatError& error) {
+    } catch (const messages::FormatError& error) {
       xComplain(StatusLevel::Error, parameter.name + ": " + error.what());
     } catch (const GK::GKError& error) {
       xComplain(StatusLevel::Error, parameter.name + ": " + error.getDescription());
@@ -349,7 +349,7 @@ void StreamSession::xWatch(const std::string& name) {
   }
   if (name.size() > fLimits.name) {
     xComplain(StatusLevel::Error, "a name has at most " + std::to_string(fLimits.name) +
-                                      " bytes: " + formats::quotedText(name) + " is not watched");
+                                      " bytes: " + messages::quotedText(name) + " is not watched");
     return;
   }
   if (fWatched.size() >= fLimits.watched) {
@@ -378,8 +378,8 @@ void StreamSession::xHandle(const ServiceCallMessage& message) {
   }
   boost::json::value params;
   try {
-    params = formats::parseJson(message.payload.empty() ? "{}" : message.payload);
-  } catch (const formats::FormatError& error) {
+    params = messages::parseJson(message.payload.empty() ? "{}" : message.payload);
+  } catch (const messages::FormatError& error) {
     fail(error.what());
     return;
   }
@@ -425,7 +425,7 @@ void StreamSession::xTellPlayback(const PlaybackState& state, bool didSeek,
 void StreamSession::xHandle(const PlaybackControlMessage& message) {
   Playback* const playback = fOffer.playback();
   if (playback == nullptr) {
-    throw formats::FormatError("the binary operation 3 is not offered");
+    throw messages::FormatError("the binary operation 3 is not offered");
   }
   fKnowsPlayback = true;
   fHasPlaybackFrames = true;
@@ -459,7 +459,7 @@ void StreamSession::xFinish(const ServiceCallMessage& call, const CallOutcome& o
     return;
   }
   std::string payload;
-  formats::JsonWriter json(payload);
+  messages::JsonWriter json(payload);
   json.beginObject();
   if (outcome.result) {
     json.key("result").value(*outcome.result);

@@ -1,6 +1,6 @@
 #include "gateway/stream/WatchedKeys.h"
 
-#include "formats/json/SameValue.h"
+#include "messages/json/SameValue.h"
 
 #include <utility>
 
@@ -11,7 +11,7 @@ void WatchedKey::xLook(const GK::GKMemoryStore& store) {
     fCell = store.find(fName);
   }
   GK::GKValue value = fCell != nullptr ? fCell->load() : GK::GKValue();
-  if (!formats::isSameValue(value, fValue)) {
+  if (!messages::isSameValue(value, fValue)) {
     fValue = std::move(value);
     ++fVersion;
   }

@@ -1,13 +1,13 @@
 #include "runtime/host/Host.h"
 
-#include "devices/DeviceKeys.h"
 #include "devices/sim/Simulation.h"
 #include "devices/WriteGate.h"
-#include "formats/text/FormatError.h"
 #include "formats/text/NearestNames.h"
 #include "gk/DCM.h"
 #include "gk/GKMemory.h"
 #include "gk/GKResourceManager.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/text/FormatError.h"
 #include "runtime/expect/JudgedTurns.h"
 
 #include <algorithm>
@@ -25,11 +25,11 @@ template <class... F> Overloaded(F...) -> Overloaded<F...>;
 constexpr const char* kSubscriber = "gk";
 
 /// As `keyTypeOf`, for a robot whose world has these keys and no others.
-formats::KeyType simulatedTypeOf(std::string_view key) {
-  if (key.starts_with(devices::World::kPrefix) && devices::findDeviceKey(key) == nullptr) {
-    throw formats::FormatError("the simulated robot has no such key");
+messages::KeyType simulatedTypeOf(std::string_view key) {
+  if (key.starts_with(devices::World::kPrefix) && messages::findDeviceKey(key) == nullptr) {
+    throw messages::FormatError("the simulated robot has no such key");
   }
-  return devices::keyTypeOf(key);
+  return messages::keyTypeOf(key);
 }
 
 } // namespace
@@ -135,7 +135,7 @@ private:
 
 Host::Host(HostOptions options)
     : fOptions(std::move(options)), fClock(xMakeClock()),
-      fDevices(fStore, fOptions.simulation ? devices::simulatedKeys() : devices::deviceKeys()),
+      fDevices(fStore, fOptions.simulation ? messages::simulatedKeys() : messages::deviceKeys()),
       fTarget(std::make_unique<Target>(*this)), fPlayer(*fTarget),
       fInput(std::make_unique<Input>(*this)), fWatch(boost::make_shared<Watch>(*this)),
       fLoops(boost::make_shared<LoopStatistics>()), fSampler(fOptions.sample, fStore) {
@@ -145,7 +145,7 @@ Host::Host(HostOptions options)
         module, "subscribe", {GK::GKValue(kSubscriber)}, module + ".subscribe"});
   }
   fPlayer.add(std::move(subscriptions));
-  fPlayer.open(fOptions.files, fOptions.simulation ? simulatedTypeOf : devices::keyTypeOf,
+  fPlayer.open(fOptions.files, fOptions.simulation ? simulatedTypeOf : messages::keyTypeOf,
                fOptions.companions);
   fPlayer.setLoop(fOptions.isLoop, [judge = fOptions.judge](GK::GKMicros start) {
     if (judge != nullptr) {
@@ -238,8 +238,8 @@ void Host::xExpectExtractors() const {
   }
   for (const std::string& wanted : fOptions.subscribe) {
     if (fBroker->findModule(wanted) == nullptr) {
-      throw formats::FormatError("--subscribe: there is no module " + wanted +
-                                 formats::didYouMean(formats::nearestNames(wanted, names)));
+      throw messages::FormatError("--subscribe: there is no module " + wanted +
+                                  formats::didYouMean(formats::nearestNames(wanted, names)));
     }
   }
 }
@@ -449,7 +449,7 @@ void Host::xAdmit(const formats::SetAction& set) {
       continue;
     }
     if (const std::string refusal = fSimulation->admit(key, value); !refusal.empty()) {
-      throw formats::FormatError(refusal);
+      throw messages::FormatError(refusal);
     }
   }
 }

@@ -2,7 +2,7 @@
 
 #include "formats/recording/OpenRecording.h"
 #include "formats/recording/ScenarioRecording.h"
-#include "formats/text/Numbers.h"
+#include "messages/text/Numbers.h"
 
 #include <algorithm>
 #include <utility>
@@ -46,7 +46,7 @@ void Player::add(std::vector<formats::Action> actions) {
   xChooseNext();
 }
 
-void Player::open(std::vector<std::string> files, formats::KeyTypeOf keyTypeOf,
+void Player::open(std::vector<std::string> files, messages::KeyTypeOf keyTypeOf,
                   std::vector<std::string> companions) {
   fFiles = std::move(files);
   fCompanions = std::move(companions);
@@ -138,7 +138,7 @@ std::vector<std::string> Player::hints() const {
     const std::optional<GK::GKMicros> time = fRecordings[first + i]->time();
     if (time && *time > formats::kLatestBeginning) {
       std::string hint = fFiles[i] + ": its first time is ";
-      formats::appendSeconds(hint, *time);
+      messages::appendSeconds(hint, *time);
       hints.push_back(hint + " s: times count from the start of the run, and nothing happens until "
                              "then; times of the wall clock have to be made so");
     }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "formats/json/KeyTypes.h"
 #include "formats/recording/Recording.h"
 #include "gk/GKClock.h"
+#include "messages/json/KeyTypes.h"
 
 #include <functional>
 #include <memory>
@@ -29,7 +29,7 @@ public:
 
   /// Opens the files and adds them. `companions`: files beside them, which have nothing to carry
   /// out but may make the input go on. Raises `InputError`.
-  void open(std::vector<std::string> files, formats::KeyTypeOf keyTypeOf,
+  void open(std::vector<std::string> files, messages::KeyTypeOf keyTypeOf,
             std::vector<std::string> companions = {});
 
   /// From now on the files start again whenever all have ended. `onRound`, which may be null, is
@@ -73,7 +73,7 @@ private:
   formats::RecordingTarget& fTarget;
   std::vector<std::string> fFiles;
   std::vector<std::string> fCompanions;
-  formats::KeyTypeOf fKeyTypeOf;
+  messages::KeyTypeOf fKeyTypeOf;
   std::vector<std::unique_ptr<formats::Recording>> fRecordings;
   /// The recording whose current line comes next, and when.
   formats::Recording* fCurrent = nullptr;

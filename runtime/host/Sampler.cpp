@@ -1,6 +1,6 @@
 #include "runtime/host/Sampler.h"
 
-#include "formats/json/SameValue.h"
+#include "messages/json/SameValue.h"
 
 #include <algorithm>
 
@@ -11,7 +11,7 @@ namespace {
 bool isSameSample(const Sample& left, const Sample& right) {
   return std::equal(
       left.begin(), left.end(), right.begin(), right.end(), [](const auto& one, const auto& other) {
-        return one.first == other.first && formats::isSameValue(one.second, other.second);
+        return one.first == other.first && messages::isSameValue(one.second, other.second);
       });
 }
 

@@ -23,16 +23,16 @@ constexpr const char* kTimeField = "time";
 /// Bytes of rows that are written at once.
 constexpr std::size_t kColumnBuffer = std::size_t{256} * 1024;
 
-std::optional<Type> typeOf(formats::KeyType type) {
+std::optional<Type> typeOf(messages::KeyType type) {
   switch (type) {
-  case formats::KeyType::Float:
+  case messages::KeyType::Float:
     return Type::Float;
-  case formats::KeyType::Int:
+  case messages::KeyType::Int:
     return Type::Int;
-  case formats::KeyType::Bool:
+  case messages::KeyType::Bool:
     return Type::Bool;
-  case formats::KeyType::Text:
-  case formats::KeyType::Any:
+  case messages::KeyType::Text:
+  case messages::KeyType::Any:
     break;
   }
   return std::nullopt;
@@ -86,7 +86,7 @@ std::string headerOf(std::string text, bool isAscii) {
 } // namespace
 
 ColumnFile::ColumnFile(const std::string& path, const formats::OutputFileOptions& options,
-                       const std::vector<std::string>& keys, const formats::KeyTypeOf& keyTypeOf)
+                       const std::vector<std::string>& keys, const messages::KeyTypeOf& keyTypeOf)
     : fPath(path), fFile(path, options) {
   if (fFile.hasAppeared()) {
     throw OutputError(OutputError::Kind::Name,

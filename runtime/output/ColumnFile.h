@@ -1,8 +1,8 @@
 #pragma once
 
 #include "formats/files/OutputFile.h"
-#include "formats/json/KeyTypes.h"
 #include "gk/GKTime.h"
+#include "messages/json/KeyTypes.h"
 #include "runtime/output/Reporter.h"
 
 #include <cstdint>
@@ -26,7 +26,7 @@ public:
   /// Raises `OutputError` when there can be no such file, when it is no regular file (how many rows
   /// there are is written last, at the beginning), and for keys that cannot be names of fields.
   ColumnFile(const std::string& path, const formats::OutputFileOptions& options,
-             const std::vector<std::string>& keys, const formats::KeyTypeOf& keyTypeOf);
+             const std::vector<std::string>& keys, const messages::KeyTypeOf& keyTypeOf);
 
   /// Adds a row. `values`: those of the keys that are there, in the order of the keys.
   void add(GK::GKMicros time, const Sample& values);

@@ -1,6 +1,6 @@
 #include "devices/meaning/EventWords.h"
-#include "formats/json/JsonValue.h"
 #include "formats/text/Printable.h"
+#include "messages/json/JsonValue.h"
 #include "runtime/output/Reporter.h"
 #include "zu/log.h"
 
@@ -40,7 +40,7 @@ double secondsOf(GK::GKMicros time) {
 
 std::string text(const GK::GKValue& value) {
   std::string json;
-  formats::appendJson(json, value);
+  messages::appendJson(json, value);
   return formats::printable(json);
 }
 

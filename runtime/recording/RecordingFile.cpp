@@ -1,7 +1,7 @@
 #include "runtime/recording/RecordingFile.h"
 
 #include "formats/run/RunFile.h"
-#include "formats/text/WallTime.h"
+#include "messages/text/WallTime.h"
 
 #include <utility>
 
@@ -17,13 +17,13 @@ void RecordingFile::begin(std::int64_t epoch, const formats::mcap::StringMap& ab
   fHasBegun = true;
   fEpoch = epoch;
   formats::mcap::StringMap values = about;
-  values.emplace("start", formats::wallTimeText(epoch));
+  values.emplace("start", messages::wallTimeText(epoch));
   fWriter.addMetadata({formats::kRunMetadata, std::move(values)});
   fRunChannel = fWriter.addChannel(formats::kRunTopic, formats::kRunEncoding, 0);
 }
 
 std::uint64_t RecordingFile::xNanoseconds(GK::GKMicros time) const {
-  return formats::nanosecondsSince1970(fEpoch, time);
+  return messages::nanosecondsSince1970(fEpoch, time);
 }
 
 void RecordingFile::write(const RunBlock& block) {

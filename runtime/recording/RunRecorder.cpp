@@ -1,6 +1,6 @@
 #include "runtime/recording/RunRecorder.h"
 
-#include "formats/json/SameValue.h"
+#include "messages/json/SameValue.h"
 
 #include <algorithm>
 #include <utility>
@@ -158,7 +158,7 @@ void RunRecorder::xWriteValues(bool isAll) {
       continue;
     }
     GK::GKValue value = watched.cell->load();
-    if (isAll || !watched.isTold || !formats::isSameValue(watched.told, value)) {
+    if (isAll || !watched.isTold || !messages::isSameValue(watched.told, value)) {
       fLog.addValue(i, value);
       watched.told = std::move(value);
       watched.isTold = true;

@@ -1,7 +1,7 @@
 #include "runtime/recording/RunReplay.h"
 
 #include "formats/text/InputError.h"
-#include "formats/text/Numbers.h"
+#include "messages/text/Numbers.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -138,7 +138,7 @@ bool RunReplay::isComplete() const {
 void RunReplay::xWarn(const std::string& text) {
   if (fWarnings.size() < kMaxWarnings) {
     std::string line = fFile->path() + ": ";
-    formats::appendSeconds(line, fTime);
+    messages::appendSeconds(line, fTime);
     fWarnings.push_back(line + " s: " + text);
   }
 }

@@ -1,8 +1,8 @@
 #include "runtime/report/DiffPage.h"
 
 #include "formats/compare/Alignment.h"
-#include "formats/json/JsonWriter.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/JsonWriter.h"
+#include "messages/text/Numbers.h"
 #include "runtime/report/PageData.h"
 #include "runtime/report/ReportTemplate.h"
 
@@ -40,7 +40,7 @@ public:
 
   std::string text() {
     std::string out;
-    formats::JsonWriter json(out);
+    messages::JsonWriter json(out);
     json.beginObject().key("title").text(xTitle()).key("verdict").text(xVerdict());
     xAppendFacts(json);
     json.key("complaints").beginArray();
@@ -135,7 +135,7 @@ private:
     return notes;
   }
 
-  void xAppendFacts(formats::JsonWriter& json) const {
+  void xAppendFacts(messages::JsonWriter& json) const {
     const auto textOf = [](const ReportedRun& run, const std::string& name) {
       const auto found =
           std::ranges::find(run.facts, name, &std::pair<std::string, std::string>::first);
@@ -154,7 +154,7 @@ private:
     json.beginArray().text("compared by").text(fBy).text(fBy).endArray().endArray();
   }
 
-  void xAppendLanes(formats::JsonWriter& json) {
+  void xAppendLanes(messages::JsonWriter& json) {
     json.key("lanes").beginArray();
     for (const Comparison::Name* name : fLanes) {
       json.beginObject().key("name").text(name->text());
@@ -166,7 +166,7 @@ private:
   }
 
   /// All that differ, and every so many of the rest.
-  void xAppendValues(formats::JsonWriter& json, const ReportedRun::Row* row) {
+  void xAppendValues(messages::JsonWriter& json, const ReportedRun::Row* row) {
     json.beginArray();
     if (row != nullptr && !row->values.empty()) {
       const std::size_t stride = row->values.size() / kMostValuesOfLane + 1;
@@ -181,7 +181,7 @@ private:
     json.endArray();
   }
 
-  void xAppendDifferences(formats::JsonWriter& json) const {
+  void xAppendDifferences(messages::JsonWriter& json) const {
     const auto side = [&](const ReportedValue* value) {
       if (value != nullptr) {
         json.raw(xSeconds(value->time)).text(xText(*value));
@@ -200,7 +200,7 @@ private:
     json.endArray();
   }
 
-  void xAppendNames(formats::JsonWriter& json) const {
+  void xAppendNames(messages::JsonWriter& json) const {
     json.key("names").beginArray();
     for (const Comparison::Name* name : fComparison.names()) {
       json.beginArray().text(name->text());
@@ -216,7 +216,7 @@ private:
 
   static std::string xSeconds(GK::GKMicros time) {
     std::string text;
-    formats::appendSeconds(text, time);
+    messages::appendSeconds(text, time);
     return text;
   }
 

@@ -1,8 +1,8 @@
 #include "runtime/report/ReportCollector.h"
 
-#include "devices/DeviceKeys.h"
 #include "devices/meaning/EventWords.h"
-#include "formats/json/JsonValue.h"
+#include "messages/json/JsonValue.h"
+#include "messages/keys/DeviceKeys.h"
 #include "zu/log.h"
 
 #include <fmt/format.h>
@@ -22,7 +22,7 @@ constexpr std::string_view kPoseEvent = "robotPoseChanged";
 
 /// What has the key's start value all the time was written by nobody.
 bool isMeasuredAs(const std::string& key, const Trace& trace) {
-  const devices::DeviceKey* const device = devices::findDeviceKey(key);
+  const messages::DeviceKey* const device = messages::findDeviceKey(key);
   const bool isStart = device != nullptr && device->start.type() == GK::GKValue::Type::Float &&
                        trace.most() == device->start.toFloat();
   return !trace.isEmpty() && !(trace.isConstant() && isStart);
@@ -30,8 +30,8 @@ bool isMeasuredAs(const std::string& key, const Trace& trace) {
 
 NamesAndKeys temperatures() {
   NamesAndKeys keys;
-  for (const std::string_view joint : devices::jointNames()) {
-    keys.emplace_back(joint, devices::deviceKey(joint, "/Temperature/Sensor/Value"));
+  for (const std::string_view joint : messages::jointNames()) {
+    keys.emplace_back(joint, messages::deviceKey(joint, "/Temperature/Sensor/Value"));
   }
   return keys;
 }
@@ -41,7 +41,7 @@ NamesAndKeys temperatures() {
 ReportCollector::ReportCollector(std::shared_ptr<const GK::GKMemoryStore> store)
     : fStore(std::move(store)) {
   const auto sensor = [](const char* device) {
-    return devices::deviceKey(device, "/Sensor/Value");
+    return messages::deviceKey(device, "/Sensor/Value");
   };
   xAddPlot("Feet", "kg",
            {{"left", sensor("LFoot/FSR/TotalWeight")}, {"right", sensor("RFoot/FSR/TotalWeight")}});
@@ -89,7 +89,7 @@ void ReportCollector::xAddRaise(const GK::GKNotice& notice) {
   ReportData::Event& event = fData.events[notice.name];
   event.isMicro = notice.kind == GK::GKNotice::Kind::MicroEvent;
   event.lastValue.clear();
-  formats::appendJson(event.lastValue, notice.value);
+  messages::appendJson(event.lastValue, notice.value);
   event.importance = std::max(
       event.importance, static_cast<int>(devices::eventImportance(notice.name, notice.value)));
   if (event.raises.size() < kMostRaises) {

@@ -1,7 +1,7 @@
 #include "runtime/report/ReportPage.h"
 
-#include "formats/json/JsonText.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/JsonText.h"
+#include "messages/text/Numbers.h"
 #include "runtime/report/PageData.h"
 #include "runtime/report/ReportTemplate.h"
 
@@ -31,14 +31,14 @@ public:
   }
   Json& key(std::string_view name) {
     xSeparate();
-    formats::appendJsonString(fOut, name);
+    messages::appendJsonString(fOut, name);
     fOut += ':';
     fIsFirst = true;
     return *this;
   }
   Json& text(std::string_view text) {
     xSeparate();
-    formats::appendJsonString(fOut, text);
+    messages::appendJsonString(fOut, text);
     return *this;
   }
   Json& number(std::uint64_t number) {
@@ -53,7 +53,7 @@ public:
   }
   Json& seconds(GK::GKMicros time) {
     xSeparate();
-    formats::appendSeconds(fOut, time);
+    messages::appendSeconds(fOut, time);
     return *this;
   }
 

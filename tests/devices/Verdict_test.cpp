@@ -1,5 +1,5 @@
-#include "devices/DeviceKeys.h"
 #include "devices/meaning/Verdict.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,6 +9,7 @@
 #include <vector>
 
 using namespace gk::devices;
+using namespace gk::messages;
 using GK::GKMicros;
 using GK::GKValue;
 using testing::ElementsAre;

@@ -11,6 +11,7 @@
 #include <limits>
 
 using namespace gk::formats;
+using namespace gk::messages;
 using GK::GKValue;
 using testing::ElementsAre;
 using testing::EndsWith;

@@ -1,7 +1,7 @@
-#include "formats/json/Json.h"
-#include "formats/json/KeyTypes.h"
 #include "formats/recording/OpenRecording.h"
 #include "formats/text/InputError.h"
+#include "messages/json/Json.h"
+#include "messages/json/KeyTypes.h"
 #include "TempFile.h"
 
 #include <gmock/gmock.h>
@@ -10,6 +10,7 @@
 #include <string>
 
 using namespace gk::formats;
+using namespace gk::messages;
 using GK::GKValue;
 
 namespace {

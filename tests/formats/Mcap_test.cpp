@@ -209,7 +209,7 @@ TEST(Mcap, ChunksWithoutAWantedChannelAreNotRead) {
 TEST(Mcap, WhatIsNoRecordingIsRefused) {
   for (const std::string_view text : {"", "\x89MCAP0", "time,KEY\n0,1\n"}) {
     MemorySource source(text);
-    EXPECT_THROW(Reader{source}, FormatError);
+    EXPECT_THROW(Reader{source}, messages::FormatError);
   }
 }
 

@@ -22,8 +22,8 @@ public:
 };
 
 /// Keys that begin so are floats or ints of the device layer.
-inline gk::formats::KeyType testKeyType(std::string_view key) {
-  using gk::formats::KeyType;
+inline gk::messages::KeyType testKeyType(std::string_view key) {
+  using gk::messages::KeyType;
   if (key.starts_with("float")) {
     return KeyType::Float;
   }

@@ -1,6 +1,6 @@
 #include "formats/run/RunLogReader.h"
 #include "formats/run/RunLogWriter.h"
-#include "formats/text/FormatError.h"
+#include "messages/text/FormatError.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -151,9 +151,9 @@ TEST(RunLog, EveryCutBlockIsAnError) {
   const std::string block = sut.take();
   EXPECT_EQ(entriesOf(block).size(), 3U);
   for (std::size_t length = 0; length < block.size(); ++length) {
-    EXPECT_THROW(entriesOf(block.substr(0, length)), FormatError) << length;
+    EXPECT_THROW(entriesOf(block.substr(0, length)), messages::FormatError) << length;
   }
-  EXPECT_THROW(entriesOf(block + "x"), FormatError);
+  EXPECT_THROW(entriesOf(block + "x"), messages::FormatError);
 }
 
 TEST(RunLog, ValuesThatComeBackAreReadFromAmongTheLatest) {
@@ -227,7 +227,7 @@ TEST(RunLog, BehindABlockThatCannotBeReadValuesAreLost) {
   addValues(sut, {{3, GK::GKValue(1.0F)}});
   const std::string second = sut.take();
   RunLogReader reader;
-  EXPECT_THROW(reader.begin(first.substr(0, 3), 0, kRunEncoding), FormatError);
+  EXPECT_THROW(reader.begin(first.substr(0, 3), 0, kRunEncoding), messages::FormatError);
   reader.begin(second, 1, kRunEncoding);
   EXPECT_THAT(entriesOf(reader), ElementsAre("values are lost"));
   reader.begin(first, 2, kRunEncoding);
@@ -270,7 +270,7 @@ TEST(RunLog, RandomBytesAreErrorsOrEntries) {
     for (const char* encoding : {kRunEncoding, kFirstRunEncoding}) {
       try {
         entriesOf(block, encoding);
-      } catch (const FormatError&) {
+      } catch (const messages::FormatError&) {
         continue;
       }
     }
@@ -280,7 +280,7 @@ TEST(RunLog, RandomBytesAreErrorsOrEntries) {
 TEST(RunLog, ATimeBeyondAllTimesIsAnError) {
   RunLogWriter sut;
   sut.add(RunTurn{2, std::numeric_limits<GK::GKMicros>::max()});
-  EXPECT_THROW(entriesOf(sut.take()), FormatError);
+  EXPECT_THROW(entriesOf(sut.take()), messages::FormatError);
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <string>
 
 using namespace gk::formats;
+using namespace gk::messages;
 using GK::GKOperation;
 using GK::GKValue;
 using testing::ElementsAre;

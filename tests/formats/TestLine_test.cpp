@@ -13,6 +13,7 @@
 namespace {
 
 using namespace gk::formats;
+using namespace gk::messages;
 using GK::GKValue;
 using Subject = Expectation::Subject;
 

@@ -1,7 +1,7 @@
-#include "devices/DeviceKeys.h"
-#include "formats/json/Json.h"
 #include "gateway/channels/Channels.h"
-#include "gateway/robot/Subjects.h"
+#include "messages/json/Json.h"
+#include "messages/keys/DeviceKeys.h"
+#include "messages/keys/Subjects.h"
 
 #include <boost/json/object.hpp>
 #include <gmock/gmock.h>
@@ -17,8 +17,8 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-const Subject& subject(std::string_view topic) {
-  for (const Subject& one : subjects()) {
+const messages::Subject& subject(std::string_view topic) {
+  for (const messages::Subject& one : messages::subjects()) {
     if (one.topic == topic) {
       return one;
     }
@@ -28,7 +28,7 @@ const Subject& subject(std::string_view topic) {
 
 /// The memory key behind a field.
 std::string keyOf(std::string_view topic, std::string_view field) {
-  for (const SubjectField& one : subject(topic).fields) {
+  for (const messages::SubjectField& one : subject(topic).fields) {
     if (one.name == field) {
       return one.key;
     }
@@ -38,7 +38,7 @@ std::string keyOf(std::string_view topic, std::string_view field) {
 
 TEST(Subjects, AreThoseThatViewersExpect) {
   std::vector<std::string> topics;
-  for (const Subject& one : subjects()) {
+  for (const messages::Subject& one : messages::subjects()) {
     topics.push_back(one.topic);
   }
   EXPECT_THAT(topics, ElementsAre("/pose", "/feet", "/sonar", "/imu", "/touch", "/battery",
@@ -67,15 +67,15 @@ TEST(Subjects, NamesCarryTheUnitOfTheTable) {
 
 TEST(Subjects, EveryMeasuredDeviceKeyIsTold) {
   std::set<std::string> told;
-  for (const Subject& one : subjects()) {
-    for (const SubjectField& field : one.fields) {
+  for (const messages::Subject& one : messages::subjects()) {
+    for (const messages::SubjectField& field : one.fields) {
       told.insert(field.key);
     }
   }
-  for (const SubjectField& joint : jointPositions()) {
+  for (const messages::SubjectField& joint : messages::jointPositions()) {
     told.insert(joint.key);
   }
-  for (const devices::DeviceKey& key : devices::deviceKeys()) {
+  for (const messages::DeviceKey& key : messages::deviceKeys()) {
     const bool isMeasured =
         key.name.ends_with("/Sensor/Value") || key.name.starts_with("Device/DeviceList/");
     EXPECT_TRUE(!isMeasured || told.contains(key.name)) << key.name;
@@ -83,9 +83,9 @@ TEST(Subjects, EveryMeasuredDeviceKeyIsTold) {
 }
 
 TEST(Subjects, NoNameStandsTwice) {
-  for (const Subject& one : subjects()) {
+  for (const messages::Subject& one : messages::subjects()) {
     std::set<std::string> names;
-    for (const SubjectField& field : one.fields) {
+    for (const messages::SubjectField& field : one.fields) {
       EXPECT_TRUE(names.insert(field.name).second) << one.topic << " " << field.name;
     }
   }
@@ -129,7 +129,8 @@ TEST_F(ChannelsTest, IdsCountFrom1AndSchemasAreJsonSchemas) {
   for (const Channel& channel : sut.all()) {
     EXPECT_EQ(channel.id, ++id);
     EXPECT_EQ(sut.find(channel.topic), &channel);
-    EXPECT_EQ(formats::parseJson(channel.schema).at("type").as_string(), "object") << channel.topic;
+    EXPECT_EQ(messages::parseJson(channel.schema).at("type").as_string(), "object")
+        << channel.topic;
   }
   EXPECT_EQ(sut.find("/none"), nullptr);
 }

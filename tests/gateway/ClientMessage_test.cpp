@@ -17,7 +17,7 @@ template <class Message> Message textAs(std::string_view text) {
 std::string complaintAbout(std::string_view text) {
   try {
     parseClientText(text);
-  } catch (const formats::FormatError& error) {
+  } catch (const messages::FormatError& error) {
     return error.what();
   }
   ADD_FAILURE() << "no error for " << text;
@@ -73,7 +73,8 @@ TEST(ClientMessage, EveryShorterServiceCallIsRefused) {
   const std::string frame("\x02\x05\x00\x00\x00\xff\xff\x00\x80\x04\x00\x00\x00json", 17);
   EXPECT_NO_THROW(parseClientBinary(frame));
   for (std::size_t length = 0; length < frame.size(); ++length) {
-    EXPECT_THROW(parseClientBinary(std::string_view(frame).substr(0, length)), formats::FormatError)
+    EXPECT_THROW(parseClientBinary(std::string_view(frame).substr(0, length)),
+                 messages::FormatError)
         << length;
   }
 }
@@ -88,7 +89,8 @@ TEST(ClientMessage, EveryShorterPlaybackRequestIsRefused) {
   EXPECT_EQ(message.seek, 3'000'000'000U);
   EXPECT_EQ(message.requestId, "id");
   for (std::size_t length = 0; length < frame.size(); ++length) {
-    EXPECT_THROW(parseClientBinary(std::string_view(frame).substr(0, length)), formats::FormatError)
+    EXPECT_THROW(parseClientBinary(std::string_view(frame).substr(0, length)),
+                 messages::FormatError)
         << length;
   }
 }
@@ -97,7 +99,7 @@ TEST(ClientMessage, OtherBinaryOperationsAreNotOffered) {
   for (const char opcode : {'\x00', '\x01', '\x04', '\xff'}) {
     std::string frame(21, '\0');
     frame[0] = opcode;
-    EXPECT_THROW(parseClientBinary(frame), formats::FormatError);
+    EXPECT_THROW(parseClientBinary(frame), messages::FormatError);
   }
 }
 

@@ -1,4 +1,4 @@
-#include "formats/json/Json.h"
+#include "messages/json/Json.h"
 #include "ServedHost.h"
 
 #include <boost/json/object.hpp>
@@ -371,7 +371,7 @@ TEST(Gateway, WithoutARecordingNothingIsToldOfOne) {
 
 TEST(Gateway, TheDescriptionNamesEveryRouteAndMethod) {
   ServedHost sut;
-  const boost::json::value api = formats::parseJson(ask(sut, "GET", "/openapi.json").body);
+  const boost::json::value api = messages::parseJson(ask(sut, "GET", "/openapi.json").body);
   EXPECT_EQ(api.at("openapi").as_string(), "3.1.0");
   const auto& paths = api.at("paths").as_object();
   for (const char* path : {"/rpc", "/api/v1/modules", "/api/v1/modules/{name}", "/api/v1/memory",
@@ -393,7 +393,7 @@ TEST(Gateway, TheDescriptionNamesEveryRouteAndMethod) {
 
 TEST(Gateway, WhatIsDescribedIsAnswered) {
   ServedHost sut;
-  const boost::json::value api = formats::parseJson(ask(sut, "GET", "/openapi.json").body);
+  const boost::json::value api = messages::parseJson(ask(sut, "GET", "/openapi.json").body);
   for (const auto& [path, operations] : api.at("paths").as_object()) {
     if (!operations.as_object().contains("get")) {
       continue;

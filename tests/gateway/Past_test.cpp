@@ -1,8 +1,8 @@
-#include "formats/json/Json.h"
 #include "formats/mcap/Reader.h"
 #include "formats/mcap/Source.h"
 #include "formats/run/RunLogReader.h"
 #include "gateway/past/Past.h"
+#include "messages/json/Json.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -39,7 +39,7 @@ protected:
     sut.onNotice(notice);
   }
   boost::json::value read(const PastRange& range) {
-    return formats::parseJson(sut.json(range, "session"));
+    return messages::parseJson(sut.json(range, "session"));
   }
   static const boost::json::array& listOf(const boost::json::value& past, const char* name) {
     return past.at(name).as_array();

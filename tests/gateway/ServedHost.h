@@ -1,6 +1,5 @@
 #pragma once
 
-#include "devices/DeviceKeys.h"
 #include "devices/WriteGate.h"
 #include "gateway/Gateway.h"
 #include "gk/DCM.h"
@@ -10,6 +9,7 @@
 #include "gk/GKMemory.h"
 #include "gk/GKObserver.h"
 #include "gk/GKResourceManager.h"
+#include "messages/keys/DeviceKeys.h"
 #include "Probe.h"
 #include "zu/log.h"
 
@@ -38,7 +38,7 @@ public:
     options.access.address = {"127.0.0.1", 0};
     options.version = "1.2.3";
     gateway = std::make_unique<Gateway>(std::move(options));
-    for (const devices::DeviceKey& key : devices::deviceKeys()) {
+    for (const messages::DeviceKey& key : messages::deviceKeys()) {
       store->set(key.name, key.start);
     }
     GK::GKBrokerManager::setInstance(manager);

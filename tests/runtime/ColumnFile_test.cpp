@@ -14,8 +14,8 @@
 
 namespace {
 
-using gk::formats::KeyType;
 using gk::formats::OutputError;
+using gk::messages::KeyType;
 using gk::runtime::ColumnFile;
 using gk::runtime::Sample;
 using gk::test::readFile;

@@ -1,4 +1,4 @@
-#include "devices/DeviceKeys.h"
+#include "messages/keys/DeviceKeys.h"
 #include "runtime/host/Player.h"
 #include "support/Program.h"
 
@@ -39,7 +39,7 @@ protected:
       files.push_back(fFolder.file(std::to_string(files.size()) + ".jsonl"));
       writeFile(files.back(), text);
     }
-    sut.open(files, gk::devices::keyTypeOf);
+    sut.open(files, gk::messages::keyTypeOf);
   }
 
   std::vector<GK::GKMicros> playAll() {

@@ -1,6 +1,6 @@
-#include "devices/DeviceKeys.h"
 #include "devices/sim/Physics.h"
 #include "devices/sim/Postures.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +9,7 @@
 #include <limits>
 
 using namespace gk::devices;
+using namespace gk::messages;
 
 namespace {
 

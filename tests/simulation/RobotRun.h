@@ -1,6 +1,6 @@
 #pragma once
 
-#include "formats/json/Json.h"
+#include "messages/json/Json.h"
 #include "support/Program.h"
 
 #include <boost/json/object.hpp>
@@ -27,7 +27,7 @@ inline std::vector<boost::json::object> jsonLines(const std::string& text) {
   std::vector<boost::json::object> lines;
   std::istringstream stream(text);
   for (std::string line; std::getline(stream, line);) {
-    lines.push_back(formats::parseJson(line).as_object());
+    lines.push_back(messages::parseJson(line).as_object());
   }
   return lines;
 }

@@ -1,6 +1,6 @@
-#include "devices/DeviceKeys.h"
 #include "devices/DeviceLayer.h"
 #include "devices/sim/Simulation.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +9,7 @@
 #include <vector>
 
 using namespace gk::devices;
+using namespace gk::messages;
 using GK::GKValue;
 
 namespace {

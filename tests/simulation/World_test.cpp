@@ -1,6 +1,6 @@
-#include "devices/DeviceKeys.h"
 #include "devices/DeviceLayer.h"
 #include "devices/sim/World.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,6 +9,7 @@
 #include <limits>
 
 using namespace gk::devices;
+using namespace gk::messages;
 using GK::GKValue;
 using testing::HasSubstr;
 using testing::IsEmpty;

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "formats/json/JsonText.h"
-#include "formats/text/FormatError.h"
 #include "gk/GKValue.h"
+#include "messages/json/JsonText.h"
+#include "messages/text/FormatError.h"
 
 #include <boost/json/value.hpp>
 
@@ -12,7 +12,7 @@
 /// Values of the platform as JSON: bools, strings, arrays and null (invalid) are themselves, a
 /// number with "." or exponent is a float, one without is an int, and {"float": "nan"}, "inf" and
 /// "-inf" are the floats that JSON has no number for.
-namespace gk::formats {
+namespace gk::messages {
 
 /// Raises `FormatError` for ints beyond 32 bits and for other objects.
 GK::GKValue valueFromJson(const boost::json::value& json);
@@ -26,4 +26,4 @@ void appendJson(std::string& out, const GK::GKValue& value);
 /// The float that {"float": "nan"|"inf"|"-inf"} stands for. Raises `FormatError` for other objects.
 float specialFloat(const boost::json::object& json);
 
-} // namespace gk::formats
+} // namespace gk::messages

@@ -1,6 +1,6 @@
-#include "formats/json/Json.h"
-#include "formats/json/JsonValue.h"
-#include "formats/json/KeyTypes.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonValue.h"
+#include "messages/json/KeyTypes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 #include <limits>
 #include <random>
 
-using namespace gk::formats;
+using namespace gk::messages;
 using GK::GKValue;
 using testing::HasSubstr;
 

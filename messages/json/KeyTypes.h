@@ -1,7 +1,7 @@
 #pragma once
 
-#include "formats/text/FormatError.h"
 #include "gk/GKValue.h"
+#include "messages/text/FormatError.h"
 
 #include <boost/json/value.hpp>
 
@@ -9,7 +9,7 @@
 #include <functional>
 #include <string_view>
 
-namespace gk::formats {
+namespace gk::messages {
 
 /// What a memory key holds: keys of the device layer one of the first four, all others anything.
 enum class KeyType : std::uint8_t { Float, Int, Bool, Text, Any };
@@ -23,4 +23,4 @@ GK::GKValue valueForKey(KeyType type, const boost::json::value& json);
 /// The same for what is a value already.
 GK::GKValue valueForKey(KeyType type, const GK::GKValue& value);
 
-} // namespace gk::formats
+} // namespace gk::messages

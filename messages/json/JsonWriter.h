@@ -1,8 +1,8 @@
 #pragma once
 
-#include "formats/json/JsonText.h"
-#include "formats/json/JsonValue.h"
 #include "gk/GKValue.h"
+#include "messages/json/JsonText.h"
+#include "messages/json/JsonValue.h"
 
 #include <array>
 #include <charconv>
@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-namespace gk::formats {
+namespace gk::messages {
 
 /// Appends JSON to a string, without white space; puts the commas. Members come out in the order of
 /// the calls. For one thread.
@@ -87,4 +87,4 @@ private:
   bool fNeedsComma = false;
 };
 
-} // namespace gk::formats
+} // namespace gk::messages

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "formats/text/FormatError.h"
+#include "messages/text/FormatError.h"
 
 #include <boost/json/value.hpp>
 
 #include <cstddef>
 #include <string_view>
 
-namespace gk::formats {
+namespace gk::messages {
 
 /// Deepest nesting of arrays and objects that is read.
 constexpr std::size_t kJsonDepth = 32;
@@ -19,4 +19,4 @@ constexpr std::size_t kJsonDepth = 32;
 /// ints beyond 64 bits, objects that name a member twice, and nesting beyond `kJsonDepth`.
 boost::json::value parseJson(std::string_view text);
 
-} // namespace gk::formats
+} // namespace gk::messages

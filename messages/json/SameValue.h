@@ -5,7 +5,7 @@
 #include <bit>
 #include <cstdint>
 
-namespace gk::formats {
+namespace gk::messages {
 
 /// Same type and same bits: not a number is equal to itself, and -0.0 differs from 0.0.
 inline bool isSameValue(const GK::GKValue& left, const GK::GKValue& right) {
@@ -16,4 +16,4 @@ inline bool isSameValue(const GK::GKValue& left, const GK::GKValue& right) {
   return left == right;
 }
 
-} // namespace gk::formats
+} // namespace gk::messages

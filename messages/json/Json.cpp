@@ -1,7 +1,7 @@
-#include "formats/json/Json.h"
+#include "messages/json/Json.h"
 
-#include "formats/json/JsonText.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/JsonText.h"
+#include "messages/text/Numbers.h"
 
 #include <boost/json/basic_parser_impl.hpp>
 
@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-namespace gk::formats {
+namespace gk::messages {
 
 namespace {
 
@@ -170,4 +170,4 @@ json::value parseJson(std::string_view text) {
   return parser.handler().takeResult();
 }
 
-} // namespace gk::formats
+} // namespace gk::messages

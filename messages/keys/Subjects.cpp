@@ -1,13 +1,13 @@
-#include "gateway/robot/Subjects.h"
+#include "messages/keys/Subjects.h"
 
-#include "devices/DeviceKeys.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <algorithm>
 #include <cctype>
 #include <optional>
 #include <utility>
 
-namespace gk::gateway {
+namespace gk::messages {
 
 namespace {
 
@@ -146,7 +146,7 @@ struct Placed {
   SubjectField field;
 };
 
-std::optional<Placed> place(const devices::DeviceKey& key) {
+std::optional<Placed> place(const DeviceKey& key) {
   for (const Rule& rule : kRules) {
     const std::optional<std::string_view> word = wordOf(rule, key.name);
     if (!word) {
@@ -160,7 +160,7 @@ std::optional<Placed> place(const devices::DeviceKey& key) {
       field.name += unitSuffix(key.unit);
     }
     field.key = key.name;
-    field.shape = key.type == devices::KeyType::Int ? Shape::Integer : Shape::Number;
+    field.shape = key.type == KeyType::Int ? Shape::Integer : Shape::Number;
     field.meaning = key.meaning;
     return Placed{rule.topic, std::move(field)};
   }
@@ -189,7 +189,7 @@ std::vector<SubjectField> fieldsOf(std::string_view topic) {
       fields.push_back(extra.field);
     }
   }
-  for (const devices::DeviceKey& key : devices::simulatedKeys()) {
+  for (const DeviceKey& key : simulatedKeys()) {
     if (std::optional<Placed> placed = place(key); placed && placed->topic == topic) {
       fields.push_back(std::move(placed->field));
     }
@@ -216,4 +216,4 @@ const std::vector<SubjectField>& jointPositions() {
   return all;
 }
 
-} // namespace gk::gateway
+} // namespace gk::messages

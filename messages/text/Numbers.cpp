@@ -1,4 +1,4 @@
-#include "formats/text/Numbers.h"
+#include "messages/text/Numbers.h"
 
 #include <algorithm>
 #include <charconv>
@@ -6,7 +6,7 @@
 #include <limits>
 #include <system_error>
 
-namespace gk::formats {
+namespace gk::messages {
 
 namespace {
 
@@ -174,4 +174,4 @@ void appendFloat(std::string& out, float value) {
   out += ".0";
 }
 
-} // namespace gk::formats
+} // namespace gk::messages

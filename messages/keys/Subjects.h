@@ -6,7 +6,7 @@
 
 /// Which memory keys are told together, and under which names. This is the one place that says so;
 /// what the device layer provides is taken from its table of keys.
-namespace gk::gateway {
+namespace gk::messages {
 
 /// One member of a subject's messages.
 struct SubjectField {
@@ -36,4 +36,4 @@ const std::vector<Subject>& subjects();
 /// changes; from any thread.
 const std::vector<SubjectField>& jointPositions();
 
-} // namespace gk::gateway
+} // namespace gk::messages

@@ -1,6 +1,6 @@
-#include "formats/text/Utf8.h"
+#include "messages/text/Utf8.h"
 
-namespace gk::formats {
+namespace gk::messages {
 
 std::size_t characterLength(std::string_view text) {
   const auto byteAt = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
@@ -34,4 +34,4 @@ std::size_t characterLength(std::string_view text) {
   return length;
 }
 
-} // namespace gk::formats
+} // namespace gk::messages

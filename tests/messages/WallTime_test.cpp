@@ -1,4 +1,4 @@
-#include "formats/text/WallTime.h"
+#include "messages/text/WallTime.h"
 
 #include <gtest/gtest.h>
 
@@ -7,8 +7,8 @@
 
 namespace {
 
-using gk::formats::nanosecondsSince1970;
-using gk::formats::wallTimeText;
+using gk::messages::nanosecondsSince1970;
+using gk::messages::wallTimeText;
 
 TEST(WallTime, YearsOfFourDigitsAreDates) {
   EXPECT_EQ(wallTimeText(0), "1970-01-01T00:00:00Z");

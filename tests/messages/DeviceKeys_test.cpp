@@ -1,4 +1,4 @@
-#include "devices/DeviceKeys.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
-using namespace gk::devices;
+using namespace gk::messages;
 using GK::GKValue;
 
 namespace {

@@ -1,4 +1,4 @@
-#include "formats/text/Numbers.h"
+#include "messages/text/Numbers.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <limits>
 #include <random>
 
-using namespace gk::formats;
+using namespace gk::messages;
 
 namespace {
 

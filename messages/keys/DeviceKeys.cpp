@@ -1,4 +1,4 @@
-#include "devices/DeviceKeys.h"
+#include "messages/keys/DeviceKeys.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -7,7 +7,7 @@
 #include <unordered_map>
 #include <utility>
 
-namespace gk::devices {
+namespace gk::messages {
 
 namespace {
 
@@ -290,4 +290,4 @@ std::string touchKey(std::string_view sensorName) {
   return std::string(kTouches).append(sensorName);
 }
 
-} // namespace gk::devices
+} // namespace gk::messages

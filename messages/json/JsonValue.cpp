@@ -1,6 +1,6 @@
-#include "formats/json/JsonValue.h"
+#include "messages/json/JsonValue.h"
 
-#include "formats/text/Numbers.h"
+#include "messages/text/Numbers.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -10,7 +10,7 @@
 #include <limits>
 #include <utility>
 
-namespace gk::formats {
+namespace gk::messages {
 
 namespace {
 
@@ -117,4 +117,4 @@ void appendJson(std::string& out, const GK::GKValue& value) {
   }
 }
 
-} // namespace gk::formats
+} // namespace gk::messages

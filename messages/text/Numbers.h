@@ -8,7 +8,7 @@
 #include <string_view>
 
 /// Numbers and their texts, exact both ways and independent of the locale.
-namespace gk::formats {
+namespace gk::messages {
 
 /// The double nearest to a decimal number ("-12", "0.5", "1e-3"); nothing when `text` is anything
 /// else. Numbers beyond the range of doubles are infinite, those too close to 0 are 0.
@@ -44,4 +44,4 @@ void appendSeconds(std::string& out, GK::GKMicros time);
 /// a "." or an exponent: "1.0", "0.1", "1e+20", "-0.0".
 void appendFloat(std::string& out, float value);
 
-} // namespace gk::formats
+} // namespace gk::messages

@@ -1,12 +1,12 @@
-#include "formats/json/KeyTypes.h"
+#include "messages/json/KeyTypes.h"
 
-#include "formats/json/JsonText.h"
-#include "formats/json/JsonValue.h"
-#include "formats/text/Numbers.h"
+#include "messages/json/JsonText.h"
+#include "messages/json/JsonValue.h"
+#include "messages/text/Numbers.h"
 
 #include <string>
 
-namespace gk::formats {
+namespace gk::messages {
 
 namespace {
 
@@ -138,4 +138,4 @@ GK::GKValue valueForKey(KeyType type, const GK::GKValue& value) {
   return value;
 }
 
-} // namespace gk::formats
+} // namespace gk::messages

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-namespace gk::formats {
+namespace gk::messages {
 
 /// A text is not what it should be. Whoever knows its file and line makes an `InputError` of it.
 class FormatError : public std::runtime_error {
@@ -10,4 +10,4 @@ public:
   using std::runtime_error::runtime_error;
 };
 
-} // namespace gk::formats
+} // namespace gk::messages

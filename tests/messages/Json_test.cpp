@@ -1,5 +1,5 @@
-#include "formats/json/Json.h"
-#include "formats/json/JsonText.h"
+#include "messages/json/Json.h"
+#include "messages/json/JsonText.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -10,7 +10,7 @@
 #include <cmath>
 #include <limits>
 
-using namespace gk::formats;
+using namespace gk::messages;
 using testing::HasSubstr;
 
 namespace {

@@ -1,11 +1,11 @@
-#include "formats/json/JsonText.h"
+#include "messages/json/JsonText.h"
 
-#include "formats/text/Utf8.h"
+#include "messages/text/Utf8.h"
 
 #include <cstddef>
 #include <cstdint>
 
-namespace gk::formats {
+namespace gk::messages {
 
 namespace {
 
@@ -93,4 +93,4 @@ std::string quotedText(std::string_view text) {
   return out;
 }
 
-} // namespace gk::formats
+} // namespace gk::messages

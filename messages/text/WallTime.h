@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-namespace gk::formats {
+namespace gk::messages {
 
 /// Microseconds since 1970 as "2026-11-21T12:30:24Z"; as "... us" outside of the years 1970 to
 /// 9999.
@@ -14,4 +14,4 @@ std::string wallTimeText(std::int64_t micros);
 /// hold for what comes after.
 std::uint64_t nanosecondsSince1970(std::int64_t epoch, std::int64_t micros) noexcept;
 
-} // namespace gk::formats
+} // namespace gk::messages

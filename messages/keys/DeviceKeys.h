@@ -1,7 +1,7 @@
 #pragma once
 
-#include "formats/json/KeyTypes.h"
 #include "gk/GKValue.h"
+#include "messages/json/KeyTypes.h"
 
 #include <array>
 #include <cstdint>
@@ -12,9 +12,7 @@
 #include <vector>
 
 /// The memory keys that device layers provide. This is the one place that lists them.
-namespace gk::devices {
-
-using formats::KeyType;
+namespace gk::messages {
 
 /// Who provides a key.
 enum class Server : std::uint8_t {
@@ -105,4 +103,4 @@ inline constexpr const char* kAmbientKey = "Simulation/Ambient/Temperature";
 inline constexpr const char* kMovingKey = "Simulation/Moving";
 inline constexpr const char* kSpeedKey = "Simulation/Speed";
 
-} // namespace gk::devices
+} // namespace gk::messages

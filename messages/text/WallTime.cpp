@@ -1,11 +1,11 @@
-#include "formats/text/WallTime.h"
+#include "messages/text/WallTime.h"
 
 #include <algorithm>
 #include <array>
 #include <ctime>
 #include <limits>
 
-namespace gk::formats {
+namespace gk::messages {
 
 std::string wallTimeText(std::int64_t micros) {
   constexpr std::int64_t perSecond = 1'000'000;
@@ -32,4 +32,4 @@ std::uint64_t nanosecondsSince1970(std::int64_t epoch, std::int64_t micros) noex
   return std::min(sum, latest) * perMicro;
 }
 
-} // namespace gk::formats
+} // namespace gk::messages
