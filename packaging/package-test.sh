@@ -41,11 +41,13 @@ run getent passwd gksensors >/dev/null || fail "the service has no user"
 [ "$(run stat -c %a /etc/gksensors/token)" = 600 ] || fail "others can read the token"
 # No file knows where it was built, nor where libraries are.
 ! run sh -c 'readelf -d /usr/bin/gk /usr/lib/*/libgkplatform.so.0.2 | grep -E "RPATH|RUNPATH"' || fail "a path of the build is in a file"
+run python3 -c 'import gksensors; assert gksensors.replay("/packages/touched.jsonl").events' ||
+  fail "Python does not find the package"
 # Whoever writes modules has all that it takes.
 run sh -c 'cd /tmp && rm -rf GKMine && gk new module GKMine && cd GKMine && cmake -B build >/dev/null &&
   cmake --build build >/dev/null && ctest --test-dir build | grep "tests passed"' || fail "a new module does not build"
 
-run sh -c 'apt-get purge -y -qq gksensors gksensors-modules libgkplatform0.2 libgkplatform-dev' >/dev/null 2>&1
+run sh -c 'apt-get purge -y -qq python3-gksensors gksensors gksensors-modules libgkplatform0.2 libgkplatform-dev' >/dev/null 2>&1
 left=$(run sh -c 'find /usr /etc \( -name "*gksensors*" -o -name "*gkplatform*" \) -not -path "*/passwd*" -not -path "/etc/group*"')
 [ -z "$left" ] || fail "purging leaves $left"
 echo "the packages install, work, and go again"

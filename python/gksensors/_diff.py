@@ -1,10 +1,13 @@
 """What two runs reported differently."""
 
 import html
+import os
+import tempfile
 from typing import TYPE_CHECKING, Any, Dict, Iterable, List, NamedTuple, Optional, Union
 
 from ._html import count, table
 from ._program import PathLike, Paths, fail, listed, paths, run
+from ._replay import Run
 from ._values import loads
 
 if TYPE_CHECKING:
@@ -94,8 +97,8 @@ class Diff:
 
 
 def diff(
-    a: PathLike,
-    b: Optional[PathLike] = None,
+    a: Union[PathLike, Run],
+    b: Union[PathLike, Run, None] = None,
     *,
     tolerance_time: float = 0.0,
     tolerance_value: float = 0.0,
@@ -109,9 +112,10 @@ def diff(
 
     Parameters
     ----------
-    a, b : path
-        Recordings, output of ``gk replay --out``, and what is run first: scenarios and tables.
-        With `a` alone, a recording: it is compared with what the present library makes of it.
+    a, b : path or Run
+        Runs, recordings, output of ``gk replay --out``, and what is run first: scenarios and
+        tables. With `a` alone, a recording: it is compared with what the present library makes
+        of it.
     tolerance_time : float
         Times that are so many seconds apart, or nearer, are the same.
     tolerance_value : float
@@ -132,7 +136,6 @@ def diff(
     FileNotFoundError, InputError, ProgramError
         As `replay` does.
     """
-    files = paths([a] if b is None else [a, b])
     options = [f"--tolerance-time={float(tolerance_time)!r}"] if tolerance_time else []
     options += [f"--tolerance-value={float(tolerance_value)!r}"] if tolerance_value else []
     kinds = listed(only)
@@ -141,7 +144,17 @@ def diff(
     options += [f"--library={path}" for path in paths(library)]
     options += [f"--subscribe={module}" for module in listed(subscribe)]
     options += [f"--sample={key}" for key in listed(sample)]
-    ended = run(["diff", "--json", *options, "--", *files])
-    if ended.code not in (0, _DIFFERENT) or not ended.out.strip():
-        fail(ended, files)
-    return Diff(loads(ended.out))
+    with tempfile.TemporaryDirectory(prefix="gksensors-") as folder:
+        files = [
+            side.save(os.path.join(folder, name)) if isinstance(side, Run) else os.fspath(side)
+            for name, side in (("a.jsonl", a), ("b.jsonl", b))
+            if side is not None
+        ]
+        ended = run(["diff", "--json", *options, "--", *files])
+        if ended.code not in (0, _DIFFERENT) or not ended.out.strip():
+            fail(ended, files)
+    told = loads(ended.out)
+    for name, side in (("a", a), ("b", b)):
+        if isinstance(side, Run):
+            told.setdefault(name, {})["file"] = ", ".join(side.files)
+    return Diff(told)

@@ -261,6 +261,17 @@ class Run:
             with open(page, encoding="utf-8") as file:
                 return Report(file.read())
 
+    def save(self, path: PathLike) -> str:
+        """Writes what was reported as the lines of ``gk replay --out``, and returns the path.
+
+        The run is repeated for it; a file that is there is replaced.
+        """
+        written = os.fspath(path)
+        ended = self._replay([f"--out={written}"])
+        if ended.code not in (0, _UNHELD):
+            fail(ended, self.files)
+        return written
+
     def expect(self, *, t: Optional[float] = None, **members: Any) -> None:
         """Checks that something happened; the members are those of a scenario's "expect".
 

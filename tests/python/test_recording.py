@@ -70,6 +70,16 @@ def test_differences_have_names_times_and_values(data):
     assert gksensors.diff(forward, backward, only=["order"]).same
 
 
+def test_runs_are_compared_as_their_files_are(data):
+    forward, backward = data / "imu_fall_forward.csv", data / "imu_fall_backward.csv"
+    run = gksensors.replay(forward)
+    difference = gksensors.diff(run, gksensors.replay(backward))
+    assert difference.differences == gksensors.diff(forward, backward).differences
+    assert "imu_fall_backward.csv" in difference._repr_html_()
+    assert gksensors.diff(run, forward).same
+    assert not gksensors.diff(run, gksensors.replay(forward, until=8.1)).same
+
+
 def test_tolerances(tmp_path):
     for name, at, value in (("a", 0.1, 1.0), ("b", 0.12, 1.25)):
         line = f'{{"t":{at},"kind":"event","name":"E","value":{value}}}\n'
