@@ -3,7 +3,7 @@
 # what sees nothing that other tests do not reach there as well: hours of the robot's time, all
 # recordings and scenarios once more, many seeds of the physics.
 
-set(GK_LONG_TESTS Soak.* */Soak.* Record.EveryScenario* */PosturesOfManySeeds.* Tour.*
+set(GK_LONG_TESTS Soak.* */Soak.* Record.EveryScenario* OurScenarios.* */PosturesOfManySeeds.* Tour.*
     # Its disk is full before the start has ended.
     Files.AFullDisk*)
 if(GK_SANITIZE STREQUAL "thread")
@@ -18,7 +18,6 @@ list(JOIN GK_LONG_TESTS : GK_LONG_TESTS)
 set(GK_SHARDS_runtime 4)
 set(GK_SHARDS_gateway 2)
 set(GK_SHARDS_app 8)
-set(GK_SHARDS_golden 4)
 
 # gk_add_sanitized_tests(FOLDER): the tests of FOLDER's program as FOLDER.1, FOLDER.2 and so on.
 function(gk_add_sanitized_tests folder)
