@@ -86,7 +86,8 @@ HostFigures figuresOf(const GatewayOptions& options) {
           options.limits.answer,
           options.recording,
           std::to_string(now.count()),
-          options.playback};
+          options.playback,
+          options.source};
 }
 
 } // namespace

@@ -45,10 +45,12 @@ int callMethod(const ClientOptions& options, const std::string& method,
     throw ClientError(method + " is no method; GKBattery.getBatteryCharge would be one");
   }
   HostClient client(options);
-  // A host that plays a recording has these itself: nobody describes them.
-  const std::string name = method.substr(0, dot);
-  const json::value module =
-      name == "Playback" ? json::value() : client.getJson("/api/v1/modules/" + escapedPath(name));
+  json::value module;
+  try {
+    module = client.getJson("/api/v1/modules/" + escapedPath(method.substr(0, dot)));
+  } catch (const UnknownName&) { // NOLINT(bugprone-empty-catch)
+    // The call tells what is wrong, if anything is: a host that plays a recording describes none.
+  }
   const std::string params =
       paramsOf(words, parametersOf(module, method.substr(dot + 1), words.size()));
   const json::value result = client.call(method, params);

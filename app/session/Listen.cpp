@@ -100,7 +100,8 @@ void addListenOptions(const Command& command, ListenOptions& options) {
 
 Listening startGateway(const ListenOptions& options, const devices::ClientLimits& limits,
                        gateway::RecordingSource recording,
-                       std::shared_ptr<gateway::Playback> playback) {
+                       std::shared_ptr<gateway::Playback> playback,
+                       std::shared_ptr<const gateway::RunSource> source) {
   if (options.isOff) {
     return {nullptr, "serves nobody (--no-listen)"};
   }
@@ -116,6 +117,7 @@ Listening startGateway(const ListenOptions& options, const devices::ClientLimits
   gatewayOptions.recording = std::move(recording);
   gatewayOptions.past.length = playback != nullptr ? 0 : *messages::toMicros(options.past);
   gatewayOptions.playback = std::move(playback);
+  gatewayOptions.source = std::move(source);
   gatewayOptions.limits.name = limits.names;
   gatewayOptions.limits.answer = limits.answer;
   try {

@@ -5,6 +5,7 @@
 #include "devices/ClientLimits.h"
 #include "gateway/figures/LoopFigures.h"
 #include "gateway/figures/RecordingFigures.h"
+#include "gateway/figures/RunSource.h"
 #include "runtime/figures/LoopStatistics.h"
 
 #include <memory>
@@ -42,10 +43,12 @@ struct Listening {
 };
 
 /// Begins to listen. `recording` must stay valid as long as the gateway; `playback` is what is
-/// served in the place of a robot, null for a robot. Raises `AccessError`.
+/// served in the place of a robot, null for a robot; `source` tells where a run comes from. Raises
+/// `AccessError`.
 Listening startGateway(const ListenOptions& options, const devices::ClientLimits& limits,
                        gateway::RecordingSource recording,
-                       std::shared_ptr<gateway::Playback> playback = nullptr);
+                       std::shared_ptr<gateway::Playback> playback = nullptr,
+                       std::shared_ptr<const gateway::RunSource> source = nullptr);
 
 /// Whether the page was there when the program was built.
 bool hasPage();

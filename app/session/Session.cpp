@@ -302,6 +302,19 @@ void openLog(const std::string& path, const std::vector<std::string>& inputs) {
   }
 }
 
+/// Where the run comes from, kept up to date while it goes on.
+std::shared_ptr<const gateway::RunSource> sourceOf(runtime::HostOptions& options) {
+  auto source = std::make_shared<gateway::RunSource>();
+  if (options.simulation) {
+    source->kind = gateway::RunSource::Kind::Simulated;
+  } else if (!options.files.empty()) {
+    source->kind = gateway::RunSource::Kind::Recording;
+    source->file = options.files.front();
+    options.atInputEnd = [source](GK::GKMicros time) { source->end = time; };
+  }
+  return source;
+}
+
 /// Start, run and shutdown. A start that fails has still run: its output stays. `lockstep` may be
 /// null.
 int play(runtime::Host& host, RunRecording& recording, Service& service, Lockstep* lockstep,
@@ -349,7 +362,8 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
       lockstep.emplace();
     }
     const Listening listening =
-        view.listen ? startGateway(*view.listen, hostOptions.limits, recording.source())
+        view.listen ? startGateway(*view.listen, hostOptions.limits, recording.source(), nullptr,
+                                   sourceOf(hostOptions))
                     : Listening();
     runtime::Host host(hostOptions);
     for (const std::string& hint : host.inputHints()) {

@@ -2,6 +2,7 @@
 
 #include "gateway/figures/Counters.h"
 #include "gateway/figures/RecordingFigures.h"
+#include "gateway/figures/RunSource.h"
 #include "gateway/http/Access.h"
 #include "gateway/http/Http.h"
 #include "gateway/past/Past.h"
@@ -32,6 +33,8 @@ struct HostFigures {
   std::string session;
   /// What is played in the place of a robot; null for a robot.
   std::shared_ptr<Playback> playback;
+  /// Null where nobody says.
+  std::shared_ptr<const RunSource> source;
 };
 
 struct Route;

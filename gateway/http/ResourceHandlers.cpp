@@ -156,6 +156,7 @@ void answerHost(const Exchange& exchange) {
   if (const auto& playback = exchange.parts.figures.playback) {
     host.playback = playbackJson(playback->state());
   }
+  host.source = exchange.parts.figures.source.get();
   host.counters = &exchange.parts.counters;
   host.callsRunning = exchange.parts.runner.running();
   host.isVerbose = isVerbose(exchange);

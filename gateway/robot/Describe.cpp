@@ -108,6 +108,21 @@ std::string finished(std::string& text, messages::JsonWriter& json,
   return std::move(text);
 }
 
+/// A recording's last moment stays: who sees it has to know.
+void appendSource(messages::JsonWriter& json, const RunSource& source) {
+  constexpr const char* kKinds[] = {"robot", "simulated", "recording"};
+  json.key("source").beginObject();
+  json.key("kind").text(kKinds[static_cast<std::size_t>(source.kind)]);
+  if (source.kind == RunSource::Kind::Recording) {
+    const GK::GKMicros end = source.end;
+    json.key("file").text(source.file).key("isEnded").boolean(end >= 0);
+    if (end >= 0) {
+      seconds(json.key("end_s"), end);
+    }
+  }
+  json.endObject();
+}
+
 } // namespace
 
 std::string describeModules(const Robot& robot) {
@@ -224,6 +239,9 @@ std::string describeHost(const Robot& robot, const HostDescription& host) {
   json.key("session").text(host.session);
   if (!host.playback.empty()) {
     json.key("playback").raw(host.playback);
+  }
+  if (host.source != nullptr) {
+    appendSource(json, *host.source);
   }
   json.key("modules").unsignedInteger(robot.broker().getModules().size());
   appendLoops(json, robot, host, now);

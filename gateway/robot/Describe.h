@@ -2,6 +2,7 @@
 
 #include "gateway/figures/Counters.h"
 #include "gateway/figures/RecordingFigures.h"
+#include "gateway/figures/RunSource.h"
 #include "gateway/robot/Robot.h"
 
 #include <cstddef>
@@ -46,6 +47,8 @@ struct HostDescription {
   std::string session;
   /// What is played in the place of a robot, as JSON; empty for a robot.
   std::string playback;
+  /// Null where nobody says.
+  const RunSource* source = nullptr;
   const Counters* counters = nullptr;
   std::size_t callsRunning = 0;
   /// Tells of the last minute and of each client as well.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gateway/figures/RecordingFigures.h"
+#include "gateway/figures/RunSource.h"
 #include "gateway/http/Access.h"
 #include "gateway/past/Past.h"
 #include "gateway/past/Playback.h"
@@ -52,6 +53,8 @@ struct GatewayOptions {
   PastOptions past;
   /// What is played in the place of a robot; null for a robot.
   std::shared_ptr<Playback> playback;
+  /// Where a run comes from; null where nobody says.
+  std::shared_ptr<const RunSource> source;
   /// The clock by which clients are given up.
   std::function<std::chrono::steady_clock::time_point()> now = &std::chrono::steady_clock::now;
 };

@@ -147,6 +147,7 @@ Host::Host(HostOptions options)
   fPlayer.add(std::move(subscriptions));
   fPlayer.open(fOptions.files, fOptions.simulation ? simulatedTypeOf : messages::keyTypeOf,
                fOptions.companions);
+  fPlayer.setAtEnd(fOptions.atInputEnd);
   fPlayer.setLoop(fOptions.isLoop, [judge = fOptions.judge](GK::GKMicros start) {
     if (judge != nullptr) {
       judge->onRound(start);

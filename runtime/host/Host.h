@@ -82,6 +82,8 @@ struct HostOptions {
   /// The run ends with the first tick after its input has ended and all calls have returned;
   /// otherwise it goes on.
   bool endsWithInput = false;
+  /// Told, when the last line of the files has been played, its time; may be null.
+  std::function<void(GK::GKMicros)> atInputEnd;
   /// The files start again at their end.
   bool isLoop = false;
   /// Time limit in microseconds since the start.

@@ -81,6 +81,9 @@ void Player::apply() {
   fLastTime = *fNext;
   fCurrent->play(fTarget);
   xChooseNext();
+  if (!fNext && fAtEnd) {
+    fAtEnd(fLastTime);
+  }
 }
 
 void Player::xChooseNext() {

@@ -39,6 +39,9 @@ public:
     fOnRound = std::move(onRound);
   }
 
+  /// `atEnd`, which may be null, is told the time of the last line when that has been played.
+  void setAtEnd(std::function<void(GK::GKMicros)> atEnd) { fAtEnd = std::move(atEnd); }
+
   /// The actions that come before loading, file by file.
   std::vector<formats::Action> preload() const;
 
@@ -87,6 +90,7 @@ private:
   bool fIsDamaged = false;
   bool fIsLoop = false;
   std::function<void(GK::GKMicros)> fOnRound;
+  std::function<void(GK::GKMicros)> fAtEnd;
   bool fIsStopped = false;
 };
 

@@ -90,14 +90,15 @@ void ReportCollector::xAddRaise(const GK::GKNotice& notice) {
   event.isMicro = notice.kind == GK::GKNotice::Kind::MicroEvent;
   event.lastValue.clear();
   messages::appendJson(event.lastValue, notice.value);
-  event.importance = std::max(
-      event.importance, static_cast<int>(devices::eventImportance(notice.name, notice.value)));
+  const int importance = static_cast<int>(devices::eventImportance(notice.name, notice.value));
+  event.importance = std::max(event.importance, importance);
   if (event.raises.size() < kMostRaises) {
     event.raises.emplace_back(notice.time, event.lastValue);
     std::string words = devices::eventSentence(notice.name, notice.value);
-    auto known = std::ranges::find(event.words, words);
+    auto known = std::find_if(event.words.begin(), event.words.end(),
+                              [&words](const auto& one) { return one.first == words; });
     if (!words.empty() && known == event.words.end() && event.words.size() < kMostWords) {
-      known = event.words.insert(event.words.end(), std::move(words));
+      known = event.words.insert(event.words.end(), {std::move(words), importance});
     }
     if (known != event.words.end()) {
       event.said.resize(event.raises.size() - 1, event.words.size());

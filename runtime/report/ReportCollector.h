@@ -23,9 +23,9 @@ struct ReportData {
     /// The first ones: time and value as JSON.
     std::vector<std::pair<GK::GKMicros, std::string>> raises;
     std::string lastValue;
-    /// What has been said in words, each sentence once, and which one belongs to each of `raises`.
-    /// Empty for events that have no words.
-    std::vector<std::string> words;
+    /// What has been said in words, each sentence once and with what it is worth, and which one
+    /// belongs to each of `raises`. Empty for events that have no words.
+    std::vector<std::pair<std::string, int>> words;
     std::vector<std::size_t> said;
     /// The most that one of them is worth, as `devices::Importance` has it.
     int importance = 0;

@@ -76,8 +76,8 @@ void appendEvents(Json& json, const ReportData& data) {
     json.key("last").text(event.lastValue);
     json.key("weight").number(static_cast<std::uint64_t>(event.importance));
     json.key("words").open('[');
-    for (const std::string& words : event.words) {
-      json.text(words);
+    for (const auto& [words, importance] : event.words) {
+      json.open('[').text(words).number(static_cast<std::uint64_t>(importance)).close(']');
     }
     json.close(']').key("raises").open('[');
     for (std::size_t i = 0; i < event.raises.size(); ++i) {

@@ -212,6 +212,8 @@ TEST_F(Play, AllOtherCallsAndWritesAreRefusedWithTheReason) {
   EXPECT_THAT(set.err, HasSubstr("a recording is played"));
   EXPECT_THAT(sut.gk({"call", "GKMemory.insertData", "x", "1"}).err,
               HasSubstr("a recording is played"));
+  EXPECT_THAT(sut.gk({"call", "GKBattery.getBatteryCharge"}).err,
+              HasSubstr("a recording is played"));
   EXPECT_THAT(sut.gk({"keep", folder->path() / "no.mcap"}).err, HasSubstr("a recording is played"));
   EXPECT_FALSE(std::filesystem::exists(folder->path() / "no.mcap"));
 }

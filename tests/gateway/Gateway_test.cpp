@@ -495,5 +495,20 @@ TEST(Gateway, AHostWithoutMemoryServesItsModules) {
   broker->shutdown();
 }
 
+TEST(Gateway, TheHostTellsWhatItShows) {
+  const auto source = std::make_shared<RunSource>();
+  GatewayOptions options;
+  options.source = source;
+  const test::ServedHost sut(std::move(options));
+  const auto told = [&] { return test::ask(sut, "GET", "/api/v1/host").body; };
+  EXPECT_THAT(told(), HasSubstr(R"("source":{"kind":"robot"})"));
+  source->kind = RunSource::Kind::Recording;
+  source->file = "fall.csv";
+  EXPECT_THAT(told(),
+              HasSubstr(R"("source":{"kind":"recording","file":"fall.csv","isEnded":false})"));
+  source->end = 1'500'000;
+  EXPECT_THAT(told(), HasSubstr(R"("isEnded":true,"end_s":1.5})"));
+}
+
 } // namespace
 } // namespace gk::gateway

@@ -79,14 +79,25 @@ test("wheel, drag, keys and buttons change the window, a double click shows all"
   assert.equal(await shownWindow(page), all);
 });
 
-test("the pointer tells values", async () => {
+test("the pointer tells values, and the moment in every chart", async () => {
   const page = await open();
   const plot = page.locator("#plots svg").nth(0);
   await plot.scrollIntoViewIfNeeded();
   const box = await plot.boundingBox();
   await page.mouse.move(box.x + box.width / 2, box.y + 20);
   const legend = await page.locator("#plots .legend").nth(0).textContent();
-  assert.match(legend, /left [\d.]+ m at [\d.]+ s/);
+  assert.match(legend, /left [\d.]+ m/);
+  const moments = await page.locator("svg .moment").allTextContents();
+  assert.ok(moments.length > 2);
+  assert.match(moments[0], /^[\d.]+ s$/);
+  assert.equal(new Set(moments).size, 1);
+});
+
+test("a fall stands out, and a phone shows all without scrolling sideways", async () => {
+  const page = await open({viewport: {width: 390, height: 844}});
+  assert.equal(await page.locator("#lanes .pose.alarming title").first().textContent().then((text) => text.split(",")[0]), "Belly");
+  assert.equal(await page.locator("#lanes .pose.alarming").count(), 1);
+  assert.equal(await page.evaluate(() => document.documentElement.scrollWidth), 390);
 });
 
 test("it is light and dark, and prints in black on white without its buttons", async () => {

@@ -82,6 +82,16 @@ TEST_F(PlayerTest, InALoopTheNextRoundBeginsOneTickAfterTheLastLine) {
   EXPECT_FALSE(sut.isAtEnd());
 }
 
+TEST_F(PlayerTest, TheTimeOfTheLastLineIsToldOnceItWasPlayed) {
+  open({get("0", "a0") + get("1", "a1")});
+  std::vector<GK::GKMicros> told;
+  sut.setAtEnd([&told](GK::GKMicros time) { told.push_back(time); });
+  sut.apply();
+  EXPECT_THAT(told, testing::IsEmpty());
+  sut.apply();
+  EXPECT_THAT(told, testing::ElementsAre(1000000));
+}
+
 TEST_F(PlayerTest, StoppedItHasNoNextLineButStillChecksTheRest) {
   open({get("0", "a0") + get("1", "a1") + "{\"t\":2,\"jump\":1}\n"});
   sut.apply();

@@ -1,5 +1,7 @@
 // Makes the pictures of the documentation:  GK_PROGRAM=gk node test/screenshots.mjs FOLDER
-import { mkdir } from "node:fs/promises";
+import { execFileSync } from "node:child_process";
+import { mkdir, mkdtemp, rm } from "node:fs/promises";
+import { tmpdir } from "node:os";
 import { join } from "node:path";
 import { openPage, startBrowser, untilLive } from "./page/browser.mjs";
 import { startHost, write } from "./page/host.mjs";
@@ -14,6 +16,7 @@ const kPhone = {
 };
 /** A short recording of a fall, beside the program's sources. */
 const kRecording = new URL("../../data/imu_fall_forward.csv", import.meta.url).pathname;
+const kTour = new URL("../../examples/tour.jsonl", import.meta.url).pathname;
 
 const browser = await startBrowser();
 await mkdir(kFolder, { recursive: true });
@@ -115,5 +118,20 @@ try {
   });
 } finally {
   await over.stop();
+}
+
+// The report of the tour.
+const folder = await mkdtemp(join(tmpdir(), "gk-report-"));
+try {
+  const gk = (...words) => execFileSync(process.env.GK_PROGRAM, words, { cwd: folder, stdio: "ignore" });
+  gk("run", "--robot", "sim", "--speed", "max", "--until", "64", "--no-listen", "--record", "tour.mcap", kTour);
+  gk("replay", "--report", "tour.html", "--quiet", "tour.mcap");
+  const page = await browser.newPage({ viewport: { width: 1250, height: 1150 } });
+  await page.goto(`file://${join(folder, "tour.html")}`);
+  await page.locator("#plots svg").first().hover();
+  await page.screenshot({ path: join(kFolder, "report.png") });
+  console.log("report");
+} finally {
+  await rm(folder, { recursive: true });
   await browser.close();
 }

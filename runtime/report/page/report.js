@@ -1,10 +1,34 @@
 const PLOT = 130;
 
+/// What shows the moment under the pointer: one for all charts, wherever the pointer is.
+let pointed = [];
+
+function pointAt(svg, height, tell = () => {}) {
+  const cursor = element("line", {class: "cursor", x1: 0, x2: 0, y1: 0, y2: height});
+  const moment = element("text", {class: "moment", x: 0, y: height + 15, "text-anchor": "middle"});
+  const mark = element("g", {visibility: "hidden"}, cursor, moment);
+  svg.append(mark);
+  pointed.push((time) => {
+    if (time !== undefined) {
+      mark.setAttribute("transform", `translate(${x(time)})`);
+      moment.textContent = `${seconds(time)} s`;
+    }
+    mark.setAttribute("visibility", time === undefined ? "hidden" : "visible");
+    tell(time);
+  });
+  svg.addEventListener("pointermove", (event) => showMoment(timeOf(svg, event)));
+  svg.addEventListener("pointerleave", () => showMoment());
+}
+
+function showMoment(time) {
+  pointed.forEach((show) => show(time));
+}
+
 /// The band of poses and a lane of marks for each event.
 function drawLanes() {
   const poses = data.events.find((event) => event.name === "robotPoseChanged");
   const lanes = data.events.filter((event) => event !== poses && event.raises.length > 0);
-  const top = poses ? 30 : 0;
+  const top = poses ? (isNarrow ? 44 : 30) : 0;
   const height = top + lanes.length * LANE + AXIS;
   const svg = newSvg(height, "events over time");
   timeAxis(svg, height);
@@ -14,8 +38,9 @@ function drawLanes() {
   svg.append(clip, inside);
 
   if (poses) {
-    svg.append(element("text", {class: "name", x: 0, y: 18}, "pose"));
-    poses.raises.forEach(([time, value], i) => {
+    const bar = isNarrow ? 16 : 2;
+    svg.append(element("text", {class: "name", x: 0, y: isNarrow ? 11 : 18}, "pose"));
+    poses.raises.forEach(([time, value, words], i) => {
       const until = i + 1 < poses.raises.length ? poses.raises[i + 1][0] : end;
       if (until < from || time > to) {
         return;
@@ -23,17 +48,20 @@ function drawLanes() {
       const name = value.replace(/^"|"$/g, "");
       const left = Math.max(x(time), LEFT);
       const width = Math.min(x(until), WIDTH - RIGHT) - left;
-      inside.append(element("rect", {class: i % 2 ? "pose odd" : "pose", x: left, y: 2, width: Math.max(width, 1), height: 22},
+      const [, weight] = poses.words[words] ?? ["", 0];
+      const kind = name === "Unknown" ? " between" : weight > 2 ? " alarming" : "";
+      inside.append(element("rect", {class: `pose${kind}`, x: left, y: bar, width: Math.max(width, 1), height: 22},
         element("title", {}, `${name}, ${seconds(time)} to ${seconds(until)} s`)));
       if (width > name.length * 6.5) {
-        inside.append(element("text", {class: "posename", x: left + 4, y: 17}, name));
+        inside.append(element("text", {class: "posename", x: left + 4, y: bar + 15}, name));
       }
     });
   }
   lanes.forEach((event, i) => {
     const y = top + i * LANE;
+    const marks = isNarrow ? y + 13 : y;
     svg.append(
-      element("text", {class: "name", x: 0, y: y + 13}, event.name),
+      element("text", {class: "name", x: 0, y: y + 12}, event.name),
       element("line", {class: "grid", x1: LEFT, x2: WIDTH - RIGHT, y1: y + LANE, y2: y + LANE}),
     );
     let last = -Infinity;
@@ -44,10 +72,11 @@ function drawLanes() {
         continue;
       }
       last = place;
-      inside.append(element("line", {class: "raise", x1: place, x2: place, y1: y + 3, y2: y + LANE - 3},
+      inside.append(element("line", {class: "raise", x1: place, x2: place, y1: marks + 3, y2: y + LANE - 3},
         element("title", {}, `${event.name} ${value} at ${seconds(time)} s`)));
     }
   });
+  pointAt(svg, height - AXIS);
   return svg;
 }
 
@@ -117,20 +146,13 @@ function drawPlot(plot, legend) {
 
   const keys = plot.series.map((series, i) => element("span", {class: `key s${i % 6}`}, series.name));
   legend.replaceChildren(...keys);
-  const cursor = element("line", {class: "cursor", x1: -1, x2: -1, y1: 0, y2: PLOT - AXIS});
-  svg.append(cursor);
-  svg.addEventListener("pointermove", (event) => {
-    const time = timeOf(svg, event);
-    cursor.setAttribute("x1", x(time));
-    cursor.setAttribute("x2", x(time));
+  // As many digits as the scale has, and one more.
+  const digits = scale.digits + 1;
+  pointAt(svg, PLOT - AXIS, (time) => {
     plot.series.forEach((series, i) => {
-      keys[i].textContent = `${series.name} ${+valueAt(series.spans, time).toPrecision(5)} ${plot.unit} at ${seconds(time)} s`;
+      keys[i].textContent = time === undefined ? series.name
+        : `${series.name} ${valueAt(series.spans, time).toFixed(digits)} ${plot.unit}`;
     });
-  });
-  svg.addEventListener("pointerleave", () => {
-    cursor.setAttribute("x1", -1);
-    cursor.setAttribute("x2", -1);
-    plot.series.forEach((series, i) => (keys[i].textContent = series.name));
   });
   return svg;
 }
@@ -144,6 +166,7 @@ const charts = data.plots.map((plot) => {
 });
 
 function draw() {
+  pointed = [];
   showWindow();
   lanes.replaceChildren(drawLanes());
   for (const {plot, legend, place} of charts) {
@@ -160,9 +183,10 @@ const START = 0.1;
 function story() {
   const all = [];
   for (const event of data.events) {
-    for (const [time, value, words] of event.weight > 0 ? event.raises : []) {
+    for (const [time, value, said] of event.weight > 0 ? event.raises : []) {
       if (time > START) {
-        all.push({time, value, event, words: event.words[words] ?? event.name});
+        const [words, weight] = event.words[said] ?? [event.name, event.weight];
+        all.push({time, value, event, words, weight});
       }
     }
   }
@@ -191,8 +215,8 @@ function fillStory() {
   const told = all.slice(0, MOST_ROWS);
   document.getElementById("untold").textContent = told.length < all.length
     ? `the first ${told.length} of ${all.length}; the time line has them all` : "";
-  fillTable("story-events", told.map(({time, value, event, words}) =>
-    element("tr", {class: event.weight > 2 ? "weighty" : ""}, timeLink(time), element("td", {}, words),
+  fillTable("story-events", told.map(({time, value, event, words, weight}) =>
+    element("tr", {class: weight > 2 ? "weighty" : ""}, timeLink(time), element("td", {}, words),
       element("td", {class: "name"}, event.name), element("td", {class: "v"}, value))), 4);
 }
 
@@ -219,7 +243,14 @@ function fillTexts() {
       element("td", {}, levels[level] ?? String(level)), element("td", {}, category), element("td", {class: "v"}, text))), 4);
 }
 
+/// Where the names of lanes stand depends on the width, on paper as well.
+function fitAndDraw() {
+  fit(document.querySelector("main").clientWidth);
+  draw();
+}
+
 fillTexts();
 fillStory();
 listen();
-draw();
+window.addEventListener("resize", fitAndDraw);
+fitAndDraw();

@@ -4,12 +4,18 @@
 
 const data = JSON.parse(document.getElementById("data").textContent);
 
-/// Left of the curves stand names and scales.
-const LEFT = 225;
+/// Left of the curves stand names and scales; on a phone names stand above them.
+const kWide = {LEFT: 225, WIDTH: 1150, LANE: 18};
+let {LEFT, WIDTH, LANE} = kWide;
+let isNarrow = false;
 const RIGHT = 22;
-const WIDTH = 1150;
-const LANE = 18;
 const AXIS = 20;
+
+/// Takes the width that there is, where that is too little for names at the side.
+function fit(width) {
+  isNarrow = width < 640;
+  ({LEFT, WIDTH, LANE} = isNarrow ? {LEFT: 60, WIDTH: Math.max(width, 240), LANE: 30} : kWide);
+}
 
 const end = Math.max(data.end, 0.001);
 let from = 0;
@@ -53,7 +59,7 @@ function steps(low, high, count) {
 }
 
 function timeAxis(svg, height) {
-  const {places, digits} = steps(from, to, 10);
+  const {places, digits} = steps(from, to, isNarrow ? 4 : 10);
   for (const time of places) {
     svg.append(
       element("line", {class: "grid", x1: x(time), x2: x(time), y1: 0, y2: height - AXIS}),
