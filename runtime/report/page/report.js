@@ -146,8 +146,8 @@ function drawPlot(plot, legend) {
 
   const keys = plot.series.map((series, i) => element("span", {class: `key s${i % 6}`}, series.name));
   legend.replaceChildren(...keys);
-  // As many digits as the scale has, and one more.
-  const digits = scale.digits + 1;
+  // As many digits as the scale has, and two more.
+  const digits = scale.digits + 2;
   pointAt(svg, PLOT - AXIS, (time) => {
     plot.series.forEach((series, i) => {
       keys[i].textContent = time === undefined ? series.name
