@@ -187,7 +187,7 @@ private:
 
   /// Ticks come a little early or late; on the average no more are due than were asked for.
   bool xIsDue(GK::GKMicros time) {
-    constexpr GK::GKMicros part = 4;
+    constexpr GK::GKMicros part = 10;
     if (time < fDue - fInterval / part) {
       return false;
     }
