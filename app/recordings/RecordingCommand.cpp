@@ -43,7 +43,7 @@ int guarded(const RecordingOptions& options, const std::function<int()>& work) {
   return kBadInput;
 }
 
-int convert(const RecordingOptions& options) {
+int convertAsAsked(const RecordingOptions& options) {
   const mcap::Compression compression = options.compression == "none"
                                             ? mcap::Compression::None
                                             : *mcap::findCompression(options.compression);
@@ -88,7 +88,7 @@ void addRecordingCommand(const Command& program) {
          "The new recording");
   const Command convert = add(
       "convert", "Make a .mcap, .csv or .jsonl file, or a ROS 2 bag, of a recording of any kind",
-      [options] { return convert(*options); });
+      [options] { return convertAsAsked(*options); });
   addOut(convert, "The new file; its ending tells the kind");
   convert
       .option("--to", options->to,
