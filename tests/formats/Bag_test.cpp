@@ -93,6 +93,13 @@ TEST(BagMetadata, TellsAllThatReadersOfVersion5Demand) {
             "      message_count: 3\n");
 }
 
+TEST(BagMetadata, LogLinesAreOfferedForTenSeconds) {
+  const std::string text = offeredQosOf(ros::Profile::Log);
+  EXPECT_THAT(text, HasSubstr("  depth: 100\n"));
+  EXPECT_THAT(text, HasSubstr("  durability: 1\n"));
+  EXPECT_THAT(text, HasSubstr("  lifespan:\n    sec: 10\n    nsec: 0\n  liveliness: 1\n"));
+}
+
 TEST(BagWriter, TheFolderAppearsWhenTheBagIsComplete) {
   const TemporaryFolder folder;
   const ros::Topic topic{"/touch/chest", &ros::typeOf<ros::Bool>(), ros::Profile::Latched, false};

@@ -67,7 +67,7 @@ let metadata;
 before(async () => {
   folder = mkdtempSync(join(tmpdir(), "gk-bag-"));
   recording = join(folder, "run.mcap");
-  gk("run", "--robot", "sim", "--speed", "max", "--until", "60", "--quiet", "--record", recording,
+  gk("run", "--robot", "sim", "--speed", "max", "--until", "36", "--quiet", "--record", recording,
      join(source, "examples/tour.jsonl"));
   gk("recording", "convert", recording, join(folder, "tour"), "--to", "ros2");
   bag = await readAll(join(folder, "tour/tour_0.mcap"));
@@ -170,8 +170,7 @@ test("profiles are told in numbers", () => {
   assert.deepEqual(profile("/imu/data"), [stream]);
   assert.deepEqual(profile("/tf"), [{...stream, depth: 100}]);
   assert.deepEqual(profile("/tf_static"), [{...stream, depth: 1, durability: 1}]);
-  assert.deepEqual(profile("/rosout"),
-                   [{...stream, depth: 100, durability: 1, lifespan: {sec: 10, nsec: 0}}]);
+  assert.deepEqual(profile("/events"), [{...stream, depth: 100}]);
 });
 
 test("latched topics come first", () => {
@@ -214,7 +213,7 @@ test("events are those of the recording", async () => {
   const {messages: recorded} = await readAll(recording);
   const events = recorded.filter(({topic}) => topic === "/events");
   const told = of("/events");
-  assert.ok(events.length > 50);
+  assert.ok(events.length > 30);
   assert.deepEqual(told.map(({value}) => value.data),
                    events.map(({data}) => new TextDecoder().decode(data)));
   assert.deepEqual(told.map(({logTime}) => logTime), events.map(({logTime}) => logTime));
@@ -245,11 +244,17 @@ test("an obstacle is in sight, or nothing is", () => {
 });
 
 test("standing feet carry the robot", () => {
-  const standing = (topic) => of(topic).filter(({value}) => value.header.stamp.sec % 60 === 14);
-  const force = (topic) => of(topic)[650].value.wrench.force.z;
-  const weight = force("/l_foot/wrench") + force("/r_foot/wrench");
+  // Before it takes its first posture.
+  const before = bag.messages[0].logTime + 13_000_000_000n;
+  const last = (topic) => of(topic).findLast(({logTime}) => logTime < before).value;
+  const weight = last("/l_foot/wrench").wrench.force.z + last("/r_foot/wrench").wrench.force.z;
   assert.ok(Math.abs(weight - 4.5 * 9.81) < 3, String(weight));
-  assert.ok(standing("/l_foot/cop").every(({value}) => Math.abs(value.point.x) < 0.1));
+  for (const foot of ["/l_foot", "/r_foot"]) {
+    const {force, torque} = last(foot + "/wrench").wrench;
+    const {x, y} = last(foot + "/cop").point;
+    assert.ok(Math.abs(x - -torque.y / force.z) < 1e-9 && Math.abs(y - torque.x / force.z) < 1e-9);
+    assert.ok(x > -0.045 && x < 0.083, String(x));
+  }
 });
 
 test("an existing folder stays as it is", () => {
