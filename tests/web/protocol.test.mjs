@@ -104,7 +104,12 @@ for (const subprotocol of ["foxglove.websocket.v1", "foxglove.sdk.v1"]) {
     const { client, info, channels, services, problems } = await connect(subprotocol);
     assert.equal(info.name, "gksensors");
     assert.deepEqual(info.capabilities, ["time", "services", "parameters", "parametersSubscribe"]);
-    for (const { encoding, schemaEncoding, schema } of channels) {
+    for (const { topic, encoding, schemaEncoding, schema } of channels) {
+      if (topic.startsWith("/ros2/")) {
+        assert.equal(encoding, "cdr");
+        assert.equal(schemaEncoding, "ros2msg");
+        continue;
+      }
       assert.equal(encoding, "json");
       assert.equal(schemaEncoding, "jsonschema");
       assert.equal(JSON.parse(schema).type, "object");
@@ -145,6 +150,34 @@ test("samples every subject", async () => {
     for (const field of Object.keys(payload)) {
       assert.ok(known.includes(field), `${topic} ${field}`);
     }
+    client.unsubscribe(subscription);
+  }
+  client.close();
+});
+
+test("tells ROS messages below /ros2, latched ones at once", async () => {
+  const { client, channel } = await connect();
+  const next = (subscription) =>
+    new Promise((resolve) => {
+      const listener = (message) => {
+        if (message.subscriptionId === subscription) {
+          client.off("message", listener);
+          resolve(Buffer.from(message.data.buffer, message.data.byteOffset, message.data.byteLength));
+        }
+      };
+      client.on("message", listener);
+    });
+  for (const [topic, type, text] of [
+    ["/ros2/robot_description", "std_msgs/msg/String", "<robot name="],
+    ["/ros2/touch/chest_button", "std_msgs/msg/Bool", ""],
+    ["/ros2/joint_states", "sensor_msgs/msg/JointState", "LHipPitch"],
+    ["/ros2/tf", "tf2_msgs/msg/TFMessage", "l_thigh"],
+  ]) {
+    assert.equal(channel(topic).schemaName, type);
+    const subscription = client.subscribe(channel(topic).id);
+    const message = await next(subscription);
+    assert.deepEqual([...message.subarray(0, 4)], [0, 1, 0, 0]);
+    assert.ok(message.includes(text), topic);
     client.unsubscribe(subscription);
   }
   client.close();
