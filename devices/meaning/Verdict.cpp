@@ -55,9 +55,6 @@ constexpr std::string_view kFloorKey = "footContactChanged";
 constexpr std::string_view kPluggedKey = "BatteryPowerPluggedChanged";
 constexpr std::string_view kChargeKey = "Device/SubDeviceList/Battery/Charge/Sensor/Value";
 constexpr std::string_view kTemperature = "/Temperature/Sensor/Value";
-/// What a motor board reports while it is hot: high, very high and too high.
-constexpr int kFirstHeatError = 33;
-constexpr int kLastHeatError = 35;
 
 /// How a pose is lain in; empty for poses that nobody falls into.
 std::string_view lyingIn(std::string_view pose) {
@@ -192,7 +189,7 @@ void Verdict::xLookAtHeat(GK::GKMicros now, const GK::GKMemoryStore& store) {
   float temperature = 0;
   for (const messages::MotorBoard& board : messages::motorBoards()) {
     const std::optional<float> error = numberOf(store, messages::boardErrorKey(board.name));
-    if (!error || *error < kFirstHeatError || *error > kLastHeatError) {
+    if (!error || *error < messages::kFirstHeatError || *error > messages::kLastHeatError) {
       continue;
     }
     ++boards;
@@ -217,7 +214,7 @@ void Verdict::xLookAtHeat(GK::GKMicros now, const GK::GKMemoryStore& store) {
   if (boards > 1) {
     text += ", and " + std::to_string(boards - 1) + " more motor board" + (boards > 2 ? "s" : "");
   }
-  xApplies(Rule::Hot, worst > kFirstHeatError ? Level::Error : Level::Warning, now, text);
+  xApplies(Rule::Hot, worst > messages::kFirstHeatError ? Level::Error : Level::Warning, now, text);
 }
 
 void Verdict::xLookAtKeys(GK::GKMicros now, const HostCondition& host) {
@@ -251,8 +248,8 @@ void Verdict::xLookAtBattery(GK::GKMicros now, const GK::GKMemoryStore& store) {
   const auto isBelow = [&](float limit, Level level) {
     return *charge <= limit + (fBattery >= level ? kChargeStep : 0.0F);
   };
-  fBattery = isBelow(kEmptyCharge, Level::Error)   ? Level::Error
-             : isBelow(kLowCharge, Level::Warning) ? Level::Warning
+  fBattery = isBelow(messages::kEmptyCharge, Level::Error)   ? Level::Error
+             : isBelow(messages::kLowCharge, Level::Warning) ? Level::Warning
                                                    : Level::Fine;
   if (fBattery != Level::Fine) {
     constexpr float percent = 100;

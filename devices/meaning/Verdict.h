@@ -55,10 +55,7 @@ public:
   /// A tick of a loop that takes longer than this hangs, and robots tremble more often than this.
   static constexpr GK::GKMicros kLongestSilence = 1'000'000;
   static constexpr GK::GKMicros kFreshness = 5'000'000;
-  /// Charge at which the battery is low and nearly empty, and by how much it must rise to be
-  /// better.
-  static constexpr float kLowCharge = 0.2F;
-  static constexpr float kEmptyCharge = 0.1F;
+  /// By how much the charge of a battery that is low must rise to be better.
   static constexpr float kChargeStep = 0.02F;
   /// A viewer's loss is told of for so long.
   static constexpr GK::GKMicros kLossMemory = 60'000'000;

@@ -79,6 +79,14 @@ std::span<const std::string_view> touchSensors();
 /// Distance that stands for "nothing in sight", m.
 inline constexpr float kNoEcho = 2.55F;
 
+/// Charge at which the battery is low and nearly empty, of 1.
+inline constexpr float kLowCharge = 0.2F;
+inline constexpr float kEmptyCharge = 0.1F;
+
+/// What a motor board reports while it is hot: high, very high and too high.
+inline constexpr int kFirstHeatError = 33;
+inline constexpr int kLastHeatError = 35;
+
 /// "Device/SubDeviceList/" + `device` + `quantity`, such as "/Position/Sensor/Value".
 std::string deviceKey(std::string_view device, std::string_view quantity);
 /// Error word of a motor board.

@@ -4,11 +4,10 @@
 #include "gk/GKMemoryStore.h"
 #include "gk/GKObserver.h"
 #include "gk/GKTime.h"
-#include "messages/ros/Type.h"
+#include "messages/ros/Topic.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -17,49 +16,6 @@
 /// The robot as ROS 2 sees it: topics, message types and messages, the same for live topics,
 /// recordings and viewers.
 namespace gk::messages::ros {
-
-/// How messages of a topic are kept and given to readers. All are sent reliably.
-enum class Profile : std::uint8_t {
-  Stream,  ///< the last 10, for who reads already
-  Burst,   ///< the last 100, for who reads already: many may come at once
-  Latched, ///< the last one, also for who comes later
-  Log      ///< the last 100 of the last 10 seconds, also for who comes later
-};
-
-/// What a profile is made of.
-struct Qos {
-  std::uint32_t depth = 0;
-  bool isTransientLocal = false;
-  /// Seconds after which a message is forgotten; 0 for never.
-  std::uint32_t lifespan = 0;
-};
-Qos qosOf(Profile profile);
-
-struct Topic {
-  /// Begins with "/"; without a namespace.
-  std::string name;
-  const Type* type = nullptr;
-  Profile profile = Profile::Stream;
-  /// Stands outside of every namespace.
-  bool isGlobal = false;
-};
-
-/// A namespace as people write it ("nao", "/lab/nao/", "") with "/" before every part: "/lab/nao".
-/// Raises `std::invalid_argument` with what is wrong.
-std::string namespaceOf(std::string_view text);
-
-/// The name of a topic within a namespace of `namespaceOf`.
-std::string nameIn(std::string_view nameSpace, const Topic& topic);
-
-/// One message.
-struct Sample {
-  /// The place of its topic in `Mapper::topics`.
-  std::size_t topic = 0;
-  /// Nanoseconds since 1970.
-  std::uint64_t time = 0;
-  /// With the four bytes that say how it is encoded. Only valid while the sink has it.
-  std::string_view cdr;
-};
 
 struct MapperOptions {
   /// Most samples of a topic a second, above 0. Things that happen are told at once in any case.
@@ -74,9 +30,8 @@ struct MapperOptions {
 /// order. A steady tick looks up nothing and allocates next to nothing.
 class Mapper {
 public:
-  using Sink = std::function<void(const Sample&)>;
-  /// Says for the place of a topic whether anybody wants its messages. Empty: all are wanted.
-  using IsWanted = std::function<bool(std::size_t topic)>;
+  using Sink = ros::Sink;
+  using IsWanted = ros::IsWanted;
 
   /// `store`: whose keys are told; not null. `wall` and `elapsed` are one moment on the clock, for
   /// the times of messages.
