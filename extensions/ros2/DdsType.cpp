@@ -48,7 +48,7 @@ struct Sample : ddsi_serdata {
   std::vector<std::uint8_t> bytes;
 };
 
-struct Type : ddsi_sertype {};
+struct OpaqueType : ddsi_sertype {};
 
 const Sample& sampleOf(const ddsi_serdata* sample) {
   return *static_cast<const Sample*>(sample);
@@ -193,7 +193,7 @@ constexpr ddsi_serdata_ops kSampleOperations = {
 
 void freeType(ddsi_sertype* type) {
   ddsi_sertype_fini(type);
-  delete static_cast<Type*>(type);
+  delete static_cast<OpaqueType*>(type);
 }
 
 void zeroSamples(const ddsi_sertype*, void*, std::size_t) {}
@@ -238,7 +238,7 @@ constexpr ddsi_sertype_ops kTypeOperations = {
 } // namespace
 
 ddsi_sertype* makeType(const std::string& name) {
-  auto* type = new Type{};
+  auto* type = new OpaqueType{};
   ddsi_sertype_init_flags(type, name.c_str(), &kTypeOperations, &kSampleOperations,
                           DDSI_SERTYPE_FLAG_TOPICKIND_NO_KEY);
   type->allowed_data_representation = DDS_DATA_REPRESENTATION_FLAG_XCDR1;

@@ -127,15 +127,16 @@ std::string configurationOf(const Network& network, const std::string& own) {
   using Range = Network::Range;
   std::string general;
   std::string discovery;
-  // Whoever names peers wants to be reached by them.
-  if (network.range == Range::Machine && network.peers.empty()) {
-    general += element("Interfaces", "<NetworkInterface address=\"127.0.0.1\"/>");
-  } else if (!network.interface.empty()) {
+  if (!network.interface.empty()) {
     general += element("Interfaces", "<NetworkInterface name=\"" + network.interface + "\"/>");
   }
   std::vector<std::string> peers = network.peers;
   if (network.range == Range::Machine) {
+    // The interface is the usual one all the same: Fast DDS tells its address alone, and whoever
+    // has only the loopback interface takes no notice of that.
     general += element("AllowMulticast", "false");
+    // Others may wait for multicasts, which we neither send nor get: they are told soon.
+    discovery += element("SPDPInterval", "1 s");
     discovery += element("ParticipantIndex", "auto");
     discovery += element("MaxAutoParticipantIndex", std::to_string(kMostParticipants));
     peers.insert(peers.begin(), "127.0.0.1");

@@ -9,14 +9,14 @@ namespace gk::ros2 {
 
 namespace {
 
-using Type = GK::GKValue::Type;
-
 constexpr const char* kPrefix = "Settings/GKRos2/";
 constexpr double kMostRate = 1000.0;
 
 /// The settings as they stand in the memory.
 class Reading {
 public:
+  using Type = GK::GKValue::Type;
+
   explicit Reading(const GK::GKMemoryProxy& memory) : fMemory(memory) {}
 
   std::string text(const std::string& name, const std::string& usual) const {
