@@ -209,10 +209,14 @@ private:
   Steady::time_point fFlushed = Steady::now();
 };
 
-bool isWanted(const std::vector<std::string>& patterns, const std::string& topic) {
-  return patterns.empty() || std::ranges::any_of(patterns, [&topic](const std::string& pattern) {
-           return fnmatch(pattern.c_str(), topic.c_str(), 0) == 0;
-         });
+/// What is told in another way as well has to be asked for.
+bool isWanted(const std::vector<std::string>& patterns, const HostChannel& channel) {
+  if (patterns.empty()) {
+    return channel.encoding == "json";
+  }
+  return std::ranges::any_of(patterns, [&channel](const std::string& pattern) {
+    return fnmatch(pattern.c_str(), channel.topic.c_str(), 0) == 0;
+  });
 }
 
 /// Records until `isEnd`; the file is complete whichever way that comes.
@@ -226,7 +230,7 @@ void record(const RecordStreamOptions& options, const std::atomic<bool>& isEnd) 
     if (!recording.hasBegun()) {
       recording.begin(client.address().text());
     }
-    return isWanted(options.topics, channel.topic);
+    return isWanted(options.topics, channel);
   };
   handlers.message = [&](const HostChannel& channel, std::uint64_t time, std::string_view payload) {
     recording.write(channel, time, payload);

@@ -27,6 +27,11 @@ int recoverRecording(const std::string& file, const std::string& out, bool isOve
 int convertRecording(const std::string& file, const std::string& out,
                      formats::mcap::Compression compression, bool isOverwriting);
 
+/// What a recording's run tells ROS 2, as a bag in a new folder. A recorded run is repeated, all
+/// else is run through the module library.
+int convertToBag(const std::string& file, const std::string& folder,
+                 formats::mcap::Compression compression);
+
 /// A part of a recording, in seconds of the run.
 struct RecordingPart {
   double from = 0;

@@ -17,12 +17,15 @@ namespace gk::app {
 
 namespace {
 
+namespace mcap = formats::mcap;
+
 struct RecordingOptions {
   std::string file;
   std::string out;
   std::vector<std::string> topics;
   std::string compression = "zstd";
   bool isOverwriting = false;
+  std::string to;
   RecordingPart part;
 };
 
@@ -38,6 +41,20 @@ int guarded(const RecordingOptions& options, const std::function<int()>& work) {
     return complainOf(error);
   }
   return kBadInput;
+}
+
+int convertAsAsked(const RecordingOptions& options) {
+  const mcap::Compression compression = options.compression == "none"
+                                            ? mcap::Compression::None
+                                            : *mcap::findCompression(options.compression);
+  if (options.to.empty()) {
+    return convertRecording(options.file, options.out, compression, options.isOverwriting);
+  }
+  if (options.isOverwriting) {
+    complain("--overwrite replaces files; what a bag is made in has to be a new folder");
+    return kBadInput;
+  }
+  return convertToBag(options.file, options.out, compression);
 }
 
 } // namespace
@@ -69,15 +86,15 @@ void addRecordingCommand(const Command& program) {
                return recoverRecording(options->file, options->out, options->isOverwriting);
              }),
          "The new recording");
-  const Command convert =
-      add("convert", "Make a .mcap, .csv or .jsonl file of a recording of any kind", [options] {
-        return convertRecording(options->file, options->out,
-                                options->compression == "none"
-                                    ? formats::mcap::Compression::None
-                                    : *formats::mcap::findCompression(options->compression),
-                                options->isOverwriting);
-      });
+  const Command convert = add(
+      "convert", "Make a .mcap, .csv or .jsonl file, or a ROS 2 bag, of a recording of any kind",
+      [options] { return convertAsAsked(*options); });
   addOut(convert, "The new file; its ending tells the kind");
+  convert
+      .option("--to", options->to,
+              "Make a bag that ros2 bag info and ros2 bag play open; OUT is then a new folder")
+      .oneOf({"ros2"})
+      .shows("ros2");
   convert.option("--compression", options->compression, "How to compress a .mcap file")
       .oneOf({"zstd", "lz4", "none"})
       .shows("zstd|lz4|none")

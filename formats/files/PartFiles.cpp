@@ -54,6 +54,12 @@ void removePartFiles() noexcept {
       ::unlink(entry.path.data());
     }
   }
+  // Folders, now that nothing is left in them.
+  for (Entry& entry : gFiles) {
+    if (entry.isSet.load(std::memory_order_acquire)) {
+      ::rmdir(entry.path.data());
+    }
+  }
 }
 
 } // namespace gk::formats

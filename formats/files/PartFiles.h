@@ -2,7 +2,7 @@
 
 #include <string>
 
-/// Files that are being written under a name of their own and must not be left behind by a process
+/// Files and folders that are being written under a name of their own and must not be left behind by a process
 /// that a signal ends. Any thread.
 namespace gk::formats {
 

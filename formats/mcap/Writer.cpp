@@ -64,7 +64,7 @@ Writer::Writer(Sink& sink, Options options)
     : fSink(sink), fChunkSize(options.chunkSize), fApartTopic(std::move(options.apart)),
       fCompressor(options.compression, options.level), fChunkIndexes(std::make_unique<Spill>()) {
   std::string start(kMagic);
-  appendHeader(start, "", options.library);
+  appendHeader(start, options.profile, options.library);
   xWrite(start);
 }
 

@@ -34,6 +34,8 @@ public:
     std::size_t chunkSize = kChunkSize;
     /// How hard is tried to make chunks small, as zstd counts.
     int level = Compressor::kQuick;
+    /// What its messages are, for those who have rules of their own: "ros2" or nothing.
+    std::string profile{};
     /// Name of the program that writes.
     std::string library{};
     /// A topic with chunks of its own: who wants it alone need not read the others.

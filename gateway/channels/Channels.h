@@ -25,23 +25,25 @@ enum class Flow : std::uint8_t {
   Queue   ///< things that happened once: none may be left out for the sake of a sample
 };
 
-/// A stream of JSON messages of one shape.
+/// A stream of messages of one shape.
 struct Channel {
   /// 1, 2, 3 ... in the order of appearance.
   std::uint32_t id = 0;
   /// Begins with "/".
   std::string topic;
   std::string schemaName;
-  /// A JSON Schema of the messages, as JSON text.
+  /// A JSON Schema of the messages, as JSON text, unless they are no JSON.
   std::string schema;
   Flow flow = Flow::Latest;
+  std::string encoding = "json";
+  std::string schemaEncoding = "jsonschema";
 };
 
 struct ChannelMessage {
   std::uint32_t channel = 0;
   /// Nanoseconds since 1970-01-01T00:00:00 UTC, on the host's clock.
   std::uint64_t time = 0;
-  /// One JSON object.
+  /// One JSON object, unless the channel has another encoding.
   std::string payload;
 };
 

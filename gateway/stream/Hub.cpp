@@ -83,19 +83,25 @@ void Hub::process(const NoticeQueue::Batch& batch) {
   if (channels == nullptr) {
     return;
   }
+  RosChannels* const rosChannels = fOffer.rosChannels();
+  const Channels::IsWanted isWanted = [this](std::uint32_t channel) {
+    return fOffer.hasSubscriber(channel);
+  };
   for (const GK::GKNotice& notice : batch.notices) {
     const std::vector<ChannelMessage> messages = channels->ofNotice(notice);
     xAnnounceNew();
     xDeliver(messages);
+    if (rosChannels != nullptr) {
+      xDeliver(rosChannels->ofNotice(notice, isWanted));
+    }
   }
-  const auto isWanted = [this](std::uint32_t channel) { return fOffer.hasSubscriber(channel); };
   bool hasTicked = false;
   for (const NoticeQueue::Loop& loop : batch.loops) {
     std::uint64_t& passedOn = fTicks[loop.module];
     if (std::exchange(passedOn, loop.ticks) != loop.ticks) {
       hasTicked = true;
       fPast.onTick(loop.time, loop.module);
-      xDeliver(channels->ofTick(loop.time, loop.module, loop.ticks, isWanted));
+      xTellTick(loop.time, loop.module, loop.ticks);
     }
   }
   if (hasTicked) {
@@ -113,6 +119,16 @@ void Hub::xDeliver(const std::vector<ChannelMessage>& messages) {
     for (StreamSession* session : fSessions) {
       session->deliver(channel, message.time, payload);
     }
+  }
+}
+
+void Hub::xTellTick(GK::GKMicros time, const std::string& module, std::uint64_t ticks) {
+  const Channels::IsWanted isWanted = [this](std::uint32_t channel) {
+    return fOffer.hasSubscriber(channel);
+  };
+  xDeliver(fOffer.channels()->ofTick(time, module, ticks, isWanted));
+  if (fOffer.rosChannels() != nullptr) {
+    xDeliver(fOffer.rosChannels()->ofTick(time, module, ticks, isWanted));
   }
 }
 
@@ -165,10 +181,8 @@ void Hub::onPlayback(Playback::Change change) {
   }
   xTellPlayback(change.didSeek);
   if (change.didSeek) {
-    const auto isWanted = [this](std::uint32_t channel) { return fOffer.hasSubscriber(channel); };
     for (const auto& [module, ticks] : fTicks) {
-      xDeliver(
-          fOffer.channels()->ofTick(GK::GKClock::instance().elapsed(), module, ticks, isWanted));
+      xTellTick(GK::GKClock::instance().elapsed(), module, ticks);
     }
     xCheckDevices();
     xCheckVerdict();

@@ -47,6 +47,7 @@ public:
 private:
   void xDeliver(const std::vector<ChannelMessage>& messages);
   /// Tells what is so from now on.
+  void xTellTick(GK::GKMicros time, const std::string& module, std::uint64_t ticks);
   void xTellState(std::uint32_t channel, std::string payload);
   void xCheckVerdict();
   void xTellPlayback(bool didSeek);

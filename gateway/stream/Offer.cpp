@@ -47,11 +47,16 @@ void Offer::open(std::shared_ptr<const Robot> robot) {
       fChannels->addEvent(event.name);
     }
   }
+  if (fRobot->store() != nullptr) {
+    fRosChannels = std::make_unique<RosChannels>(*fChannels, fRobot->store(), clock.wallTime(),
+                                                 clock.elapsed());
+  }
 }
 
 void Offer::close() {
   fWatches.open(nullptr);
   fStates.clear();
+  fRosChannels.reset();
   fChannels.reset();
   fServices.clear();
   fRobot.reset();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gateway/channels/Channels.h"
+#include "gateway/channels/RosChannels.h"
 #include "gateway/figures/Counters.h"
 #include "gateway/past/Playback.h"
 #include "gateway/robot/CallRunner.h"
@@ -41,6 +42,8 @@ public:
   const std::shared_ptr<const Robot>& robot() const noexcept { return fRobot; }
   /// Null without a robot.
   Channels* channels() const noexcept { return fChannels.get(); }
+  /// Those of them that are ROS messages. Null without a memory.
+  RosChannels* rosChannels() const noexcept { return fRosChannels.get(); }
   const std::vector<Service>& services() const noexcept { return fServices; }
   WatchedKeys& watches() noexcept { return fWatches; }
   std::string serverInfo() const;
@@ -78,6 +81,7 @@ private:
   Playback* const fPlayback;
   std::shared_ptr<const Robot> fRobot;
   std::unique_ptr<Channels> fChannels;
+  std::unique_ptr<RosChannels> fRosChannels;
   std::vector<Service> fServices;
   WatchedKeys fWatches;
   std::map<std::uint32_t, State> fStates;

@@ -103,8 +103,9 @@ std::string advertiseMessage(std::span<const Channel* const> channels) {
   begin(json, "advertise").key("channels").beginArray();
   for (const Channel* channel : channels) {
     json.beginObject().key("id").unsignedInteger(channel->id).key("topic").text(channel->topic);
-    json.key("encoding").text(kJson).key("schemaName").text(channel->schemaName);
-    json.key("schema").text(channel->schema).key("schemaEncoding").text(kJsonSchema).endObject();
+    json.key("encoding").text(channel->encoding).key("schemaName").text(channel->schemaName);
+    json.key("schema").text(channel->schema);
+    json.key("schemaEncoding").text(channel->schemaEncoding).endObject();
   }
   json.endArray().endObject();
   return text;

@@ -255,13 +255,20 @@ void StreamSession::xSubscribe(std::uint32_t subscription, std::uint64_t channel
   fKnowsPlayback = fKnowsPlayback || fOffer.channels()->all()[id - 1].topic == kPlaybackTopic;
   if (const Offer::State* state = fOffer.state(id)) {
     deliver(fOffer.channels()->all()[id - 1], state->time, state->payload);
-  } else if (fOffer.playback() != nullptr) {
+    return;
+  }
+  const GK::GKMicros now = GK::GKClock::instance().elapsed();
+  std::optional<ChannelMessage> sample;
+  if (fOffer.rosChannels() != nullptr) {
+    sample = fOffer.rosChannels()->latched(id, now);
+  }
+  if (!sample && fOffer.playback() != nullptr) {
     // Where the clock stands still no tick will tell it.
-    const GK::GKMicros now = GK::GKClock::instance().elapsed();
-    if (const std::optional<ChannelMessage> sample = fOffer.channels()->sample(id, now)) {
-      deliver(fOffer.channels()->all()[id - 1], sample->time,
-              std::make_shared<const std::string>(sample->payload));
-    }
+    sample = fOffer.channels()->sample(id, now);
+  }
+  if (sample) {
+    deliver(fOffer.channels()->all()[id - 1], sample->time,
+            std::make_shared<const std::string>(std::move(sample->payload)));
   }
 }
 

@@ -141,7 +141,7 @@ DiagnosticStatus Diagnostics::xLoopStatus(Loop& loop, GK::GKMicros time) const {
   }
   if (loop.hasTimes) {
     constexpr double microsAMilli = 1000;
-    told.values.push_back({"ticks that took too long", std::to_string(loop.overruns)});
+    told.values.push_back({"overruns", std::to_string(loop.overruns)});
     told.values.push_back(
         {"largest lateness (ms)", decimal(static_cast<double>(loop.lateness) / microsAMilli, 3)});
   }

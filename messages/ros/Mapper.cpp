@@ -187,8 +187,11 @@ private:
 
   /// Ticks come a little early or late; on the average no more are due than were asked for.
   bool xIsDue(GK::GKMicros time) {
-    constexpr GK::GKMicros part = 4;
-    if (time < fDue - fInterval / part) {
+    constexpr GK::GKMicros part = 10;
+    const bool wentBack = fDue > time + 2 * fInterval;
+    if (wentBack) {
+      fDue = time;
+    } else if (time < fDue - fInterval / part) {
       return false;
     }
     fDue = std::max(fDue + fInterval, time);

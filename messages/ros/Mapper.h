@@ -27,7 +27,8 @@ struct MapperOptions {
 /// Makes messages from device keys, events, log lines and ticks.
 ///
 /// For one thread at a time; whoever is an observer calls it from there, or later in the same
-/// order. A steady tick looks up nothing and allocates next to nothing.
+/// order. Times may go back where a run is played that is over. A steady tick looks up nothing and
+/// allocates next to nothing.
 class Mapper {
 public:
   using Sink = ros::Sink;

@@ -43,7 +43,7 @@ std::string namespaceOf(std::string_view text) {
   if (rest.starts_with('/')) {
     rest.remove_prefix(1);
   }
-  if (rest.ends_with('/')) {
+  if (rest.size() > 1 && rest.ends_with('/')) {
     rest.remove_suffix(1);
   }
   std::string result;

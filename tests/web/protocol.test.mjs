@@ -104,7 +104,12 @@ for (const subprotocol of ["foxglove.websocket.v1", "foxglove.sdk.v1"]) {
     const { client, info, channels, services, problems } = await connect(subprotocol);
     assert.equal(info.name, "gksensors");
     assert.deepEqual(info.capabilities, ["time", "services", "parameters", "parametersSubscribe"]);
-    for (const { encoding, schemaEncoding, schema } of channels) {
+    for (const { topic, encoding, schemaEncoding, schema } of channels) {
+      if (topic.startsWith("/ros2/")) {
+        assert.equal(encoding, "cdr");
+        assert.equal(schemaEncoding, "ros2msg");
+        continue;
+      }
       assert.equal(encoding, "json");
       assert.equal(schemaEncoding, "jsonschema");
       assert.equal(JSON.parse(schema).type, "object");
