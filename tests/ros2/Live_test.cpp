@@ -63,30 +63,41 @@ public:
 
   Program& program() { return fProgram; }
 
-  /// Lines that begin with this word.
-  std::vector<std::string> lines(const std::string& word) const {
-    std::vector<std::string> found;
-    std::istringstream text(fProgram.outSoFar());
-    for (std::string line; std::getline(text, line);) {
-      // The last one may still be written.
-      if (!text.eof() && line.starts_with(word + " ")) {
-        found.push_back(line);
-      }
+  /// Lines so far of this topic, or those that begin with this word.
+  const std::vector<std::string>& lines(const std::string& word) {
+    const std::string text = fProgram.outSince(fSize);
+    std::size_t begin = 0;
+    // The last line may still be written.
+    for (std::size_t end = 0; (end = text.find('\n', begin)) != std::string::npos;
+         begin = end + 1) {
+      const std::string line = text.substr(begin, end - begin);
+      fLines[line.substr(0, line.find(' '))].push_back(line);
     }
-    return found;
+    fSize += begin;
+    return fLines[word];
+  }
+
+  /// Waits until so many lines of this topic have come.
+  void waitForCount(const std::string& topic, std::size_t count) {
+    fProgram.runUntil([&] {
+      giveWay();
+      return lines(topic).size() >= count;
+    });
   }
 
   /// The first line of this topic that has this in it, once it is there.
-  std::string waitFor(const std::string& topic, const std::string& part = {}) const {
+  std::string waitFor(const std::string& topic, const std::string& part = {}) {
     std::string found;
+    std::size_t seen = 0;
     fProgram.runUntil([&] {
-      for (const std::string& line : lines(topic)) {
-        if (line.find(part) != std::string::npos) {
-          found = line;
+      giveWay();
+      const std::vector<std::string>& all = lines(topic);
+      for (; seen < all.size(); ++seen) {
+        if (all[seen].find(part) != std::string::npos) {
+          found = all[seen];
           return true;
         }
       }
-      ::usleep(10'000); // what it writes is read anew each time
       return false;
     });
     return found;
@@ -100,7 +111,13 @@ private:
     return all;
   }
 
+  /// Two processors have a host, a subscriber and this test to run.
+  static void giveWay() { ::usleep(2'000); }
+
   Program fProgram;
+  /// Bytes that have been taken apart.
+  std::size_t fSize = 0;
+  std::map<std::string, std::vector<std::string>> fLines;
 };
 
 /// The value of "name=value" in a line.
@@ -113,16 +130,17 @@ std::string valueIn(const std::string& line, const std::string& name) {
   return line.substr(value, line.find(' ', value) - value);
 }
 
-/// A standing robot with exact sensors.
+/// A standing robot with exact sensors and its sonar on.
 std::vector<std::string> standing(std::vector<std::string> more = {}) {
-  more.insert(more.begin(), {"--ros2", "--no-tour", "--no-noise", "--quiet"});
+  more.insert(more.begin(),
+              {"--ros2", "--no-tour", "--no-noise", "--quiet", "--subscribe", "GKSonar"});
   return more;
 }
 
 TEST(Ros2Live, AnotherVendorFindsEveryTopicWithDefaultSettingsAndReadsRightValues) {
   const Domain domain;
   const RunningHost host(standing());
-  const Reader sut(domain, {"--default"});
+  Reader sut(domain, {"--default"});
 
   // Keys whose values are known: the charge of the start, nothing in sight, a standing robot.
   EXPECT_EQ(valueIn(sut.waitFor("/battery_state"), "present"), "1");
@@ -154,10 +172,10 @@ TEST(Ros2Live, AnotherVendorFindsEveryTopicWithDefaultSettingsAndReadsRightValue
 TEST(Ros2Live, WhoComesLateGetsWhatIsLatched) {
   const Domain domain;
   const RunningHost host(standing());
-  const Reader first(domain);
+  Reader first(domain);
   first.waitFor("/joint_states");
 
-  const Reader sut(domain);
+  Reader sut(domain);
   EXPECT_THAT(sut.waitFor("/robot_description"), HasSubstr("<robot"));
   EXPECT_NE(sut.waitFor("/tf_static"), "");
   EXPECT_EQ(valueIn(sut.waitFor("/touch/head_front"), "data"), "0");
@@ -168,7 +186,7 @@ TEST(Ros2Live, WhoComesLateGetsWhatIsLatched) {
 TEST(Ros2Live, EventsAreToldAtOnceAndTouchesAsTheyChange) {
   const Domain domain;
   const RunningHost host(standing());
-  const Reader sut(domain);
+  Reader sut(domain);
   sut.waitFor("/touch/head_front", "data=0");
 
   ASSERT_EQ(host.gk({"set", "Simulation/Touch/Head/Touch/Front", "on"}).code, 0);
@@ -179,7 +197,7 @@ TEST(Ros2Live, EventsAreToldAtOnceAndTouchesAsTheyChange) {
 TEST(Ros2Live, ANamespaceStandsBeforeAllButWhatIsOfTheWholeSystem) {
   const Domain domain;
   const RunningHost host(standing({"--ros-namespace", "lab/robot1"}));
-  const Reader sut(domain);
+  Reader sut(domain);
 
   EXPECT_NE(sut.waitFor("/lab/robot1/joint_states"), "");
   EXPECT_NE(sut.waitFor("/tf"), "");
@@ -191,7 +209,7 @@ TEST(Ros2Live, ASecondHostOnTheMachineIsSeenBesidesTheFirst) {
   const Domain domain;
   const RunningHost first(standing({"--ros-namespace", "one"}));
   const RunningHost second(standing({"--ros-namespace", "two"}));
-  const Reader sut(domain);
+  Reader sut(domain);
 
   EXPECT_NE(sut.waitFor("/one/imu/data"), "");
   EXPECT_NE(sut.waitFor("/two/imu/data"), "");
@@ -200,7 +218,7 @@ TEST(Ros2Live, ASecondHostOnTheMachineIsSeenBesidesTheFirst) {
 TEST(Ros2Live, AKilledOrStoppedReaderDisturbsNobody) {
   const Domain domain;
   RunningHost host(standing());
-  const Reader sut(domain, {"/joint_states", "/pose_name"});
+  Reader sut(domain, {"/joint_states", "/pose_name"});
   Reader killed(domain);
   Reader stopped(domain);
   killed.waitFor("/joint_states");
@@ -209,12 +227,7 @@ TEST(Ros2Live, AKilledOrStoppedReaderDisturbsNobody) {
   ::kill(killed.program().pid(), SIGKILL);
   ::kill(stopped.program().pid(), SIGSTOP);
   // More than what writers keep for readers.
-  const std::size_t before = sut.lines("/joint_states").size();
-  sut.waitFor("/joint_states");
-  while (sut.lines("/joint_states").size() < before + 150) {
-    ASSERT_FALSE(host.program().hasEnded());
-    ::usleep(10'000);
-  }
+  sut.waitForCount("/joint_states", sut.lines("/joint_states").size() + 150);
   EXPECT_EQ(host.gk({"call", "GKRos2.status"}).code, 0);
 
   // It ends as ever: nobody is waited for.
@@ -226,7 +239,7 @@ TEST(Ros2Live, AKilledOrStoppedReaderDisturbsNobody) {
 TEST(Ros2Live, TheGraphIsToldInTheFormatThatIsAskedFor) {
   const Domain domain;
   const RunningHost host(standing({"--setting", "GKRos2/Graph=gid16"}));
-  const Reader sut(domain, {"ros_discovery_info"});
+  Reader sut(domain, {"ros_discovery_info"});
 
   const std::string line = sut.waitFor("ros_discovery_info", "nodes=1");
   EXPECT_THAT(line, HasSubstr(" namespace=/ name=gk readers=0 writers="));
@@ -235,8 +248,8 @@ TEST(Ros2Live, TheGraphIsToldInTheFormatThatIsAskedFor) {
 
 TEST(Ros2Live, TheGraphIsNotToldBeforeSomebodyElseTellsHis) {
   const Domain domain;
-  const RunningHost quiet(standing());
-  const Reader sut(domain);
+  RunningHost quiet(standing());
+  Reader sut(domain);
   sut.waitFor("/joint_states");
   EXPECT_TRUE(sut.lines("ros_discovery_info").empty());
 
@@ -248,7 +261,7 @@ TEST(Ros2Live, TheGraphIsNotToldBeforeSomebodyElseTellsHis) {
 
   // One of the other format: nobody tells in any.
   const RunningHost older(standing({"--setting", "GKRos2/Graph=gid24"}));
-  const Program& program = const_cast<RunningHost&>(quiet).program();
+  const Program& program = quiet.program();
   program.runUntil([&] {
     return program.errSoFar().find("older and newer releases of ROS") != std::string::npos;
   });
