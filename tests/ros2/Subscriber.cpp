@@ -1,10 +1,13 @@
 #include "ros2/FastDds.h"
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
+#include <exception>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -12,13 +15,15 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // Another vendor's subscriber: finds the topics of ROS in a domain, reads all of them, and prints a
 // line for each writer that it finds and for each sample. What is printed is what Fast CDR decodes.
 //
-// Usage: ros2_subscriber DOMAIN [--default] [--silent] [TOPIC...]
+// Usage: ros2_subscriber DOMAIN [--default] [--silent] [--latency TOPIC] [TOPIC...]
 // --default: all of Fast DDS's settings as they are, shared memory included; otherwise UDP alone.
 // --silent: counts samples without printing them.
+// --latency: tells at the end how long after their stamps samples of this topic came.
 
 namespace gk::test {
 namespace {
@@ -197,9 +202,23 @@ std::string decoded(const std::string& type, Bytes& bytes) {
   }
   Text out;
   out.precision(9);
+  try {
+    Cdr cdr(bytes);
+    known->second(cdr, out);
+    return out.str();
+  } catch (const std::exception& error) {
+    return std::string(" is something else: ") + error.what();
+  }
+}
+
+/// How old a sample is that begins with a header, in microseconds.
+double ageOf(Bytes& bytes) {
   Cdr cdr(bytes);
-  known->second(cdr, out);
-  return out.str();
+  const auto sec = cdr.take<std::int32_t>();
+  const auto nanosec = cdr.take<std::uint32_t>();
+  const std::chrono::duration<double, std::micro> now =
+      std::chrono::system_clock::now().time_since_epoch();
+  return now.count() - (sec * 1e6 + nanosec / 1e3);
 }
 
 std::atomic<bool> isEnding{false};
@@ -212,8 +231,10 @@ void onSignal(int) {
 
 class Subscriber {
 public:
-  Subscriber(std::uint32_t domain, bool isDefault, bool isSilent, std::set<std::string> topics)
-      : fTopics(std::move(topics)), fIsSilent(isSilent), fFinder([this](const FoundWriter& found) {
+  Subscriber(std::uint32_t domain, bool isDefault, bool isSilent, std::string timed,
+             std::set<std::string> topics)
+      : fTopics(std::move(topics)), fIsSilent(isSilent), fTimed(std::move(timed)),
+        fFinder([this](const FoundWriter& found) {
           const std::lock_guard<std::mutex> lock(fMutex);
           fFound.push_back(found);
           fNews.set_trigger_value(true);
@@ -256,6 +277,15 @@ public:
       std::fflush(stdout);
     }
     std::printf("samples %zu\n", fCount);
+    std::sort(fAges.begin(), fAges.end());
+    if (!fAges.empty()) {
+      const auto part = [this](double share) {
+        return fAges[static_cast<std::size_t>(share * static_cast<double>(fAges.size() - 1))];
+      };
+      std::printf("latency of %zu samples: half within %.0f us, 99 %% within %.0f us, all within "
+                  "%.0f us\n",
+                  fAges.size(), part(0.5), part(0.99), part(1.0));
+    }
   }
 
 private:
@@ -301,6 +331,9 @@ private:
         continue;
       }
       ++fCount;
+      if (reading.topic == fTimed) {
+        fAges.push_back(ageOf(bytes));
+      }
       if (!fIsSilent) {
         std::printf("%s%s\n", reading.topic.c_str(), decoded(reading.type, bytes).c_str());
       }
@@ -309,6 +342,8 @@ private:
 
   const std::set<std::string> fTopics;
   const bool fIsSilent;
+  const std::string fTimed;
+  std::vector<double> fAges;
   std::mutex fMutex;
   std::deque<FoundWriter> fFound;
   dds::GuardCondition fNews;
@@ -327,6 +362,7 @@ private:
 int main(int argc, char** argv) {
   bool isDefault = false;
   bool isSilent = false;
+  std::string timed;
   std::set<std::string> topics;
   for (int i = 2; i < argc; ++i) {
     const std::string_view argument = argv[i];
@@ -334,17 +370,21 @@ int main(int argc, char** argv) {
       isDefault = true;
     } else if (argument == "--silent") {
       isSilent = true;
+    } else if (argument == "--latency" && i + 1 < argc) {
+      timed = argv[++i];
     } else {
       topics.emplace(argument);
     }
   }
   if (argc < 2) {
-    std::fprintf(stderr, "usage: ros2_subscriber DOMAIN [--default] [--silent] [TOPIC...]\n");
+    std::fprintf(stderr, "usage: ros2_subscriber DOMAIN [--default] [--silent] [--latency TOPIC] "
+                         "[TOPIC...]\n");
     return 2;
   }
   std::signal(SIGTERM, gk::test::onSignal);
   std::signal(SIGINT, gk::test::onSignal);
-  gk::test::Subscriber(static_cast<std::uint32_t>(std::atoi(argv[1])), isDefault, isSilent, topics)
+  gk::test::Subscriber(static_cast<std::uint32_t>(std::atoi(argv[1])), isDefault, isSilent, timed,
+                       topics)
       .run();
   return 0;
 }
