@@ -155,6 +155,34 @@ test("samples every subject", async () => {
   client.close();
 });
 
+test("tells ROS messages below /ros2, latched ones at once", async () => {
+  const { client, channel } = await connect();
+  const next = (subscription) =>
+    new Promise((resolve) => {
+      const listener = (message) => {
+        if (message.subscriptionId === subscription) {
+          client.off("message", listener);
+          resolve(Buffer.from(message.data.buffer, message.data.byteOffset, message.data.byteLength));
+        }
+      };
+      client.on("message", listener);
+    });
+  for (const [topic, type, text] of [
+    ["/ros2/robot_description", "std_msgs/msg/String", "<robot name="],
+    ["/ros2/touch/chest_button", "std_msgs/msg/Bool", ""],
+    ["/ros2/joint_states", "sensor_msgs/msg/JointState", "LHipPitch"],
+    ["/ros2/tf", "tf2_msgs/msg/TFMessage", "l_thigh"],
+  ]) {
+    assert.equal(channel(topic).schemaName, type);
+    const subscription = client.subscribe(channel(topic).id);
+    const message = await next(subscription);
+    assert.deepEqual([...message.subarray(0, 4)], [0, 1, 0, 0]);
+    assert.ok(message.includes(text), topic);
+    client.unsubscribe(subscription);
+  }
+  client.close();
+});
+
 test("calls bound methods as services", async () => {
   const { client, service } = await connect();
   assert.deepEqual(await call(client, service("GKBattery.getBatteryCharge"), 1, {}), { result: 100 });
