@@ -11,6 +11,8 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <exception>
+#include <functional>
 #include <optional>
 #include <pthread.h>
 #include <string>
@@ -257,10 +259,15 @@ void Publisher::xRun(const Settings& settings, std::shared_ptr<const GK::GKMemor
     fStarted.set_exception(std::current_exception());
     return;
   }
-  Feed::Batch batch;
-  while (!batch.isEnd) {
-    fFeed->take(batch, kPatience);
-    work->publish(batch);
+  try {
+    Feed::Batch batch;
+    while (!batch.isEnd) {
+      fFeed->take(batch, kPatience);
+      work->publish(batch);
+    }
+  } catch (const std::exception& error) {
+    // The robot goes on; what would be published is dropped and counted.
+    zu::log::error(kCategory, "publish") << "nothing is published any more: " << error.what();
   }
 }
 
