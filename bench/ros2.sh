@@ -7,7 +7,7 @@ set -eu
 gk=$1
 subscriber=$2
 seconds=${3:-20}
-export ROS_DOMAIN_ID=${ROS_DOMAIN_ID:-98}
+export ROS_DOMAIN_ID="${ROS_DOMAIN_ID:-98}"
 
 work=$(mktemp -d)
 reader=
@@ -24,15 +24,20 @@ used() { awk '{print $14 + $15}' "/proc/$1/stat"; }
 measure() {
   name=$1
   shift
-  "$gk" run --no-tour --no-listen --quiet --subscribe GKSonar --for $((seconds + 3)) "$@" >"$work/out" 2>&1 &
+  "$gk" run --no-tour --quiet --listen 127.0.0.1:0 --subscribe GKSonar "$@" >"$work/out" 2>&1 &
   host=$!
   sleep 2
   before=$(used $host)
   sleep "$seconds"
   after=$(used $host)
-  wait $host
-  echo "$name: $(echo "$before $after $seconds" | awk '{printf "%.1f", ($2 - $1) / $3}') % of a processor;" \
-    "$(sed -n 's/^GKSensors: //p' "$work/out")"
+  address=$(sed -n 's|.*listening at http://\([^/]*\)/.*|\1|p' "$work/out")
+  lateness=$("$gk" top --json --count 1 --host "$address" |
+    sed -n 's/.*"lateness":{[^}]*"p50_s":\([^,]*\),"p99_s":\([^,]*\),.*/\1 \2/p')
+  kill -INT $host
+  wait $host || true
+  echo "$before $after $seconds $lateness" | awk -v name="$name" '{
+    printf "%s: %.1f %% of a processor; ticks are late by %.0f us, 99 %% of them by at most %.0f us\n",
+      name, ($2 - $1) / $3, $4 * 1e6, $5 * 1e6 }'
 }
 
 measure "without --ros2"

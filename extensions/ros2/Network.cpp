@@ -154,8 +154,8 @@ std::string configurationOf(const Network& network, const std::string& own) {
     }
     discovery += element("Peers", list);
   }
-  // A reader that has stopped keeps nobody from ending.
-  const std::string internal = element("WriterLingerDuration", "100 ms");
+  // At the end nobody waits once more for each writer: see `Participant`.
+  const std::string internal = element("WriterLingerDuration", "0 s");
   const std::string ours = "<CycloneDDS><Domain id=\"any\">" +
                            (general.empty() ? general : element("General", general)) +
                            (discovery.empty() ? discovery : element("Discovery", discovery)) +

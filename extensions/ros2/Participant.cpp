@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstring>
 #include <dds/dds.h>
 #include <dds/ddsrt/log.h>
@@ -18,6 +19,8 @@ namespace {
 constexpr const char* kParticipantData = "enclave=/;";
 /// Writing waits so long for room.
 constexpr dds_duration_t kBlocking = DDS_MSECS(1);
+/// At the end all writers together are waited for so long.
+constexpr std::chrono::milliseconds kLastWait{50};
 
 using Qos = std::unique_ptr<dds_qos_t, decltype(&dds_delete_qos)>;
 
@@ -78,6 +81,13 @@ Participant::Participant(std::uint32_t domain, const std::string& configuration,
 }
 
 Participant::~Participant() {
+  // What was sent last arrives where readers are well; one that has stopped keeps nobody from
+  // ending.
+  const auto end = std::chrono::steady_clock::now() + kLastWait;
+  for (const Writer& writer : fWriters) {
+    const std::chrono::nanoseconds left = end - std::chrono::steady_clock::now();
+    dds_wait_for_acks(writer.handle, std::max<dds_duration_t>(left.count(), 0));
+  }
   dds_delete(fParticipant);
   dds_delete(fDomain);
   dds_set_log_sink(nullptr, nullptr);
