@@ -213,7 +213,6 @@ void addRunCommand(const Command& program) {
   command.flag("--realtime", options->isRealtime,
                "Run the loops with real-time priority and locked memory, where permitted");
   addListenOptions(command, options->listen);
-  addRos2Options(command, options->ros2);
   command
       .option("--limit", options->limits,
               "What clients may leave behind and ask for: names, values, answer (bytes), keys, "
@@ -221,6 +220,7 @@ void addRunCommand(const Command& program) {
       .checked(checkLimit)
       .shows("NAME=N")
       .onceEach();
+  addRos2Options(command, options->ros2);
   command.footer("Examples:\n"
                  "  gk run                             the simulated robot on its tour\n"
                  "  gk run --no-tour --seed 7          the same robot, standing\n"
