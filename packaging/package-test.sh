@@ -34,6 +34,8 @@ run sh -c 'apt-get install -y -qq --no-install-recommends /packages/*.deb man-db
 run gk --version
 run gk test /packages/touched.jsonl
 run sh -c 'gk library check /usr/lib/*/gksensors/modules/libgksensors.so'
+run sh -c 'gk library check /usr/lib/*/gksensors/modules/libgkros2.so'
+run gk run --ros2 --for 1 --quiet --no-listen
 run sh -c 'gk run --speed max --until 2 --quiet && gk run --config /etc/gksensors/gk.conf --speed max --no-listen --until 1'
 run man -w gk gk-run >/dev/null || fail "no page of the manual"
 [ -z "$(find "$root/etc/systemd" -name 'gksensors*' 2>/dev/null)" ] || fail "installing has enabled the service"
@@ -47,7 +49,7 @@ run python3 -c 'import gksensors; assert gksensors.replay("/packages/touched.jso
 run sh -c 'cd /tmp && rm -rf GKMine && gk new module GKMine && cd GKMine && cmake -B build >/dev/null &&
   cmake --build build >/dev/null && ctest --test-dir build | grep "tests passed"' || fail "a new module does not build"
 
-run sh -c 'apt-get purge -y -qq python3-gksensors gksensors gksensors-modules libgkplatform0.2 libgkplatform-dev' >/dev/null 2>&1
+run sh -c 'apt-get purge -y -qq python3-gksensors gksensors gksensors-modules gksensors-ros2 libgkplatform0.2 libgkplatform-dev' >/dev/null 2>&1
 left=$(run sh -c 'find /usr /etc \( -name "*gksensors*" -o -name "*gkplatform*" \) -not -path "*/passwd*" -not -path "/etc/group*"')
 [ -z "$left" ] || fail "purging leaves $left"
 echo "the packages install, work, and go again"

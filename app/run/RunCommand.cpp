@@ -1,5 +1,6 @@
 #include "app/run/Realtime.h"
 #include "app/run/RobotKeys.h"
+#include "app/run/Ros2Options.h"
 #include "app/run/RunCommands.h"
 #include "app/session/FileTests.h"
 #include "app/session/RecordOptions.h"
@@ -29,6 +30,7 @@ struct RunOptions {
   SessionOptions session;
   RecordOptions record;
   ListenOptions listen;
+  Ros2Options ros2;
   bool isLoop = false;
   std::optional<double> limit;
   std::string speed = kReal;
@@ -128,6 +130,12 @@ int run(RunOptions options) {
     fmt::print(stderr, "gk: --out: with --lockstep standard output is for answers\n");
     return kBadInput;
   }
+  if (options.ros2.isOn && host.isVirtual) {
+    fmt::print(stderr, "gk: --ros2 needs real time, {} has none\n",
+               options.isLockstep ? "--lockstep" : "--speed max");
+    return kBadInput;
+  }
+  applyRos2Settings(options.ros2, host);
   host.isLoop = options.isLoop;
   for (const std::string& limit : options.limits) {
     devices::readLimit(limit, host.limits);
@@ -156,6 +164,15 @@ int run(RunOptions options) {
   view.isLockstep = options.isLockstep;
   view.isInterruptible = true;
   view.record = recorderOptions(options.record, host);
+  // What only listens is no part of what a recording repeats, and may be missing there.
+  if (options.ros2.isOn) {
+    try {
+      addRos2Library(host);
+    } catch (const runtime::LoadError& error) {
+      fmt::print(stderr, "gk: --ros2: {}\n", error.what());
+      return kFailure;
+    }
+  }
   host.turnPatience = std::chrono::milliseconds(std::llround(options.record.patience * 1e3));
   if (options.limit) {
     view.wallLimit = std::chrono::microseconds(*messages::toMicros(*options.limit));
@@ -203,6 +220,7 @@ void addRunCommand(const Command& program) {
       .checked(checkLimit)
       .shows("NAME=N")
       .onceEach();
+  addRos2Options(command, options->ros2);
   command.footer("Examples:\n"
                  "  gk run                             the simulated robot on its tour\n"
                  "  gk run --no-tour --seed 7          the same robot, standing\n"

@@ -75,6 +75,12 @@ TEST(Gk, WrongOptionsGiveOneLineAndExitCodeTwo) {
       {"replay", "--library", "", kData + "feet_stand.csv"},
       {"replay", "--log-file", "/proc/nowhere/log", kData + "feet_stand.csv"},
       {"replay", "-j", "0", kData + "feet_stand.csv"},
+      {"run", "--ros2", "--speed", "max"},
+      {"run", "--ros2", "--lockstep"},
+      {"run", "--ros2", "--ros-namespace", "9lives"},
+      {"run", "--ros2", "--ros-interface", "no_such0"},
+      {"run", "--ros-namespace", "lab"},
+      {"play", "--ros2", kData + "feet_stand.csv"},
   };
   for (const auto& arguments : wrong) {
     const ProgramResult result = runGk(arguments);
@@ -98,6 +104,10 @@ TEST(Gk, AWrongValueIsToldWithItsOption) {
               HasSubstr("--library: the value is empty"));
   EXPECT_THAT(runGk({"replay", "--log-file", "/proc/nowhere/log", file}).err,
               StartsWith("gk: --log-file: "));
+  EXPECT_EQ(runGk({"run", "--ros2", "--lockstep"}).err,
+            "gk: --ros2 needs real time, --lockstep has none\n");
+  EXPECT_THAT(runGk({"run", "--ros2", "--ros-namespace", "9lives"}).err,
+              HasSubstr("--ros-namespace: a ROS namespace is made of"));
 }
 
 TEST(Gk, MalformedInputLeavesAnEarlierOutputUntouched) {

@@ -94,12 +94,12 @@ std::set<std::string> namesIn(const std::string& text, const std::string& patter
 
 TEST(ServiceOptions, AreThoseOfTheCommandAndAllExplained) {
   std::set<std::string> offered =
-      namesIn(runGk({"run", "--help"}).out, "^  (?:-[a-z],)?--([a-z-]+)");
+      namesIn(runGk({"run", "--help"}).out, "^  (?:-[a-z],)?--([a-z0-9-]+)");
   for (const char* other : {"help", "config", "setting"}) {
     EXPECT_EQ(offered.erase(other), 1U) << other;
   }
   const std::string file = readFile(GK_SOURCE_DIR "/packaging/gk.conf");
-  EXPECT_EQ(namesIn(file, "^#?([a-z-]+) = "), offered);
+  EXPECT_EQ(namesIn(file, "^#?([a-z0-9-]+) = "), offered);
 }
 
 TEST(ServiceOptions, AreTakenAsTheyAreInstalled) {

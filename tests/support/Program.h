@@ -99,6 +99,14 @@ public:
 
   pid_t pid() const { return fPid; }
   std::string outSoFar() const { return readFile(fFiles.path() / "out"); }
+  /// What it has written since it had written so many bytes.
+  std::string outSince(std::size_t size) const {
+    std::ifstream file(fFiles.path() / "out", std::ios::binary);
+    file.seekg(static_cast<std::streamoff>(size));
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+  }
   std::string errSoFar() const { return readFile(fFiles.path() / "err"); }
 
   /// Lets it run until something holds. Raises std::runtime_error with what it has said when it

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "app/options/Command.h"
+#include "runtime/host/Host.h"
+
+#include <string>
+
+namespace gk::app {
+
+/// Whether and how a run is seen by ROS 2, as it stands on the command line.
+struct Ros2Options {
+  bool isOn = false;
+  std::string nameSpace;
+  std::string interface;
+};
+
+void addRos2Options(const Command& command, Ros2Options& options);
+
+/// Settings for the module that publishes.
+void applyRos2Settings(const Ros2Options& options, runtime::HostOptions& host);
+
+/// The module's library besides the others. Raises `LoadError` when it is not installed.
+void addRos2Library(runtime::HostOptions& host);
+
+} // namespace gk::app
