@@ -164,6 +164,7 @@ void MqttClient::xMake() {
   }
   if (fOptions.tls) {
     fTls = std::make_unique<MqttTlsContext>(*fOptions.tls, fOptions.host);
+    mosquitto_int_option(fMosquitto, MOSQ_OPT_SSL_CTX_WITH_DEFAULTS, 0);
     mosquitto_void_option(fMosquitto, MOSQ_OPT_SSL_CTX, fTls->get());
   }
 }
@@ -286,8 +287,8 @@ void MqttClient::wake() const noexcept {
 void MqttClient::close(milliseconds longest) {
   if (isConnected()) {
     const auto end = steady_clock::now() + longest;
+    fState = State::Idle; // nobody is told of this end
     mosquitto_disconnect_v5(fMosquitto, 0, nullptr);
-    fState = State::Connecting; // neither takes anything new, nor has it ended
     while (mosquitto_socket(fMosquitto) >= 0 && mosquitto_want_write(fMosquitto)) {
       const auto left = std::chrono::ceil<milliseconds>(end - steady_clock::now());
       pollfd waiting{mosquitto_socket(fMosquitto), POLLOUT, 0};
@@ -331,6 +332,10 @@ std::string MqttClient::xEndText(int code) const {
   }
   if (fSocketError != 0) {
     return std::generic_category().message(fSocketError);
+  }
+  if (fTls != nullptr && fState == State::Connecting &&
+      (code == MOSQ_ERR_CONN_LOST || (code == MOSQ_ERR_ERRNO && errno == EPROTO))) {
+    return "the broker ends the TLS handshake: does it want a certificate of this client?";
   }
   switch (code) {
   case MOSQ_ERR_ERRNO:
