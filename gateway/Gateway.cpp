@@ -4,6 +4,7 @@
 #include "gateway/figures/NoticeQueue.h"
 #include "gateway/http/Resources.h"
 #include "gateway/robot/CallRunner.h"
+#include "gateway/robot/StatusWatch.h"
 #include "gateway/server/Connections.h"
 #include "gateway/stream/Hub.h"
 #include "gk/GKClock.h"
@@ -74,7 +75,7 @@ private:
   int fDescriptor;
 };
 
-HostFigures figuresOf(const GatewayOptions& options) {
+HostFigures figuresOf(const GatewayOptions& options, StatusSource status) {
   const GK::GKWallTime wall = GK::GKClock::instance().wallTime();
   constexpr double kMicrosPerSecond = 1e6;
   // Whatever the clock is: no two processes begin at the same microsecond.
@@ -86,7 +87,8 @@ HostFigures figuresOf(const GatewayOptions& options) {
           options.limits.answer,
           options.recording,
           std::to_string(now.count()),
-          options.playback};
+          options.playback,
+          std::move(status)};
 }
 
 } // namespace
@@ -96,9 +98,9 @@ class Gateway::Server {
 public:
   explicit Server(GatewayOptions options)
       : fOptions(std::move(options)), fAccess(fOptions.access), fRunner(fOptions.limits.calls),
-        fNotices(boost::make_shared<NoticeQueue>([this] { fBell.ring(); })),
-        fVerdict(fCounters, fOptions.recording), fPast(fOptions.past),
-        fFigures(figuresOf(fOptions)),
+        fNotices(boost::make_shared<NoticeQueue>([this] { fBell.ring(); })), fStatus(fRunner),
+        fVerdict(fCounters, fOptions.recording, [this] { return fStatus.rows(); }),
+        fPast(fOptions.past), fFigures(figuresOf(fOptions, [this] { return fStatus.rows(); })),
         fResources(fAccess, fRunner, fCounters, fFigures, fVerdict, fPast),
         fHub(
             fRunner, fCounters, fOptions.version, fFigures.session,
@@ -131,6 +133,7 @@ public:
          outside = std::move(outside)]() mutable {
       fRunner.setCarryOut(std::move(carryOut));
       fRunner.setOutside(std::move(outside));
+      fStatus.open(robot);
       fHub.open(std::move(robot));
     });
     if (fOptions.playback != nullptr) {
@@ -158,6 +161,7 @@ public:
     });
     fThread.join();
     // On this thread now. Whoever still waits for an answer has lost its connection.
+    fStatus.open(nullptr);
     fHub.close();
   }
 
@@ -256,6 +260,7 @@ private:
     fRefresh.expires_after(kRefreshPeriod);
     fRefresh.async_wait([this](error_code error) {
       if (!error) {
+        fStatus.refresh(GK::GKClock::instance().elapsed());
         fHub.refresh();
         for (Connection* connection : std::set<Connection*>(fParts.connections)) {
           connection->checkStall();
@@ -271,6 +276,7 @@ private:
   Counters fCounters;
   Bell fBell;
   boost::shared_ptr<NoticeQueue> fNotices;
+  StatusWatch fStatus;
   VerdictWatch fVerdict;
   Past fPast;
   const HostFigures fFigures;
