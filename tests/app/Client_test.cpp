@@ -198,7 +198,8 @@ TEST(GkClient, DoctorShowsWhatModulesTellOfThemselves) {
   // They are asked once the host is up.
   host.program().runUntil([&] {
     told = host.gk({"doctor"}).out;
-    return told.find("TellsStatus: link") != std::string::npos;
+    return told.find("TellsStatus: link") != std::string::npos &&
+           told.find("TellsStatus queue") != std::string::npos;
   });
   EXPECT_THAT(told, AllOf(HasSubstr("ok  TellsStatus queue: 12 jobs\n"),
                           HasSubstr("NO  TellsStatus: link: no cable: for ")));
