@@ -155,10 +155,10 @@ TEST_F(FleetCommands, WatchTellsWhenARobotsConditionChanges) {
 }
 
 TEST(FleetOptions, WhatIsWrongIsSaidInOneLine) {
-  const ProgramResult nobody =
-      runGk({"fleet", "--broker", "127.0.0.1:" + std::to_string(test::freePort()), "list"});
+  const std::string address = "127.0.0.1:" + std::to_string(test::freePort());
+  const ProgramResult nobody = runGk({"fleet", "--broker", address, "list"});
   EXPECT_EQ(nobody.code, 1);
-  EXPECT_THAT(nobody.err, HasSubstr("Connection refused\n"));
+  EXPECT_EQ(nobody.err, "gk fleet: " + address + ": Connection refused\n");
   EXPECT_EQ(runGk({"fleet", "--broker", "http://x", "list"}).code, 2);
   EXPECT_EQ(runGk({"fleet", "--site", "a/b", "list"}).code, 2);
   EXPECT_EQ(runGk({"fleet", "list", "--cert", "x"}).err,
