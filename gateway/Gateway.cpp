@@ -4,6 +4,7 @@
 #include "gateway/figures/NoticeQueue.h"
 #include "gateway/http/Resources.h"
 #include "gateway/robot/CallRunner.h"
+#include "gateway/robot/ClientCalls.h"
 #include "gateway/robot/StatusWatch.h"
 #include "gateway/server/Connections.h"
 #include "gateway/stream/Hub.h"
@@ -102,6 +103,7 @@ public:
         fVerdict(fCounters, fOptions.recording, [this] { return fStatus.rows(); }),
         fPast(fOptions.past), fFigures(figuresOf(fOptions, [this] { return fStatus.rows(); })),
         fResources(fAccess, fRunner, fCounters, fFigures, fVerdict, fPast),
+        fRpc(fRunner, fCounters, fOptions.limits.answer),
         fHub(
             fRunner, fCounters, fOptions.version, fFigures.session,
             [this](std::function<void()> work) { asio::post(fContext, std::move(work)); }, fVerdict,
@@ -129,6 +131,7 @@ public:
     if (fOptions.playback != nullptr) {
       robot->refuse(Playback::kRefusal);
     }
+    fCalls = std::make_shared<ClientCalls>(fRpc, robot);
     xDo([this, robot = std::move(robot), carryOut = std::move(carryOut),
          outside = std::move(outside)]() mutable {
       fRunner.setCarryOut(std::move(carryOut));
@@ -136,6 +139,7 @@ public:
       fStatus.open(robot);
       fHub.open(std::move(robot));
     });
+    GK::GKClientCalls::install(fCalls);
     if (fOptions.playback != nullptr) {
       fOptions.playback->setListener([this](Playback::Change change) { xOnPlayback(change); });
     }
@@ -150,6 +154,10 @@ public:
     }
     GK::GKObserverList::instance().remove(fNotices);
     fRunner.close();
+    if (fCalls != nullptr) {
+      GK::GKClientCalls::install(nullptr);
+      fCalls->close();
+    }
     xDo([this] {
       error_code ignored;
       fAcceptor.close(ignored);
@@ -281,6 +289,8 @@ private:
   Past fPast;
   const HostFigures fFigures;
   Resources fResources;
+  RpcService fRpc;
+  std::shared_ptr<ClientCalls> fCalls;
   Hub fHub;
   ServerParts fParts;
   /// After what its handlers use, and before what lives in it: handlers that never ran, and the

@@ -7,7 +7,7 @@ cd "$1" || exit 1
 library=$2
 failed=0
 
-houses='platform sdk modules formats devices runtime gateway app'
+houses='platform sdk modules messages extensions formats devices runtime gateway app'
 # shellcheck disable=SC2086 # a list of words
 includes=$(find $houses \( -name '*.h' -o -name '*.cpp' \) -not -path 'sdk/template/*' | xargs grep -HE '^#include "')
 

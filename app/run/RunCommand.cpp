@@ -1,3 +1,4 @@
+#include "app/run/FleetOptions.h"
 #include "app/run/Realtime.h"
 #include "app/run/RobotKeys.h"
 #include "app/run/RunCommands.h"
@@ -29,6 +30,7 @@ struct RunOptions {
   SessionOptions session;
   RecordOptions record;
   ListenOptions listen;
+  FleetOptions fleet;
   bool isLoop = false;
   std::optional<double> limit;
   std::string speed = kReal;
@@ -128,6 +130,11 @@ int run(RunOptions options) {
     fmt::print(stderr, "gk: --out: with --lockstep standard output is for answers\n");
     return kBadInput;
   }
+  if (options.fleet.isOn() && host.isVirtual) {
+    fmt::print(stderr, "gk: --fleet needs real time, {} has none\n",
+               options.isLockstep ? "--lockstep" : "--speed max");
+    return kBadInput;
+  }
   host.isLoop = options.isLoop;
   for (const std::string& limit : options.limits) {
     devices::readLimit(limit, host.limits);
@@ -156,6 +163,16 @@ int run(RunOptions options) {
   view.isLockstep = options.isLockstep;
   view.isInterruptible = true;
   view.record = recorderOptions(options.record, host);
+  if (options.fleet.isOn()) {
+    // A recording holds what the robot did; who was told of it is no part of that.
+    try {
+      addFleet(options.fleet, host);
+    } catch (const runtime::LoadError& error) {
+      fmt::print(stderr, "gk: --fleet: {}\n", error.what());
+      return kFailure;
+    }
+    view.fleet = fleetPlace(options.fleet);
+  }
   host.turnPatience = std::chrono::milliseconds(std::llround(options.record.patience * 1e3));
   if (options.limit) {
     view.wallLimit = std::chrono::microseconds(*messages::toMicros(*options.limit));
@@ -203,6 +220,7 @@ void addRunCommand(const Command& program) {
       .checked(checkLimit)
       .shows("NAME=N")
       .onceEach();
+  addFleetOptions(command, options->fleet);
   command.footer("Examples:\n"
                  "  gk run                             the simulated robot on its tour\n"
                  "  gk run --no-tour --seed 7          the same robot, standing\n"

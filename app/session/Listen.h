@@ -7,6 +7,7 @@
 #include "gateway/figures/RecordingFigures.h"
 #include "runtime/figures/LoopStatistics.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -46,6 +47,13 @@ struct Listening {
 Listening startGateway(const ListenOptions& options, const devices::ClientLimits& limits,
                        gateway::RecordingSource recording,
                        std::shared_ptr<gateway::Playback> playback = nullptr);
+
+enum class FleetPlace : std::uint8_t { None, ThisMachine, Elsewhere };
+
+/// Where the page of a robot of a fleet is for those who are where its broker is; empty where they
+/// cannot reach it. `gateway` may be null.
+std::string pageFor(FleetPlace fleet, const gateway::Gateway* gateway,
+                    const ListenOptions& options);
 
 /// Whether the page was there when the program was built.
 bool hasPage();
