@@ -54,7 +54,7 @@ std::string randomName() {
 }
 
 /// The one robot of this name, looked up by what the broker keeps. Raises `UnknownName`.
-FleetRobot findRobot(const FleetOptions& options, const std::string& name) {
+FleetRobot findRobot(const BrokerOptions& options, const std::string& name) {
   FleetBook book;
   const std::string site = siteFilter(options);
   FleetLink link(options,
@@ -109,7 +109,7 @@ std::string requestOf(const std::vector<std::string>& words) {
 /// Sends one request and waits for its answer.
 class FleetCall {
 public:
-  FleetCall(const FleetOptions& options, const FleetRobot& robot, const CallOptions& call)
+  FleetCall(const BrokerOptions& options, const FleetRobot& robot, const CallOptions& call)
       : fRobot(robot.name), fTimeout(call.timeout), fCorrelation(randomName()),
         fAnswerTopic(options.root + "/" + messages::kFleetVersion + "/" + robot.site + "/" +
                      robot.name + "/" + kAnswerTopic + "/" + fCorrelation),
@@ -175,7 +175,7 @@ private:
   FleetLink fLink;
 };
 
-int callRobot(const FleetOptions& options, const CallOptions& call,
+int callRobot(const BrokerOptions& options, const CallOptions& call,
               const std::vector<std::string>& words) {
   checkFleetNames(options);
   if (call.method.find('.') == std::string::npos) {
@@ -207,7 +207,7 @@ int callRobot(const FleetOptions& options, const CallOptions& call,
 
 } // namespace
 
-void addFleetCallCommand(const Command& program, const std::shared_ptr<FleetOptions>& options) {
+void addFleetCallCommand(const Command& program, const std::shared_ptr<BrokerOptions>& options) {
   const Command command =
       program.subcommand("call", "Call a bound method of a robot and show its result");
   auto call = std::make_shared<CallOptions>();
@@ -221,7 +221,7 @@ void addFleetCallCommand(const Command& program, const std::shared_ptr<FleetOpti
       .within(0.1, 3600.0)
       .shows("SECONDS")
       .showsDefault();
-  addFleetOptions(command, *options);
+  addBrokerOptions(command, *options);
   command.does([=] { return runFleet([&] { return callRobot(*options, *call, words()); }); });
 }
 

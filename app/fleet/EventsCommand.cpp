@@ -63,7 +63,7 @@ std::string withRobot(const messages::FleetTopic& topic, const char* kind,
 /// Prints what matters of events and gaps.
 class EventsView {
 public:
-  EventsView(const FleetOptions& options, const EventsOptions& wanted)
+  EventsView(const BrokerOptions& options, const EventsOptions& wanted)
       : fIsJson(options.isJson), fWanted(wanted) {}
 
   void take(const messages::MqttMessage& message) {
@@ -126,7 +126,7 @@ private:
   bool fIsEnough = false;
 };
 
-int showFleetEvents(const FleetOptions& options, const EventsOptions& wanted) {
+int showFleetEvents(const BrokerOptions& options, const EventsOptions& wanted) {
   checkFleetNames(options);
   const std::string site = siteFilter(options);
   EventsView view(options, wanted);
@@ -152,7 +152,7 @@ int showFleetEvents(const FleetOptions& options, const EventsOptions& wanted) {
 
 } // namespace
 
-void addFleetEventsCommand(const Command& program, const std::shared_ptr<FleetOptions>& options) {
+void addFleetEventsCommand(const Command& program, const std::shared_ptr<BrokerOptions>& options) {
   const Command command = program.subcommand("events", "Show the robots' events as they come");
   auto wanted = std::make_shared<EventsOptions>();
   command.option("PATTERN", wanted->names, "Parts of their names, or patterns with * and ?")
@@ -163,7 +163,7 @@ void addFleetEventsCommand(const Command& program, const std::shared_ptr<FleetOp
       .shows("ROBOT")
       .onceEach();
   command.option("--count", wanted->count, "End after so many events").shows("N").positive();
-  addFleetOptions(command, *options);
+  addBrokerOptions(command, *options);
   command.does([=] { return runFleet([&] { return showFleetEvents(*options, *wanted); }); });
 }
 

@@ -255,24 +255,22 @@ const FleetRobot* FleetBook::take(std::string_view topic, std::string_view paylo
     }
     return nullptr;
   }
-  auto found = fRobots.find(key);
-  if (found == fRobots.end()) {
-    if (fRobots.size() >= kMostRobots) {
-      return nullptr;
-    }
-    FleetRobot robot;
-    robot.site = parts->site;
-    robot.name = parts->robot;
-    found = fRobots.emplace(key, std::move(robot)).first;
+  const auto known = fRobots.find(key);
+  if (known == fRobots.end() && fRobots.size() >= kMostRobots) {
+    return nullptr;
   }
-  FleetRobot& robot = found->second;
-  robot.heard = now;
+  FleetRobot fresh;
+  FleetRobot& taken = known != fRobots.end() ? known->second : fresh;
   try {
-    takeIn(robot, parts->kind, payload);
+    takeIn(taken, parts->kind, payload);
   } catch (const messages::FormatError&) {
     ++fUnreadable;
     return nullptr;
   }
+  FleetRobot& robot = fRobots.try_emplace(key, std::move(fresh)).first->second;
+  robot.site = parts->site;
+  robot.name = parts->robot;
+  robot.heard = now;
   robot.needs = needsOf(robot, now);
   return &robot;
 }

@@ -13,7 +13,7 @@ constexpr std::chrono::milliseconds kTurn{100};
 
 } // namespace
 
-FleetLink::FleetLink(const FleetOptions& options, std::vector<FleetSubscription> subscriptions,
+FleetLink::FleetLink(const BrokerOptions& options, std::vector<FleetSubscription> subscriptions,
                      FleetHandlers handlers)
     : fBroker(options.broker), fSubscriptions(std::move(subscriptions)),
       fHandlers(std::move(handlers)),

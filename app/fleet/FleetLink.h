@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/fleet/FleetOptions.h"
+#include "app/fleet/BrokerOptions.h"
 #include "messages/mqtt/MqttClient.h"
 
 #include <chrono>
@@ -38,7 +38,7 @@ public:
   static constexpr std::chrono::seconds kConnectTime{5};
   static constexpr std::chrono::seconds kRetryTime{1};
 
-  FleetLink(const FleetOptions& options, std::vector<FleetSubscription> subscriptions,
+  FleetLink(const BrokerOptions& options, std::vector<FleetSubscription> subscriptions,
             FleetHandlers handlers);
 
   /// Returns once the broker has accepted all subscriptions. Raises `ClientError` that says why it

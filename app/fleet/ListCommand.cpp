@@ -30,7 +30,7 @@ constexpr std::chrono::seconds kListTime{1};
 constexpr std::chrono::milliseconds kRedrawTime{500};
 
 /// What the broker keeps of every robot, and what is lost from now on.
-std::vector<FleetSubscription> subscriptionsOf(const FleetOptions& options) {
+std::vector<FleetSubscription> subscriptionsOf(const BrokerOptions& options) {
   const std::string site = siteFilter(options);
   std::vector<FleetSubscription> subscriptions;
   for (const char* kind :
@@ -59,7 +59,7 @@ std::string pictureOf(const std::vector<const FleetRobot*>& robots) {
   return robots.empty() ? summary : summary + fleetTable(robots, screenSize().columns);
 }
 
-int listRobots(const FleetOptions& options, const std::vector<std::string>& patterns) {
+int listRobots(const BrokerOptions& options, const std::vector<std::string>& patterns) {
   checkFleetNames(options);
   FleetBook book;
   FleetLink link(options, subscriptionsOf(options), {[&book](const messages::MqttMessage& message) {
@@ -85,7 +85,7 @@ int listRobots(const FleetOptions& options, const std::vector<std::string>& patt
 /// is another one.
 class FleetWatch {
 public:
-  FleetWatch(const FleetOptions& options, std::vector<std::string> patterns, std::uint64_t count)
+  FleetWatch(const BrokerOptions& options, std::vector<std::string> patterns, std::uint64_t count)
       : fIsJson(options.isJson), fPatterns(std::move(patterns)), fLeft(count) {}
 
   void take(const messages::MqttMessage& message) {
@@ -152,7 +152,7 @@ private:
   std::map<FleetBook::Key, std::string> fTold;
 };
 
-int watchRobots(const FleetOptions& options, const std::vector<std::string>& patterns,
+int watchRobots(const BrokerOptions& options, const std::vector<std::string>& patterns,
                 std::uint64_t count) {
   checkFleetNames(options);
   FleetWatch watch(options, patterns, count);
@@ -168,17 +168,17 @@ int watchRobots(const FleetOptions& options, const std::vector<std::string>& pat
 
 } // namespace
 
-void addFleetListCommand(const Command& program, const std::shared_ptr<FleetOptions>& options) {
+void addFleetListCommand(const Command& program, const std::shared_ptr<BrokerOptions>& options) {
   const Command command =
       program.subcommand("list", "List the robots, those first that need somebody");
   auto patterns = std::make_shared<std::vector<std::string>>();
   command.option("ROBOT", *patterns, "Parts of their names, or patterns with * and ?").shows("");
   addJsonOption(command, *options);
-  addFleetOptions(command, *options);
+  addBrokerOptions(command, *options);
   command.does([=] { return runFleet([&] { return listRobots(*options, *patterns); }); });
 }
 
-void addFleetWatchCommand(const Command& program, const std::shared_ptr<FleetOptions>& options) {
+void addFleetWatchCommand(const Command& program, const std::shared_ptr<BrokerOptions>& options) {
   const Command command = program.subcommand("watch", "Show the robots as they change");
   auto patterns = std::make_shared<std::vector<std::string>>();
   auto count = std::make_shared<std::uint64_t>(0);
@@ -187,7 +187,7 @@ void addFleetWatchCommand(const Command& program, const std::shared_ptr<FleetOpt
   command.option("--count", *count, "Lines instead of a picture, and end after so many")
       .shows("N")
       .positive();
-  addFleetOptions(command, *options);
+  addBrokerOptions(command, *options);
   command.does([=] { return runFleet([&] { return watchRobots(*options, *patterns, *count); }); });
 }
 

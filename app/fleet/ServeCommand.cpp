@@ -61,7 +61,7 @@ std::unique_ptr<FleetServer> listenAt(const ServeOptions& options, const FleetCa
   }
 }
 
-std::vector<FleetSubscription> everything(const FleetOptions& options) {
+std::vector<FleetSubscription> everything(const BrokerOptions& options) {
   const std::string site = siteFilter(options);
   std::vector<FleetSubscription> subscriptions;
   for (const std::string& kind :
@@ -77,7 +77,7 @@ std::vector<FleetSubscription> everything(const FleetOptions& options) {
 /// Keeps the cards as the robots tell, until somebody wants the end.
 class FleetListener {
 public:
-  FleetListener(const FleetOptions& options, FleetCards& cards)
+  FleetListener(const BrokerOptions& options, FleetCards& cards)
       : fCards(cards), fLink(options, everything(options),
                              {[this](const messages::MqttMessage& message) {
                                 fBook.take(message.topic, message.payload, Clock::now());
@@ -118,7 +118,7 @@ private:
   FleetLink fLink;
 };
 
-int serveFleet(const FleetOptions& options, const ServeOptions& serve) {
+int serveFleet(const BrokerOptions& options, const ServeOptions& serve) {
   checkFleetNames(options);
   blockWatchedSignals();
   const auto start = std::chrono::system_clock::now().time_since_epoch();
@@ -152,7 +152,7 @@ int serveFleet(const FleetOptions& options, const ServeOptions& serve) {
 
 } // namespace
 
-void addFleetServeCommand(const Command& program, const std::shared_ptr<FleetOptions>& options) {
+void addFleetServeCommand(const Command& program, const std::shared_ptr<BrokerOptions>& options) {
   const Command command =
       program.subcommand("serve", "Serve a page with a card for each robot, until Ctrl-C");
   auto serve = std::make_shared<ServeOptions>();
@@ -169,7 +169,7 @@ void addFleetServeCommand(const Command& program, const std::shared_ptr<FleetOpt
       .option("--allow-host", serve->hosts, "A further name under which the page may be asked for")
       .shows("NAME")
       .onceEach();
-  addFleetOptions(command, *options);
+  addBrokerOptions(command, *options);
   command.does([=] { return runFleet([&] { return serveFleet(*options, *serve); }); });
 }
 

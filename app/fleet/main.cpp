@@ -42,14 +42,14 @@ int runFleetProgram(int argc, char** argv) {
   const CommandLine line("gk fleet", "gk fleet: many robots, by way of an MQTT broker",
                          "gk fleet " GK_VERSION);
   const Command robots = line.program().titled("Robots");
-  const auto options = std::make_shared<FleetOptions>();
+  const auto options = std::make_shared<BrokerOptions>();
   addFleetListCommand(robots, options);
   addFleetWatchCommand(robots, options);
   addFleetEventsCommand(robots, options);
   addFleetCallCommand(robots, options);
   addFleetServeCommand(robots, options);
   addFleetHelpCommand(line);
-  addFleetOptions(line.program(), *options);
+  addBrokerOptions(line.program(), *options);
   line.program().footer(kFleetFooter);
   return line.run(argc, argv);
 }

@@ -170,10 +170,12 @@ TEST_F(FleetBookTest, WhatCannotBeReadChangesNothing) {
   online("r");
   EXPECT_EQ(sut.take("gk/v1/default/r/state", "{", now), nullptr);
   EXPECT_EQ(sut.take("gk/v1/default/r/connection", R"({"state":"asleep"})", now), nullptr);
-  EXPECT_EQ(sut.unreadable(), 2U);
+  EXPECT_EQ(sut.take("gk/v1/default/other/state", "{", now), nullptr);
+  EXPECT_EQ(wordsOf("other"), "there is none");
+  EXPECT_EQ(sut.unreadable(), 3U);
   EXPECT_EQ(sut.take("gk/v1/default/r/rpc/GKBattery/getBatteryCharge", "{}", now), nullptr);
   EXPECT_EQ(sut.take("gk/v2/default/r/state", "{", now), nullptr);
-  EXPECT_EQ(sut.unreadable(), 2U);
+  EXPECT_EQ(sut.unreadable(), 3U);
   EXPECT_EQ(wordsOf("r"), "well");
 }
 

@@ -1,4 +1,4 @@
-#include "app/fleet/FleetOptions.h"
+#include "app/fleet/BrokerOptions.h"
 
 #include "app/client/HostAddress.h"
 #include "formats/text/Printable.h"
@@ -51,7 +51,7 @@ std::string defaultBroker() {
   return given != nullptr && *given != '\0' ? given : "127.0.0.1:1883";
 }
 
-void addFleetOptions(const Command& command, FleetOptions& options) {
+void addBrokerOptions(const Command& command, BrokerOptions& options) {
   command.section("Broker");
   command.option("--broker", options.broker, "mqtt:// or mqtts:// and HOST[:PORT]; else GK_FLEET")
       .shows("URL")
@@ -73,12 +73,12 @@ void addFleetOptions(const Command& command, FleetOptions& options) {
       .shows("FILE");
 }
 
-void addJsonOption(const Command& command, FleetOptions& options) {
+void addJsonOption(const Command& command, BrokerOptions& options) {
   command.section("Options");
   command.flag("--json", options.isJson, "JSON for programs");
 }
 
-messages::MqttOptions mqttOptions(const FleetOptions& options) {
+messages::MqttOptions mqttOptions(const BrokerOptions& options) {
   messages::BrokerAddress address;
   try {
     address = messages::parseBrokerAddress(options.broker, true);
@@ -102,7 +102,7 @@ messages::MqttOptions mqttOptions(const FleetOptions& options) {
   return mqtt;
 }
 
-void checkFleetNames(const FleetOptions& options) {
+void checkFleetNames(const BrokerOptions& options) {
   const auto check = [](const char* option, const std::string& name) {
     if (!messages::isTopicLevel(name)) {
       throw messages::FormatError(std::string(option) + ": " + name +
@@ -115,7 +115,7 @@ void checkFleetNames(const FleetOptions& options) {
   }
 }
 
-std::string siteFilter(const FleetOptions& options) {
+std::string siteFilter(const BrokerOptions& options) {
   return options.site.empty() ? "+" : options.site;
 }
 

@@ -12,7 +12,7 @@ namespace gk::app {
 std::string defaultBroker();
 
 /// Which broker, and which part of what it carries.
-struct FleetOptions {
+struct BrokerOptions {
   /// What GK_FLEET says, else a broker on this machine.
   std::string broker = defaultBroker();
   std::string root = "gk";
@@ -26,17 +26,17 @@ struct FleetOptions {
 };
 
 /// Adds --broker and what belongs to it.
-void addFleetOptions(const Command& command, FleetOptions& options);
-void addJsonOption(const Command& command, FleetOptions& options);
+void addBrokerOptions(const Command& command, BrokerOptions& options);
+void addJsonOption(const Command& command, BrokerOptions& options);
 
 /// What the options say about the connection. Reads the password file. Raises `FormatError` that
 /// names the option.
-messages::MqttOptions mqttOptions(const FleetOptions& options);
+messages::MqttOptions mqttOptions(const BrokerOptions& options);
 
 /// Raises `FormatError` for a root or site that cannot be one.
-void checkFleetNames(const FleetOptions& options);
+void checkFleetNames(const BrokerOptions& options);
 /// The site as it stands in filters: "+" for all.
-std::string siteFilter(const FleetOptions& options);
+std::string siteFilter(const BrokerOptions& options);
 
 /// A command's work, with errors told in one line on standard error. Returns the exit code.
 int runFleet(const std::function<int()>& work);
