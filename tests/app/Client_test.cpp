@@ -209,7 +209,7 @@ TEST(GkClient, AModuleWhoseStatusHangsHoldsNobodyUp) {
   RunningHost host({"--robot", "none", "--library", "+" GK_TEST_LIBRARIES "/libTellsStatus.so",
                     "--setting", "TellsStatus/Does=hang"});
   host.program().runUntil([&] {
-    return host.program().errSoFar().find("TellsStatus.status does not tell how the module is: it "
+    return host.program().outSoFar().find("TellsStatus.status does not tell how the module is: it "
                                           "has not returned for a second") != std::string::npos;
   });
   EXPECT_THAT(host.gk({"doctor"}).out, HasSubstr("ok  the host is up"));

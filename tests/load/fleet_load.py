@@ -44,13 +44,13 @@ class Broker:
             file.write(
                 f"listener {self.port} 127.0.0.1\nallow_anonymous true\nuser {pwd.getpwuid(os.getuid()).pw_name}\n"
                 f"persistence true\npersistence_location {folder}/\nautosave_interval 0\n"
-                "max_queued_messages 0\nmax_inflight_messages 0\nlog_type error\n"
+                "max_queued_messages 0\nmax_inflight_messages 0\nlog_dest none\n"
             )
         self.cpu = 0.0
         self.start()
 
     def start(self):
-        self.process = subprocess.Popen(["mosquitto", "-c", self.config])
+        self.process = subprocess.Popen(["mosquitto", "-c", self.config], stderr=subprocess.DEVNULL)
         while True:
             with socket.socket() as one:
                 if one.connect_ex(("127.0.0.1", self.port)) == 0:
@@ -79,7 +79,7 @@ class Book:
         self.last = time.monotonic()
         self.process = subprocess.Popen(
             ["mosquitto_sub", "-p", str(port), "-V", "5", "-i", "fleet-load", "-c", "-q", "1"]
-            + ["-D", "connect", "session-expiry-interval", "3600", "-D", "connect", "receive-maximum", "65535"]
+            + ["-D", "connect", "receive-maximum", "65535"]
             + ["-t", "gk/v1/load/+/event/+", "-t", "gk/v1/load/+/gap", "-F", "%t %p"],
             stdout=subprocess.PIPE,
             stderr=subprocess.DEVNULL,
