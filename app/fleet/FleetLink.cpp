@@ -3,7 +3,6 @@
 #include "app/client/HostAddress.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace gk::app {
 
@@ -19,8 +18,9 @@ FleetLink::FleetLink(const BrokerOptions& options, std::vector<FleetSubscription
       fHandlers(std::move(handlers)),
       fClient(mqttOptions(options),
               {[this] { xConnected(); },
-               [this](int /*reason*/, const std::string& why) { xClosed(why); }, fHandlers.message,
-               fHandlers.published,
+               [this](int /*reason*/, const std::string& why) { xClosed(why); },
+               [this](const messages::MqttMessage& message) { fInbox.push_back(message); },
+               [this](int id, int reason) { fTaken.emplace_back(id, reason); },
                [this](int id, const std::vector<int>& reasons) { xSubscribed(id, reasons); }}) {}
 
 void FleetLink::xFail(const std::string& why) const {
@@ -46,9 +46,11 @@ void FleetLink::open() {
 }
 
 void FleetLink::run(const std::function<bool()>& isOver, std::optional<Clock::time_point> until) {
-  while (!isOver()) {
+  while (true) {
+    xTellChange();
+    xDispatch(isOver);
     const Clock::time_point now = Clock::now();
-    if (until && now >= *until) {
+    if (isOver() || (until && now >= *until)) {
       return;
     }
     if (!fClient.isConnected() && !fClient.isConnecting() && now >= fNextTry) {
@@ -56,9 +58,33 @@ void FleetLink::run(const std::function<bool()>& isOver, std::optional<Clock::ti
     }
     const auto left = until ? std::chrono::ceil<std::chrono::milliseconds>(*until - now) : kTurn;
     fClient.wait(std::min(left, kTurn));
-    if (!fProblem.empty() && !fHasBeenReady) {
-      xFail(fProblem);
+  }
+}
+
+void FleetLink::xTellChange() {
+  const bool isAway = !fProblem.empty();
+  // A connection that is not subscribed yet is none.
+  if (isAway == fIsToldAway || !(isAway || xIsReady())) {
+    return;
+  }
+  fIsToldAway = isAway;
+  if (fHandlers.changed) {
+    fHandlers.changed(fProblem);
+  }
+}
+
+void FleetLink::xDispatch(const std::function<bool()>& isOver) {
+  while (!fTaken.empty()) {
+    const auto [id, reason] = fTaken.front();
+    fTaken.pop_front();
+    if (fHandlers.published) {
+      fHandlers.published(id, reason);
     }
+  }
+  while (!fInbox.empty() && !isOver()) {
+    const messages::MqttMessage message = std::move(fInbox.front());
+    fInbox.pop_front();
+    fHandlers.message(message);
   }
 }
 
@@ -80,9 +106,6 @@ void FleetLink::xConnected() {
       fAsked[*id] = subscription.filter;
     }
   }
-  if (fAsked.empty()) {
-    fHasBeenReady = true;
-  }
 }
 
 void FleetLink::xClosed(const std::string& why) {
@@ -90,9 +113,6 @@ void FleetLink::xClosed(const std::string& why) {
   fAsked.clear();
   fProblem = why;
   fNextTry = Clock::now() + kRetryTime;
-  if (fHasBeenReady && fHandlers.changed && !std::exchange(fIsToldAway, true)) {
-    fHandlers.changed(why);
-  }
 }
 
 void FleetLink::xSubscribed(int id, const std::vector<int>& reasons) {
@@ -107,12 +127,6 @@ void FleetLink::xSubscribed(int id, const std::vector<int>& reasons) {
     return;
   }
   fAsked.erase(asked);
-  if (fAsked.empty()) {
-    fHasBeenReady = true;
-    if (std::exchange(fIsToldAway, false) && fHandlers.changed) {
-      fHandlers.changed("");
-    }
-  }
 }
 
 } // namespace gk::app

@@ -4,10 +4,12 @@
 #include "messages/mqtt/MqttClient.h"
 
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace gk::app {
@@ -18,8 +20,8 @@ struct FleetSubscription {
   int qos = 0;
 };
 
-/// What a command hears of the broker, each within `FleetLink::run`. All but `message` may be
-/// empty.
+/// What a command hears of the broker, each within `FleetLink::run`, which lets out what they
+/// raise. All but `message` may be empty.
 struct FleetHandlers {
   std::function<void(const messages::MqttMessage&)> message;
   /// The broker has taken a message, or refuses it: see `MqttHandlers::onPublished`.
@@ -42,11 +44,11 @@ public:
             FleetHandlers handlers);
 
   /// Returns once the broker has accepted all subscriptions. Raises `ClientError` that says why it
-  /// has not, and `MqttError`.
+  /// has not.
   void open();
 
-  /// Hears what comes until `isOver` says so, which is asked at least ten times a second, or until
-  /// the time.
+  /// Hears what comes until `isOver` says so, which is asked after each message and at least ten
+  /// times a second, or until the time. After `open`.
   void run(const std::function<bool()>& isOver, std::optional<Clock::time_point> until = {});
 
   /// As `MqttClient::publish`.
@@ -57,11 +59,15 @@ public:
   void wake() const noexcept { fClient.wake(); }
 
 private:
+  // Within the client's `wait`, through which nothing may be raised.
   void xConnected();
   void xClosed(const std::string& why);
   void xSubscribed(int id, const std::vector<int>& reasons);
-  bool xIsReady() const { return fIsAccepted && fAsked.empty(); }
+
   void xRetry();
+  void xTellChange();
+  void xDispatch(const std::function<bool()>& isOver);
+  bool xIsReady() const { return fIsAccepted && fAsked.empty(); }
   [[noreturn]] void xFail(const std::string& why) const;
 
   const std::string fBroker;
@@ -70,8 +76,10 @@ private:
   messages::MqttClient fClient;
   /// Subscriptions that the broker has not answered yet, by their numbers.
   std::map<int, std::string> fAsked;
+  /// What has come and is to be told.
+  std::deque<messages::MqttMessage> fInbox;
+  std::deque<std::pair<int, int>> fTaken;
   bool fIsAccepted = false;
-  bool fHasBeenReady = false;
   bool fIsToldAway = false;
   std::string fProblem;
   Clock::time_point fNextTry;

@@ -60,7 +60,9 @@ StatusRow rowOf(const GK::GKValue& value, std::size_t number) {
 } // namespace
 
 std::string StatusRow::told() const {
-  if (!text.empty()) {
+  // Of what is so or not the words say more.
+  const bool isFigure = value.isValid() && value.type() != Type::Bool;
+  if (!isFigure && !text.empty()) {
     return name + ": " + text;
   }
   std::string shown;
@@ -69,7 +71,8 @@ std::string StatusRow::told() const {
   } else {
     messages::appendJson(shown, value);
   }
-  return name + ": " + shown + (unit.empty() ? "" : " " + unit);
+  shown += unit.empty() ? "" : " " + unit;
+  return name + ": " + shown + (text.empty() ? "" : " (" + text + ")");
 }
 
 std::vector<StatusRow> statusRows(const std::string& module, const GK::GKValue& answer) {

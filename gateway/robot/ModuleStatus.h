@@ -19,7 +19,7 @@ struct StatusRow {
   /// What it means, in words. May be empty.
   std::string text;
 
-  /// "backlog: 12 events", or with the row's own words "backlog: the broker is away".
+  /// "queue: 12 jobs (more than it can do)", "link: no cable".
   std::string told() const;
 };
 

@@ -82,7 +82,7 @@ TEST(ModuleStatus, NoMoreRowsThanALookTakesIn) {
 TEST(ModuleStatus, TextsCannotMakeUpLines) {
   const std::vector<StatusRow> rows =
       statusRows("M", Row{Row{"a", "", 1, 1, "x\n[+] all is well"}});
-  EXPECT_EQ(rows[0].told(), "a: x?[+] all is well");
+  EXPECT_EQ(rows[0].told(), "a: 1 (x?[+] all is well)");
 }
 
 /// Answers as a test wants it.
