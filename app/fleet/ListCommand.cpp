@@ -26,6 +26,8 @@ using Clock = std::chrono::steady_clock;
 
 /// How long the broker has to tell what it keeps of the robots.
 constexpr std::chrono::seconds kListTime{1};
+/// All robots are looked at so often at most.
+constexpr std::chrono::milliseconds kLookTurn{100};
 /// A picture is redrawn so often at most.
 constexpr std::chrono::milliseconds kRedrawTime{500};
 
@@ -96,9 +98,13 @@ public:
     fIsNew = true;
   }
 
-  /// Now and then. True when enough has been shown.
+  /// After each message. True when enough has been shown.
   bool refresh() {
     const Clock::time_point now = Clock::now();
+    if (now - fLooked < kLookTurn) {
+      return fIsEnough;
+    }
+    fLooked = now;
     for (const FleetRobot* robot : fBook.look(now)) {
       xChanged(*robot);
       fIsNew = true;
@@ -147,6 +153,7 @@ private:
   FleetBook fBook;
   Picture fPicture;
   Clock::time_point fDrawn;
+  Clock::time_point fLooked;
   bool fIsNew = true;
   std::string fAway;
   std::map<FleetBook::Key, std::string> fTold;
