@@ -23,6 +23,12 @@ struct HostLookup::Request {
   gaicb block{};
 };
 
+HostLookup::HostLookup() = default;
+
+HostLookup::~HostLookup() {
+  cancel();
+}
+
 void HostLookup::start(const std::string& host) {
   cancel();
   fRequest = std::make_unique<Request>(host);

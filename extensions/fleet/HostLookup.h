@@ -10,8 +10,8 @@ namespace gk::fleet {
 /// either. For one thread.
 class HostLookup {
 public:
-  HostLookup() = default;
-  ~HostLookup() { cancel(); }
+  HostLookup();
+  ~HostLookup();
   HostLookup(const HostLookup&) = delete;
   HostLookup& operator=(const HostLookup&) = delete;
 
