@@ -67,7 +67,8 @@ void addFleet(const FleetOptions& options, runtime::HostOptions& host) {
     } catch (const runtime::LoadError& error) {
       throw runtime::LoadError(std::string(error.what()) + " (package " + kFleetPackage + ")");
     }
-    host.libraries.emplace_back(kFleetLibrary);
+    // The first to come and the last to go: it tells of what the others raise meanwhile.
+    host.libraries.emplace(host.libraries.begin(), kFleetLibrary);
   }
   // Before those of --setting, which win.
   std::vector<std::pair<std::string, GK::GKValue>> settings{{kBrokerKey, options.broker}};

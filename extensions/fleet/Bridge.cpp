@@ -563,6 +563,8 @@ void Bridge::xTellState(Time now) {
 }
 
 void Bridge::xTellFactsheet(Time now) {
+  const std::size_t modules = fSources.moduleCount();
+  fIsFactsheetDue = fIsFactsheetDue || std::exchange(fModules, modules) != modules;
   if (!fIsFactsheetDue) {
     return;
   }

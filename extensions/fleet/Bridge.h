@@ -34,6 +34,8 @@ struct BridgeSources {
   std::shared_ptr<const GK::GKMemoryStore> store;
   /// What the robot is and can do.
   std::function<messages::FleetFactsheet()> factsheet;
+  /// Modules that there are: with another number the factsheet is another one.
+  std::function<std::size_t()> moduleCount;
 };
 
 /// Carries what a robot has to tell to the broker, and requests to the robot, on a thread of its
@@ -156,6 +158,7 @@ private:
   StateReport fState;
   std::string fFactsheet;
   bool fIsFactsheetDue = true;
+  std::size_t fModules = 0;
   Time fNextFactsheet{};
   Time fNextTurn{};
 

@@ -90,6 +90,10 @@ void GKFleet::init() {
       sheet.version = version;
       return sheet;
     };
+    sources.moduleCount = [broker = boost::weak_ptr<GKBroker>(broker)] {
+      const auto host = broker.lock();
+      return host != nullptr ? host->getModules().size() : 0;
+    };
     fBridge = std::make_unique<gk::fleet::Bridge>(gk::fleet::readSettings(*memory->store()),
                                                   std::move(sources));
     fBridge->start();

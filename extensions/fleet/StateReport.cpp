@@ -17,6 +17,7 @@ constexpr std::chrono::seconds kMostPause{30};
 
 constexpr std::string_view kPoseKey = "robotPoseChanged";
 constexpr std::string_view kFloorKey = "footContactChanged";
+constexpr std::string_view kContactKey = "footContact";
 constexpr std::string_view kStiffnessKey = "BodyStiffnessChanged";
 constexpr std::string_view kPluggedKey = "BatteryPowerPluggedChanged";
 constexpr std::string_view kChargeKey = "Device/SubDeviceList/Battery/Charge/Sensor/Value";
@@ -74,6 +75,9 @@ void StateReport::look(Time now, const GK::GKMemoryStore& store) {
   }
   fState.pose = textIn(store, kPoseKey);
   fState.isOnFloor = boolIn(store, kFloorKey);
+  if (const auto contact = numberIn(store, kContactKey); !fState.isOnFloor && contact) {
+    fState.isOnFloor = *contact > 0; // it has not changed yet
+  }
   fState.charge = numberIn(store, kChargeKey);
   fState.isPlugged = boolIn(store, kPluggedKey);
   fState.stiffness = stiffnessIn(store);

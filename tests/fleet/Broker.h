@@ -4,10 +4,11 @@
 #include "support/Program.h"
 
 #include <arpa/inet.h>
+#include <chrono>
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <netinet/in.h>
+#include <stdexcept>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -15,12 +16,6 @@
 #include <vector>
 
 namespace gk::app::test {
-
-inline constexpr const char* kMosquitto = "/usr/sbin/mosquitto";
-
-inline bool hasBroker() {
-  return std::filesystem::exists(kMosquitto);
-}
 
 /// A port of this machine that nobody has.
 inline std::uint16_t freePort() {
@@ -51,7 +46,7 @@ inline bool isListening(std::uint16_t port) {
 /// A broker on a free port of this machine.
 class Broker {
 public:
-  Broker() : fPort(freePort()), fProgram({kMosquitto, "-p", std::to_string(fPort)}) {
+  Broker() : fPort(freePort()), fProgram({GK_MOSQUITTO, "-p", std::to_string(fPort)}) {
     fProgram.runUntil([this] { return isListening(fPort); });
   }
 

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,21 +27,13 @@ using testing::StartsWith;
 
 class FleetCommands : public testing::Test {
 protected:
-  void SetUp() override {
-    if (!test::hasBroker()) {
-      GTEST_SKIP() << "mosquitto is not there";
-    }
-    broker.emplace();
-    robot.emplace(*broker);
-  }
-
   ProgramResult fleet(std::vector<std::string> words) const {
-    words.insert(words.begin(), {"fleet", "--broker", broker->address()});
+    words.insert(words.begin(), {"fleet", "--broker", broker.address()});
     return runGk(std::move(words));
   }
   void connected(const std::string& name, FleetPresence presence = FleetPresence::Online) {
-    robot->say("gk/v1/default/" + name + "/connection",
-               messages::connectionPayload({presence, "boot", 0}));
+    robot.say("gk/v1/default/" + name + "/connection",
+              messages::connectionPayload({presence, "boot", 0}));
   }
   static std::string eventOf(std::uint64_t seq, bool isHistorical = false) {
     messages::FleetEvent event;
@@ -55,8 +46,8 @@ protected:
     return messages::eventPayload(event);
   }
 
-  std::optional<Broker> broker;
-  std::optional<Robot> robot;
+  Broker broker;
+  Robot robot{broker};
 };
 
 TEST_F(FleetCommands, ListShowsTheUrgentFirst) {
@@ -65,7 +56,7 @@ TEST_F(FleetCommands, ListShowsTheUrgentFirst) {
   messages::FleetState state;
   state.pose = "Stand";
   state.charge = 0.5;
-  robot->say("gk/v1/default/r1/state", messages::statePayload(state));
+  robot.say("gk/v1/default/r1/state", messages::statePayload(state));
   const ProgramResult list = fleet({"list"});
   EXPECT_EQ(list.code, 0) << list.err;
   EXPECT_THAT(list.out, StartsWith("2 robots: 1 lost, 1 well\n"));
@@ -79,16 +70,16 @@ TEST_F(FleetCommands, ListShowsTheUrgentFirst) {
 
 TEST_F(FleetCommands, EventsComeOnceAndGapsAreTold) {
   const std::string topic = "gk/v1/default/r1/event/SonarLeftDetected";
-  Program events({GK_PROGRAM, "fleet", "--broker", broker->address(), "events", "--json", "Sonar*",
+  Program events({GK_PROGRAM, "fleet", "--broker", broker.address(), "events", "--json", "Sonar*",
                   "--count", "3"});
   // Until it is subscribed nobody gets what is said; the same again is shown once.
   events.runUntil([&] {
-    robot->say(topic, eventOf(1), false);
+    robot.say(topic, eventOf(1), false);
     return !events.outSoFar().empty();
   });
-  robot->say(topic, eventOf(1, true), false);
-  robot->say("gk/v1/default/r1/gap", messages::gapPayload({"boot", 2, 4}), false);
-  robot->say(topic, eventOf(5), false);
+  robot.say(topic, eventOf(1, true), false);
+  robot.say("gk/v1/default/r1/gap", messages::gapPayload({"boot", 2, 4}), false);
+  robot.say(topic, eventOf(5), false);
   const ProgramResult ended = events.wait();
   EXPECT_EQ(ended.code, 0) << ended.err;
   EXPECT_THAT(ended.out, testing::MatchesRegex("\\{\"site\":\"default\",\"robot\":\"r1\",\"event\":"
@@ -100,17 +91,17 @@ TEST_F(FleetCommands, EventsComeOnceAndGapsAreTold) {
 
 TEST_F(FleetCommands, CallsAreAnsweredByTheRobot) {
   connected("r1");
-  robot->listen("gk/v1/default/r1/rpc/+/+");
+  robot.listen("gk/v1/default/r1/rpc/+/+");
   std::string request;
-  robot->answer = [&request](const messages::MqttMessage& message) {
+  robot.answer = [&request](const messages::MqttMessage& message) {
     request = message.topic + " " + message.payload;
     messages::MqttMessage answer{message.responseTopic, R"({"result":87})", 1};
     answer.correlation = message.correlation;
     return answer;
   };
   Program call({GK_PROGRAM, "fleet", "call", "r1", "GKBattery.getBatteryCharge", "2", "x", "[1]",
-                "--broker", broker->address()});
-  robot->waitUntil([&] { return call.hasEnded(); });
+                "--broker", broker.address()});
+  robot.waitUntil([&] { return call.hasEnded(); });
   const ProgramResult result = call.wait();
   EXPECT_EQ(result.code, 0) << result.err;
   EXPECT_EQ(result.out, "87\n");
@@ -119,15 +110,15 @@ TEST_F(FleetCommands, CallsAreAnsweredByTheRobot) {
 
 TEST_F(FleetCommands, ARobotsErrorIsTheCallsError) {
   connected("r1");
-  robot->listen("gk/v1/default/r1/rpc/+/+");
-  robot->answer = [](const messages::MqttMessage& message) {
+  robot.listen("gk/v1/default/r1/rpc/+/+");
+  robot.answer = [](const messages::MqttMessage& message) {
     messages::MqttMessage answer{message.responseTopic,
                                  R"({"error":{"code":-32601,"message":"calls are off"}})", 1};
     answer.correlation = message.correlation;
     return answer;
   };
-  Program call({GK_PROGRAM, "fleet", "--broker", broker->address(), "call", "r1", "GKFsr.x"});
-  robot->waitUntil([&] { return call.hasEnded(); });
+  Program call({GK_PROGRAM, "fleet", "--broker", broker.address(), "call", "r1", "GKFsr.x"});
+  robot.waitUntil([&] { return call.hasEnded(); });
   const ProgramResult result = call.wait();
   EXPECT_EQ(result.code, 2);
   EXPECT_EQ(result.err, "gk fleet: r1: calls are off\n");
@@ -147,7 +138,7 @@ TEST_F(FleetCommands, WhoCannotAnswerIsNamed) {
 
 TEST_F(FleetCommands, WatchTellsWhenARobotsConditionChanges) {
   connected("r1");
-  Program watch({GK_PROGRAM, "fleet", "--broker", broker->address(), "watch", "--count", "2"});
+  Program watch({GK_PROGRAM, "fleet", "--broker", broker.address(), "watch", "--count", "2"});
   watch.runUntil([&] { return !watch.outSoFar().empty(); });
   connected("r1", FleetPresence::Lost);
   const ProgramResult ended = watch.wait();
