@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <sys/stat.h>
+#include <tuple>
 #include <utility>
 
 namespace gk::app {

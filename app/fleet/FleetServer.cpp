@@ -19,6 +19,7 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <list>
 #include <optional>

@@ -7,7 +7,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <functional>
 #include <map>
+#include <utility>
 
 namespace gk::app {
 

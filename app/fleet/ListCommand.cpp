@@ -4,7 +4,6 @@
 #include "app/fleet/FleetTable.h"
 #include "app/terminal/Screen.h"
 #include "app/terminal/Table.h"
-#include "app/terminal/TerminalState.h"
 #include "formats/text/NamePattern.h"
 #include "formats/text/Printable.h"
 
@@ -15,7 +14,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace gk::app {

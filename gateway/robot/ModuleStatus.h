@@ -3,6 +3,7 @@
 #include "devices/meaning/Verdict.h"
 #include "gk/GKValue.h"
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>

@@ -10,6 +10,7 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <string_view>
 #include <utility>
 
 namespace gk::gateway {
