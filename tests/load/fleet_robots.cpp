@@ -5,12 +5,14 @@
 #include "zu/log.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
 #include <sys/resource.h>
 #include <thread>
+#include <utility>
 #include <vector>
 
 // Robots that do nothing but raise events, each with a bridge of its own, all in this process. What
@@ -50,13 +52,17 @@ public:
       settings.robot = "r" + std::to_string(i);
       settings.outbox.file = folder + "/" + settings.robot + ".sqlite";
       const std::string name = settings.robot;
-      fBridges.push_back(std::make_unique<gk::fleet::Bridge>(
-          std::move(settings), gk::fleet::BridgeSources{fStore, [name] {
-                                                          gk::messages::FleetFactsheet sheet;
-                                                          sheet.name = name;
-                                                          sheet.version = "0";
-                                                          return sheet;
-                                                        }}));
+      gk::fleet::BridgeSources sources;
+      sources.store = fStore;
+      sources.factsheet = [name] {
+        gk::messages::FleetFactsheet sheet;
+        sheet.name = name;
+        sheet.version = "0";
+        return sheet;
+      };
+      sources.moduleCount = [] { return std::size_t{0}; };
+      fBridges.push_back(
+          std::make_unique<gk::fleet::Bridge>(std::move(settings), std::move(sources)));
       std::printf("boot %s %s\n", name.c_str(), fBridges.back()->bootId().c_str());
     }
     for (const auto& bridge : fBridges) {
