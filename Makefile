@@ -74,7 +74,7 @@ check: check-dependencies
 # clang-tidy knows better than cppcheck which values are only passed on.
 lint: check-dependencies
 	cmake --preset lint
-	run-clang-tidy -quiet -p build/lint '/(platform|sdk|modules|formats|devices|runtime|gateway|app)/(?!StaticFilesData|ModuleTemplateData)'
+	run-clang-tidy -quiet -p build/lint '/(platform|sdk|modules|formats|devices|runtime|gateway|app)/(?!StaticFilesData|FleetFilesData|ModuleTemplateData)'
 	cppcheck --std=c++20 --quiet --error-exitcode=1 --enable=warning,performance,portability \
 	  --suppress=passedByValue --suppress=accessMoved:gateway/server/WebSocketConnection.cpp \
 	  --suppress=returnTempReference:platform/services/GKDelivery.cpp -I platform/include -I sdk/include -I . -i sdk/template platform sdk modules formats devices runtime gateway app
