@@ -42,7 +42,7 @@ bool isAmong(const std::vector<std::string>& patterns, const std::string& name) 
 std::string timeText(std::int64_t micros) {
   constexpr std::int64_t perSecond = 1'000'000;
   constexpr std::int64_t perMilli = 1'000;
-  const std::string text = messages::wallTimeText(micros);
+  std::string text = messages::wallTimeText(micros);
   const std::size_t time = text.find('T');
   if (time == std::string::npos) {
     return text;

@@ -1,4 +1,5 @@
 #include "fleet/Broker.h"
+#include "gateway/ServedHost.h"
 #include "messages/fleet/FleetPayload.h"
 #include "support/Gk.h"
 #include "support/Program.h"
@@ -6,6 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -143,6 +146,27 @@ TEST_F(FleetCommands, WatchTellsWhenARobotsConditionChanges) {
   connected("r1", FleetPresence::Lost);
   const ProgramResult ended = watch.wait();
   EXPECT_EQ(ended.out, "default/r1  well\ndefault/r1  lost\n");
+}
+
+TEST_F(FleetCommands, ServeShowsTheRobotsUntilItIsEnded) {
+  connected("r1", FleetPresence::Lost);
+  Program serve(
+      {GK_PROGRAM, "fleet", "serve", "--broker", broker.address(), "--listen", "127.0.0.1:0"});
+  const std::string before = "the fleet's page is at http://127.0.0.1:";
+  serve.runUntil([&] { return serve.errSoFar().ends_with("/\n"); });
+  const std::string told = serve.errSoFar();
+  const std::string port = told.substr(told.find(before) + before.size());
+  std::string cards;
+  serve.runUntil([&] {
+    gateway::test::Socket socket(static_cast<std::uint16_t>(std::stoi(port)));
+    socket.send("GET /api/v1/fleet HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(std::stoi(port)) +
+                "\r\n\r\n");
+    cards = socket.readAnswer().body;
+    return cards.find("\"words\":\"lost\"") != std::string::npos;
+  });
+  EXPECT_THAT(cards, HasSubstr(R"("robot":"r1")"));
+  kill(serve.pid(), SIGTERM);
+  EXPECT_EQ(serve.wait().code, 0);
 }
 
 TEST(FleetOptions, WhatIsWrongIsSaidInOneLine) {
