@@ -9,10 +9,12 @@ SOAK_HOURS ?= 100
 # Scenarios and shards.
 SLURM ?= 200 4
 CHAOS_SECONDS ?= 600
+# Robots, processes and seconds; smaller machines bear less: FLEET="--robots 100 --processes 10".
+FLEET ?=
 # What the host may take of time and memory; sanitizers keep what is freed for a while.
 CHAOS ?= $(if $(filter asan tsan,$(PRESET)),1 --growth=64 --end=20000)
 
-.PHONY: help run test test-all slurm other-release check lint coverage fuzz abi-check docs packages package-test soak bench bench-check load chaos web-tests screenshots dependencies check-dependencies build clean
+.PHONY: help run test test-all slurm other-release check lint coverage fuzz abi-check docs packages package-test soak bench bench-check load fleet-load chaos web-tests screenshots dependencies check-dependencies build clean
 
 help:
 	@echo "make run       install what is missing, build, and watch a simulated robot in real time"
@@ -30,6 +32,7 @@ help:
 	@echo "make bench     run the benchmarks"
 	@echo "make bench-check  count a tick's instructions and hold them against the record"
 	@echo "make load      put load on a host for a minute: 200 viewers, 2000 requests a second"
+	@echo "make fleet-load  1000 robots on one broker, which is killed now and then, as are some of them"
 	@echo "make chaos     let clients do whatever they like with a host for CHAOS_SECONDS=$(CHAOS_SECONDS)"
 	@echo "make web-tests install the clients from npm, the browser and the shells that make test then uses as well"
 	@echo "make screenshots  make the pictures of the page in docs/images anew"
@@ -49,6 +52,7 @@ test: dependencies
 test-all: test check lint
 	$(MAKE) test PRESET=clang
 	$(MAKE) slurm
+	$(MAKE) fleet-load
 	$(MAKE) abi-check
 	$(MAKE) packages
 	$(MAKE) package-test
@@ -70,7 +74,7 @@ check: check-dependencies
 # clang-tidy knows better than cppcheck which values are only passed on.
 lint: check-dependencies
 	cmake --preset lint
-	run-clang-tidy -quiet -p build/lint '/(platform|sdk|modules|messages|extensions|formats|devices|runtime|gateway|app)/(?!StaticFilesData|ModuleTemplateData)'
+	run-clang-tidy -quiet -p build/lint '/(platform|sdk|modules|messages|extensions|formats|devices|runtime|gateway|app)/(?!StaticFilesData|FleetFilesData|ModuleTemplateData)'
 	cppcheck --std=c++20 --quiet --error-exitcode=1 --enable=warning,performance,portability \
 	  --suppress=passedByValue --suppress=accessMoved:gateway/server/WebSocketConnection.cpp \
 	  --suppress=returnTempReference:platform/services/GKDelivery.cpp -I platform/include -I sdk/include -I . -i sdk/template platform sdk modules messages extensions formats devices runtime gateway app
@@ -121,6 +125,12 @@ load: dependencies
 	cmake --preset release
 	cmake --build --preset release --target gk gateway_load
 	./tests/load/load.sh build/release/bin/gk build/release/bin/gateway_load data/us_wallrobot.csv
+
+fleet-load: dependencies
+	./packaging/install-dependencies.sh packaging/debian-packages-tests.txt
+	cmake --preset release
+	cmake --build --preset release --target gk gkfleet fleet_robots
+	python3 tests/load/fleet_load.py build/release/bin/fleet_robots build/release/bin/gk $(FLEET)
 
 chaos: dependencies
 	cmake --preset $(PRESET)

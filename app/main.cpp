@@ -1,5 +1,6 @@
 #include "app/ask/AskCommands.h"
 #include "app/authors/AuthorCommands.h"
+#include "app/FleetProgram.h"
 #include "app/options/CommandLine.h"
 #include "app/play/PlayCommands.h"
 #include "app/recordings/RecordingCommands.h"
@@ -43,11 +44,13 @@ constexpr const char* kFooter = R"(Examples:
   gk replay night.mcap --report night.html     repeat it, and make a page of it
   gk play night.mcap                           watch it again, on the page
   gk diff night.mcap --library ./libmine.so    see what another library makes of it
+  gk fleet list                                many robots, those first that need somebody
   gk help recording convert                    what a command of a command takes
 
 Environment:
   GK_HOST        the host to ask where --host is not given; else 127.0.0.1:8090
   GK_TOKEN_FILE  the file of its token where --token-file is not given
+  GK_FLEET       the broker of gk fleet where --broker is not given; else 127.0.0.1:1883
   GK_LIBRARY_PATH  folders in which --library NAME is looked for first
   NO_COLOR       no colours on a terminal
 
@@ -56,6 +59,9 @@ of a run does not hold
 )";
 
 int runProgram(int argc, char** argv) {
+  if (const int code = replacedByFleet(argc, argv); code >= 0) {
+    return code;
+  }
   const CommandLine line("gk", "gk: sensor modules of a small humanoid robot", kVersion);
   const Command run = line.program().titled("Run");
   addRunCommand(run);
@@ -72,6 +78,8 @@ int runProgram(int argc, char** argv) {
   addWatchCommand(ask);
   addTopCommand(ask);
   addDoctorCommand(ask);
+  const Command robots = line.program().titled("Many robots");
+  addFleetCommand(robots);
   const Command recordings = line.program().titled("Recordings");
   addRecordCommand(recordings);
   addKeepCommand(recordings);

@@ -1,6 +1,11 @@
 # Writes a C++ source that holds the files of a folder, for gateway/http/StaticFiles.h.
-# Usage: cmake -DFOLDER=... -DOUTPUT=... -P EmbedFiles.cmake
+# Usage: cmake -DFOLDER=... -DOUTPUT=... [-DFUNCTION=...] -P EmbedFiles.cmake
+# FUNCTION gives the files to the program, staticFiles by itself.
 # A folder that is not there makes a source without files.
+
+if(NOT FUNCTION)
+  set(FUNCTION staticFiles)
+endif()
 
 set(types_html "text/html; charset=utf-8")
 set(types_js "text/javascript; charset=utf-8")
@@ -71,7 +76,9 @@ file(
 ${blobs}
 namespace gk::gateway {
 
-std::span<const StaticFile> staticFiles() {
+std::span<const StaticFile> ${FUNCTION}();
+
+std::span<const StaticFile> ${FUNCTION}() {
   static const std::vector<StaticFile> files = {
 ${rows}  };
   return files;

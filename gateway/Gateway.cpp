@@ -4,6 +4,8 @@
 #include "gateway/figures/NoticeQueue.h"
 #include "gateway/http/Resources.h"
 #include "gateway/robot/CallRunner.h"
+#include "gateway/robot/ClientCalls.h"
+#include "gateway/robot/StatusWatch.h"
 #include "gateway/server/Connections.h"
 #include "gateway/stream/Hub.h"
 #include "gk/GKClock.h"
@@ -74,7 +76,7 @@ private:
   int fDescriptor;
 };
 
-HostFigures figuresOf(const GatewayOptions& options) {
+HostFigures figuresOf(const GatewayOptions& options, StatusSource status) {
   const GK::GKWallTime wall = GK::GKClock::instance().wallTime();
   constexpr double kMicrosPerSecond = 1e6;
   // Whatever the clock is: no two processes begin at the same microsecond.
@@ -87,6 +89,7 @@ HostFigures figuresOf(const GatewayOptions& options) {
           options.recording,
           std::to_string(now.count()),
           options.playback,
+          std::move(status),
           options.source};
 }
 
@@ -97,10 +100,11 @@ class Gateway::Server {
 public:
   explicit Server(GatewayOptions options)
       : fOptions(std::move(options)), fAccess(fOptions.access), fRunner(fOptions.limits.calls),
-        fNotices(boost::make_shared<NoticeQueue>([this] { fBell.ring(); })),
-        fVerdict(fCounters, fOptions.recording), fPast(fOptions.past),
-        fFigures(figuresOf(fOptions)),
+        fNotices(boost::make_shared<NoticeQueue>([this] { fBell.ring(); })), fStatus(fRunner),
+        fVerdict(fCounters, fOptions.recording, [this] { return fStatus.rows(); }),
+        fPast(fOptions.past), fFigures(figuresOf(fOptions, [this] { return fStatus.rows(); })),
         fResources(fAccess, fRunner, fCounters, fFigures, fVerdict, fPast),
+        fRpc(fRunner, fCounters, fOptions.limits.answer),
         fHub(
             fRunner, fCounters, fOptions.version, fFigures.session,
             [this](std::function<void()> work) { asio::post(fContext, std::move(work)); }, fVerdict,
@@ -128,12 +132,15 @@ public:
     if (fOptions.playback != nullptr) {
       robot->refuse(Playback::kRefusal);
     }
+    fCalls = std::make_shared<ClientCalls>(fRpc, robot);
     xDo([this, robot = std::move(robot), carryOut = std::move(carryOut),
          outside = std::move(outside)]() mutable {
       fRunner.setCarryOut(std::move(carryOut));
       fRunner.setOutside(std::move(outside));
+      fStatus.open(robot);
       fHub.open(std::move(robot));
     });
+    GK::GKClientCalls::install(fCalls);
     if (fOptions.playback != nullptr) {
       fOptions.playback->setListener([this](Playback::Change change) { xOnPlayback(change); });
     }
@@ -148,6 +155,10 @@ public:
     }
     GK::GKObserverList::instance().remove(fNotices);
     fRunner.close();
+    if (fCalls != nullptr) {
+      GK::GKClientCalls::install(nullptr);
+      fCalls->close();
+    }
     xDo([this] {
       error_code ignored;
       fAcceptor.close(ignored);
@@ -159,6 +170,7 @@ public:
     });
     fThread.join();
     // On this thread now. Whoever still waits for an answer has lost its connection.
+    fStatus.open(nullptr);
     fHub.close();
   }
 
@@ -257,6 +269,7 @@ private:
     fRefresh.expires_after(kRefreshPeriod);
     fRefresh.async_wait([this](error_code error) {
       if (!error) {
+        fStatus.refresh(GK::GKClock::instance().elapsed());
         fHub.refresh();
         for (Connection* connection : std::set<Connection*>(fParts.connections)) {
           connection->checkStall();
@@ -272,10 +285,13 @@ private:
   Counters fCounters;
   Bell fBell;
   boost::shared_ptr<NoticeQueue> fNotices;
+  StatusWatch fStatus;
   VerdictWatch fVerdict;
   Past fPast;
   const HostFigures fFigures;
   Resources fResources;
+  RpcService fRpc;
+  std::shared_ptr<ClientCalls> fCalls;
   Hub fHub;
   ServerParts fParts;
   /// After what its handlers use, and before what lives in it: handlers that never ran, and the

@@ -1,5 +1,5 @@
 # Installs the packages that the page is made of, if they are not there, and bundles it.
-# Usage: cmake -DNODE=... -DNPM=... -DWEB=... -DDIST=... -DSTAMP=... -P BuildPage.cmake
+# Usage: cmake -DNODE=... -DNPM=... -DWEB=... -DDIST=... -DFLEET_DIST=... -DSTAMP=... -P BuildPage.cmake
 # Without a network to install from, everything else is still built: the program then says that it has
 # no page, and the next build tries again.
 
@@ -10,12 +10,13 @@ if(NOT EXISTS ${installed} OR ${WEB}/package-lock.json IS_NEWER_THAN ${installed
                   OUTPUT_QUIET ERROR_VARIABLE problem RESULT_VARIABLE result)
   if(NOT result EQUAL 0)
     message(WARNING "The page is left out, npm cannot install its packages:\n${problem}")
-    file(REMOVE_RECURSE ${DIST})
+    file(REMOVE_RECURSE ${DIST} ${FLEET_DIST})
     file(COPY ${WEB}/fallback/ DESTINATION ${DIST})
+    file(COPY ${WEB}/fallback-fleet/ DESTINATION ${FLEET_DIST})
     return()
   endif()
   file(TOUCH ${installed})
 endif()
 
-execute_process(COMMAND ${NODE} ${WEB}/build.mjs ${DIST} COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${NODE} ${WEB}/build.mjs ${DIST} ${FLEET_DIST} COMMAND_ERROR_IS_FATAL ANY)
 file(TOUCH ${STAMP})

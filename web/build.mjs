@@ -1,4 +1,4 @@
-// Bundles the page into dist/, or its unit tests into a folder of their own.
+// Bundles the pages into dist/ and dist-fleet/, or its unit tests into a folder of their own.
 import { build } from "esbuild";
 import { copyFile, mkdir, readdir, rm } from "node:fs/promises";
 import { dirname, join } from "node:path";
@@ -33,6 +33,22 @@ export async function buildPage(out = join(web, "dist")) {
   }
 }
 
+/** The fleet's page as gk fleet serve serves it: index.html, icon.svg, fleet.js, fleet.css. */
+export async function buildFleetPage(out = join(web, "dist-fleet")) {
+  await rm(out, { recursive: true, force: true });
+  await mkdir(out, { recursive: true });
+  await build({
+    ...common,
+    entryPoints: ["src/fleet/fleet.ts", "src/styles/fleet.css"],
+    entryNames: "[name]",
+    outdir: out,
+    minify: true,
+    legalComments: "eof",
+  });
+  await copyFile(join(web, "fleet.html"), join(out, "index.html"));
+  await copyFile(join(web, "icon.svg"), join(out, "icon.svg"));
+}
+
 /** Returns the files of the unit tests, ready to run. */
 export async function buildTests(out) {
   const sources = (await readdir(join(web, "test/unit"))).filter((file) =>
@@ -51,4 +67,5 @@ export async function buildTests(out) {
 
 if (process.argv[1] === fileURLToPath(import.meta.url)) {
   await buildPage(process.argv[2]);
+  await buildFleetPage(process.argv[3]);
 }

@@ -24,6 +24,9 @@ constexpr std::pair<std::string_view, std::string_view> kNamesAfter[] = {
 /// The shells that there is a script for.
 const std::vector<std::string> kShells = {"bash", "zsh", "fish"};
 
+/// The commands of gk fleet, which is a program of its own.
+constexpr const char* kFleetCommands = "list watch events call serve";
+
 // What is between @ is put in.
 
 constexpr const char* kBash = R"bash(# Completion of gk for bash:  source <(gk completion bash)
@@ -39,6 +42,8 @@ _gk() {
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
   elif [[ $command == completion ]]; then
     mapfile -t COMPREPLY < <(compgen -W '@shells@' -- "$current")
+  elif [[ $command == fleet && COMP_CWORD -eq 2 ]]; then
+    mapfile -t COMPREPLY < <(compgen -W '@fleet@' -- "$current")
   elif [[ -n $names ]]; then
     names=$("${COMP_WORDS[0]}" names "$names" 2>/dev/null)
     mapfile -t COMPREPLY < <(compgen -W "$names" -- "$current")
@@ -66,6 +71,8 @@ _gk() {
     compadd -- $options
   elif [[ $command == completion ]]; then
     compadd -- @shells@
+  elif [[ $command == fleet && CURRENT -eq 3 ]]; then
+    compadd -- @fleet@
   elif [[ -n $kind ]]; then
     names=(${(f)"$($words[1] names $kind 2>/dev/null)"})
     compadd -- $names
@@ -78,6 +85,7 @@ compdef _gk gk
 
 constexpr const char* kFish = R"fish(# Completion of gk for fish:  gk completion fish | source
 @commands@@cases@complete -c gk -n '__fish_seen_subcommand_from completion' -f -a '@shells@'
+complete -c gk -n '__fish_seen_subcommand_from fleet' -f -a '@fleet@'
 )fish";
 
 void replace(std::string& text, std::string_view what, const std::string& with) {
@@ -156,6 +164,7 @@ std::string completionScript(const CommandLine& line, const std::string& shell) 
                                    : fishScript(line);
   replace(script.text, "@commands@", script.commands);
   replace(script.text, "@cases@", script.cases);
+  replace(script.text, "@fleet@", kFleetCommands);
   replace(script.text, "@shells@", fmt::format("{}", fmt::join(kShells, " ")));
   return script.text;
 }

@@ -82,6 +82,7 @@ void Doctor::xReadiness() {
     const std::string conditions = fClient.get("/readyz?verbose");
     fFindings.push_back({Harm::Dead, "it is ready", true, "", "", ""});
     xOpenConditions(conditions);
+    xToldByModules(conditions);
   } catch (const ClientError& error) {
     fFindings.push_back({Harm::Dead, "it is ready", false, error.what(), error.what(),
                          "It is starting or ending, or no loop ticks: its log tells more"});
@@ -97,6 +98,17 @@ void Doctor::xOpenConditions(const std::string& conditions) {
       fFindings.push_back(
           {Harm::Lossy, line.substr(mark.size()), false, "", "",
            "Make room on the disk: the recording then goes on in a new file by itself"});
+    }
+  }
+}
+
+/// What modules tell of themselves that is fine; all else is in the verdict.
+void Doctor::xToldByModules(const std::string& conditions) {
+  constexpr std::string_view mark = "[=] ";
+  std::istringstream lines(conditions);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with(mark)) {
+      fFindings.push_back({Harm::Little, line.substr(mark.size()), true, "", "", ""});
     }
   }
 }

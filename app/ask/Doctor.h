@@ -39,6 +39,7 @@ private:
   boost::json::value xSettledHost();
   void xReadiness();
   void xOpenConditions(const std::string& conditions);
+  void xToldByModules(const std::string& conditions);
   void xHost(const boost::json::value& host);
   void xLoop(const boost::json::value& loop);
   void xLateness(const boost::json::value& loop);

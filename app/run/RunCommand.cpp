@@ -1,3 +1,4 @@
+#include "app/run/FleetOptions.h"
 #include "app/run/Realtime.h"
 #include "app/run/RobotKeys.h"
 #include "app/run/Ros2Options.h"
@@ -31,6 +32,7 @@ struct RunOptions {
   RecordOptions record;
   ListenOptions listen;
   Ros2Options ros2;
+  FleetOptions fleet;
   bool isLoop = false;
   std::optional<double> limit;
   std::string speed = kReal;
@@ -136,6 +138,11 @@ int run(RunOptions options) {
     return kBadInput;
   }
   applyRos2Settings(options.ros2, host);
+  if (options.fleet.isOn() && host.isVirtual) {
+    fmt::print(stderr, "gk: --fleet needs real time, {} has none\n",
+               options.isLockstep ? "--lockstep" : "--speed max");
+    return kBadInput;
+  }
   host.isLoop = options.isLoop;
   for (const std::string& limit : options.limits) {
     devices::readLimit(limit, host.limits);
@@ -172,6 +179,16 @@ int run(RunOptions options) {
       fmt::print(stderr, "gk: --ros2: {}\n", error.what());
       return kFailure;
     }
+  }
+  if (options.fleet.isOn()) {
+    // A recording holds what the robot did; who was told of it is no part of that.
+    try {
+      addFleet(options.fleet, host);
+    } catch (const runtime::LoadError& error) {
+      fmt::print(stderr, "gk: --fleet: {}\n", error.what());
+      return kFailure;
+    }
+    view.fleet = fleetPlace(options.fleet);
   }
   host.turnPatience = std::chrono::milliseconds(std::llround(options.record.patience * 1e3));
   if (options.limit) {
@@ -221,6 +238,7 @@ void addRunCommand(const Command& program) {
       .shows("NAME=N")
       .onceEach();
   addRos2Options(command, options->ros2);
+  addFleetOptions(command, options->fleet);
   command.footer("Examples:\n"
                  "  gk run                             the simulated robot on its tour\n"
                  "  gk run --no-tour --seed 7          the same robot, standing\n"

@@ -5,6 +5,8 @@
 #include "gateway/http/StaticFiles.h"
 #include "messages/text/Numbers.h"
 
+#include <boost/asio/ip/address.hpp>
+#include <boost/asio/ip/host_name.hpp>
 #include <fmt/format.h>
 
 #include <cstdint>
@@ -134,6 +136,21 @@ Listening startGateway(const ListenOptions& options, const devices::ClientLimits
                         "a free port",
                         options.address, owner.empty() ? "another program" : owner)};
   }
+}
+
+std::string pageFor(FleetPlace fleet, const gateway::Gateway* gateway,
+                    const ListenOptions& options) {
+  if (fleet == FleetPlace::None || gateway == nullptr) {
+    return {};
+  }
+  const std::string host = gateway::parseAddress(options.address).host;
+  const boost::asio::ip::address address = boost::asio::ip::make_address(host);
+  if (address.is_loopback()) {
+    return fleet == FleetPlace::ThisMachine ? gateway->url() : std::string();
+  }
+  return address.is_unspecified()
+             ? fmt::format("http://{}:{}/", boost::asio::ip::host_name(), gateway->port())
+             : gateway->url();
 }
 
 bool hasPage() {

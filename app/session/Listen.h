@@ -8,6 +8,7 @@
 #include "gateway/figures/RunSource.h"
 #include "runtime/figures/LoopStatistics.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -49,6 +50,13 @@ Listening startGateway(const ListenOptions& options, const devices::ClientLimits
                        gateway::RecordingSource recording,
                        std::shared_ptr<gateway::Playback> playback = nullptr,
                        std::shared_ptr<const gateway::RunSource> source = nullptr);
+
+enum class FleetPlace : std::uint8_t { None, ThisMachine, Elsewhere };
+
+/// Where the page of a robot of a fleet is for those who are where its broker is; empty where they
+/// cannot reach it. `gateway` may be null.
+std::string pageFor(FleetPlace fleet, const gateway::Gateway* gateway,
+                    const ListenOptions& options);
 
 /// Whether the page was there when the program was built.
 bool hasPage();

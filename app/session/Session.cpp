@@ -18,6 +18,7 @@
 #include "formats/text/NamePattern.h"
 #include "formats/text/Printable.h"
 #include "gateway/Gateway.h"
+#include "gateway/robot/ClientCalls.h"
 #include "messages/keys/DeviceKeys.h"
 #include "messages/text/FormatError.h"
 #include "runtime/output/ColumnFile.h"
@@ -44,6 +45,8 @@ namespace gk::app {
 namespace {
 
 constexpr const char* kStandardOutput = "-";
+/// Where a fleet's operator reaches the page.
+constexpr const char* kPageKey = "Settings/GKFleet/Page";
 
 /// Does something that ends in an output. Complains where it does not; returns the exit code.
 template <class Work> int guarded(const Work& work) {
@@ -213,17 +216,16 @@ void sumUp(const runtime::RunStatistics& run, std::chrono::steady_clock::duratio
 /// the modules go, whichever way a run ends.
 class Service {
 public:
-  /// `gateway` may be null, as may `lockstep`.
-  Service(gateway::Gateway* gateway, runtime::Host& host, Lockstep* lockstep)
-      : fGateway(gateway), fHost(host), fLockstep(lockstep) {}
+  /// `gateway` may be null, as may `lockstep`. `calls` is for a host without gateway: module
+  /// libraries may let others call as well.
+  Service(gateway::Gateway* gateway, gateway::OwnCalls& calls, runtime::Host& host,
+          Lockstep* lockstep)
+      : fGateway(gateway), fCalls(calls), fHost(host), fLockstep(lockstep) {}
   ~Service() { close(); }
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
 
   void open() {
-    if (fGateway == nullptr) {
-      return;
-    }
     gateway::CarryOut carryOut = [this](const formats::Action& action,
                                         const std::function<void()>& work) {
       fHost.carryOut(action, work);
@@ -238,6 +240,10 @@ public:
         outside([&] { carryOut(action, work); });
       };
     }
+    if (fGateway == nullptr) {
+      fCalls.open(fHost.broker(), std::move(carryOut), std::move(outside));
+      return;
+    }
     fGateway->open(
         fHost.broker(), [this] { return loopFigures(fHost.loops()); }, std::move(carryOut),
         std::move(outside));
@@ -246,10 +252,12 @@ public:
     if (fGateway != nullptr) {
       fGateway->close();
     }
+    fCalls.close();
   }
 
 private:
   gateway::Gateway* fGateway;
+  gateway::OwnCalls& fCalls;
   runtime::Host& fHost;
   Lockstep* fLockstep;
 };
@@ -365,11 +373,17 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
         view.listen ? startGateway(*view.listen, hostOptions.limits, recording.source(), nullptr,
                                    sourceOf(hostOptions))
                     : Listening();
+    if (const std::string page =
+            pageFor(view.fleet, listening.gateway.get(), view.listen.value_or(ListenOptions()));
+        !page.empty()) {
+      hostOptions.settings.emplace(hostOptions.settings.begin(), kPageKey, page);
+    }
+    gateway::OwnCalls calls(gateway::CallRunner::kMaxCalls, hostOptions.limits.answer);
     runtime::Host host(hostOptions);
     for (const std::string& hint : host.inputHints()) {
       complain(hint);
     }
-    Service service(listening.gateway.get(), host, lockstep ? &*lockstep : nullptr);
+    Service service(listening.gateway.get(), calls, host, lockstep ? &*lockstep : nullptr);
     Outputs outputs(options, view, !hostOptions.isVirtual, inputs);
     outputs.addTo(host);
     recording.attach(host);

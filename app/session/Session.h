@@ -32,6 +32,8 @@ struct SessionView {
   bool isLockstep = false;
   /// Serves clients.
   std::optional<ListenOptions> listen;
+  /// Where the broker of the robot's fleet is, which is told where its page is.
+  FleetPlace fleet = FleetPlace::None;
   /// What is expected of the run.
   JudgeView judge;
   /// More outputs in JSON Lines.

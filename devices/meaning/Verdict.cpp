@@ -22,7 +22,8 @@ enum class Verdict::Rule : std::uint8_t {
   BatteryLow,
   OffFloor,
   RecordingLost,
-  ViewerLoses
+  ViewerLoses,
+  ModuleTells
 };
 
 namespace {
@@ -34,7 +35,7 @@ struct RuleText {
   std::string_view advice;
 };
 
-/// In the order of the rules.
+/// In the order of the rules. What modules tell has their own words.
 constexpr RuleText kRules[] = {
     {"loop", "{} has stopped ticking", "Look at the log for what hangs, then start the host anew"},
     {"pose", "Fell {}", "Stand it up"},
@@ -127,6 +128,7 @@ const std::vector<Matter>& Verdict::look(GK::GKMicros now, const GK::GKMemorySto
   xLookAtKeys(now, host);
   xLookAtRecording(now, host);
   xLookAtClients(now, host);
+  xLookAtModules(now, host);
   std::ranges::stable_sort(fFound, [](const auto& a, const auto& b) {
     return a.second.level != b.second.level ? a.second.level > b.second.level : a.first < b.first;
   });
@@ -145,10 +147,15 @@ void Verdict::xApplies(Rule rule, Level level, GK::GKMicros since, std::string_v
     matter.text.replace(at, 2, what);
   }
   // Of what has several a loop is told from another by its name; all else is one and the same.
-  const std::pair key(rule, rule == Rule::LoopStuck ? std::string(what) : std::string());
-  const auto before = fBefore.find(key);
-  matter.since = before != fBefore.end() ? std::min(before->second, since) : since;
-  fNow[key] = matter.since;
+  xApplies(rule, rule == Rule::LoopStuck ? std::string(what) : std::string(), std::move(matter));
+}
+
+void Verdict::xApplies(Rule rule, const std::string& key, Matter matter) {
+  const auto before = fBefore.find({rule, key});
+  if (before != fBefore.end()) {
+    matter.since = std::min(before->second, matter.since);
+  }
+  fNow[{rule, key}] = matter.since;
   fFound.emplace_back(rule, std::move(matter));
 }
 
@@ -263,6 +270,15 @@ void Verdict::xLookAtClients(GK::GKMicros now, const HostCondition& host) {
   }
   if (fLastLoss && now - *fLastLoss < kLossMemory) {
     xApplies(Rule::ViewerLoses, Level::Warning, *fLastLoss, std::to_string(host.lostEvents));
+  }
+}
+
+void Verdict::xLookAtModules(GK::GKMicros now, const HostCondition& host) {
+  for (const ModuleMatter& told : host.modules) {
+    if (told.level != Level::Fine) {
+      xApplies(Rule::ModuleTells, told.module + "." + told.name,
+               {now, told.level, told.module + ": " + told.text, "", told.module});
+    }
   }
 }
 

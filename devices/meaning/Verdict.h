@@ -24,10 +24,19 @@ struct Matter {
   std::string text;
   std::string advice;
   /// Named like a channel where there is one ("pose", "feet"), else "keys", "loop", "recording",
-  /// "disk", "clients".
+  /// "disk", "clients", or the module that tells it.
   std::string subject;
 
   bool operator==(const Matter&) const = default;
+};
+
+/// Something that a module tells of itself.
+struct ModuleMatter {
+  std::string module;
+  /// One of its matters is told from another by this.
+  std::string name;
+  Level level = Level::Fine;
+  std::string text;
 };
 
 /// How the host itself is getting on.
@@ -46,6 +55,8 @@ struct HostCondition {
   std::uint64_t lostBlocks = 0;
   std::uint64_t lostMessages = 0;
   std::uint64_t lostEvents = 0;
+  /// What modules tell of themselves; what is fine does not matter.
+  std::vector<ModuleMatter> modules;
 };
 
 /// What matters now, worst first: decided from events, memory keys and the host's condition. The
@@ -80,10 +91,13 @@ private:
   void xLookAtRecording(GK::GKMicros now, const HostCondition& host);
   void xLookAtBattery(GK::GKMicros now, const GK::GKMemoryStore& store);
   void xLookAtClients(GK::GKMicros now, const HostCondition& host);
+  void xLookAtModules(GK::GKMicros now, const HostCondition& host);
 
   /// This rule applies, since `since` unless it did at the last look already. `what` stands for the
   /// braces of the rule's text.
   void xApplies(Rule rule, Level level, GK::GKMicros since, std::string_view what = {});
+  /// The same for a matter with words of its own; `key` tells it from others of the rule.
+  void xApplies(Rule rule, const std::string& key, Matter matter);
 
   std::vector<Matter> fMatters;
   /// Since when which rule applies, by the rule and what it is about: at the last look, and so far

@@ -8,6 +8,7 @@
 #include "gateway/past/Past.h"
 #include "gateway/past/Playback.h"
 #include "gateway/robot/CallRunner.h"
+#include "gateway/robot/ModuleStatus.h"
 #include "gateway/robot/Robot.h"
 #include "gateway/robot/RpcService.h"
 #include "gateway/robot/VerdictWatch.h"
@@ -33,6 +34,8 @@ struct HostFigures {
   std::string session;
   /// What is played in the place of a robot; null for a robot.
   std::shared_ptr<Playback> playback;
+  /// What modules tell of themselves; empty where nobody asks them.
+  StatusSource status;
   /// Null where nobody says.
   std::shared_ptr<const RunSource> source;
 };

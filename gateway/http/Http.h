@@ -58,6 +58,13 @@ struct Target {
 /// Any thread.
 std::optional<Target> parseTarget(std::string_view text);
 
+/// What a page of ours may do, as a Content-Security-Policy: nothing but what comes from where it
+/// came from.
+inline constexpr std::string_view kContentPolicy =
+    "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; "
+    "font-src 'self'; connect-src 'self'; frame-src 'self'; base-uri 'none'; form-action 'none'; "
+    "frame-ancestors 'none'";
+
 /// `{"error":{"message":...}}` with this status.
 HttpResponse errorResponse(unsigned status, std::string_view message);
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <optional>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -198,11 +199,42 @@ void writeRecording(MetricsWriter& out, const RecordingFigures& recording) {
   out.sample({{"kind", "messages"}}, asDouble(recording.lostMessages));
 }
 
+/// Nothing for what is no number.
+std::optional<double> gaugeOf(const GK::GKValue& value) {
+  switch (value.type()) {
+  case GK::GKValue::Type::Bool:
+    return value.toBool() ? 1 : 0;
+  case GK::GKValue::Type::Int:
+    return value.toInt();
+  case GK::GKValue::Type::Float:
+    return value.toFloat();
+  default:
+    return std::nullopt;
+  }
+}
+
+void writeStatus(MetricsWriter& out, const std::vector<StatusRow>& status) {
+  if (status.empty()) {
+    return;
+  }
+  out.family("gk_module_status", "gauge", "What modules tell of themselves, in their own units.");
+  for (const StatusRow& row : status) {
+    if (const std::optional<double> value = gaugeOf(row.value)) {
+      out.sample({{"module", row.module}, {"name", row.name}}, *value);
+    }
+  }
+  out.family("gk_module_status_level", "gauge",
+             "How well it is by the module's own account: 0 fine, 1 warning, 2 error.");
+  for (const StatusRow& row : status) {
+    out.sample({{"module", row.module}, {"name", row.name}}, static_cast<double>(row.level));
+  }
+}
+
 } // namespace
 
 std::string metricsText(const Robot& robot, const Counters& counters, std::size_t callsRunning,
                         const std::string& version, double startTime,
-                        const RecordingSource& recording) {
+                        const RecordingSource& recording, const std::vector<StatusRow>& status) {
   MetricsWriter out;
   out.family("gk_build_info", "gauge", "Always 1; the version is the label.");
   out.sample({{"version", version}}, 1);
@@ -215,6 +247,7 @@ std::string metricsText(const Robot& robot, const Counters& counters, std::size_
   if (recording) {
     writeRecording(out, recording());
   }
+  writeStatus(out, status);
   out.family("gk_log_lines_total", "counter", "Log lines by level.");
   const auto lines = counters.logLines();
   for (int level = zu::log::Fatal; level <= zu::log::Debug; ++level) {

@@ -26,6 +26,11 @@ namespace gk::gateway {
 
 namespace {
 
+std::vector<StatusRow> statusOf(const Exchange& exchange) {
+  const StatusSource& status = exchange.parts.figures.status;
+  return status ? status() : std::vector<StatusRow>();
+}
+
 bool isVerbose(const Exchange& exchange) {
   return std::ranges::any_of(exchange.target.query,
                              [](const auto& one) { return one.first == "verbose"; });
@@ -344,9 +349,10 @@ void answerOpenApi(const Exchange& exchange) {
 void answerMetrics(const Exchange& exchange) {
   HttpResponse response;
   response.contentType = "text/plain; version=0.0.4; charset=utf-8";
-  response.body = metricsText(*exchange.robot, exchange.parts.counters,
-                              exchange.parts.runner.running(), exchange.parts.figures.version,
-                              exchange.parts.figures.startTime, exchange.parts.figures.recording);
+  response.body =
+      metricsText(*exchange.robot, exchange.parts.counters, exchange.parts.runner.running(),
+                  exchange.parts.figures.version, exchange.parts.figures.startTime,
+                  exchange.parts.figures.recording, statusOf(exchange));
   exchange.respond(std::move(response));
 }
 
@@ -365,6 +371,11 @@ void answerReady(const Exchange& exchange) {
     constexpr std::array<std::string_view, 3> told = {"loop", "disk", "recording"};
     if (std::ranges::find(told, matter.subject) == told.end()) {
       readiness.matters.push_back(matter.text);
+    }
+  }
+  for (const StatusRow& row : statusOf(exchange)) {
+    if (row.level == devices::Level::Fine) {
+      readiness.told.push_back(row.module + " " + row.told());
     }
   }
   HttpResponse response;
@@ -413,26 +424,8 @@ void answerTicket(const Exchange& exchange) {
 
 void answerFile(const HttpRequest& request, const Target& target, const Respond& respond) {
   const bool isRead = request.method == "GET" || request.method == "HEAD";
-  const StaticFile* file = isRead ? findStaticFile(target.path) : nullptr;
-  if (file == nullptr) {
-    respond(errorResponse(404, "there is nothing at " + target.path));
-    return;
-  }
-  HttpResponse response;
-  response.contentType = file->contentType;
-  response.headers.emplace_back("ETag", file->etag);
-  response.headers.emplace_back("Cache-Control", "no-cache");
-  if (request.ifNoneMatch == file->etag) {
-    response.status = 304;
-  } else {
-    const bool isSmall = request.takesGzip && !file->gzip.empty();
-    response.body = isSmall ? file->gzip : file->bytes;
-    response.headers.emplace_back("Vary", "Accept-Encoding");
-    if (isSmall) {
-      response.headers.emplace_back("Content-Encoding", "gzip");
-    }
-  }
-  respond(std::move(response));
+  respond(fileResponse(isRead ? findStaticFile(staticFiles(), target.path) : nullptr, request,
+                       target.path));
 }
 
 } // namespace gk::gateway

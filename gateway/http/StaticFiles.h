@@ -1,5 +1,7 @@
 #pragma once
 
+#include "gateway/http/Http.h"
+
 #include <span>
 #include <string_view>
 
@@ -22,6 +24,11 @@ struct StaticFile {
 std::span<const StaticFile> staticFiles();
 
 /// The file of this path, or null. "/" is "/index.html".
-const StaticFile* findStaticFile(std::string_view path);
+const StaticFile* findStaticFile(std::span<const StaticFile> files, std::string_view path);
+
+/// Answers a request for a file, of which the client may have this version already. Null for one
+/// that is not there.
+HttpResponse fileResponse(const StaticFile* file, const HttpRequest& request,
+                          const std::string& path);
 
 } // namespace gk::gateway

@@ -278,6 +278,9 @@ std::string Readiness::text() const {
     text += condition.isMet ? "[+] " : "[-] ";
     text += condition.text + "\n";
   }
+  for (const std::string& one : told) {
+    text += "[=] " + one + "\n";
+  }
   for (const std::string& matter : matters) {
     text += "[!] " + matter + "\n";
   }

@@ -70,10 +70,12 @@ struct Readiness {
   std::vector<Condition> conditions;
   /// What matters about the robot, which changes nothing about its host's readiness.
   std::vector<std::string> matters;
+  /// What modules tell of themselves that is fine.
+  std::vector<std::string> told;
 
   bool isReady() const;
-  /// A line for each condition, "[+] modules are loaded", and for what matters, "[!] Fell onto its
-  /// belly".
+  /// A line for each condition, "[+] modules are loaded", for what modules tell, "[=] GKMine queue:
+  /// 3 jobs", and for what matters, "[!] Fell onto its belly".
   std::string text() const;
 };
 /// `robot` is null while there is none, `recording` empty where nothing is recorded.

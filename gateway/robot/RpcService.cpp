@@ -19,8 +19,8 @@ struct RpcService::Progress {
   RpcRequest request;
   Reply reply;
   std::size_t next = 0;
-  /// Most bytes of the reply.
-  std::size_t most = 0;
+  /// Knows how large the reply may be.
+  const RpcService* service = nullptr;
   /// The replies so far, with commas between them.
   std::string text;
 
@@ -39,13 +39,9 @@ struct RpcService::Progress {
     } else {
       appendRpcResult(text, call.id, outcome.result ? &*outcome.result : nullptr);
     }
-    if (text.size() > most) {
+    if (text.size() > service->most()) {
       text.resize(before);
-      appendRpcError(
-          text, call.id,
-          {kTooLarge,
-           "with this result the answer is larger than " + std::to_string(most) + " bytes",
-           {}});
+      appendRpcError(text, call.id, service->tooLarge());
     }
   }
 };
@@ -55,7 +51,7 @@ void RpcService::handle(std::shared_ptr<const Robot> robot, const std::string& b
   progress->robot = std::move(robot);
   progress->request = parseRpcRequest(body);
   progress->reply = std::move(reply);
-  progress->most = fAnswer;
+  progress->service = this;
   xNext(progress);
 }
 
@@ -63,7 +59,11 @@ void RpcService::xNext(const std::shared_ptr<Progress>& progress) {
   while (progress->next < progress->request.calls.size()) {
     const RpcCall& call = progress->request.calls[progress->next++];
     if (!call.error) {
-      xCall(progress, call);
+      this->call(*progress->robot, call.module, call.method, call.params,
+                 [this, progress, &call](const CallOutcome& outcome) {
+                   progress->add(call, outcome);
+                   xNext(progress);
+                 });
       return;
     }
     progress->add(call, {std::nullopt, call.error, {}});
@@ -72,39 +72,35 @@ void RpcService::xNext(const std::shared_ptr<Progress>& progress) {
   progress->reply(progress->request.isBatch && !text.empty() ? "[" + text + "]" : std::move(text));
 }
 
-void RpcService::xCallHost(const std::shared_ptr<Progress>& progress, const RpcCall& call) {
-  const auto done = [this, progress, &call](const CallOutcome& outcome) {
-    progress->add(call, outcome);
-    xNext(progress);
-  };
-  if (const HostMethods::Method* method = fHost->find(call.module, call.method)) {
-    (*method)(call.params, done);
-  } else {
-    done({std::nullopt, fHost->noSuchMethod(call.module, call.method), {}});
-  }
+RpcError RpcService::tooLarge() const {
+  return {kTooLarge,
+          "with this result the answer is larger than " + std::to_string(fAnswer) + " bytes",
+          {}};
 }
 
-void RpcService::xCall(const std::shared_ptr<Progress>& progress, const RpcCall& call) {
-  if (fHost != nullptr && fHost->hasModule(call.module)) {
-    xCallHost(progress, call);
+void RpcService::call(const Robot& robot, const std::string& module, const std::string& method,
+                      const boost::json::value& params, CallRunner::Done done) {
+  if (fHost != nullptr && fHost->hasModule(module)) {
+    if (const HostMethods::Method* found = fHost->find(module, method)) {
+      (*found)(params, std::move(done));
+    } else {
+      done({std::nullopt, fHost->noSuchMethod(module, method), {}});
+    }
     return;
   }
-  auto resolved = progress->robot->resolve(call.module, call.method, call.params);
+  auto resolved = robot.resolve(module, method, params);
   if (auto* error = std::get_if<RpcError>(&resolved)) {
-    progress->add(call, {std::nullopt, std::move(*error), {}});
-    xNext(progress);
+    done({std::nullopt, std::move(*error), {}});
     return;
   }
   const auto start = std::chrono::steady_clock::now();
-  const auto done = [this, progress, &call, start](const CallOutcome& outcome) {
+  const auto counted = [this, name = module + "." + method, start, done](CallOutcome outcome) {
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-    fCounters.addCall(call.module + "." + call.method, taken.count(), outcome.error.has_value());
-    progress->add(call, outcome);
-    xNext(progress);
+    fCounters.addCall(name, taken.count(), outcome.error.has_value());
+    done(std::move(outcome));
   };
-  if (!fRunner.start(std::get<BoundCall>(std::move(resolved)), done)) {
-    progress->add(call, {std::nullopt, busyError(), {}});
-    xNext(progress);
+  if (!fRunner.start(std::get<BoundCall>(std::move(resolved)), counted)) {
+    done({std::nullopt, busyError(), {}});
   }
 }
 

@@ -29,12 +29,19 @@ public:
 
   void handle(std::shared_ptr<const Robot> robot, const std::string& body, Reply reply);
 
+  /// Carries out one call. `done` is called once, at once or in the task of the call. `params`: an
+  /// array, an object, or null.
+  void call(const Robot& robot, const std::string& module, const std::string& method,
+            const boost::json::value& params, CallRunner::Done done);
+
+  /// Most bytes of a reply, and the error of one with more.
+  std::size_t most() const noexcept { return fAnswer; }
+  RpcError tooLarge() const;
+
 private:
   struct Progress;
 
   void xNext(const std::shared_ptr<Progress>& progress);
-  void xCall(const std::shared_ptr<Progress>& progress, const RpcCall& call);
-  void xCallHost(const std::shared_ptr<Progress>& progress, const RpcCall& call);
 
   CallRunner& fRunner;
   Counters& fCounters;

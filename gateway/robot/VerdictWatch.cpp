@@ -8,8 +8,8 @@
 
 namespace gk::gateway {
 
-VerdictWatch::VerdictWatch(const Counters& counters, RecordingSource recording)
-    : fCounters(counters), fRecording(std::move(recording)) {}
+VerdictWatch::VerdictWatch(const Counters& counters, RecordingSource recording, StatusSource status)
+    : fCounters(counters), fRecording(std::move(recording)), fStatus(std::move(status)) {}
 
 bool VerdictWatch::look(GK::GKMicros now, const GK::GKMemoryStore* store) {
   devices::HostCondition host;
@@ -23,6 +23,11 @@ bool VerdictWatch::look(GK::GKMicros now, const GK::GKMemoryStore* store) {
     host.recordingTrouble = std::move(recording.trouble);
     host.lostBlocks = recording.lostBlocks;
     host.lostMessages = recording.lostMessages;
+  }
+  if (fStatus) {
+    for (const StatusRow& row : fStatus()) {
+      host.modules.push_back({row.module, row.name, row.level, row.told()});
+    }
   }
   const std::vector<devices::Matter>& matters = fVerdict.look(now, store, host);
   const std::lock_guard lock(fMutex);

@@ -3,6 +3,7 @@
 #include "devices/meaning/Verdict.h"
 #include "gateway/figures/Counters.h"
 #include "gateway/figures/RecordingFigures.h"
+#include "gateway/robot/ModuleStatus.h"
 #include "gk/GKMemoryStore.h"
 #include "gk/GKObserver.h"
 
@@ -16,8 +17,9 @@ namespace gk::gateway {
 /// any.
 class VerdictWatch {
 public:
-  /// `counters` outlives the watch; `recording` is empty where nothing is recorded.
-  VerdictWatch(const Counters& counters, RecordingSource recording);
+  /// `counters` outlives the watch; `recording` is empty where nothing is recorded, `status` where
+  /// no module is asked how it is.
+  VerdictWatch(const Counters& counters, RecordingSource recording, StatusSource status = {});
 
   void onNotice(const GK::GKNotice& notice) { fVerdict.onNotice(notice); }
   /// Looks at everything. True when the verdict is another one than before. `store` may be null.
@@ -33,6 +35,7 @@ public:
 private:
   const Counters& fCounters;
   const RecordingSource fRecording;
+  const StatusSource fStatus;
   devices::Verdict fVerdict;
   mutable std::mutex fMutex;
   std::vector<devices::Matter> fMatters;

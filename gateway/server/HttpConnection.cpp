@@ -26,12 +26,6 @@ namespace beast = boost::beast;
 namespace http = beast::http;
 using beast::error_code;
 
-/// What the page may do: nothing but what comes from here.
-constexpr std::string_view kContentPolicy =
-    "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; "
-    "font-src 'self'; connect-src 'self'; frame-src 'self'; base-uri 'none'; form-action 'none'; "
-    "frame-ancestors 'none'";
-
 /// Answers of more bytes than this are large.
 constexpr std::size_t kLargeAnswer = 64U << 10U;
 

@@ -192,6 +192,29 @@ TEST(GkClient, DoctorFindsAHostThatIsFedWell) {
                     HasSubstr("GKSensors keeps its rate: ")));
 }
 
+TEST(GkClient, DoctorShowsWhatModulesTellOfThemselves) {
+  RunningHost host({"--robot", "none", "--library", "+" GK_TEST_LIBRARIES "/libTellsStatus.so"});
+  std::string told;
+  // They are asked once the host is up.
+  host.program().runUntil([&] {
+    told = host.gk({"doctor"}).out;
+    return told.find("TellsStatus: link") != std::string::npos &&
+           told.find("TellsStatus queue") != std::string::npos;
+  });
+  EXPECT_THAT(told, AllOf(HasSubstr("ok  TellsStatus queue: 12 jobs\n"),
+                          HasSubstr("NO  TellsStatus: link: no cable: for ")));
+}
+
+TEST(GkClient, AModuleWhoseStatusHangsHoldsNobodyUp) {
+  RunningHost host({"--robot", "none", "--library", "+" GK_TEST_LIBRARIES "/libTellsStatus.so",
+                    "--setting", "TellsStatus/Does=hang"});
+  host.program().runUntil([&] {
+    return host.program().outSoFar().find("TellsStatus.status does not tell how the module is: it "
+                                          "has not returned for a second") != std::string::npos;
+  });
+  EXPECT_THAT(host.gk({"doctor"}).out, HasSubstr("ok  the host is up"));
+}
+
 TEST(GkClient, DoctorFindsStaleDeviceKeys) {
   const RunningHost host;
   const ProgramResult doctor = host.gk({"doctor", "--json"});

@@ -170,4 +170,23 @@ TEST_F(VerdictOf, TheWorstComesFirst) {
               ElementsAre("GKSensors has stopped ticking", "Battery at 5 %", "Off the floor"));
 }
 
+TEST_F(VerdictOf, WhatModulesTellOfThemselvesMattersUnlessItIsFine) {
+  host.modules = {{"GKMine", "queue", Level::Fine, "queue: 1 jobs"},
+                  {"GKMine", "link", Level::Warning, "link: slow"}};
+  const Matter matter = only(3 * kSecond);
+  EXPECT_EQ(matter.text, "GKMine: link: slow");
+  EXPECT_EQ(matter.level, Level::Warning);
+  EXPECT_EQ(matter.subject, "GKMine");
+  EXPECT_EQ(matter.since, 3 * kSecond);
+}
+
+TEST_F(VerdictOf, WhatAModuleTellsLastsHoweverItsWordsChange) {
+  host.modules = {{"GKMine", "queue", Level::Warning, "queue: 900 jobs"}};
+  EXPECT_EQ(only(3 * kSecond).since, 3 * kSecond);
+  host.modules = {{"GKMine", "queue", Level::Error, "queue: 950 jobs"}};
+  EXPECT_EQ(only(5 * kSecond).since, 3 * kSecond);
+  host.modules = {{"GKMine", "link", Level::Error, "link: cut"}};
+  EXPECT_EQ(only(7 * kSecond).since, 7 * kSecond);
+}
+
 } // namespace

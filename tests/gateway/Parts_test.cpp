@@ -141,11 +141,11 @@ TEST(StaticFiles, AreSortedAndKnowTheirTypes) {
     EXPECT_FALSE(file.contentType.empty());
     EXPECT_TRUE(file.etag.starts_with('"') && file.etag.ends_with('"'));
     EXPECT_TRUE(file.gzip.empty() || file.gzip.starts_with("\x1f\x8b"));
-    EXPECT_EQ(findStaticFile(file.path), &file);
+    EXPECT_EQ(findStaticFile(staticFiles(), file.path), &file);
     before = file.path;
   }
-  EXPECT_EQ(findStaticFile("/"), findStaticFile("/index.html"));
-  EXPECT_EQ(findStaticFile("/none"), nullptr);
+  EXPECT_EQ(findStaticFile(staticFiles(), "/"), findStaticFile(staticFiles(), "/index.html"));
+  EXPECT_EQ(findStaticFile(staticFiles(), "/none"), nullptr);
 }
 
 } // namespace

@@ -1,0 +1,82 @@
+#include "extensions/fleet/EventQueue.h"
+
+#include "gk/GKClock.h"
+
+#include <algorithm>
+#include <iterator>
+#include <mutex>
+#include <utility>
+
+namespace gk::fleet {
+
+void EventQueue::onNotice(const GK::GKNotice& notice) {
+  using Kind = GK::GKNotice::Kind;
+  const bool isEvent = notice.kind == Kind::Event || notice.kind == Kind::MicroEvent;
+  if (!isEvent && notice.kind != Kind::Declare) {
+    return;
+  }
+  {
+    const std::lock_guard lock(fMutex);
+    if (isEvent) {
+      if (fEvents.size() >= fCapacity) {
+        fEvents.pop_front();
+      }
+      fEvents.push_back({fNextSeq++, notice.kind, notice.time, notice.name, notice.value});
+    } else {
+      fIsDeclared = true;
+    }
+    if (std::exchange(fIsAwake, true)) {
+      return;
+    }
+  }
+  fWake();
+}
+
+EventQueue::Loop& EventQueue::xLoop(const std::string& module) {
+  const auto known = std::ranges::find(fLoops, module, &Loop::module);
+  return known != fLoops.end() ? *known : fLoops.emplace_back(Loop{module});
+}
+
+// On the loop's own thread: allocates nothing once the module is known, and wakes nobody.
+void EventQueue::onTick(GK::GKMicros /*time*/, const GK::GKTask& task) {
+  const std::lock_guard lock(fMutex);
+  ++xLoop(task.module).ticks;
+}
+
+void EventQueue::onTickTimes(const GK::GKTickTimes& times, const GK::GKTask& task) {
+  const std::lock_guard lock(fMutex);
+  Loop& loop = xLoop(task.module);
+  const GK::GKMicros work = times.end - times.begin;
+  loop.lateness = std::max(loop.lateness, times.lateness);
+  loop.work = std::max(loop.work, work);
+  loop.overruns += work > times.pause ? 1 : 0;
+}
+
+EventQueue::Taken EventQueue::take() {
+  std::deque<Event> events;
+  Taken taken;
+  {
+    const std::lock_guard lock(fMutex);
+    events.swap(fEvents);
+    taken.nextSeq = fNextSeq;
+    taken.isDeclared = std::exchange(fIsDeclared, false);
+    fIsAwake = false;
+  }
+  taken.events.assign(std::make_move_iterator(events.begin()),
+                      std::make_move_iterator(events.end()));
+  return taken;
+}
+
+std::vector<EventQueue::Loop> EventQueue::takeLoops() {
+  const std::lock_guard lock(fMutex);
+  std::vector<Loop> loops = fLoops;
+  for (Loop& loop : fLoops) {
+    loop.ticks = 0;
+    loop.overruns = 0;
+    loop.lateness = 0;
+    loop.work = 0;
+  }
+  return loops;
+}
+
+} // namespace gk::fleet
