@@ -2,7 +2,7 @@
 # a library to lib/, or to the folder. Debug information of programs and shared libraries goes into a
 # file of its own, .debug/NAME.debug beside it, where debuggers look: what is loaded stays small.
 #
-# Components: program, platform, modules, ros2, and dev for those who write modules.
+# Components: program, platform, modules, fleet, ros2, and dev for those who write modules.
 
 # Below the prefix.
 set(GK_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/gkplatform)

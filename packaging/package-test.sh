@@ -49,7 +49,7 @@ run python3 -c 'import gksensors; assert gksensors.replay("/packages/touched.jso
 run sh -c 'cd /tmp && rm -rf GKMine && gk new module GKMine && cd GKMine && cmake -B build >/dev/null &&
   cmake --build build >/dev/null && ctest --test-dir build | grep "tests passed"' || fail "a new module does not build"
 
-run sh -c 'apt-get purge -y -qq python3-gksensors gksensors gksensors-modules gksensors-ros2 libgkplatform0.2 libgkplatform-dev' >/dev/null 2>&1
+run sh -c 'apt-get purge -y -qq python3-gksensors gksensors gksensors-fleet gksensors-modules gksensors-ros2 libgkplatform0.2 libgkplatform-dev' >/dev/null 2>&1
 left=$(run sh -c 'find /usr /etc \( -name "*gksensors*" -o -name "*gkplatform*" \) -not -path "*/passwd*" -not -path "/etc/group*"')
 [ -z "$left" ] || fail "purging leaves $left"
 echo "the packages install, work, and go again"

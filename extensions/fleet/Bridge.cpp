@@ -158,8 +158,9 @@ void Bridge::start() {
   };
   handlers.onMessage = [this](const MqttMessage& message) { fRequests.push_back(message); };
   handlers.onPublished = [this](int number, int reason) { xOnPublished(number, reason); };
-  handlers.onSubscribed = [this](int /*number*/, const std::vector<int>& reasons) {
-    if (!reasons.empty() && reasons.front() >= messages::kMqttRefused) {
+  handlers.onSubscribed = [this](int number, const std::vector<int>& reasons) {
+    if (number == fRpcSubscription && !reasons.empty() &&
+        reasons.front() >= messages::kMqttRefused) {
       xTellRefused(fTopics.rpcFilter(), messages::mqttReasonText(reasons.front()));
     }
   };
@@ -205,8 +206,12 @@ void Bridge::xTurn() {
   xConnectIfDue(now);
   xReopen(now);
   xCommitIfDue(now);
-  for (const MqttMessage& request : std::exchange(fRequests, {})) {
-    fDesk.onRequest(now, request);
+  for (const MqttMessage& message : std::exchange(fRequests, {})) {
+    if (message.topic == fTopics.connection()) {
+      xLookForAnother(now, message.payload);
+    } else {
+      fDesk.onRequest(now, message);
+    }
   }
   xTakeAnswers(now);
   xPump(now);
@@ -472,7 +477,9 @@ void Bridge::xOnConnected(Time now) {
   zu::log::info(kCategory, "connect") << "connected to " << fSettings.broker.url() << " as "
                                       << fSettings.site << "/" << fSettings.robot;
   fCourier.onConnected(now, fNextSeq, fOutbox != nullptr ? fOutbox->nextId() : 1);
-  fClient->subscribe(fTopics.rpcFilter(), 1);
+  // First, so that it tells what was kept there before this connection.
+  fClient->subscribe(fTopics.connection(), 1);
+  fRpcSubscription = fClient->subscribe(fTopics.rpcFilter(), 1).value_or(0);
   xPublish({fTopics.connection(), xConnectionPayload(FleetPresence::Online), 1, true});
   fFactsheet.clear();
   fIsFactsheetDue = true;
@@ -494,6 +501,24 @@ void Bridge::xOnClosed(Time now) {
     return;
   }
   xRetryLater(now, fCloseText);
+}
+
+/// Not every broker says who ends a connection. But once this robot has told that it is there,
+/// nobody else may have told that under its name when it comes back.
+void Bridge::xLookForAnother(Time now, const std::string& payload) {
+  if (!fHasToldPresence || !fClient->isConnected()) {
+    return;
+  }
+  try {
+    if (messages::readConnection(payload).bootId == fBootId) {
+      return;
+    }
+  } catch (const messages::FormatError&) {
+    return; // nothing of ours
+  }
+  fClient->close(kFarewell / 3);
+  fCloseReason = messages::kMqttSessionTakenOver;
+  xOnClosed(now);
 }
 
 void Bridge::xPump(Time now) {
@@ -530,6 +555,8 @@ void Bridge::xOnPublished(int number, int reason) {
   if (const auto other = fOthers.find(number); other != fOthers.end()) {
     if (reason >= messages::kMqttRefused) {
       xTellRefused(other->second, messages::mqttReasonText(reason));
+    } else if (other->second == fTopics.connection()) {
+      fHasToldPresence = true;
     }
     fOthers.erase(other);
     return;

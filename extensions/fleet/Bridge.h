@@ -99,6 +99,7 @@ private:
   void xRetryLater(Time now, const std::string& why);
   void xOnConnected(Time now);
   void xOnClosed(Time now);
+  void xLookForAnother(Time now, const std::string& payload);
   void xPump(Time now);
   std::optional<int> xSendEntry(const Entry& entry, bool isHistorical);
   void xPublish(const messages::MqttMessage& message);
@@ -142,6 +143,9 @@ private:
   std::chrono::milliseconds fPause;
   std::string fConnectionTrouble;
   std::int64_t fConnectedSince = 0;
+  /// The broker has taken this robot's word that it is there.
+  bool fHasToldPresence = false;
+  int fRpcSubscription = 0;
   // What the client's handlers leave for the turn.
   bool fIsNewConnection = false;
   bool fIsClosed = false;

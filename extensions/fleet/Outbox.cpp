@@ -7,6 +7,7 @@
 #include <chrono>
 #include <fcntl.h>
 #include <filesystem>
+#include <map>
 #include <sqlite3.h>
 #include <sys/file.h>
 #include <system_error>
@@ -36,6 +37,8 @@ constexpr const char* kVersion = "1";
 
 /// What an entry takes besides its texts, about.
 constexpr std::uint64_t kRowBytes = 40;
+/// What a gap takes, at most.
+constexpr std::uint64_t kGapBytes = 192;
 /// Where there is too much, so much more of what may be there goes at once: a hundredth.
 constexpr std::uint64_t kSpare = 100;
 
@@ -189,17 +192,29 @@ void Outbox::xPrepare() {
 }
 
 std::vector<FleetGap> Outbox::xSalvage() const {
-  std::vector<FleetGap> lost;
-  try {
-    SqliteStatement rows(fFile, "SELECT boot, min(first), max(last) FROM entries GROUP BY boot");
-    while (rows.step()) {
-      lost.push_back({rows.text(0), static_cast<std::uint64_t>(rows.integer(1)),
-                      static_cast<std::uint64_t>(rows.integer(2))});
+  std::map<std::string, FleetGap> lost;
+  // From both ends up to what cannot be read.
+  for (const char* rows : {"SELECT boot, first, last FROM entries ORDER BY id",
+                           "SELECT boot, first, last FROM entries ORDER BY id DESC"}) {
+    try {
+      SqliteStatement row(fFile, rows);
+      while (row.step()) {
+        const auto from = static_cast<std::uint64_t>(row.integer(1));
+        const auto to = static_cast<std::uint64_t>(row.integer(2));
+        FleetGap& gap =
+            lost.try_emplace(row.text(0), FleetGap{row.text(0), from, to}).first->second;
+        gap.from = std::min(gap.from, from);
+        gap.to = std::max(gap.to, to);
+      }
+    } catch (const SqliteError&) {
+      continue;
     }
-  } catch (const SqliteError&) {
-    return lost; // what could be read
   }
-  return lost;
+  std::vector<FleetGap> gaps;
+  for (auto& [boot, gap] : lost) {
+    gaps.push_back(std::move(gap));
+  }
+  return gaps;
 }
 
 Outbox::Committed Outbox::commit(const std::vector<std::int64_t>& acknowledged,
@@ -300,7 +315,7 @@ void Outbox::xMakeRoom(const std::set<std::int64_t>& onItsWay, Committed& commit
     std::vector<std::int64_t> ids;
     bool hasEvent = false;
   };
-  const std::uint64_t excess = fTotals.bytes - fOptions.bytes + fOptions.bytes / kSpare;
+  std::uint64_t excess = fTotals.bytes - fOptions.bytes + fOptions.bytes / kSpare;
   std::uint64_t freed = 0;
   std::vector<Run> runs;
   SqliteStatement& rows = fStatements->inOrder;
@@ -314,6 +329,7 @@ void Outbox::xMakeRoom(const std::set<std::int64_t>& onItsWay, Committed& commit
     const bool isGap = rows.integer(5) != 0;
     if (runs.empty() || runs.back().gap.bootId != rows.text(1) || runs.back().gap.to + 1 != from) {
       runs.push_back({{rows.text(1), from, to, rows.integer(4), {}, {}}, {}, false});
+      excess += kGapBytes;
     }
     Run& run = runs.back();
     run.gap.to = to;

@@ -330,22 +330,23 @@ std::string MqttClient::xEndText(int code) const {
   if (code >= kMqttRefused) {
     return "the broker ends the connection: " + mqttReasonText(code);
   }
-  if (fSocketError != 0) {
-    return std::generic_category().message(fSocketError);
+  const int error = fSocketError != 0 ? fSocketError : code == MOSQ_ERR_ERRNO ? errno : 0;
+  const bool isShakingHands = fTls != nullptr && fState == State::Connecting;
+  if (code == MOSQ_ERR_TLS ||
+      (isShakingHands && (error == ECONNRESET || error == EPIPE || error == EPROTO ||
+                          (error == 0 && code == MOSQ_ERR_CONN_LOST)))) {
+    return "the TLS handshake failed: is this a TLS port, and does the broker want a certificate "
+           "of "
+           "this client?";
   }
-  if (fTls != nullptr && fState == State::Connecting &&
-      (code == MOSQ_ERR_CONN_LOST || (code == MOSQ_ERR_ERRNO && errno == EPROTO))) {
-    return "the broker ends the TLS handshake: does it want a certificate of this client?";
+  if (error != 0) {
+    return std::generic_category().message(error);
   }
   switch (code) {
-  case MOSQ_ERR_ERRNO:
-    return errno != 0 ? std::generic_category().message(errno) : "the connection was lost";
   case MOSQ_ERR_EAI:
     return "there is no host of this name, or the name service does not answer";
   case MOSQ_ERR_KEEPALIVE:
     return "the broker does not answer";
-  case MOSQ_ERR_TLS:
-    return "the TLS handshake failed: is this a TLS port?";
   case MOSQ_ERR_PROTOCOL:
     return "the broker does not speak MQTT 5";
   default:

@@ -163,16 +163,18 @@ TEST(Outbox, OfADamagedFileIsToldWhatCanBeRead) {
     const auto outbox = Outbox::open({.file = file}).outbox;
     outbox->commit({}, outboxEvents(1, 500), {});
   }
-  // The last page: what it holds of events is gone, where they stood is still known.
+  // A page in the middle.
   std::string content = test::readFile(file);
   const std::size_t page = 4096;
-  for (std::size_t place = 4 * page; place < content.size(); place += 3 * page) {
-    content.replace(place, 64, std::string(64, '\xFF'));
-  }
+  content.replace(content.size() / page / 2 * page, page, page, '\xFF');
   test::writeFile(file, content);
   const Outbox::Opened opened = Outbox::open({.file = file});
   EXPECT_NE(opened.aside, "");
   EXPECT_EQ(opened.outbox->count(), 0U);
+  ASSERT_EQ(opened.lost.size(), 1U);
+  EXPECT_EQ(opened.lost[0].bootId, "b1");
+  EXPECT_EQ(opened.lost[0].from, 1U);
+  EXPECT_EQ(opened.lost[0].to, 500U);
 }
 
 TEST(Outbox, FullDiskChangesNothing) {
@@ -249,7 +251,7 @@ TEST(Outbox, PowerMayGoAfterAnyWrite) {
     // It is there for good once `commit` has returned.
     EXPECT_EQ(contentOfCopy(disk.survivors()), after);
   }
-  EXPECT_GT(checked, 60U);
+  EXPECT_GT(checked, 40U);
 }
 
 } // namespace

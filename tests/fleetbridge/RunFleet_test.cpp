@@ -61,8 +61,8 @@ TEST(RunFleet, RobotTellsItsEventsAndIsCalled) {
 
   // As over JSON-RPC.
   EXPECT_EQ(fleetAnswer(desk, fleetCall("GKMemory/getDate", "[]", "2")),
-            R"({"error":{"code":-32601,"message":"module GKMemory has no method getDate; )"
-            R"(did you mean getData?"}})");
+            R"({"error":{"code":-32601,"message":"there is no method GKMemory.getDate; did you )"
+            R"(mean getData?","data":{"nearest":["getData"]}}})");
   EXPECT_THAT(fleetAnswer(desk, fleetCall("GKMemory/getData", R"(["Nowhere"])", "3")),
               HasSubstr(R"("code":-32000)"));
   EXPECT_THAT(fleetAnswer(desk, fleetCall("GKFsr/run", "[]", "4")), HasSubstr("calls are off"));

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <set>
 #include <sqlite3.h>
 #include <stdexcept>
 #include <string>
@@ -23,6 +24,10 @@ public:
     fVfs.pNext = nullptr;
     fVfs.szOsFile = static_cast<int>(sizeof(File)) + fReal->szOsFile;
     fVfs.xOpen = open;
+    fVfs.xDelete = [](sqlite3_vfs*, const char* name, int isFolderSynced) {
+      sDisk->fDeleted.insert(std::filesystem::path(name).filename());
+      return sDisk->fReal->xDelete(sDisk->fReal, name, isFolderSynced);
+    };
     sqlite3_vfs_register(&fVfs, 0);
   }
   ~WatchedDisk() {
@@ -130,6 +135,13 @@ private:
       methods(file)->xRead(real(file), content.data(), static_cast<int>(size), 0);
     }
     const std::string name = std::filesystem::path(reinterpret_cast<File*>(file)->name).filename();
+    if (name.ends_with("-wal") && !fSurvivors.contains(name)) {
+      // With a new log the folder is written through as well, and with it what left the folder.
+      for (const std::string& deleted : fDeleted) {
+        fSurvivors.erase(deleted);
+      }
+      fDeleted.clear();
+    }
     fSurvivors[name] = std::move(content);
   }
 
@@ -137,6 +149,7 @@ private:
   sqlite3_vfs* fReal;
   sqlite3_vfs fVfs{};
   std::map<std::string, std::string> fSurvivors;
+  std::set<std::string> fDeleted;
 };
 
 } // namespace gk::test
