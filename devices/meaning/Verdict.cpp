@@ -250,7 +250,7 @@ void Verdict::xLookAtBattery(GK::GKMicros now, const GK::GKMemoryStore& store) {
   };
   fBattery = isBelow(messages::kEmptyCharge, Level::Error)   ? Level::Error
              : isBelow(messages::kLowCharge, Level::Warning) ? Level::Warning
-                                                   : Level::Fine;
+                                                             : Level::Fine;
   if (fBattery != Level::Fine) {
     constexpr float percent = 100;
     xApplies(Rule::BatteryLow, fBattery, now, wholeText(percent * *charge));

@@ -2,8 +2,8 @@
 
 #include <string>
 
-/// Files and folders that are being written under a name of their own and must not be left behind by a process
-/// that a signal ends. Any thread.
+/// Files and folders that are being written under a name of their own and must not be left behind
+/// by a process that a signal ends. Any thread.
 namespace gk::formats {
 
 /// Takes note of a file. One that finds no room in the list is not remembered.

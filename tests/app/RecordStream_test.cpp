@@ -57,7 +57,8 @@ TEST_F(RecordStream, WhatAHostTellsIsOnTheDiskWhileItGoesOnAndWholeAtTheEnd) {
   EXPECT_EQ(runGk({"recording", "verify", fFile}).code, 0);
   EXPECT_THAT(runGk({"recording", "info", fFile}).out,
               AllOf(HasSubstr("/events"), HasSubstr("/event/FrontTactilTouched"),
-                    HasSubstr("/joint_states"), HasSubstr(host.address())));
+                    HasSubstr("/joint_states"), HasSubstr(host.address()),
+                    Not(HasSubstr("/ros2/"))));
   EXPECT_THAT(cat({"--topic", "/events"}),
               AllOf(HasSubstr(R"("name":"FrontTactilTouched")"), Not(HasSubstr("/joint_states"))));
 }
@@ -91,6 +92,18 @@ TEST_F(RecordStream, OnlyTheTopicsThatAreAskedForAreKept) {
   const std::string info = runGk({"recording", "info", fFile}).out;
   EXPECT_THAT(info, AllOf(HasSubstr("/event/FrontTactilTouched"), Not(HasSubstr("/joint_states")),
                           Not(HasSubstr("/events"))));
+}
+
+TEST_F(RecordStream, RosMessagesAreKeptWhereTheyAreAskedFor) {
+  const RunningHost host;
+  Program record({GK_PROGRAM, "record", fFile, "--topic", "/ros2/touch/*", "--topic", "/event/*",
+                  "--host", host.address()});
+  touchUntilSeen(host);
+  kill(record.pid(), SIGTERM);
+  EXPECT_EQ(record.wait().code, 0);
+  EXPECT_EQ(runGk({"recording", "verify", fFile}).code, 0);
+  EXPECT_THAT(runGk({"recording", "info", fFile}).out,
+              AllOf(HasSubstr("/ros2/touch/head_front"), Not(HasSubstr("/ros2/joint_states"))));
 }
 
 TEST_F(RecordStream, TheRecordingIsCompleteWhenTheHostEnds) {
