@@ -2,6 +2,7 @@
 
 #include "devices/meaning/EventWords.h"
 #include "messages/json/JsonWriter.h"
+#include "messages/keys/DeviceKeys.h"
 #include "messages/text/FormatError.h"
 
 #include <fmt/format.h>
@@ -40,11 +41,10 @@ void addOfBody(std::vector<FleetNeed>& needs, const messages::FleetState& state)
          fmt::format("hot: {} {:.0f} degC", state.hottest->name, state.hottest->temperature)});
   }
   const bool isPlugged = state.isPlugged.value_or(false);
-  if (state.charge && !isPlugged && *state.charge <= devices::Verdict::kLowCharge) {
-    needs.push_back(
-        {Urgency::LowBattery,
-         *state.charge <= devices::Verdict::kEmptyCharge ? Level::Error : Level::Warning,
-         fmt::format("battery at {:.0f} %", kPercent * *state.charge)});
+  if (state.charge && !isPlugged && *state.charge <= messages::kLowCharge) {
+    needs.push_back({Urgency::LowBattery,
+                     *state.charge <= messages::kEmptyCharge ? Level::Error : Level::Warning,
+                     fmt::format("battery at {:.0f} %", kPercent * *state.charge)});
   }
 }
 
