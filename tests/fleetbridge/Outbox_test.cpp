@@ -252,6 +252,7 @@ TEST(Outbox, PowerMayGoAfterAnyWrite) {
     EXPECT_EQ(contentOfCopy(disk.survivors()), after);
   }
   EXPECT_GT(checked, 20U);
+  sut.reset(); // It writes when it ends, and whoever watches must still be there.
 }
 
 } // namespace
