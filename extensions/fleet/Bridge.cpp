@@ -156,7 +156,12 @@ void Bridge::start() {
     fCloseReason = reason;
     fCloseText = text;
   };
-  handlers.onMessage = [this](const MqttMessage& message) { fRequests.push_back(message); };
+  handlers.onMessage = [this](const MqttMessage& message) {
+    // What was kept of this robot before it has told anything itself is its own former life.
+    if (message.topic != fTopics.connection() || fHasToldPresence) {
+      fRequests.push_back(message);
+    }
+  };
   handlers.onPublished = [this](int number, int reason) { xOnPublished(number, reason); };
   handlers.onSubscribed = [this](int number, const std::vector<int>& reasons) {
     if (number == fRpcSubscription && !reasons.empty() &&
@@ -506,11 +511,12 @@ void Bridge::xOnClosed(Time now) {
 /// Not every broker says who ends a connection. But once this robot has told that it is there,
 /// nobody else may have told that under its name when it comes back.
 void Bridge::xLookForAnother(Time now, const std::string& payload) {
-  if (!fHasToldPresence || !fClient->isConnected()) {
+  if (!fClient->isConnected()) {
     return;
   }
   try {
-    if (messages::readConnection(payload).bootId == fBootId) {
+    const messages::FleetConnection told = messages::readConnection(payload);
+    if (told.bootId == fBootId || told.presence != FleetPresence::Online) {
       return;
     }
   } catch (const messages::FormatError&) {

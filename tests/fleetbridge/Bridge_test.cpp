@@ -303,6 +303,24 @@ TEST_F(BridgeTest, SessionTakenOverIsToldAndNotFoughtFor) {
   EXPECT_THAT(sut->status().connectionTrouble, HasSubstr("another client"));
 }
 
+TEST_F(BridgeTest, WhatItsFormerLifeLeftAtTheBrokerHoldsNothingUp) {
+  const Broker broker;
+  Operator desk(broker.port());
+  desk.publish({kRobot + "connection",
+                messages::connectionPayload({messages::FleetPresence::Online, "former", 0}), 1,
+                true});
+  desk.until([&] { return !desk.of(kRobot + "connection").empty(); });
+  const auto sut = startBridge(settings(broker.url()));
+  // Once it has connected, both what was kept and the answer to its own greeting are there.
+  desk.until([&] { return desk.of(kRobot + "connection").size() == 2; });
+  for (std::size_t round = 1; round <= 3; ++round) {
+    raiseFleetEvents(1);
+    desk.until([&] { return eventsOf(desk).size() == round; });
+  }
+  EXPECT_TRUE(sut->status().isConnected);
+  EXPECT_FALSE(isLogged("taken the connection over"));
+}
+
 TEST_F(BridgeTest, FullDiskLetsLiveEventsGoOnAndTellsTheRestAsAGap) {
   test::WatchedDisk disk;
   const Broker broker;
