@@ -431,13 +431,20 @@ TEST_F(Record, ARecordingOfAnyKindBecomesAnyOther) {
 
 TEST_F(Record, ARecordedRunThatIsCompressedAnewIsStillTheSameRun) {
   runAndRepeat({"--speed", "max", "--until", "5"});
-  const std::string original = runGk({"recording", "cat", fRecording}).out;
+  // Where a chunk ends depends on how fast it came.
+  const auto messagesOf = [](const std::string& recording) {
+    std::vector<std::string> lines = linesOf(runGk({"recording", "cat", recording}).out);
+    std::ranges::sort(lines);
+    return lines;
+  };
+  const std::vector<std::string> original = messagesOf(fRecording);
+  EXPECT_GT(original.size(), 100U);
   for (const std::string compression : {"none", "lz4", "zstd"}) {
     SCOPED_TRACE(compression);
     const std::string copy = file(compression + ".mcap");
     ASSERT_EQ(runGk({"recording", "convert", "--compression", compression, fRecording, copy}).code,
               0);
-    EXPECT_EQ(runGk({"recording", "cat", copy}).out, original);
+    EXPECT_EQ(messagesOf(copy), original);
     ASSERT_EQ(runGk({"replay", "--out", fReplayOutput, copy}).code, 0);
     expectSameOutput(fRunOutput, fReplayOutput);
   }
@@ -540,7 +547,7 @@ TEST_F(Record, APartThatCannotBeIsRefusedAndNothingIsLeft) {
   std::string bytes = readFile(fRecording);
   bytes[bytes.size() / 3] = static_cast<char>(bytes[bytes.size() / 3] ^ 1);
   writeFile(fRecording, bytes);
-  EXPECT_EQ(refused({"--to", "1"}),
+  EXPECT_EQ(refused({"--to", "2"}),
             fRecording + ": is damaged; gk recording recover saves what can be read\n");
   writeFile(file("a.csv"), "time,KEY\n0,1\n");
   EXPECT_THAT(runGk({"recording", "cut", file("a.csv"), file("b.csv"), "--from", "1"}).err,

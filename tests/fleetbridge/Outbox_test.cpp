@@ -179,13 +179,14 @@ TEST(Outbox, OfADamagedFileIsToldWhatCanBeRead) {
 
 TEST(Outbox, FullDiskChangesNothing) {
   const TemporaryFolder folder;
+  bool isFull = false;
   test::WatchedDisk disk;
+  disk.full = [&isFull] { return isFull; };
   OutboxOptions options = outboxIn(folder);
   options.vfs = test::WatchedDisk::kName;
   const auto sut = Outbox::open(options).outbox;
   sut->commit({}, outboxEvents(1, 2), {});
-  bool isFull = true;
-  disk.full = [&isFull] { return isFull; };
+  isFull = true;
   EXPECT_THROW(sut->commit({1}, outboxEvents(3, 4), {}), SqliteError);
   EXPECT_EQ(sut->count(), 2U);
   isFull = false;
@@ -208,14 +209,14 @@ std::vector<std::string> contentOfCopy(const std::map<std::string, std::string>&
 /// of what was just being committed.
 TEST(Outbox, PowerMayGoAfterAnyWrite) {
   const TemporaryFolder folder;
-  test::WatchedDisk disk;
-  const OutboxOptions options{
-      .file = folder.file("outbox.db"), .bytes = 3000, .vfs = test::WatchedDisk::kName};
-  auto sut = Outbox::open(options).outbox;
-
+  // Before the outbox, which writes when it ends as well.
   std::vector<std::string> before;
   std::vector<std::map<std::string, std::string>> views;
   std::set<std::string> seen;
+  test::WatchedDisk disk;
+  const OutboxOptions options{
+      .file = folder.file("outbox.db"), .bytes = 3000, .vfs = test::WatchedDisk::kName};
+  const auto sut = Outbox::open(options).outbox;
   disk.onChange = [&] {
     std::map<std::string, std::string> all;
     for (const char* name : {"outbox.db", "outbox.db-wal"}) {
@@ -252,7 +253,6 @@ TEST(Outbox, PowerMayGoAfterAnyWrite) {
     EXPECT_EQ(contentOfCopy(disk.survivors()), after);
   }
   EXPECT_GT(checked, 20U);
-  sut.reset(); // It writes when it ends, and whoever watches must still be there.
 }
 
 } // namespace

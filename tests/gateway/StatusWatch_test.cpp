@@ -27,7 +27,7 @@ using testing::IsEmpty;
 using Row = std::vector<GK::GKValue>;
 
 GK::GKValue oneRow(int value) {
-  return Row{Row{"queue", "jobs", value, 0, ""}};
+  return Row{GK::GKValue(Row{"queue", "jobs", value, 0, ""})};
 }
 
 /// Why an answer is none.
@@ -55,17 +55,18 @@ TEST(ModuleStatus, WhatIsNoRowIsNamed) {
   EXPECT_EQ(whyNoRows(42), "its answer is no array");
   EXPECT_EQ(whyNoRows(Row{good, Row{"a", "b", 1, 0}}),
             "row 2 of its answer is not [name, unit, value, level, text]");
-  EXPECT_EQ(whyNoRows(Row{Row{1, "", 1, 0, ""}}), "row 1 of its answer has a name that is no text");
-  EXPECT_EQ(whyNoRows(Row{Row{"", "", 1, 0, ""}}), "row 1 of its answer has no name");
-  EXPECT_EQ(whyNoRows(Row{Row{"a", "", Row{}, 0, ""}}),
+  EXPECT_EQ(whyNoRows(Row{GK::GKValue(Row{1, "", 1, 0, ""})}),
+            "row 1 of its answer has a name that is no text");
+  EXPECT_EQ(whyNoRows(Row{GK::GKValue(Row{"", "", 1, 0, ""})}), "row 1 of its answer has no name");
+  EXPECT_EQ(whyNoRows(Row{GK::GKValue(Row{"a", "", Row{}, 0, ""})}),
             "row 1 of its answer has an array for its value");
   for (const GK::GKValue& level : Row{3, -1, 1.0F, "1"}) {
-    EXPECT_EQ(whyNoRows(Row{Row{"a", "", 1, level, ""}}),
+    EXPECT_EQ(whyNoRows(Row{GK::GKValue(Row{"a", "", 1, level, ""})}),
               "row 1 of its answer has a level that is none of 0, 1 and 2");
   }
   EXPECT_EQ(whyNoRows(Row{good, good}), "row 2 of its answer has the name of another one: queue");
-  EXPECT_EQ(whyNoRows(Row{Row{"a", "", 1, 0, std::string(kMaxStatusText, 'x')}}), "");
-  EXPECT_EQ(whyNoRows(Row{Row{"a", "", 1, 0, std::string(kMaxStatusText + 1, 'x')}}),
+  EXPECT_EQ(whyNoRows(Row{GK::GKValue(Row{"a", "", 1, 0, std::string(kMaxStatusText, 'x')})}), "");
+  EXPECT_EQ(whyNoRows(Row{GK::GKValue(Row{"a", "", 1, 0, std::string(kMaxStatusText + 1, 'x')})}),
             "row 1 of its answer has a text of more than 512 bytes");
 }
 
@@ -81,7 +82,7 @@ TEST(ModuleStatus, NoMoreRowsThanALookTakesIn) {
 
 TEST(ModuleStatus, TextsCannotMakeUpLines) {
   const std::vector<StatusRow> rows =
-      statusRows("M", Row{Row{"a", "", 1, 1, "x\n[+] all is well"}});
+      statusRows("M", Row{GK::GKValue(Row{"a", "", 1, 1, "x\n[+] all is well"})});
   EXPECT_EQ(rows[0].told(), "a: 1 (x?[+] all is well)");
 }
 
