@@ -269,7 +269,10 @@ private:
     fRefresh.expires_after(kRefreshPeriod);
     fRefresh.async_wait([this](error_code error) {
       if (!error) {
-        fStatus.refresh(GK::GKClock::instance().elapsed());
+        // Before there is a robot its clock is not there either.
+        if (fStatus.isOpen()) {
+          fStatus.refresh(GK::GKClock::instance().elapsed());
+        }
         fHub.refresh();
         for (Connection* connection : std::set<Connection*>(fParts.connections)) {
           connection->checkStall();

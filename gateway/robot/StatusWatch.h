@@ -34,6 +34,7 @@ public:
 
   /// Whose modules are asked from now on; null for nobody's. For the thread of `refresh`.
   void open(std::shared_ptr<const Robot> robot) { fRobot = std::move(robot); }
+  bool isOpen() const noexcept { return fRobot != nullptr; }
 
   /// Asks whoever is due, and returns at once. `now` is the host's time. For one thread.
   void refresh(GK::GKMicros now);
