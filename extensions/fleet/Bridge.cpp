@@ -40,6 +40,9 @@ constexpr milliseconds kIdleTurn{500};
 constexpr seconds kOutboxPause{1};
 constexpr seconds kLossPause{60};
 constexpr seconds kFactsheetPause{1};
+/// How long a host may take until it can carry calls out, and how often that is looked at.
+constexpr seconds kStartPatience{10};
+constexpr milliseconds kStartTurn{20};
 /// What the end of the bridge may take of the host's.
 constexpr milliseconds kFarewell{300};
 
@@ -173,6 +176,7 @@ void Bridge::start() {
   fInbox->wake = [this] { fClient->wake(); };
   fQueue = boost::make_shared<EventQueue>([this] { fClient->wake(); });
   GK::GKObserverList::instance().add(fQueue);
+  fStarted = steady_clock::now();
   fThread = std::thread([this] { xRun(); });
 }
 
@@ -218,6 +222,7 @@ void Bridge::xTurn() {
       fDesk.onRequest(now, message);
     }
   }
+  xRunEarlyCalls();
   xTakeAnswers(now);
   xPump(now);
   if (fClient->isConnected()) {
@@ -623,6 +628,12 @@ void Bridge::xTellFactsheet(Time now) {
 void Bridge::xRunCall(std::uint64_t number, const std::string& module, const std::string& method,
                       const std::string& params) {
   const std::shared_ptr<GK::GKClientCalls> calls = GK::GKClientCalls::instance();
+  const Time now = steady_clock::now();
+  if (calls == nullptr && now < fStarted + kStartPatience) {
+    fEarlyCalls.push_back({number, module, method, params});
+    xWakeAt(now + kStartTurn);
+    return;
+  }
   if (calls == nullptr) {
     constexpr int kInternal = -32603;
     messages::FleetAnswer answer;
@@ -639,6 +650,13 @@ void Bridge::xRunCall(std::uint64_t number, const std::string& module, const std
     }
     inbox->put({number, std::move(answer)});
   });
+}
+
+/// The host loads this library before it can carry calls out.
+void Bridge::xRunEarlyCalls() {
+  for (const EarlyCall& call : std::exchange(fEarlyCalls, {})) {
+    xRunCall(call.number, call.module, call.method, call.params);
+  }
 }
 
 void Bridge::xTakeAnswers(Time now) {

@@ -111,6 +111,7 @@ private:
   void xTellFactsheet(Time now);
   void xRunCall(std::uint64_t number, const std::string& module, const std::string& method,
                 const std::string& params);
+  void xRunEarlyCalls();
   void xTakeAnswers(Time now);
   messages::FleetState::Outbox xOutboxFigures();
   void xUpdateStatus();
@@ -159,6 +160,14 @@ private:
 
   Courier fCourier;
   CallDesk fDesk;
+  struct EarlyCall {
+    std::uint64_t number = 0;
+    std::string module;
+    std::string method;
+    std::string params;
+  };
+  Time fStarted{};
+  std::vector<EarlyCall> fEarlyCalls;
   StateReport fState;
   std::string fFactsheet;
   bool fIsFactsheetDue = true;

@@ -70,7 +70,7 @@ std::string nameAside(const std::string& file) {
 }
 
 std::string putAside(const std::string& file) {
-  const std::string aside = nameAside(file);
+  std::string aside = nameAside(file);
   std::filesystem::rename(file, aside);
   for (const char* suffix : {"-wal", "-shm"}) {
     std::error_code ignored;
@@ -211,6 +211,7 @@ std::vector<FleetGap> Outbox::xSalvage() const {
     }
   }
   std::vector<FleetGap> gaps;
+  gaps.reserve(lost.size());
   for (auto& [boot, gap] : lost) {
     gaps.push_back(std::move(gap));
   }

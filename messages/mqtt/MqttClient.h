@@ -12,7 +12,7 @@
 #include <vector>
 
 struct mosquitto;
-struct mqtt5__property;
+struct mqtt5__property; // NOLINT(bugprone-reserved-identifier): so it is called there
 struct mosquitto_message;
 
 namespace gk::messages {
