@@ -75,6 +75,14 @@ private:
   using Time = std::chrono::steady_clock::time_point;
   struct Inbox;
 
+  static constexpr const char* kCategory = "fleet";
+  static constexpr std::chrono::milliseconds kFirstPause{250};
+  /// What the end of the bridge may take of the host's.
+  static constexpr std::chrono::milliseconds kFarewell{300};
+
+  /// Microseconds since 1970, on the host's clock.
+  static std::int64_t xWallMicros();
+
   messages::MqttOptions xMqttOptions() const;
   std::string xConnectionPayload(messages::FleetPresence presence) const;
   void xRun();
