@@ -1,5 +1,8 @@
 // What goes wrong between page and host, each with a host of its own.
 import assert from "node:assert/strict";
+import { mkdtemp, rm, writeFile } from "node:fs/promises";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
 import { after, before, test } from "node:test";
 import { accessFindings, openPage, startBrowser, untilLive } from "./browser.mjs";
 import { startHost, write } from "./host.mjs";
@@ -39,6 +42,7 @@ test("the page survives a restart of the host, and marks it", async () => {
   await page.getByText(/^Not connected to the host/).waitFor();
   assert.equal(await page.locator("html").getAttribute("data-link"), "lost");
   await page.waitForFunction(() => document.title.startsWith("⚠ Not connected"));
+  assert.deepEqual(await accessFindings(page), []);
   host = await startHost(port, "", [], Number(front));
   await untilLive(page);
   const story = page.getByRole("list", { name: "What happened, newest first" });
@@ -47,6 +51,26 @@ test("the page survives a restart of the host, and marks it", async () => {
   await story.getByRole("listitem").filter({ hasText: "FrontTactilTouched" }).first().waitFor();
   await page.close();
   await host.stop();
+});
+
+test("a recording that is run is one, and has ended when it has", async () => {
+  const folder = await mkdtemp(join(tmpdir(), "gk-page-"));
+  const file = join(folder, "touch.jsonl");
+  const key = "Device/SubDeviceList/Head/Touch/Front/Sensor/Value";
+  await writeFile(file, `{"t": 0.1, "set": {"${key}": 1.0}}\n{"t": 0.5, "set": {"${key}": 0.0}}\n`);
+  const host = await startHost(0, "", [file]);
+  try {
+    const { page } = await openPage(browser, host.url);
+    await page.getByText("Ended", { exact: true }).waitFor();
+    await page.getByText(/^The recording touch.jsonl has ended at 0:0[01]\./).waitFor();
+    await page.waitForFunction(() => document.title.startsWith("■ Ended"));
+    assert.equal(await page.locator("#world").isVisible(), false);
+    assert.deepEqual(await accessFindings(page), []);
+    await page.close();
+  } finally {
+    await host.stop();
+    await rm(folder, { recursive: true });
+  }
 });
 
 test("a host that asks for its token is opened with it, and not without", async () => {
