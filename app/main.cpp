@@ -11,11 +11,8 @@
 
 #include <fmt/format.h>
 
-#include <cstdio>
-#include <exception>
 #include <memory>
 #include <string>
-#include <system_error>
 #include <vector>
 
 namespace gk::app {
@@ -100,16 +97,5 @@ int runProgram(int argc, char** argv) {
 } // namespace gk::app
 
 int main(int argc, char** argv) {
-  gk::app::prepareProcess();
-  try {
-    return gk::app::finishStandardOutput(gk::app::runProgram(argc, argv));
-  } catch (const std::system_error& error) {
-    const bool isOutput = std::ferror(stdout) != 0;
-    fmt::print(stderr, "gk: {}\n",
-               isOutput ? "cannot write standard output: " + error.code().message() : error.what());
-    return gk::app::kFailure;
-  } catch (const std::exception& error) {
-    fmt::print(stderr, "gk: {}\n", error.what());
-    return gk::app::kFailure;
-  }
+  return gk::app::runProcess("gk", [&] { return gk::app::runProgram(argc, argv); });
 }

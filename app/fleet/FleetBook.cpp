@@ -126,17 +126,6 @@ bool isWebPage(const std::string& page) {
   return page.starts_with("http://") || page.starts_with("https://");
 }
 
-template <class Value, class Write> void writeIf(messages::JsonWriter& out, const char* name,
-                                                 const std::optional<Value>& value,
-                                                 const Write& write) {
-  out.key(name);
-  if (value) {
-    write(*value);
-  } else {
-    out.null();
-  }
-}
-
 std::string secondsText(std::int64_t micros) {
   return fmt::format("{:.3f}", static_cast<double>(micros) / kMicrosPerSecond);
 }
@@ -151,7 +140,7 @@ void writeNeeds(messages::JsonWriter& out, const std::vector<FleetNeed>& needs) 
 }
 
 void writePresence(messages::JsonWriter& out, const FleetRobot& robot) {
-  writeIf(out, "connection", robot.connection, [&out](const auto& connection) {
+  out.key("connection").optional(robot.connection, [&out](const auto& connection) {
     out.text(messages::presenceName(connection.presence));
   });
 }
@@ -203,12 +192,14 @@ std::string FleetRobot::json() const {
   writePresence(out, *this);
   out.key("level").integer(static_cast<int>(level()));
   writeNeeds(out, needs);
-  writeIf(out, "version", factsheet, [&out](const auto& sheet) { out.text(sheet.version); });
+  out.key("version").optional(factsheet, [&out](const auto& sheet) { out.text(sheet.version); });
   writePage(out, *this);
   out.key("eventsGivenUp").unsignedInteger(givenUp);
-  writeIf(out, "state", state, [&out](const auto& one) { out.raw(messages::statePayload(one)); });
-  writeIf(out, "lastEvent", lastEvent,
-          [&out](const auto& event) { out.raw(messages::eventPayload(event)); });
+  out.key("state").optional(state,
+                            [&out](const auto& one) { out.raw(messages::statePayload(one)); });
+  out.key("lastEvent").optional(lastEvent, [&out](const auto& event) {
+    out.raw(messages::eventPayload(event));
+  });
   out.endObject();
   return text;
 }
@@ -226,12 +217,13 @@ std::string FleetRobot::cardJson() const {
   } else {
     out.null();
   }
-  writeIf(out, "charge", state ? state->charge : std::nullopt,
-          [&out](double charge) { out.integer(std::lround(kPercent * charge)); });
+  out.key("charge").optional(state ? state->charge : std::nullopt, [&out](double charge) {
+    out.integer(std::lround(kPercent * charge));
+  });
   out.key("plugged").boolean(state && state->isPlugged.value_or(false));
-  writeIf(out, "backlog", state,
-          [&out](const auto& one) { out.unsignedInteger(one.outbox.backlog); });
-  writeIf(out, "event", lastEvent, [&out](const messages::FleetEvent& event) {
+  out.key("backlog").optional(state,
+                              [&out](const auto& one) { out.unsignedInteger(one.outbox.backlog); });
+  out.key("event").optional(lastEvent, [&out](const messages::FleetEvent& event) {
     std::string words = devices::eventSentence(event.name, event.value);
     if (words.empty()) {
       words = event.name + " ";

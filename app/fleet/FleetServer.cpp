@@ -5,6 +5,7 @@
 #include "gateway/http/StaticFiles.h"
 #include "gateway/net/ByteStream.h"
 #include "gateway/server/RequestRules.h"
+#include "gateway/server/ResponseMessage.h"
 #include "messages/json/Json.h"
 #include "messages/text/FormatError.h"
 
@@ -129,25 +130,7 @@ private:
           });
       return;
     }
-    fResponse.emplace(static_cast<http::status>(response.status), fVersion);
-    for (const auto& [name, value] : response.headers) {
-      fResponse->insert(name, value);
-    }
-    fResponse->set("Content-Security-Policy", gateway::kContentPolicy);
-    fResponse->set("X-Content-Type-Options", "nosniff");
-    fResponse->set("Referrer-Policy", "no-referrer");
-    fResponse->set("Cross-Origin-Resource-Policy", "same-origin");
-    if (fResponse->find(http::field::cache_control) == fResponse->end()) {
-      fResponse->set(http::field::cache_control, "no-store");
-    }
-    fResponse->keep_alive(!fIsLast);
-    if (response.status != 304) {
-      fResponse->set(http::field::content_type, response.contentType);
-      fResponse->content_length(response.body.size());
-      if (!fIsHead) {
-        fResponse->body() = std::move(response.body);
-      }
-    }
+    fResponse.emplace(gateway::responseMessage(std::move(response), fVersion, fIsHead, fIsLast));
     fStream.expiresAfter(kRequestTime);
     http::async_write(fStream, *fResponse,
                       [self = shared_from_this()](error_code error, std::size_t) {

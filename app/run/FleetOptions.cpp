@@ -3,9 +3,7 @@
 #include "messages/fleet/BrokerAddress.h"
 #include "messages/fleet/FleetTopics.h"
 #include "messages/text/FormatError.h"
-#include "runtime/host/Library.h"
 
-#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -13,8 +11,6 @@ namespace gk::app {
 
 namespace {
 
-constexpr const char* kFleetLibrary = "gkfleet";
-constexpr const char* kFleetPackage = "gksensors-fleet";
 constexpr const char* kBrokerKey = "Settings/GKFleet/Url";
 constexpr const char* kRobotNameKey = "Settings/GKFleet/Robot";
 
@@ -60,16 +56,13 @@ FleetPlace fleetPlace(const FleetOptions& options) {
   return isHere ? FleetPlace::ThisMachine : FleetPlace::Elsewhere;
 }
 
-void addFleet(const FleetOptions& options, runtime::HostOptions& host) {
-  if (std::ranges::find(host.libraries, kFleetLibrary) == host.libraries.end()) {
-    try {
-      runtime::findLibrary(kFleetLibrary, host.libraryFolders);
-    } catch (const runtime::LoadError& error) {
-      throw runtime::LoadError(std::string(error.what()) + " (package " + kFleetPackage + ")");
-    }
-    // The first to come and the last to go: it tells of what the others raise meanwhile.
-    host.libraries.emplace(host.libraries.begin(), kFleetLibrary);
-  }
+const ListeningLibrary& fleetLibrary() {
+  // The first to come and the last to go: it tells of what the others raise meanwhile.
+  static const ListeningLibrary library{"--fleet", "gkfleet", "gksensors-fleet", true};
+  return library;
+}
+
+void applyFleetSettings(const FleetOptions& options, runtime::HostOptions& host) {
   // Before those of --setting, which win.
   std::vector<std::pair<std::string, GK::GKValue>> settings{{kBrokerKey, options.broker}};
   if (!options.robotName.empty()) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/options/Command.h"
+#include "app/run/ListeningLibrary.h"
 #include "app/session/Listen.h"
 #include "runtime/host/Host.h"
 
@@ -22,7 +23,8 @@ void addFleetOptions(const Command& command, FleetOptions& options);
 /// Where the broker is.
 FleetPlace fleetPlace(const FleetOptions& options);
 
-/// Adds the library of the bridge and its settings. Raises `LoadError` when it is not installed.
-void addFleet(const FleetOptions& options, runtime::HostOptions& host);
+/// The library of the bridge.
+const ListeningLibrary& fleetLibrary();
+void applyFleetSettings(const FleetOptions& options, runtime::HostOptions& host);
 
 } // namespace gk::app

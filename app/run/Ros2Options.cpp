@@ -1,9 +1,7 @@
 #include "app/run/Ros2Options.h"
 
 #include "messages/ros/Mapper.h"
-#include "runtime/host/Library.h"
 
-#include <algorithm>
 #include <net/if.h>
 #include <stdexcept>
 
@@ -11,8 +9,6 @@ namespace gk::app {
 
 namespace {
 
-constexpr const char* kRos2Library = "gkros2";
-constexpr const char* kRos2Package = "gksensors-ros2";
 constexpr const char* kNamespaceKey = "Settings/GKRos2/Namespace";
 constexpr const char* kInterfaceKey = "Settings/GKRos2/Interface";
 
@@ -62,16 +58,9 @@ void applyRos2Settings(const Ros2Options& options, runtime::HostOptions& host) {
   }
 }
 
-void addRos2Library(runtime::HostOptions& host) {
-  if (std::ranges::find(host.libraries, kRos2Library) != host.libraries.end()) {
-    return;
-  }
-  try {
-    runtime::findLibrary(kRos2Library, host.libraryFolders);
-  } catch (const runtime::LoadError& error) {
-    throw runtime::LoadError(std::string(error.what()) + " (package " + kRos2Package + ")");
-  }
-  host.libraries.emplace_back(kRos2Library);
+const ListeningLibrary& ros2Library() {
+  static const ListeningLibrary library{"--ros2", "gkros2", "gksensors-ros2"};
+  return library;
 }
 
 } // namespace gk::app

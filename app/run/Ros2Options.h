@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/options/Command.h"
+#include "app/run/ListeningLibrary.h"
 #include "runtime/host/Host.h"
 
 #include <string>
@@ -19,7 +20,7 @@ void addRos2Options(const Command& command, Ros2Options& options);
 /// Settings for the module that publishes.
 void applyRos2Settings(const Ros2Options& options, runtime::HostOptions& host);
 
-/// The module's library besides the others. Raises `LoadError` when it is not installed.
-void addRos2Library(runtime::HostOptions& host);
+/// The module's library.
+const ListeningLibrary& ros2Library();
 
 } // namespace gk::app

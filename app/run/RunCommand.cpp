@@ -3,6 +3,7 @@
 #include "app/run/RobotKeys.h"
 #include "app/run/Ros2Options.h"
 #include "app/run/RunCommands.h"
+#include "app/session/Complaints.h"
 #include "app/session/FileTests.h"
 #include "app/session/RecordOptions.h"
 #include "app/session/Session.h"
@@ -103,6 +104,18 @@ std::string checkLimit(const std::string& text) {
   return devices::readLimit(text, ignored);
 }
 
+/// The libraries that options ask for by other names.
+std::vector<const ListeningLibrary*> listenersOf(const RunOptions& options) {
+  std::vector<const ListeningLibrary*> listeners;
+  if (options.ros2.isOn) {
+    listeners.push_back(&ros2Library());
+  }
+  if (options.fleet.isOn()) {
+    listeners.push_back(&fleetLibrary());
+  }
+  return listeners;
+}
+
 int run(RunOptions options) {
   const bool isRobot = isSimulated(options);
   const bool isOnTour =
@@ -132,17 +145,14 @@ int run(RunOptions options) {
     fmt::print(stderr, "gk: --out: with --lockstep standard output is for answers\n");
     return kBadInput;
   }
-  if (options.ros2.isOn && host.isVirtual) {
-    fmt::print(stderr, "gk: --ros2 needs real time, {} has none\n",
-               options.isLockstep ? "--lockstep" : "--speed max");
-    return kBadInput;
+  const std::vector<const ListeningLibrary*> listeners = listenersOf(options);
+  for (const ListeningLibrary* library : listeners) {
+    if (const std::string why = whyNoListener(*library, host, options.isLockstep); !why.empty()) {
+      complain(why);
+      return kBadInput;
+    }
   }
   applyRos2Settings(options.ros2, host);
-  if (options.fleet.isOn() && host.isVirtual) {
-    fmt::print(stderr, "gk: --fleet needs real time, {} has none\n",
-               options.isLockstep ? "--lockstep" : "--speed max");
-    return kBadInput;
-  }
   host.isLoop = options.isLoop;
   for (const std::string& limit : options.limits) {
     devices::readLimit(limit, host.limits);
@@ -171,23 +181,18 @@ int run(RunOptions options) {
   view.isLockstep = options.isLockstep;
   view.isInterruptible = true;
   view.record = recorderOptions(options.record, host);
-  // What only listens is no part of what a recording repeats, and may be missing there.
-  if (options.ros2.isOn) {
-    try {
-      addRos2Library(host);
-    } catch (const runtime::LoadError& error) {
-      fmt::print(stderr, "gk: --ros2: {}\n", error.what());
-      return kFailure;
+  // A recording holds what the robot did; who was told of it is no part of that, and may be missing
+  // where it is repeated.
+  try {
+    for (const ListeningLibrary* library : listeners) {
+      addListener(*library, host);
     }
+  } catch (const runtime::LoadError& error) {
+    complain(error.what());
+    return kFailure;
   }
   if (options.fleet.isOn()) {
-    // A recording holds what the robot did; who was told of it is no part of that.
-    try {
-      addFleet(options.fleet, host);
-    } catch (const runtime::LoadError& error) {
-      fmt::print(stderr, "gk: --fleet: {}\n", error.what());
-      return kFailure;
-    }
+    applyFleetSettings(options.fleet, host);
     view.fleet = fleetPlace(options.fleet);
   }
   host.turnPatience = std::chrono::milliseconds(std::llround(options.record.patience * 1e3));

@@ -5,9 +5,12 @@
 #include "app/terminal/TerminalState.h"
 #include "formats/files/PartFiles.h"
 
+#include <fmt/format.h>
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <fcntl.h>
 #include <iostream>
 #include <string>
@@ -68,6 +71,20 @@ int finishStandardOutput(int code) {
   complain("cannot write standard output" +
            (error != 0 ? ": " + std::generic_category().message(error) : std::string()));
   return code == kSuccess ? kFailure : code;
+}
+
+int runProcess(const char* program, const std::function<int()>& work) {
+  prepareProcess();
+  try {
+    return finishStandardOutput(work());
+  } catch (const std::system_error& error) {
+    const bool isOutput = std::ferror(stdout) != 0;
+    fmt::print(stderr, "{}: {}\n", program,
+               isOutput ? "cannot write standard output: " + error.code().message() : error.what());
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "{}: {}\n", program, error.what());
+  }
+  return kFailure;
 }
 
 } // namespace gk::app

@@ -3,6 +3,7 @@
 #include "gk/GKClientCalls.h"
 #include "gk/GKClock.h"
 #include "gk/GKObserver.h"
+#include "messages/text/WallTime.h"
 #include "zu/log.h"
 
 #include <boost/make_shared.hpp>
@@ -46,9 +47,7 @@ std::string newBootId() {
 } // namespace
 
 std::int64_t Bridge::xWallMicros() {
-  constexpr std::int64_t kMicrosPerSecond = 1'000'000;
-  const GK::GKWallTime wall = GK::GKClock::instance().wallTime();
-  return wall.seconds * kMicrosPerSecond + wall.microseconds;
+  return messages::epochOf(GK::GKClock::instance().wallTime(), 0);
 }
 
 /// Where answers of calls wait for the bridge. It may outlive the bridge: calls do.

@@ -16,10 +16,6 @@ namespace gk::gateway {
 
 namespace {
 
-constexpr GK::GKMicros kMicrosPerSecond = 1'000'000;
-/// Clocks further away from 1970 than this are shown as if they were not.
-constexpr std::int64_t kMostSeconds = 9'000'000'000'000;
-
 constexpr std::string_view kEventPrefix = "/event/";
 
 /// A published schema of viewers: https://github.com/foxglove/foxglove-sdk, schemas/jsonschema.
@@ -170,9 +166,7 @@ private:
 
 Channels::Channels(std::shared_ptr<const GK::GKMemoryStore> store, const GK::GKWallTime& wall,
                    GK::GKMicros elapsed)
-    : fStore(std::move(store)),
-      fEpoch(std::clamp(wall.seconds, -kMostSeconds, kMostSeconds) * kMicrosPerSecond +
-             wall.microseconds - elapsed) {
+    : fStore(std::move(store)), fEpoch(messages::epochOf(wall, elapsed)) {
   fEventsId = add({0, "/events", "gk.Events", std::string(kEventsSchema), Flow::Queue});
   fLogId = add({0, "/log", "foxglove.Log", std::string(kLogSchema), Flow::Queue});
   fTickId = add({0, "/tick", "gk.Tick", std::string(kTickSchema), Flow::Latest});

@@ -11,6 +11,7 @@
 #include "messages/json/JsonWriter.h"
 #include "messages/text/FormatError.h"
 #include "messages/text/Numbers.h"
+#include "messages/text/WallTime.h"
 
 #include <boost/json/object.hpp>
 #include <boost/pointer_cast.hpp>
@@ -299,10 +300,8 @@ void answerKeep(const Exchange& exchange) {
       [&parts = exchange.parts, robot = exchange.robot, last] {
         const GK::GKClock& clock = GK::GKClock::instance();
         const GK::GKWallTime wall = clock.wallTime();
-        constexpr std::int64_t perSecond = 1'000'000;
-        const std::int64_t epoch = wall.seconds * perSecond + wall.microseconds - clock.elapsed();
         std::optional<std::string> bytes = parts.past.recording(
-            *last, epoch,
+            *last, messages::epochOf(wall, clock.elapsed()),
             {{"version", "gksensors " + parts.figures.version}, {"source", "the past of a run"}},
             subscriptionsOf(*robot));
         if (!bytes) {

@@ -1,6 +1,7 @@
 #include "gateway/http/Http.h"
 #include "gateway/server/Connections.h"
 #include "gateway/server/RequestRules.h"
+#include "gateway/server/ResponseMessage.h"
 #include "gateway/server/WebSocketConnection.h"
 #include "gateway/stream/ServerMessage.h"
 
@@ -191,31 +192,7 @@ private:
     }
     xCountAnswer(response.body.size() > kLargeAnswer ? response.body.size() : 0);
     fParts.counters.addResponse(response.status);
-    fResponse.emplace(static_cast<http::status>(response.status), fVersion);
-    const bool hasOwnPolicy = std::ranges::any_of(response.headers, [](const auto& header) {
-      return header.first == "Content-Security-Policy";
-    });
-    for (auto& [name, value] : response.headers) {
-      fResponse->insert(name, value);
-    }
-    if (!hasOwnPolicy) {
-      fResponse->set("Content-Security-Policy", kContentPolicy);
-    }
-    fResponse->set("X-Content-Type-Options", "nosniff");
-    fResponse->set("Referrer-Policy", "no-referrer");
-    fResponse->set("Cross-Origin-Resource-Policy", "same-origin");
-    if (fResponse->find(http::field::cache_control) == fResponse->end()) {
-      fResponse->set(http::field::cache_control, "no-store");
-    }
-    fResponse->keep_alive(!fIsLast);
-    const bool hasBody = response.status != 204 && response.status != 304;
-    if (hasBody) {
-      fResponse->set(http::field::content_type, response.contentType);
-      fResponse->content_length(response.body.size());
-      if (!fIsHead) {
-        fResponse->body() = std::move(response.body);
-      }
-    }
+    fResponse.emplace(responseMessage(std::move(response), fVersion, fIsHead, fIsLast));
     fStream.expiresAfter(fParts.options.limits.bodyTime);
     http::async_write(fStream, *fResponse,
                       [self = shared_from_this()](error_code error, std::size_t) {

@@ -132,17 +132,6 @@ private:
   const json::object* fObject;
 };
 
-template <class Value, class Write> void appendOptional(JsonWriter& out, std::string_view name,
-                                                        const std::optional<Value>& value,
-                                                        const Write& write) {
-  out.key(name);
-  if (value) {
-    write(*value);
-  } else {
-    out.null();
-  }
-}
-
 void appendTexts(JsonWriter& out, std::string_view name, const std::vector<std::string>& texts) {
   out.key(name).beginArray();
   for (const std::string& text : texts) {
@@ -309,14 +298,14 @@ std::string statePayload(const FleetState& state) {
   out.key("bootId").text(state.bootId);
   out.key("time").real(secondsOf(state.time));
   out.key("uptime").real(secondsOf(state.uptime));
-  appendOptional(out, "pose", state.pose, writeText);
-  appendOptional(out, "footContact", state.isOnFloor, writeBool);
+  out.key("pose").optional(state.pose, writeText);
+  out.key("footContact").optional(state.isOnFloor, writeBool);
   out.key("battery").beginObject();
-  appendOptional(out, "charge", state.charge, writeReal);
-  appendOptional(out, "plugged", state.isPlugged, writeBool);
+  out.key("charge").optional(state.charge, writeReal);
+  out.key("plugged").optional(state.isPlugged, writeBool);
   out.endObject();
-  appendOptional(out, "stiffness", state.stiffness, writeText);
-  appendOptional(out, "hottest", state.hottest, [&out](const FleetState::Joint& joint) {
+  out.key("stiffness").optional(state.stiffness, writeText);
+  out.key("hottest").optional(state.hottest, [&out](const FleetState::Joint& joint) {
     out.beginObject();
     out.key("joint").text(joint.name);
     out.key("temperature_degC").real(joint.temperature);
@@ -326,7 +315,7 @@ std::string statePayload(const FleetState& state) {
   out.key("outbox").beginObject();
   out.key("backlog").unsignedInteger(state.outbox.backlog);
   out.key("bytes").unsignedInteger(state.outbox.bytes);
-  appendOptional(out, "oldest_s", state.outbox.oldest, writeReal);
+  out.key("oldest_s").optional(state.outbox.oldest, writeReal);
   out.key("gaps").unsignedInteger(state.outbox.gaps);
   out.key("refused").unsignedInteger(state.outbox.refused);
   out.endObject();
@@ -369,7 +358,7 @@ std::string factsheetPayload(const FleetFactsheet& factsheet) {
   out.beginObject();
   out.key("name").text(factsheet.name);
   out.key("version").text(factsheet.version);
-  appendOptional(out, "page", factsheet.page, [&out](const std::string& page) { out.text(page); });
+  out.key("page").optional(factsheet.page, [&out](const std::string& page) { out.text(page); });
   appendTexts(out, "calls", factsheet.calls);
   appendModules(out, factsheet.modules);
   out.endObject();

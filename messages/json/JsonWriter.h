@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -56,6 +57,15 @@ public:
     xComma();
     appendJson(fOut, value);
     return *this;
+  }
+  /// What `write` appends of a value, which it is given; null where there is none.
+  template <class Value, class Write>
+  JsonWriter& optional(const std::optional<Value>& value, const Write& write) {
+    if (value) {
+      write(*value);
+      return *this;
+    }
+    return null();
   }
   /// Text that is JSON already.
   JsonWriter& raw(std::string_view json) {

@@ -22,17 +22,10 @@ namespace gk::messages::ros {
 namespace {
 
 constexpr GK::GKMicros kMicrosPerSecond = 1'000'000;
-/// Clocks further away from 1970 than this are shown as if they were not.
-constexpr std::int64_t kMostSeconds = 9'000'000'000'000;
 
 constexpr std::string_view kPoseEvent = "robotPoseChanged";
 constexpr std::string_view kFloorEvent = "footContactChanged";
 constexpr std::string_view kTouchSubject = "/touch";
-
-std::int64_t epochOf(const GK::GKWallTime& wall, GK::GKMicros elapsed) {
-  return std::clamp(wall.seconds, -kMostSeconds, kMostSeconds) * kMicrosPerSecond +
-         wall.microseconds - elapsed;
-}
 
 std::uint8_t rosLevel(int level) {
   switch (level) {

@@ -21,6 +21,13 @@ std::string wallTimeText(std::int64_t micros) {
   return text.data();
 }
 
+std::int64_t epochOf(const GK::GKWallTime& wall, GK::GKMicros elapsed) noexcept {
+  constexpr std::int64_t perSecond = 1'000'000;
+  constexpr std::int64_t mostSeconds = 9'000'000'000'000;
+  return std::clamp(wall.seconds, -mostSeconds, mostSeconds) * perSecond + wall.microseconds -
+         elapsed;
+}
+
 std::uint64_t nanosecondsSince1970(std::int64_t epoch, std::int64_t micros) noexcept {
   constexpr std::uint64_t perMicro = 1000;
   constexpr std::uint64_t latest = std::numeric_limits<std::uint64_t>::max() / perMicro;

@@ -1,4 +1,4 @@
-#include "fleet/Broker.h"
+#include "fleet/Robot.h"
 #include "gateway/ServedHost.h"
 #include "messages/fleet/FleetPayload.h"
 #include "support/Gk.h"
@@ -18,11 +18,11 @@
 namespace gk::app {
 namespace {
 
+using gk::test::Broker;
 using gk::test::Program;
 using gk::test::ProgramResult;
 using gk::test::runGk;
 using messages::FleetPresence;
-using test::Broker;
 using test::Robot;
 using testing::AllOf;
 using testing::HasSubstr;
@@ -170,7 +170,7 @@ TEST_F(FleetCommands, ServeShowsTheRobotsUntilItIsEnded) {
 }
 
 TEST(FleetOptions, WhatIsWrongIsSaidInOneLine) {
-  const std::string address = "127.0.0.1:" + std::to_string(test::freePort());
+  const std::string address = "127.0.0.1:" + std::to_string(gk::test::freePort());
   const ProgramResult nobody = runGk({"fleet", "--broker", address, "list"});
   EXPECT_EQ(nobody.code, 1);
   EXPECT_EQ(nobody.err, "gk fleet: " + address + ": Connection refused\n");

@@ -1,67 +1,20 @@
 #pragma once
 
 #include "messages/mqtt/MqttClient.h"
-#include "support/Program.h"
+#include "support/Broker.h"
 
-#include <arpa/inet.h>
 #include <chrono>
-#include <cstdint>
 #include <functional>
-#include <netinet/in.h>
 #include <stdexcept>
 #include <string>
-#include <sys/socket.h>
-#include <unistd.h>
-#include <utility>
 #include <vector>
 
 namespace gk::app::test {
 
-/// A port of this machine that nobody has.
-inline std::uint16_t freePort() {
-  const int one = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  bind(one, reinterpret_cast<const sockaddr*>(&address), size);
-  getsockname(one, reinterpret_cast<sockaddr*>(&address), &size);
-  close(one);
-  return ntohs(address.sin_port);
-}
-
-/// Whether somebody listens there.
-inline bool isListening(std::uint16_t port) {
-  const int one = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const bool isThere =
-      connect(one, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-  close(one);
-  return isThere;
-}
-
-/// A broker on a free port of this machine.
-class Broker {
-public:
-  Broker() : fPort(freePort()), fProgram({GK_MOSQUITTO, "-p", std::to_string(fPort)}) {
-    fProgram.runUntil([this] { return isListening(fPort); });
-  }
-
-  std::uint16_t port() const { return fPort; }
-  std::string address() const { return "127.0.0.1:" + std::to_string(fPort); }
-
-private:
-  std::uint16_t fPort;
-  gk::test::Program fProgram;
-};
-
 /// A client that says what a test wants of a robot.
 class Robot {
 public:
-  explicit Robot(const Broker& broker)
+  explicit Robot(const gk::test::Broker& broker)
       : fClient(optionsFor(broker), {[this] { fIsConnected = true; },
                                      [this](int, const std::string& why) { fProblem = why; },
                                      [this](const messages::MqttMessage& message) {
@@ -99,7 +52,7 @@ public:
   std::function<messages::MqttMessage(const messages::MqttMessage&)> answer;
 
 private:
-  static messages::MqttOptions optionsFor(const Broker& broker) {
+  static messages::MqttOptions optionsFor(const gk::test::Broker& broker) {
     messages::MqttOptions options;
     options.host = "127.0.0.1";
     options.port = broker.port();
