@@ -49,6 +49,24 @@ run python3 -c 'import gksensors; assert gksensors.replay("/packages/touched.jso
 run sh -c 'cd /tmp && rm -rf GKMine && gk new module GKMine && cd GKMine && cmake -B build >/dev/null &&
   cmake --build build >/dev/null && ctest --test-dir build | grep "tests passed"' || fail "a new module does not build"
 
+# The service, in a system that systemd has booted.
+run apt-get install -y -qq --no-install-recommends systemd systemd-sysv dbus procps >>"$root/packages/log" 2>&1 || fail "no systemd"
+cp packaging/service-try.sh "$root/packages"
+cat >"$root/etc/systemd/system/try.service" <<'END'
+[Unit]
+After=multi-user.target
+[Service]
+Type=oneshot
+ExecStart=/bin/sh -c '/packages/service-try.sh >/packages/tried 2>&1; systemctl poweroff'
+[Install]
+WantedBy=multi-user.target
+END
+run systemctl enable -q try
+timeout 300 systemd-nspawn -q -D "$root" --boot --register=no --keep-unit >"$root/packages/boot" 2>&1 ||
+  fail "$(tail "$root/packages/boot")"
+cat "$root/packages/tried"
+grep -qx "the service works" "$root/packages/tried" || fail "the service does not work"
+
 run sh -c 'apt-get purge -y -qq python3-gksensors gksensors gksensors-fleet gksensors-modules gksensors-ros2 libgkplatform0.2 libgkplatform-dev' >/dev/null 2>&1
 left=$(run sh -c 'find /usr /etc \( -name "*gksensors*" -o -name "*gkplatform*" \) -not -path "*/passwd*" -not -path "/etc/group*"')
 [ -z "$left" ] || fail "purging leaves $left"

@@ -1,6 +1,7 @@
 #include "app/options/CommandLine.h"
 
 #include "app/options/ConfigFile.h"
+#include "app/options/Journal.h"
 #include "app/options/Slips.h"
 
 #include <CLI/CLI.hpp>
@@ -54,7 +55,8 @@ int CommandLine::run(int argc, const char* const* argv) const {
     const std::string complaint = complaintOf(app, error);
     const bool isOfFile = std::ranges::any_of(
         line.fromFile, [&](const std::string& name) { return complaint.starts_with(name + ":"); });
-    fmt::print(stderr, "{}: {}{}\n", app.get_name(), isOfFile ? line.file + ": " : "", complaint);
+    fmt::print(stderr, "{}{}: {}{}\n", journalLevel(Severity::Error), app.get_name(),
+               isOfFile ? line.file + ": " : "", complaint);
     return kBadInput;
   }
 }

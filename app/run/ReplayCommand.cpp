@@ -1,6 +1,7 @@
 #include "app/run/Jobs.h"
 #include "app/run/RunCommands.h"
 #include "app/run/Watching.h"
+#include "app/session/Complaints.h"
 #include "app/session/FileTests.h"
 #include "app/session/Libraries.h"
 #include "app/session/Replay.h"
@@ -38,12 +39,12 @@ int replay(const ReplayOptions& options) {
     const FileTests tests = readFileTests(session.files, session.isExpectingNothing);
     applyFileOptions(tests, session);
     if (!view.columns.empty() && session.sample.empty()) {
-      fmt::print(stderr, "gk: --columns: needs --sample, which names the keys\n");
+      complain("--columns: needs --sample, which names the keys");
       return kBadInput;
     }
     return runReplay(session, tests, std::move(view), options.isAsInput);
   } catch (const formats::InputError& error) {
-    fmt::print(stderr, "{}\n", error.what());
+    complainAsItStands(error.what());
     return kBadInput;
   }
 }
@@ -52,15 +53,15 @@ int replay(const ReplayOptions& options) {
 int replayEach(const ReplayOptions& options) {
   const std::filesystem::path folder = options.session.out;
   if (!folder.empty() && !std::filesystem::is_directory(folder)) {
-    fmt::print(stderr, "gk: --out: with --jobs {} has to be a folder\n", folder.string());
+    complain(fmt::format("--out: with --jobs {} has to be a folder", folder.string()));
     return kBadInput;
   }
   if (!options.report.empty()) {
-    fmt::print(stderr, "gk: --report: is about one run, and does not go with --jobs\n");
+    complain("--report: is about one run, and does not go with --jobs");
     return kBadInput;
   }
   if (!options.columns.empty()) {
-    fmt::print(stderr, "gk: --columns: is of one run, and does not go with --jobs\n");
+    complain("--columns: is of one run, and does not go with --jobs");
     return kBadInput;
   }
   std::vector<Job> jobs;
@@ -72,8 +73,8 @@ int replayEach(const ReplayOptions& options) {
       const std::filesystem::path name = std::filesystem::path(file).filename();
       one.out = (folder / name).string() + ".jsonl";
       if (!outputs.insert(one.out).second) {
-        fmt::print(stderr, "gk: --out: two files are named {}, they would share {}\n",
-                   name.string(), one.out);
+        complain(fmt::format("--out: two files are named {}, they would share {}", name.string(),
+                             one.out));
         return kBadInput;
       }
     }
@@ -105,7 +106,7 @@ std::vector<std::string> filesOf(const SessionOptions& session) {
 /// The same replay anew each time that one of its files has changed.
 int watch(const ReplayOptions& options) {
   if (options.jobs > 0) {
-    fmt::print(stderr, "gk: --watch: is about one run, and does not go with --jobs\n");
+    complain("--watch: is about one run, and does not go with --jobs");
     return kBadInput;
   }
   std::vector<std::string> arguments = sessionArguments(options.session);

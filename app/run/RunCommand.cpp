@@ -129,7 +129,7 @@ int run(RunOptions options) {
     tests = readFileTests(options.session.files, options.session.isExpectingNothing);
     applyFileOptions(tests, options.session);
   } catch (const formats::InputError& error) {
-    fmt::print(stderr, "{}\n", error.what());
+    complainAsItStands(error.what());
     return kBadInput;
   }
   runtime::HostOptions host = hostOptions(options.session);
@@ -138,11 +138,11 @@ int run(RunOptions options) {
   host.isVirtual = options.isLockstep || options.speed == kMax;
   host.speed = messages::parseDouble(options.speed).value_or(1.0);
   if (host.isVirtual && !options.isLockstep && options.listen.isAddressGiven) {
-    fmt::print(stderr, "gk: --listen needs real time, --speed max has none\n");
+    complain("--listen needs real time, --speed max has none");
     return kBadInput;
   }
   if (options.isLockstep && options.session.out == "-") {
-    fmt::print(stderr, "gk: --out: with --lockstep standard output is for answers\n");
+    complain("--out: with --lockstep standard output is for answers");
     return kBadInput;
   }
   const std::vector<const ListeningLibrary*> listeners = listenersOf(options);

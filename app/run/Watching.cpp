@@ -1,6 +1,7 @@
 #include "app/run/Watching.h"
 
 #include "app/options/Command.h"
+#include "app/session/Complaints.h"
 #include "app/session/Libraries.h"
 
 #include <fmt/format.h>
@@ -86,7 +87,7 @@ int runOnChanges(const std::vector<std::string>& arguments, const std::vector<st
     // What changes while it runs is a reason to run again.
     const States played = statesOf(files);
     if (!runOnce(arguments)) {
-      fmt::print(stderr, "gk: cannot be started again: {}\n", std::strerror(errno));
+      complain(fmt::format("cannot be started again: {}", std::strerror(errno)));
       return kFailure;
     }
     States now;
@@ -95,7 +96,7 @@ int runOnChanges(const std::vector<std::string>& arguments, const std::vector<st
       std::this_thread::sleep_for(kPause);
       before = std::exchange(now, statesOf(files));
     } while (changesOf(played, now).empty() || before != now);
-    fmt::print(stderr, "gk: {} changed\n", changesOf(played, now));
+    complain(fmt::format("{} changed", changesOf(played, now)));
   }
 }
 

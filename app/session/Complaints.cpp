@@ -6,8 +6,12 @@
 
 namespace gk::app {
 
-void complain(const std::string& text) {
-  fmt::print(stderr, "gk: {}\n", text);
+void complain(const std::string& text, Severity severity) {
+  fmt::print(stderr, "{}gk: {}\n", journalLevel(severity), text);
+}
+
+void complainAsItStands(const std::string& line) {
+  fmt::print(stderr, "{}{}\n", journalLevel(Severity::Error), line);
 }
 
 int complainOf(const formats::OutputError& error) {

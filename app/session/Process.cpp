@@ -1,6 +1,7 @@
 #include "app/session/Process.h"
 
 #include "app/options/Command.h"
+#include "app/options/Journal.h"
 #include "app/session/Complaints.h"
 #include "app/terminal/TerminalState.h"
 #include "formats/files/PartFiles.h"
@@ -79,10 +80,10 @@ int runProcess(const char* program, const std::function<int()>& work) {
     return finishStandardOutput(work());
   } catch (const std::system_error& error) {
     const bool isOutput = std::ferror(stdout) != 0;
-    fmt::print(stderr, "{}: {}\n", program,
+    fmt::print(stderr, "{}{}: {}\n", journalLevel(Severity::Error), program,
                isOutput ? "cannot write standard output: " + error.code().message() : error.what());
   } catch (const std::exception& error) {
-    fmt::print(stderr, "{}: {}\n", program, error.what());
+    fmt::print(stderr, "{}{}: {}\n", journalLevel(Severity::Error), program, error.what());
   }
   return kFailure;
 }

@@ -22,7 +22,7 @@ int runReplay(const SessionOptions& session, const FileTests& tests, SessionView
           " has an \"end\"; --as-input plays what came in as any other file");
     }
   } catch (const formats::InputError& error) {
-    fmt::print(stderr, "{}\n", error.what());
+    complainAsItStands(error.what());
     return kBadInput;
   } catch (const messages::FormatError& error) {
     complain(error.what());

@@ -22,7 +22,7 @@ RunRecording::RunRecording(const std::optional<runtime::RecorderOptions>& option
                            runtime::HostOptions& host) {
   if (options) {
     runtime::RecorderOptions recorder = *options;
-    recorder.onTrouble = complain;
+    recorder.onTrouble = [](const std::string& text) { complain(text); };
     fPattern = options->around ? options->around->pattern : std::string();
     fRecorder = boost::make_shared<runtime::Recorder>(std::move(recorder));
     host.recorder = fRecorder->run();
@@ -81,23 +81,23 @@ void RunRecording::finish() {
   }
   if (const std::vector<std::string> earlier = fRecorder->earlierParts(); !earlier.empty()) {
     complain(fmt::format("{} {} of an earlier recording", fmt::join(earlier, ", "),
-                         earlier.size() == 1 ? "is" : "are"));
+                         earlier.size() == 1 ? "is" : "are"),
+             Severity::Warning);
   }
   if (!fPattern.empty() && fRecorder->files().empty() && error == nullptr) {
     xTellOfNothing();
   }
   const runtime::RecordingLosses losses = fRecorder->losses();
   if (losses.blocks + losses.messages > 0) {
-    fmt::print(stderr,
-               "gk: the recording lacks {} blocks of the run and {} messages, the disk was too "
-               "slow or full\n",
-               losses.blocks, losses.messages);
+    complain(fmt::format("the recording lacks {} blocks of the run and {} messages, the disk was "
+                         "too slow or full",
+                         losses.blocks, losses.messages));
   }
   if (losses.overlaps > 0) {
-    fmt::print(stderr,
-               "gk: a task kept others waiting for too long, {} times: the recording may replay "
-               "differently\n",
-               losses.overlaps);
+    complain(fmt::format("a task kept others waiting for too long, {} times: the recording may "
+                         "replay differently",
+                         losses.overlaps),
+             Severity::Warning);
   }
   if (error != nullptr) {
     std::rethrow_exception(error);

@@ -1,9 +1,11 @@
 #include "app/session/Session.h"
 
 #include "app/options/Command.h"
+#include "app/options/Journal.h"
 #include "app/session/Complaints.h"
 #include "app/session/DescriptorOutlet.h"
 #include "app/session/Head.h"
+#include "app/session/JournalLog.h"
 #include "app/session/Lockstep.h"
 #include "app/session/ProgressBar.h"
 #include "app/session/RunRecording.h"
@@ -102,6 +104,10 @@ public:
         fPrinted.emplace(nullptr); // Lines of a program for programs.
       }
     }
+    if (isJournal()) {
+      xAdd(makeJournalLog(std::make_unique<StandardError>(),
+                          options.isQuiet ? zu::log::Warning : options.logLevel));
+    }
     if (view.isLockstep) {
       xAddLog(options);
     } else if (!options.isQuiet && (!isJson || (view.isAlwaysReadable && !isJsonOnTerminal))) {
@@ -109,8 +115,8 @@ public:
       const formats::LineKinds shown =
           options.only.empty() ? formats::LineKinds::parse(kReadableKinds) : kinds;
       xAdd(boost::make_shared<runtime::ReadableReporter>(
-          xQueue(std::make_unique<runtime::StandardOutlet>()), shown, options.logLevel,
-          styleOf(options)));
+          xQueue(std::make_unique<runtime::StandardOutlet>()), shown,
+          isJournal() ? 0 : options.logLevel, styleOf(options)));
       fPrinted.emplace(fReporters.back());
     }
     if (!view.columns.empty()) {
@@ -173,7 +179,7 @@ private:
 
   /// Standard output is somebody else's: of what people want to see only the log is left.
   void xAddLog(const SessionOptions& options) {
-    if (!options.isQuiet) {
+    if (!options.isQuiet && !isJournal()) {
       xAdd(boost::make_shared<runtime::ReadableReporter>(
           std::make_unique<StandardError>(), formats::LineKinds::parse("log"), options.logLevel,
           formats::LiveRows::Style()));
@@ -453,7 +459,7 @@ int runSession(const SessionOptions& options, runtime::HostOptions hostOptions,
     }
     return worseOf(code, judged);
   } catch (const formats::InputError& error) {
-    fmt::print(stderr, "{}\n", error.what());
+    complainAsItStands(error.what());
     return kBadInput;
   } catch (const messages::FormatError& error) {
     complain(error.what());

@@ -19,9 +19,12 @@ using gk::test::Environment;
 using gk::test::Program;
 using gk::test::readFile;
 using gk::test::runGk;
+using gk::test::runProgram;
 using gk::test::TemporaryFolder;
+using gk::test::writeFile;
 using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 /// A service manager that listens.
@@ -52,6 +55,46 @@ private:
   const TemporaryFolder fFolder;
   const int fSocket;
 };
+
+/// What `gk` writes on a standard error that the environment calls the journal.
+std::string inTheJournal(const std::string& arguments, const std::string& stream) {
+  const TemporaryFolder folder;
+  const std::string file = folder.file("journal");
+  writeFile(file, "");
+  runProgram(
+      {"/bin/sh", "-c",
+       "JOURNAL_STREAM=" + stream + " exec " GK_PROGRAM " " + arguments + " >/dev/null 2>>\"$0\"",
+       file});
+  return readFile(file);
+}
+
+constexpr const char* kThisOne = "$(stat -c %d:%i \"$0\")";
+constexpr const char* kWithAWarning =
+    "replay " GK_SOURCE_DIR
+    "/tests/scenarios/extractor/unsubscribing_an_unknown_name_warns_and_fails.jsonl";
+
+TEST(Journal, EachComplaintTellsHowGraveItIs) {
+  EXPECT_THAT(inTheJournal("run --nosuch", kThisOne), StartsWith("<3>gk: "));
+  EXPECT_THAT(inTheJournal("replay /nosuch.csv", kThisOne), StartsWith("<3>/nosuch.csv: "));
+  EXPECT_THAT(inTheJournal("run --library /nosuch.so --speed max --until 1", kThisOne),
+              StartsWith("<3>gk: "));
+}
+
+TEST(Journal, TheLogHasLevelsAndNoTimes) {
+  const std::string warning =
+      "<4>core.extractor: GKSonar received unsubscribe from non-subscribed module X\n";
+  EXPECT_THAT(inTheJournal(kWithAWarning, kThisOne), StartsWith(warning));
+  EXPECT_THAT(inTheJournal(std::string(kWithAWarning) + " --quiet", kThisOne), StartsWith(warning));
+  EXPECT_THAT(inTheJournal(std::string(kWithAWarning) + " --log-level 5", kThisOne),
+              StartsWith("<7>motion.sonar: GKSonar No DCM. Working in simulation mode.\n"));
+  EXPECT_THAT(inTheJournal(std::string(kWithAWarning) + " --quiet --log-level 5", kThisOne),
+              Not(HasSubstr("motion.sonar")));
+}
+
+TEST(Journal, ElsewhereNothingIsPutBeforeALine) {
+  EXPECT_THAT(inTheJournal("replay /nosuch.csv", "1:1"), StartsWith("/nosuch.csv: "));
+  EXPECT_THAT(inTheJournal(kWithAWarning, "1:1"), Not(HasSubstr("received unsubscribe")));
+}
 
 TEST(Service, TellsThatItIsReadyThatItTicksAndThatItStops) {
   const Manager manager;

@@ -21,8 +21,10 @@ import time
 import urllib.request
 from collections import defaultdict
 
-EVENT = re.compile(rb'^gk/v1/load/([^/]+)/event/\S+ .*"time":([0-9.]+).*"bootId":"([0-9a-f-]+)","seq":([0-9]+)')
-GAP = re.compile(rb"^gk/v1/load/([^/]+)/gap (.*)")
+EVENT = re.compile(
+    rb'^([0-9.]+) gk/v1/load/([^/]+)/event/\S+ .*"time":([0-9.]+).*"bootId":"([0-9a-f-]+)","seq":([0-9]+)'
+)
+GAP = re.compile(rb"^[0-9.]+ gk/v1/load/([^/]+)/gap (.*)")
 # An event is committed at the latest so long after it was raised; a busy disk may need longer.
 COMMITTED_AFTER = 1.0
 BROKER_AWAY = 2.0
@@ -33,6 +35,14 @@ def free_port():
     with socket.socket() as one:
         one.bind(("127.0.0.1", 0))
         return one.getsockname()[1]
+
+
+def until_served(port):
+    while True:
+        with socket.socket() as one:
+            if one.connect_ex(("127.0.0.1", port)) == 0:
+                return
+        time.sleep(0.01)
 
 
 class Broker:
@@ -51,16 +61,20 @@ class Broker:
 
     def start(self):
         self.process = subprocess.Popen(["mosquitto", "-c", self.config], stderr=subprocess.DEVNULL)
-        while True:
-            with socket.socket() as one:
-                if one.connect_ex(("127.0.0.1", self.port)) == 0:
-                    return
-            time.sleep(0.01)
+        until_served(self.port)
 
     def keep(self):
         self.process.send_signal(signal.SIGUSR1)
 
-    def kill(self):
+    def kill(self, book=None):
+        """At a moment when the book has all that the broker has sent it. What a broker has acknowledged and has in
+        memory, or in a socket that ends with it, is lost for whoever has not read it: no robot can know of that."""
+        while book is not None:
+            self.process.send_signal(signal.SIGSTOP)
+            if not book.is_owed_anything():
+                break
+            self.process.send_signal(signal.SIGCONT)
+            time.sleep(0.003)
         self.process.kill()
         self.cpu += os.wait4(self.process.pid, 0)[2].ru_utime
         self.process.returncode = -9
@@ -69,7 +83,7 @@ class Broker:
 class Book:
     """What has arrived: by robot and boot the numbers, and how late each event was."""
 
-    def __init__(self, port):
+    def __init__(self, folder, port):
         self.seen = defaultdict(set)
         self.repeated = 0
         self.count = 0
@@ -77,32 +91,73 @@ class Book:
         self.odd = []
         self.delays = []
         self.last = time.monotonic()
-        self.process = subprocess.Popen(
-            ["mosquitto_sub", "-p", str(port), "-V", "5", "-i", "fleet-load", "-c", "-q", "1"]
-            + ["-D", "connect", "receive-maximum", "65535"]
-            + ["-t", "gk/v1/load/+/event/+", "-t", "gk/v1/load/+/gap", "-F", "%t %p"],
-            stdout=subprocess.PIPE,
-            stderr=subprocess.DEVNULL,
-            bufsize=1 << 20,
-        )
-        self.thread = threading.Thread(target=self.read, daemon=True)
+        self.port = port
+        # A file takes lines as fast as they come: a subscriber that waits for its reader acknowledges nothing.
+        self.lines = os.path.join(folder, "arrived")
+        with open(self.lines, "wb") as lines:
+            self.process = subprocess.Popen(
+                ["mosquitto_sub", "-p", str(port), "-V", "5", "-i", "fleet-load", "-c", "-q", "1"]
+                + ["-D", "connect", "receive-maximum", "65535"]
+                + ["-t", "gk/v1/load/+/event/+", "-t", "gk/v1/load/+/gap", "-F", "%U %t %p"],
+                stdout=lines,
+                stderr=subprocess.DEVNULL,
+            )
+        self.is_ended = False
+        self.thread = threading.Thread(target=self.follow, daemon=True)
         self.thread.start()
 
-    def read(self):
-        for line in self.process.stdout:
-            now = time.time()
-            self.last = time.monotonic()
-            if event := EVENT.match(line):
-                numbers = self.seen[event[1].decode(), event[3].decode()]
-                seq = int(event[4])
-                self.count += 1
-                self.repeated += seq in numbers
-                numbers.add(seq)
-                self.delays.append(now - float(event[2]))
-            elif GAP.match(line):
-                self.gaps.append(line.decode().strip())
-            else:
-                self.odd.append(line.decode(errors="replace").strip())
+    def follow(self):
+        """Reads what there is and what comes."""
+        begun = b""
+        with open(self.lines, "rb") as lines:
+            while True:
+                is_last = self.is_ended
+                while line := lines.readline():
+                    begun += line
+                    if begun.endswith(b"\n"):
+                        self.read(begun)
+                        begun = b""
+                if is_last:
+                    return
+                time.sleep(0.02)
+
+    def read(self, line):
+        self.last = time.monotonic()
+        if event := EVENT.match(line):
+            numbers = self.seen[event[2].decode(), event[4].decode()]
+            seq = int(event[5])
+            self.count += 1
+            self.repeated += seq in numbers
+            numbers.add(seq)
+            self.delays.append(float(event[1]) - float(event[3]))
+        elif GAP.match(line):
+            self.gaps.append(line.decode().strip())
+        else:
+            self.odd.append(line.decode(errors="replace").strip())
+
+    def is_owed_anything(self):
+        """Whether something is on its way to the subscriber, in its socket or in the broker's."""
+        sockets = set()
+        for descriptor in os.scandir(f"/proc/{self.process.pid}/fd"):
+            if found := re.match(r"socket:\[(\d+)]", os.readlink(descriptor.path)):
+                sockets.add(found[1])
+        own, from_broker = set(), {}
+        with open("/proc/net/tcp") as table:
+            next(table)
+            for line in table:
+                _, here, there, _, queued, *rest = line.split()
+                unsent, unread = (int(size, 16) for size in queued.split(":"))
+                if int(here.split(":")[1], 16) == self.port:
+                    from_broker[there] = unsent
+                elif int(there.split(":")[1], 16) == self.port and rest[4] in sockets:
+                    own.add((here, unread))
+        return any(unread > 0 or from_broker.get(here, 0) > 0 for here, unread in own)
+
+    def close(self):
+        self.process.kill()
+        self.process.wait()
+        self.is_ended = True
+        self.thread.join()
 
 
 class Robots:
@@ -181,7 +236,7 @@ def percentile(values, share):
 
 def crowd(options, folder):
     broker = Broker(folder)
-    book = Book(broker.port)
+    book = Book(folder, broker.port)
     time.sleep(1)
     broker.keep()
     each = options.robots // options.processes
@@ -196,7 +251,7 @@ def crowd(options, folder):
 
     def kill_broker(share):
         until(share)
-        broker.kill()
+        broker.kill(book)
         time.sleep(BROKER_AWAY)
         broker.start()
 
@@ -224,7 +279,7 @@ def crowd(options, folder):
     whole = [process for process in processes if len(process.runs) == 1]
     lively = sum(run["cpu"] for process in whole for run in process.runs) / max(1, len(whole) * each)
     broker.kill()
-    book.process.kill()
+    book.close()
     print(
         f"{options.robots} robots in {options.processes} processes, {options.events} events a second each, for "
         f"{options.seconds} s: {expected} events in {taken:.0f} s ({expected / taken:.0f}/s), {book.repeated} repeated, "
@@ -240,7 +295,7 @@ def crowd(options, folder):
 def single(options, folder):
     """One robot that raises an event at a time: how long it takes to a subscriber."""
     broker = Broker(folder)
-    book = Book(broker.port)
+    book = Book(folder, broker.port)
     time.sleep(1)
     robot = Robots(options.program, broker, folder, 0, 1, 10, 20, parts=10)
     robot.process.wait()
@@ -249,7 +304,7 @@ def single(options, folder):
     problems, _ = check([robot], book)
     delays = [1000 * delay for delay in book.delays]
     broker.kill()
-    book.process.kill()
+    book.close()
     print(
         f"one robot, {len(delays)} events: {percentile(delays, 0.5):.0f} ms from raise to subscriber in general, "
         f"99 % within {percentile(delays, 0.99):.0f} ms"
