@@ -184,13 +184,17 @@ RunValues RunLogReader::xValues() {
   RunValue* value = fValues.data();
   const RunValue* const end = value + fChangedCount;
   for (std::size_t word = 0; value != end; ++word) {
-    for (std::uint64_t left = fChanged[word]; left != 0; left &= left - 1) {
+    for (std::uint64_t left = fChanged[word]; left != 0; left &= left - 1, ++value) {
       const std::size_t key = word * kWordBits + static_cast<std::size_t>(std::countr_zero(left));
       const auto at = static_cast<std::uint8_t>(*place++);
       const runlog::LatestValues& latest = fColumns[key];
-      *value++ = latest.isTaken(at)
-                     ? RunValue{static_cast<std::uint32_t>(key), latest.bitsAt(at), latest.type()}
-                     : xNewValue(static_cast<std::uint32_t>(key), at);
+      value->key = static_cast<std::uint32_t>(key);
+      if (latest.isTaken(at)) {
+        value->bits = latest.bitsAt(at);
+        value->type = latest.type();
+      } else {
+        xTakeNew(at, *value);
+      }
     }
   }
   return {fValues, fLarge};
@@ -221,21 +225,23 @@ void RunLogReader::xFlip() {
   fChangedCount = changed;
 }
 
-/// A value that is not among the key's latest ones.
-RunValue RunLogReader::xNewValue(std::uint32_t key, std::uint8_t place) {
+/// A value that is not among the latest ones of its key.
+void RunLogReader::xTakeNew(std::uint8_t place, RunValue& value) {
   switch (place) {
   case runlog::kRawFloat:
-  case runlog::kRawInt: {
-    const auto type = place == runlog::kRawFloat ? GKValue::Type::Float : GKValue::Type::Int;
-    const auto bits = fRaw.number<std::uint32_t>();
-    fColumns[key].add(type, bits);
-    return {key, bits, type};
-  }
+  case runlog::kRawInt:
+    value.type = place == runlog::kRawFloat ? GKValue::Type::Float : GKValue::Type::Int;
+    value.bits = fRaw.number<std::uint32_t>();
+    fColumns[value.key].add(value.type, value.bits);
+    return;
   case runlog::kFalse:
   case runlog::kTrue:
-    return {key, place == runlog::kTrue ? 1U : 0U, GKValue::Type::Bool};
+    value.type = GKValue::Type::Bool;
+    value.bits = place == runlog::kTrue ? 1 : 0;
+    return;
   case runlog::kRawJson:
-    return xLarge(key, fRaw);
+    value = xLarge(value.key, fRaw);
+    return;
   default:
     throw messages::FormatError("a value that was not there before");
   }
