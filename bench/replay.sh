@@ -1,6 +1,6 @@
 #!/bin/sh
-# How fast recordings are replayed: seconds of the robot's time a second, and the largest resident
-# memory. Usage: replay.sh GK DATA_DIR
+# How fast recordings are replayed, and the simulated robot is moved: seconds of the robot's time a
+# second, and the largest resident memory. Usage: replay.sh GK DATA_DIR
 set -eu
 gk=$1
 data=$2
@@ -34,11 +34,11 @@ wide() {
   }'
 }
 
-# measure NAME OPTIONS FILE
+# measure NAME COMMAND OPTIONS
 measure() {
   name=$1
   shift
-  /usr/bin/time -f '%M' -o "$work/memory" "$gk" replay "$@" >/dev/null 2>"$work/summary"
+  /usr/bin/time -f '%M' -o "$work/memory" "$gk" "$@" >/dev/null 2>"$work/summary"
   speed=$(tail -n 1 "$work/summary" | sed 's/.*in \([0-9.]*\) s, \([0-9.]*\) times.*/\1 \2/')
   printf '%-44s %10s %12s %10s\n' "$name" $speed "$(cat "$work/memory")"
 }
@@ -47,13 +47,18 @@ printf '%-44s %10s %12s %10s\n' "an hour of" "seconds" "x real time" "KiB"
 for file in "$data"/*.csv; do
   base=$(basename "$file")
   repeat "$file" >"$work/$base"
-  measure "$base, events" --out /dev/null --only event,micro "$work/$base"
-  measure "$base, everything" --out /dev/null "$work/$base"
+  measure "$base, events" replay --out /dev/null --only event,micro "$work/$base"
+  measure "$base, everything" replay --out /dev/null "$work/$base"
   rm "$work/$base"
 done
 wide >"$work/wide.csv"
-measure "25 columns at 50 Hz, events" --out /dev/null --only event,micro "$work/wide.csv"
-measure "25 columns at 50 Hz, everything" --out /dev/null "$work/wide.csv"
+measure "25 columns at 50 Hz, events" replay --out /dev/null --only event,micro "$work/wide.csv"
+measure "25 columns at 50 Hz, everything" replay --out /dev/null "$work/wide.csv"
 echo "{\"t\":$hour,\"get\":[\"footContact\"]}" >"$work/empty.jsonl"
-measure "an almost empty scenario, events" --out /dev/null --only event,micro "$work/empty.jsonl"
-measure "an almost empty scenario, everything" --out /dev/null "$work/empty.jsonl"
+measure "an almost empty scenario, events" replay --out /dev/null --only event,micro "$work/empty.jsonl"
+measure "an almost empty scenario, everything" replay --out /dev/null "$work/empty.jsonl"
+measure "the simulated robot's tour" run --robot sim --speed max --no-listen --until "$hour" --out /dev/null
+measure "the same, recorded" run --robot sim --speed max --no-listen --until "$hour" --out /dev/null \
+  --record "$work/tour.mcap"
+measure "its recording, events" replay --out /dev/null --only event,micro "$work/tour.mcap"
+measure "its recording, everything" replay --out /dev/null "$work/tour.mcap"

@@ -1,13 +1,11 @@
 #include "devices/sim/Physics.h"
 
-#include "devices/sim/RobotModel.h"
+#include "devices/sim/EngineModel.h"
 #include "gk/GKError.h"
 #include "messages/keys/DeviceKeys.h"
-#include "zu/log.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 #include <mujoco/mujoco.h>
 #include <string>
@@ -45,38 +43,6 @@ Vector vectorAt(const mjtNum* numbers) {
   return {numbers[0], numbers[1], numbers[2]};
 }
 
-struct ModelDeleter {
-  void operator()(mjModel* model) const { mj_deleteModel(model); }
-};
-struct DataDeleter {
-  void operator()(mjData* data) const { mj_deleteData(data); }
-};
-using Model = std::unique_ptr<mjModel, ModelDeleter>;
-using Data = std::unique_ptr<mjData, DataDeleter>;
-
-/// The engine would write its warnings to a file in the working folder.
-void warn(const char* text) {
-  zu::log::warning("simulation", "Physics") << text;
-}
-
-Model loadModel() {
-  constexpr const char* name = "robot.xml";
-  mju_user_warning = warn;
-  const auto files = std::make_unique<mjVFS>();
-  mj_defaultVFS(files.get());
-  const std::size_t size = std::strlen(kRobotModel);
-  mj_makeEmptyFileVFS(files.get(), name, static_cast<int>(size));
-  std::memcpy(files->filedata[0], kRobotModel, size);
-  std::array<char, 1000> error{};
-  Model model(mj_loadXML(name, files.get(), error.data(), static_cast<int>(error.size())));
-  mj_deleteVFS(files.get());
-  if (model == nullptr) {
-    throw GK::GKError("Physics", "Physics", std::string("robot.xml: ") + error.data());
-  }
-  model->opt.timestep = Physics::kStep;
-  return model;
-}
-
 } // namespace
 
 /// The engine's model and state, and the places of what we ask it for.
@@ -101,10 +67,13 @@ struct Physics::Engine {
 
   /// Sums up the forces on single geometries.
   void collectForces();
+  /// What the inertial unit measures. `velocity`: of the torso's joint, when the step began.
+  void measure(const std::array<mjtNum, 6>& velocity);
+  std::array<mjtNum, 6> velocity() const;
   double lowestPoint(const mjData& pose) const;
   void pose(mjData& target, std::span<const double> angles, const Rotation& attitude) const;
 
-  Model model = loadModel();
+  Model model = loadModel(Physics::kStep);
   Data data{mj_makeData(model.get())};
   /// For positions that are only asked for.
   Data scratch{mj_makeData(model.get())};
@@ -119,8 +88,9 @@ struct Physics::Engine {
   std::array<int, 2> emitters{};
   std::array<int, 2> obstacles{}; // mocap
   std::array<int, 2> obstacleGeoms{};
-  int accelerometer = 0;
-  int gyroscope = 0;
+  int inertialUnit = 0;
+  Vector acceleration{};
+  Vector rotationRate{};
   /// Force of the world on each geometry, N, world's axes.
   std::vector<Vector> forces;
   Vector pushForce{};
@@ -155,14 +125,13 @@ Physics::Engine::Engine() {
     obstacles[at(side)] = m.body_mocapid[find(mjOBJ_BODY, name + "Obstacle")];
     obstacleGeoms[at(side)] = find(mjOBJ_GEOM, name + "Obstacle");
   }
-  accelerometer = m.sensor_adr[find(mjOBJ_SENSOR, "Accelerometer")];
-  gyroscope = m.sensor_adr[find(mjOBJ_SENSOR, "Gyroscope")];
+  inertialUnit = find(mjOBJ_SITE, "InertialUnit");
   forces.resize(static_cast<std::size_t>(m.ngeom));
 }
 
+/// Sets all that a position consists of.
 void Physics::Engine::pose(mjData& target, std::span<const double> angles,
                            const Rotation& attitude) const {
-  mj_resetData(model.get(), &target);
   for (std::size_t joint = 0; joint < joints.size(); ++joint) {
     target.qpos[joints[joint].position] = angles[joint];
     if (messages::jointNames()[joint] == messages::kCouplingJoint) {
@@ -224,17 +193,47 @@ void Physics::Engine::collectForces() {
   }
 }
 
+std::array<mjtNum, 6> Physics::Engine::velocity() const {
+  std::array<mjtNum, 6> velocity{};
+  std::copy_n(data->qvel + model->body_dofadr[torso], velocity.size(), velocity.begin());
+  return velocity;
+}
+
+/// As the engine's own sensors do, but for the torso alone: they would have the accelerations of
+/// all bodies, and the forces between them.
+void Physics::Engine::measure(const std::array<mjtNum, 6>& velocity) {
+  const mjModel& m = *model;
+  mjData& d = *data;
+  const int first = m.body_dofadr[torso];
+  const int count = m.body_dofnum[torso];
+  // What stands still rises against gravity.
+  mjtNum* torsos = d.cacc + 6 * torso;
+  mju_zero(d.cacc, 6);
+  mju_scl3(d.cacc + 3, m.opt.gravity, -1);
+  std::array<mjtNum, 6> part{};
+  mju_mulMatTVec(part.data(), d.cdof_dot + 6 * first, velocity.data(), count, 6);
+  mju_add(torsos, d.cacc, part.data(), 6);
+  mju_mulMatTVec(part.data(), d.cdof + 6 * first, d.qacc + first, count, 6);
+  mju_addTo(torsos, part.data(), 6);
+  mj_objectAcceleration(&m, &d, mjOBJ_SITE, inertialUnit, part.data(), 1);
+  acceleration = vectorAt(part.data() + 3);
+  mj_objectVelocity(&m, &d, mjOBJ_SITE, inertialUnit, part.data(), 1);
+  rotationRate = vectorAt(part.data());
+}
+
 Physics::Physics() : fEngine(std::make_unique<Engine>()) {}
 Physics::~Physics() = default;
 
 void Physics::place(std::span<const double> angles, const Rotation& attitude) {
   const double height = restHeight(angles, attitude);
+  mj_resetData(fEngine->model.get(), fEngine->data.get());
   fEngine->pose(*fEngine->data, angles, attitude);
   fEngine->data->qpos[2] = height;
   placeObstacle(Side::Left, kInfinity);
   placeObstacle(Side::Right, kInfinity);
   mj_forward(fEngine->model.get(), fEngine->data.get());
   fEngine->collectForces();
+  fEngine->measure(fEngine->velocity());
 }
 
 double Physics::restHeight(std::span<const double> angles, const Rotation& attitude) {
@@ -249,9 +248,11 @@ void Physics::step() {
   const Vector chest = vectorAt(d.xipos + 3 * torso);
   mj_applyFT(fEngine->model.get(), &d, fEngine->pushForce.data(), nullptr, chest.data(), torso,
              d.qfrc_applied);
+  const std::array<mjtNum, 6> velocity = fEngine->velocity();
   mj_step2(fEngine->model.get(), &d);
   mju_zero(d.qfrc_applied, fEngine->model->nv);
   fEngine->collectForces();
+  fEngine->measure(velocity);
 }
 
 void Physics::drive(std::size_t joint, double target, double share) {
@@ -319,11 +320,11 @@ void Physics::push(const Vector& force) {
 }
 
 Vector Physics::acceleration() const {
-  return vectorAt(fEngine->data->sensordata + fEngine->accelerometer);
+  return fEngine->acceleration;
 }
 
 Vector Physics::rotationRate() const {
-  return vectorAt(fEngine->data->sensordata + fEngine->gyroscope);
+  return fEngine->rotationRate;
 }
 
 double Physics::cellForce(Side foot, Cell cell) const {

@@ -1,11 +1,12 @@
 #pragma once
 
-#include "messages/text/FormatError.h"
-
+#include <bit>
 #include <concepts>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 /// Little-endian numbers and length-prefixed texts.
 namespace gk::formats::mcap {
@@ -23,40 +24,44 @@ inline void appendText(std::string& out, std::string_view text) {
   out += text;
 }
 
+/// Raises `FormatError` for a piece of memory of which more is asked for than is left.
+[[noreturn]] void endTooEarly();
+
 /// Reads numbers and texts one after the other out of a piece of memory that stays where it is.
 /// Every operation raises `FormatError` when less is left than it takes.
 class ByteCursor {
 public:
-  explicit ByteCursor(std::string_view bytes) : fBytes(bytes) {}
+  explicit ByteCursor(std::string_view bytes)
+      : fBegin(bytes.data()), fAt(fBegin), fEnd(fBegin + bytes.size()) {}
 
   template <std::unsigned_integral T> T number() {
-    const std::string_view part = bytes(sizeof(T));
-    std::uint64_t value = 0;
-    for (std::size_t i = 0; i < sizeof(T); ++i) {
-      value |= static_cast<std::uint64_t>(static_cast<unsigned char>(part[i])) << (8 * i);
-    }
-    return static_cast<T>(value);
+    static_assert(std::endian::native == std::endian::little);
+    T value = 0;
+    std::memcpy(&value, xTake(sizeof(T)), sizeof(T));
+    return value;
   }
 
-  std::string_view bytes(std::uint64_t count) {
-    if (count > fBytes.size() - fPosition) {
-      throw messages::FormatError("it ends too early");
-    }
-    const std::string_view part = fBytes.substr(fPosition, count);
-    fPosition += count;
-    return part;
-  }
+  std::string_view bytes(std::uint64_t count) { return {xTake(count), count}; }
 
   /// A text with its length in 32 bits.
   std::string_view text() { return bytes(number<std::uint32_t>()); }
 
-  std::size_t position() const noexcept { return fPosition; }
-  std::size_t left() const noexcept { return fBytes.size() - fPosition; }
-  bool isAtEnd() const noexcept { return left() == 0; }
+  std::size_t position() const noexcept { return static_cast<std::size_t>(fAt - fBegin); }
+  std::size_t left() const noexcept { return static_cast<std::size_t>(fEnd - fAt); }
+  bool isAtEnd() const noexcept { return fAt == fEnd; }
 
 private:
-  std::string_view fBytes;
-  std::size_t fPosition = 0;
+  /// Short, since it is inlined wherever a byte is read.
+  const char* xTake(std::uint64_t count) {
+    if (count > left()) {
+      endTooEarly();
+    }
+    return std::exchange(fAt, fAt + count);
+  }
+
+  const char* fBegin;
+  const char* fAt;
+  const char* fEnd;
 };
 
 } // namespace gk::formats::mcap

@@ -5,13 +5,16 @@
 #include "formats/mcap/Scanner.h"
 
 #include <cstdint>
+#include <future>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace gk::formats::mcap {
 
-/// Reads chunks into memory, one at a time, and checks them. For one thread.
+/// Reads chunks into memory, one at a time, and checks them. For one thread, which may have the
+/// next chunk unpacked by another one meanwhile.
 class ChunkLoader {
 public:
   /// Largest chunk that is taken, compressed or not.
@@ -27,12 +30,31 @@ public:
   /// call. Raises `FormatError` telling what is wrong.
   std::string_view load(const RecordPlace& place);
 
+  /// `load` is likely to be asked for this chunk next: it is read now and unpacked by a thread of
+  /// its own. Raises what `load` raises; what is wrong with the records only that tells.
+  void loadAhead(const RecordPlace& place);
+
 private:
+  struct Chunk {
+    ChunkHead head;
+    Compression compression{};
+    std::string stored;
+    std::string records;
+    Decompressor decompressor;
+  };
+
+  /// Decompresses and checks what has been read.
+  static void xUnpack(Chunk& chunk);
+  void xRead(const RecordPlace& place, Chunk& chunk);
+
   Source& fSource;
   const std::uint64_t fMaxChunk;
-  Decompressor fDecompressor;
-  std::string fStored;
-  std::string fRecords;
+  std::string fHead;
+  std::unique_ptr<Chunk> fPresent = std::make_unique<Chunk>();
+  /// The chunk ahead, and where it lies. Its thread ends before the memory that it works on.
+  std::unique_ptr<Chunk> fAhead;
+  std::uint64_t fAheadAt = 0;
+  std::future<void> fUnpacking;
 };
 
 /// One record in a chunk.

@@ -1,6 +1,7 @@
 #include "formats/mcap/Decode.h"
 
 #include "formats/mcap/Bytes.h"
+#include "messages/text/FormatError.h"
 
 namespace gk::formats::mcap {
 
@@ -27,6 +28,10 @@ std::map<std::uint16_t, std::uint64_t> decodeCounts(ByteCursor& cursor) {
 }
 
 } // namespace
+
+void endTooEarly() {
+  throw messages::FormatError("it ends too early");
+}
 
 Schema decodeSchema(std::string_view content) {
   ByteCursor cursor(content);

@@ -5,6 +5,7 @@
 #include "formats/mcap/Decode.h"
 
 #include <algorithm>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -102,6 +103,25 @@ void Reader::xLoadChunk(const RecordPlace& place) {
   }
   fInner = InnerRecords(fLoader.load(place));
   fChunkOffset = place.offset;
+  if (fIsReadingAhead) {
+    xLoadAhead(place);
+  }
+}
+
+/// The chunk behind this one that is going to be loaded, as far as can be seen from here. What
+/// cannot be read is told where it is come to.
+void Reader::xLoadAhead(const RecordPlace& chunk) {
+  try {
+    std::optional<RecordPlace> place = fScanner.at(chunk.end());
+    while (place && place->opcode != Opcode::DataEnd) {
+      if (place->opcode == Opcode::Chunk && (!fWanted || xMayHoldWanted(*place))) {
+        fLoader.loadAhead(*place);
+        return;
+      }
+      place = fScanner.at(place->end());
+    }
+  } catch (const std::runtime_error&) { // NOLINT(bugprone-empty-catch)
+  }
 }
 
 /// By the indexes behind the chunk: one for each of its channels.

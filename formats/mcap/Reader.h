@@ -35,6 +35,10 @@ public:
   /// indexes behind them tell, are not read, once a channel that is wanted is known.
   void want(Wanted wanted) { fWanted = std::move(wanted); }
 
+  /// From now on the next chunk is decompressed by a second thread while the present one is given
+  /// out. For files that are read to their end.
+  void readAhead() noexcept { fIsReadingAhead = true; }
+
   /// The next message, metadata or attachment in the order of the file; nothing at the end.
   /// Raises only what `source` raises.
   std::optional<Item> next();
@@ -64,6 +68,7 @@ private:
   void xDefine(Opcode opcode, std::string_view content, std::uint64_t offset);
   void xLoadChunk(const RecordPlace& place);
   bool xMayHoldWanted(const RecordPlace& chunk);
+  void xLoadAhead(const RecordPlace& chunk);
   /// Takes what the summary tells of schemas and channels.
   void xReadSummary();
 
@@ -80,6 +85,7 @@ private:
   std::map<std::uint16_t, Channel> fChannels;
   std::uint64_t fDefinitionBytes = 0;
   bool fIsSummaryRead = false;
+  bool fIsReadingAhead = false;
   Wanted fWanted;
   std::set<std::uint16_t> fWantedChannels;
   std::string fProfile;

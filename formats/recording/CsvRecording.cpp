@@ -1,5 +1,6 @@
 #include "formats/recording/CsvRecording.h"
 
+#include "formats/text/PlainNumber.h"
 #include "messages/json/JsonText.h"
 #include "messages/text/Numbers.h"
 
@@ -23,6 +24,19 @@ std::string_view takeCell(std::string_view& rest, bool& isMore) {
   rest = isMore ? std::string_view(end + 1, static_cast<std::size_t>(last - end - 1))
                 : std::string_view();
   return {begin, static_cast<std::size_t>(end - begin)};
+}
+
+/// Cuts the first cell off `rest` if all that it holds is a plain number, as most do; false, and
+/// nothing has changed, if it is anything else.
+bool takePlainCell(std::string_view& rest, bool& isMore, double& value) {
+  const char* const last = rest.data() + rest.size();
+  const char* const end = readPlainNumber(rest.data(), last, value);
+  if (end == nullptr || (end != last && *end != kSeparator)) {
+    return false;
+  }
+  isMore = end != last;
+  rest.remove_prefix(static_cast<std::size_t>(end - rest.data()) + (isMore ? 1 : 0));
+  return true;
 }
 
 } // namespace
@@ -58,7 +72,8 @@ void CsvRecording::xReadHeader(const messages::KeyTypeOf& keyTypeOf) {
     }
     Column column;
     column.key = key;
-    column.isInt = xTypeOf(key, keyTypeOf) == messages::KeyType::Int;
+    column.type = xTypeOf(key, keyTypeOf) == messages::KeyType::Int ? GK::GKValue::Type::Int
+                                                                    : GK::GKValue::Type::Float;
     fColumns.push_back(std::move(column));
   }
 }
@@ -85,13 +100,8 @@ void CsvRecording::play(RecordingTarget& target) {
   }
   // Hot path, here and in reading a row: no allocation, no look-up, no virtual call a cell.
   for (const Column& column : fColumns) {
-    if (!column.isPresent || column.cell == nullptr) {
-      continue;
-    }
-    if (column.isInt) {
-      column.cell->storeInt(column.intValue);
-    } else {
-      column.cell->storeFloat(column.floatValue);
+    if (column.isPresent && column.cell != nullptr) {
+      column.cell->storeBits(column.type, column.bits);
     }
   }
   xReadRow();
@@ -113,12 +123,21 @@ void CsvRecording::xReadRow() {
   }
   std::string_view rest = *line;
   bool isMore = false;
-  const double seconds = xParseTime(takeCell(rest, isMore));
+  double seconds = 0.0;
+  if (!takePlainCell(rest, isMore, seconds)) {
+    seconds = xParseTime(takeCell(rest, isMore));
+  }
   for (Column& column : fColumns) {
     if (!isMore) {
       xFailOnCount(*line);
     }
-    xParseCell(column, takeCell(rest, isMore));
+    double value = 0.0;
+    if (!column.isInt() && takePlainCell(rest, isMore, value)) {
+      // Of so few digits it is never beyond a float's range.
+      column.take(static_cast<float>(value));
+    } else {
+      xParseCell(column, takeCell(rest, isMore));
+    }
   }
   if (isMore) {
     xFailOnCount(*line);
@@ -140,22 +159,22 @@ double CsvRecording::xParseTime(std::string_view text) const {
 }
 
 void CsvRecording::xParseCell(Column& column, std::string_view text) const {
-  column.isPresent = !text.empty();
-  if (!column.isPresent) {
+  column.isPresent = false;
+  if (text.empty()) {
     return;
   }
-  if (column.isInt) {
+  if (column.isInt()) {
     if (const std::optional<std::int32_t> value = messages::parseInt(text)) {
-      column.intValue = *value;
-      return;
+      column.take(*value);
     }
   } else if (const std::optional<float> value = messages::parseFloat(text)) {
-    column.floatValue = *value;
-    return;
+    column.take(*value);
   }
-  throw fReader.error("column " + messages::quotedText(column.key) + ": " +
-                      messages::quotedText(text) +
-                      (column.isInt ? " is no int of 32 bits" : " is no number"));
+  if (!column.isPresent) {
+    throw fReader.error("column " + messages::quotedText(column.key) + ": " +
+                        messages::quotedText(text) +
+                        (column.isInt() ? " is no int of 32 bits" : " is no number"));
+  }
 }
 
 void CsvRecording::xFailOnCount(std::string_view line) const {

@@ -5,6 +5,7 @@
 #include "formats/text/LineReader.h"
 #include "messages/json/KeyTypes.h"
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -26,13 +27,23 @@ public:
 
 private:
   struct Column {
+    bool isInt() const noexcept { return type == GK::GKValue::Type::Int; }
+    void take(float value) noexcept { xTake(std::bit_cast<std::uint32_t>(value)); }
+    void take(std::int32_t value) noexcept { xTake(static_cast<std::uint32_t>(value)); }
+
     std::string key;
-    bool isInt = false;
+    /// Float or int.
+    GK::GKValue::Type type = GK::GKValue::Type::Float;
     /// The current row has a value for this column.
     bool isPresent = false;
-    float floatValue = 0.0F;
-    std::int32_t intValue = 0;
+    std::uint32_t bits = 0;
     GK::GKMemoryCell* cell = nullptr;
+
+  private:
+    void xTake(std::uint32_t value) noexcept {
+      bits = value;
+      isPresent = true;
+    }
   };
 
   void xReadHeader(const messages::KeyTypeOf& keyTypeOf);

@@ -20,21 +20,30 @@ void RunBlocks::begin(const mcap::Message& block) {
 }
 
 std::optional<RunEntry> RunBlocks::next() {
+  std::optional<RunEntry> entry = xRead();
+  if (auto* values = entry ? std::get_if<RunValues>(&*entry) : nullptr) {
+    *values = xNamed(*values);
+  } else if (const auto* key = entry ? std::get_if<RunKey>(&*entry) : nullptr) {
+    xName(*key);
+  }
+  return entry;
+}
+
+std::optional<RunEntry> RunBlocks::xRead() {
   try {
-    std::optional<RunEntry> entry = fReader.next();
-    if (!entry) {
-      return entry;
-    }
-    if (const auto* key = std::get_if<RunKey>(&*entry)) {
-      fKeys.resize(std::max<std::size_t>(fKeys.size(), key->index + 1));
-      fKeys[key->index] = key->name;
-    } else if (auto* values = std::get_if<RunValues>(&*entry)) {
-      *values = xNamed(*values);
-    }
-    return entry;
+    return fReader.next();
   } catch (const messages::FormatError& error) {
     xFail(error);
     return std::nullopt;
+  }
+}
+
+void RunBlocks::xName(const RunKey& key) {
+  fKeys.resize(std::max<std::size_t>(fKeys.size(), key.index + 1));
+  fKeys[key.index] = key.name;
+  fNamedKeys = std::min<std::size_t>(fNamedKeys, key.index);
+  while (this->key(fNamedKeys) != nullptr) {
+    ++fNamedKeys;
   }
 }
 
@@ -44,6 +53,9 @@ RunValues RunBlocks::xNamed(const RunValues& values) {
     if (!std::exchange(fIsGapTold, true)) {
       xComplain("blocks are missing, and without them values cannot be read");
     }
+    return values;
+  }
+  if (values.values.empty() || values.values.back().key < fNamedKeys) {
     return values;
   }
   const auto hasName = [this](const RunValue& value) { return key(value.key) != nullptr; };

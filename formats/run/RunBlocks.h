@@ -37,6 +37,8 @@ public:
   }
 
 private:
+  std::optional<RunEntry> xRead();
+  void xName(const RunKey& key);
   void xFail(const messages::FormatError& error);
   void xComplain(const std::string& text);
   RunValues xNamed(const RunValues& values);
@@ -47,6 +49,8 @@ private:
   /// What was wrong with the file when the last block began.
   std::uint64_t fFileProblems = 0;
   std::vector<std::string> fKeys;
+  /// All keys below this number have names.
+  std::size_t fNamedKeys = 0;
   std::vector<RunValue> fNamed;
   /// It was told already that values cannot be read since blocks are missing, and that the present
   /// block has values of keys of which the names are lost.

@@ -37,12 +37,11 @@ bool RunFile::xNextBlock() {
 }
 
 std::optional<RunEntry> RunFile::next() {
-  do {
-    if (std::optional<RunEntry> entry = fBlocks->next()) {
-      return entry;
-    }
-  } while (xNextBlock());
-  return std::nullopt;
+  std::optional<RunEntry> entry = fBlocks->next();
+  while (!entry && xNextBlock()) {
+    entry = fBlocks->next();
+  }
+  return entry;
 }
 
 RunClock RunFile::clock() const {

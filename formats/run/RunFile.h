@@ -39,6 +39,9 @@ public:
   /// Raises `InputError` when the file cannot be read or has no run log.
   explicit RunFile(const std::string& path);
 
+  /// All of it is going to be read: what comes next is decompressed by a second thread meanwhile.
+  void readAhead() noexcept { fReader->readAhead(); }
+
   /// The next entry, nothing at the end. Keys are taken note of by the way.
   std::optional<RunEntry> next();
 

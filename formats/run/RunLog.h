@@ -58,6 +58,12 @@ struct RunKey {
   std::uint64_t index = 0;
   std::string name;
 };
+/// True for values that have bits: all others are large.
+inline bool isScalar(GK::GKValue::Type type) noexcept {
+  return type == GK::GKValue::Type::Float || type == GK::GKValue::Type::Int ||
+         type == GK::GKValue::Type::Bool;
+}
+
 /// What a key has changed to.
 struct RunValue {
   std::uint32_t key = 0;
@@ -65,11 +71,6 @@ struct RunValue {
   /// ones it is.
   std::uint32_t bits = 0;
   GK::GKValue::Type type = GK::GKValue::Type::Invalid;
-
-  bool isScalar() const noexcept {
-    return type == GK::GKValue::Type::Float || type == GK::GKValue::Type::Int ||
-           type == GK::GKValue::Type::Bool;
-  }
 };
 /// Keys that have changed, by number, in ascending order. Good until the reader's next call.
 struct RunValues {

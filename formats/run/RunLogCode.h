@@ -2,9 +2,9 @@
 
 #include "gk/GKValue.h"
 
-#include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <memory>
+#include <span>
 
 /// How a run log is written, byte by byte: docs/recordings.md.
 namespace gk::formats::runlog {
@@ -38,30 +38,42 @@ constexpr std::uint8_t kFalse = 252;
 constexpr std::uint8_t kTrue = 253;
 constexpr std::uint8_t kRawJson = 254;
 
-/// The latest different values of a key, as writer and reader both know them.
-struct LatestValues {
-  GK::GKValue::Type type = GK::GKValue::Type::Invalid;
-  std::vector<std::uint32_t> bits;
-  std::size_t oldest = 0;
+/// The latest different values of a key, as writer and reader both know them. What both do with
+/// every value of a run is short: no more than a look into the place.
+class LatestValues {
+public:
+  GK::GKValue::Type type() const noexcept { return fType; }
+  std::span<const std::uint32_t> bits() const noexcept { return {fBits.get(), fCount}; }
 
-  void clear() {
-    bits.clear();
-    oldest = 0;
-  }
+  bool isTaken(std::uint8_t place) const noexcept { return place < fCount; }
+  /// In a place that is taken.
+  std::uint32_t bitsAt(std::uint8_t place) const noexcept { return fBits[place]; }
+
+  void clear() noexcept { fCount = fOldest = 0; }
 
   /// A value that is not among them.
-  void add(GK::GKValue::Type newType, std::uint32_t newBits) {
-    if (type != newType) {
-      type = newType;
+  void add(GK::GKValue::Type type, std::uint32_t bits) {
+    if (fType != type) {
+      fType = type;
       clear();
     }
-    if (bits.size() < kSlots) {
-      bits.push_back(newBits);
+    if (fBits == nullptr) {
+      // Few of the keys that a log may have ever get a value.
+      fBits = std::make_unique_for_overwrite<std::uint32_t[]>(kSlots);
+    }
+    if (fCount < kSlots) {
+      fBits[fCount++] = bits;
     } else {
-      bits[oldest] = newBits;
-      oldest = (oldest + 1) % kSlots;
+      fBits[fOldest] = bits;
+      fOldest = static_cast<std::uint8_t>((fOldest + 1) % kSlots);
     }
   }
+
+private:
+  std::unique_ptr<std::uint32_t[]> fBits;
+  GK::GKValue::Type fType = GK::GKValue::Type::Invalid;
+  std::uint8_t fCount = 0;
+  std::uint8_t fOldest = 0;
 };
 
 } // namespace gk::formats::runlog

@@ -27,9 +27,9 @@ constexpr std::size_t kWordBits = 64;
 /// The latest time that a log may tell, in microseconds: far beyond every run, far from overflow.
 constexpr std::uint64_t kMaxTime = std::uint64_t{1} << 61;
 
-std::uint64_t numberAt(mcap::ByteCursor& from) {
-  std::uint64_t number = 0;
-  for (unsigned shift = 0; shift < 64; shift += 7) {
+std::uint64_t longNumber(std::uint8_t first, mcap::ByteCursor& from) {
+  std::uint64_t number = first & 0x7F;
+  for (unsigned shift = 7; shift < 64; shift += 7) {
     const auto byte = from.number<std::uint8_t>();
     number |= static_cast<std::uint64_t>(byte & 0x7F) << shift;
     if ((byte & 0x80) == 0) {
@@ -37,6 +37,12 @@ std::uint64_t numberAt(mcap::ByteCursor& from) {
     }
   }
   throw messages::FormatError("a number is too long");
+}
+
+/// Mostly it is one byte.
+std::uint64_t numberAt(mcap::ByteCursor& from) {
+  const auto first = from.number<std::uint8_t>();
+  return (first & 0x80) == 0 ? first : longNumber(first, from);
 }
 
 std::string_view textAt(mcap::ByteCursor& from) {
@@ -173,13 +179,22 @@ RunValues RunLogReader::xValues() {
   xFlip();
   fValues.resize(fChangedCount);
   fLarge.clear();
-  const std::string_view places = fPlaces.bytes(fChangedCount);
-  std::size_t done = 0;
-  for (std::size_t word = 0; done < fChangedCount; ++word) {
-    for (std::uint64_t left = fChanged[word]; left != 0; left &= left - 1, ++done) {
+  // Hot path, of every value of a run: no allocation, no look-up by name.
+  const char* place = fPlaces.bytes(fChangedCount).data();
+  RunValue* value = fValues.data();
+  const RunValue* const end = value + fChangedCount;
+  for (std::size_t word = 0; value != end; ++word) {
+    for (std::uint64_t left = fChanged[word]; left != 0; left &= left - 1, ++value) {
       const std::size_t key = word * kWordBits + static_cast<std::size_t>(std::countr_zero(left));
-      fValues[done] =
-          xValue(static_cast<std::uint32_t>(key), static_cast<std::uint8_t>(places[done]));
+      const auto at = static_cast<std::uint8_t>(*place++);
+      const runlog::LatestValues& latest = fColumns[key];
+      value->key = static_cast<std::uint32_t>(key);
+      if (latest.isTaken(at)) {
+        value->bits = latest.bitsAt(at);
+        value->type = latest.type();
+      } else {
+        xTakeNew(at, *value);
+      }
     }
   }
   return {fValues, fLarge};
@@ -187,41 +202,46 @@ RunValues RunLogReader::xValues() {
 
 /// Which keys change: those that did the time before, but for what has flipped.
 void RunLogReader::xFlip() {
-  const std::uint64_t count = numberAt(fFlips);
+  // In registers: most entries have some.
+  mcap::ByteCursor flips = fFlips;
+  const std::uint64_t count = numberAt(flips);
+  std::size_t changed = fChangedCount;
   std::uint64_t key = 0;
   for (std::uint64_t i = 0; i < count; ++i) {
-    const std::uint64_t gap = numberAt(fFlips);
+    const std::uint64_t gap = numberAt(flips);
     expectKey(gap);
     key += gap;
-    expectKey(key);
     if (key >= fColumns.size()) {
+      expectKey(key);
       fColumns.resize(key + 1);
       fChanged.resize(key / kWordBits + 1);
     }
     std::uint64_t& word = fChanged[key / kWordBits];
     const std::uint64_t bit = std::uint64_t{1} << (key % kWordBits);
     word ^= bit;
-    fChangedCount += (word & bit) != 0 ? 1 : std::size_t(0) - 1;
+    changed += (word & bit) != 0 ? 1 : std::size_t(0) - 1;
   }
+  fFlips = flips;
+  fChangedCount = changed;
 }
 
-RunValue RunLogReader::xValue(std::uint32_t key, std::uint8_t place) {
-  runlog::LatestValues& latest = fColumns[key];
-  if (place < latest.bits.size()) {
-    return {key, latest.bits[place], latest.type};
-  }
+/// A value that is not among the latest ones of its key.
+void RunLogReader::xTakeNew(std::uint8_t place, RunValue& value) {
   switch (place) {
   case runlog::kRawFloat:
-  case runlog::kRawInt: {
-    const auto bits = fRaw.number<std::uint32_t>();
-    latest.add(place == runlog::kRawFloat ? GKValue::Type::Float : GKValue::Type::Int, bits);
-    return {key, bits, latest.type};
-  }
+  case runlog::kRawInt:
+    value.type = place == runlog::kRawFloat ? GKValue::Type::Float : GKValue::Type::Int;
+    value.bits = fRaw.number<std::uint32_t>();
+    fColumns[value.key].add(value.type, value.bits);
+    return;
   case runlog::kFalse:
   case runlog::kTrue:
-    return {key, place == runlog::kTrue ? 1U : 0U, GKValue::Type::Bool};
+    value.type = GKValue::Type::Bool;
+    value.bits = place == runlog::kTrue ? 1 : 0;
+    return;
   case runlog::kRawJson:
-    return xLarge(key, fRaw);
+    value = xLarge(value.key, fRaw);
+    return;
   default:
     throw messages::FormatError("a value that was not there before");
   }

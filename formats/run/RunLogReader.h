@@ -41,7 +41,7 @@ private:
   /// Of the first encoding.
   RunValues xListedValues();
   void xFlip();
-  RunValue xValue(std::uint32_t key, std::uint8_t place);
+  void xTakeNew(std::uint8_t place, RunValue& value);
   RunValue xLarge(std::uint32_t key, mcap::ByteCursor& from);
   void xForget();
 

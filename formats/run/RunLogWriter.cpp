@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <bit>
 #include <iterator>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <variant>
@@ -118,9 +119,10 @@ void RunLogWriter::addValue(std::uint64_t index, const GK::GKValue& value) {
 
 void RunLogWriter::xAddScalar(std::uint64_t index, GK::GKValue::Type type, std::uint32_t bits) {
   runlog::LatestValues& latest = fColumns[index];
-  const auto found = std::find(latest.bits.begin(), latest.bits.end(), bits);
-  if (latest.type == type && found != latest.bits.end()) {
-    appendByte(fPlaces, found - latest.bits.begin());
+  const std::span<const std::uint32_t> known = latest.bits();
+  const auto found = std::find(known.begin(), known.end(), bits);
+  if (latest.type() == type && found != known.end()) {
+    appendByte(fPlaces, found - known.begin());
     return;
   }
   appendByte(fPlaces, type == GK::GKValue::Type::Float ? runlog::kRawFloat : runlog::kRawInt);

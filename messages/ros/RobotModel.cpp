@@ -98,7 +98,7 @@ constexpr Half kHalves[] = {{"L", "l_", 1}, {"R", "r_", -1}};
 
 void addHead(Body& body, std::size_t torso) {
   constexpr double effort = 0.9;
-  Shape cylinder{Kind::Cylinder, {0.018, 0.016, 0}, kHere, 0.06, Paint::Joint, true, false, {}};
+  Shape cylinder{Kind::Cylinder, {0.018, 0.016, 0}, kHere, 0.06, Paint::Joint, true, false, "Neck"};
   const std::size_t neck =
       body.add(torso, "neck", {0, 0, 0.108}, joint("HeadYaw", kZ, effort), {std::move(cylinder)});
   Shape skull{

@@ -81,19 +81,19 @@ void GKMemoryCell::storeInt(std::int32_t value) {
 
 void GKMemoryCell::xStoreScalar(std::uint64_t word) {
   const std::atomic_ref<std::uint64_t> place(fWord);
-  std::uint64_t found = place.load(std::memory_order_relaxed);
-  while (!isLarge(found)) {
-    if (place.compare_exchange_weak(found, word, std::memory_order_release,
-                                    std::memory_order_relaxed)) {
-      return;
-    }
+  if (isLarge(place.load(std::memory_order_relaxed))) {
+    xReplace(word, nullptr);
+    return;
   }
-  xReplace(word, nullptr);
+  // A large value that has come since the look counts as the earlier one. The word alone tells what
+  // holds: what that value has left behind goes with the next large one.
+  place.store(word, std::memory_order_release);
 }
 
 void GKMemoryCell::xReplace(std::uint64_t word, std::unique_ptr<const GKValue> large) {
-  // The former large value is freed outside of the lock. A scalar that comes without the lock finds
-  // either a scalar, or a large value that it has to wait for.
+  // The former large value is freed outside of the lock. A scalar that comes without the lock may
+  // put itself in place of the word at any time, but never a large word: with one there is always
+  // a large value.
   const std::lock_guard lock(lockOf(this));
   fLarge.swap(large);
   std::atomic_ref<std::uint64_t>(fWord).store(word, std::memory_order_release);

@@ -31,22 +31,50 @@ constexpr std::size_t kMaxWarnings = 20;
 } // namespace
 
 void RunReplay::Values::clear() {
-  scalars.clear();
-  large.clear();
+  fChanges.clear();
+  fLarge.clear();
+}
+
+void RunReplay::Values::add(const RunValues& values, std::span<GK::GKMemoryCell* const> cells) {
+  const std::size_t before = fChanges.size();
+  // Hot path, of every value of a run: no allocation but for what there never was, no look-up.
+  fChanges.resize(before + values.values.size(), boost::container::default_init);
+  Change* change = fChanges.data() + before;
+  for (const formats::RunValue& value : values.values) {
+    *change++ = {cells[value.key], value.type, value.bits};
+  }
+  if (!values.large.empty()) {
+    xAddLarge(values.large, before);
+  }
 }
 
 void RunReplay::Values::add(Values&& others) {
-  scalars.insert(scalars.end(), others.scalars.begin(), others.scalars.end());
-  std::move(others.large.begin(), others.large.end(), std::back_inserter(large));
+  if (others.fChanges.empty()) {
+    return;
+  }
+  const std::size_t before = fChanges.size();
+  fChanges.insert(fChanges.end(), others.fChanges.begin(), others.fChanges.end());
+  xAddLarge(others.fLarge, before);
   others.clear();
 }
 
-void RunReplay::Values::store() const {
-  for (const Scalar& one : scalars) {
-    one.cell->storeBits(one.type, one.bits);
+/// Those of the changes from `first` on, which count them from 0.
+void RunReplay::Values::xAddLarge(std::span<const GK::GKValue> large, std::size_t first) {
+  for (std::size_t i = first; i < fChanges.size(); ++i) {
+    if (!formats::isScalar(fChanges[i].type)) {
+      fChanges[i].bits += static_cast<std::uint32_t>(fLarge.size());
+    }
   }
-  for (const auto& [cell, value] : large) {
-    cell->store(value);
+  fLarge.insert(fLarge.end(), large.begin(), large.end());
+}
+
+void RunReplay::Values::store() const {
+  for (const Change& one : fChanges) {
+    if (formats::isScalar(one.type)) {
+      one.cell->storeBits(one.type, one.bits);
+    } else {
+      one.cell->store(fLarge[one.bits]);
+    }
   }
 }
 
@@ -154,17 +182,22 @@ bool RunReplay::xOpenNext() {
     fProblems += fFile->problemCount();
   }
   fFile = std::make_unique<formats::RunFile>(fFiles[fPosition++]);
+  fFile->readAhead();
   fCells.clear();
   return true;
 }
 
 std::optional<RunEntry> RunReplay::xNextEntry() {
-  do {
-    if (std::optional<RunEntry> entry = fFile->next()) {
-      return entry;
-    }
-  } while (xOpenNext());
-  return std::nullopt;
+  std::optional<RunEntry> entry = fFile->next();
+  while (!entry && xOpenNext()) {
+    entry = fFile->next();
+  }
+  if (const auto* key = entry ? std::get_if<RunKey>(&*entry) : nullptr;
+      key != nullptr && key->index < fCells.size()) {
+    // Its name was lost until now.
+    fCells[key->index] = &fStore->cell(key->name);
+  }
+  return entry;
 }
 
 void RunReplay::xReadPreload() {
@@ -194,7 +227,7 @@ void RunReplay::xReadSegment() {
   if (!fHasNext) {
     return;
   }
-  Segment& segment = fNext;
+  Segment& segment = *fNext;
   segment.clear();
   segment.values.add(std::move(fState));
   segment.turn = {fFollowing->task, fFollowing->time, fWallOffset};
@@ -266,12 +299,12 @@ void RunReplay::xTakeTask(RunTask task, Segment& segment) {
 }
 
 std::optional<GK::GKTurn> RunReplay::next() {
-  return fHasNext ? std::optional(fNext.turn) : std::nullopt;
+  return fHasNext ? std::optional(fNext->turn) : std::nullopt;
 }
 
 void RunReplay::begin() {
   std::swap(fPresent, fNext);
-  Segment& segment = fPresent;
+  Segment& segment = *fPresent;
   segment.values.store();
   // The log tells what starts during a turn behind the turn, so all of it is known before.
   fExpected.insert(fExpected.end(), segment.tasks.begin(), segment.tasks.end());
@@ -303,21 +336,14 @@ void RunReplay::xCarryOut(std::vector<OutsideAction>& actions) {
 }
 
 void RunReplay::xTakeValues(const RunValues& values, Segment& segment) {
-  Values& target = segment.isInNextPart ? segment.state : segment.values;
-  for (const formats::RunValue& value : values.values) {
-    if (value.key >= fCells.size()) {
-      fCells.resize(value.key + 1);
-    }
-    GK::GKMemoryCell*& cell = fCells[value.key];
-    if (cell == nullptr) {
-      cell = &fStore->cell(*fFile->key(value.key));
-    }
-    if (value.isScalar()) {
-      target.scalars.push_back({cell, value.type, value.bits});
-    } else {
-      target.large.emplace_back(cell, values.value(value));
-    }
+  if (values.values.empty()) {
+    return;
   }
+  for (std::size_t key = fCells.size(); key <= values.values.back().key; ++key) {
+    const std::string* name = fFile->key(key);
+    fCells.push_back(name != nullptr ? &fStore->cell(*name) : nullptr);
+  }
+  (segment.isInNextPart ? segment.state : segment.values).add(values, fCells);
 }
 
 std::optional<std::uint64_t> RunReplay::started(const GK::GKTask& task) {

@@ -4,13 +4,15 @@
 #include "gk/GKMemoryStore.h"
 #include "gk/GKTurns.h"
 
+#include <boost/container/vector.hpp>
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace gk::runtime {
@@ -66,20 +68,27 @@ public:
 private:
   class Input;
 
-  /// What cells are set to at the beginning of a turn.
-  struct Values {
-    struct Scalar {
-      GK::GKMemoryCell* cell = nullptr;
-      GK::GKValue::Type type = GK::GKValue::Type::Invalid;
-      std::uint32_t bits = 0;
-    };
-
+  /// What cells are set to at the beginning of a turn, in the order in which the log tells it.
+  class Values {
+  public:
     void clear();
+    /// `cells`: of the keys by their numbers, all of those that change.
+    void add(const formats::RunValues& values, std::span<GK::GKMemoryCell* const> cells);
     void add(Values&& others);
     void store() const;
 
-    std::vector<Scalar> scalars;
-    std::vector<std::pair<GK::GKMemoryCell*, GK::GKValue>> large;
+  private:
+    /// As `RunValue`.
+    struct Change {
+      GK::GKMemoryCell* cell;
+      GK::GKValue::Type type;
+      std::uint32_t bits;
+    };
+
+    void xAddLarge(std::span<const GK::GKValue> large, std::size_t first);
+
+    boost::container::vector<Change> fChanges;
+    std::vector<GK::GKValue> fLarge;
   };
 
   /// What came from outside, and the task that it started.
@@ -137,10 +146,10 @@ private:
   std::unique_ptr<Input> fInput;
 
   /// The segment that comes next; its turn was read ahead as the end of the one before.
-  Segment fNext;
+  std::unique_ptr<Segment> fNext = std::make_unique<Segment>();
   bool fHasNext = false;
   /// The segment that has begun.
-  Segment fPresent;
+  std::unique_ptr<Segment> fPresent = std::make_unique<Segment>();
   std::optional<formats::RunTurn> fFollowing;
   std::int64_t fWallOffset = 0;
   std::int64_t fEpoch = 0;

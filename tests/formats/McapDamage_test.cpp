@@ -9,6 +9,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
 
 // Each checksum by itself, what is saved of a damaged file, and files that change under the reader.
 
@@ -166,6 +169,46 @@ TEST(McapDamage, ARecordThatIsLongerThanItsChunkEndsTheChunk) {
   const std::string file = fileWithChunk(records, records.size());
   EXPECT_THAT(messagesOf(file), SizeIs(1));
   EXPECT_EQ(readerProblemsOf(file), 2U);
+}
+
+/// All that a reader gives out and complains of.
+std::vector<std::string> allOf(const std::string& file, bool isAhead) {
+  MemorySource source(file);
+  Reader reader(source);
+  if (isAhead) {
+    reader.readAhead();
+  }
+  std::vector<std::string> all = messagesOf(reader);
+  for (const Problem& problem : reader.problems().kept()) {
+    all.push_back(std::to_string(problem.offset) + ": " + problem.text);
+  }
+  return all;
+}
+
+TEST(McapDamage, ReadingAheadChangesNothingOfWhatIsReadAndTold) {
+  std::mt19937 random(3);
+  const std::string whole = makeFile(Compression::Zstd, 8);
+  EXPECT_THAT(allOf(whole, true), SizeIs(24));
+  for (int round = 0; round < 300; ++round) {
+    std::string file = whole.substr(0, round % 3 == 0 ? random() % whole.size() : whole.size());
+    if (file.size() <= kMagic.size()) {
+      continue;
+    }
+    flip(file, kMagic.size() + random() % (file.size() - kMagic.size()));
+    EXPECT_EQ(allOf(file, true), allOf(file, false));
+  }
+}
+
+TEST(McapDamage, AReaderMayGoWhileAChunkIsReadAhead) {
+  const std::string file = makeFile(Compression::Zstd, 3);
+  for (int read = 0; read < 9; ++read) {
+    MemorySource source(file);
+    Reader reader(source);
+    reader.readAhead();
+    for (int i = 0; i < read; ++i) {
+      EXPECT_TRUE(reader.next());
+    }
+  }
 }
 
 TEST(McapDamage, AFileThatShrinksWhileItIsReadIsReadAsFarAsItIsThere) {

@@ -44,16 +44,16 @@ void writeRun(const std::string& path, const std::vector<std::string>& blocks) {
   sink.file().appear();
 }
 
-void addValue(RunLogWriter& log, float value) {
+void addValue(RunLogWriter& log, const GK::GKValue& value, std::uint64_t key = 0) {
   log.beginValues();
-  log.addValue(0, GK::GKValue(value));
+  log.addValue(key, value);
   log.endValues();
 }
 
 /// Keys, the start, and the main thread's turn.
 void addBeginning(RunLogWriter& log) {
   log.add(RunKey{0, "key"});
-  addValue(log, 0.0F);
+  addValue(log, GK::GKValue(0.0F));
   log.add(RunStart{true, false});
   log.add(RunTurn{GK::GKTurn::kMain, 0});
 }
@@ -173,6 +173,58 @@ TEST_F(RunReplayTest, TheStateWithWhichAPartBeginsIsThereWithItsFirstTurnAndNoSo
   EXPECT_EQ(fStore->get("key")->toFloat(), 2.0F);
   EXPECT_FALSE(sut.next());
   EXPECT_TRUE(sut.isComplete());
+}
+
+TEST_F(RunReplayTest, OfSeveralValuesInATurnTheLastOneHoldsWhateverItsType) {
+  RunLogWriter log;
+  addBeginning(log);
+  log.add(RunKey{1, "other"});
+  log.add(RunTurn{kFirst, 10});
+  addValue(log, "a text");
+  addValue(log, "another", 1);
+  addValue(log, 1.5F);
+  log.add(RunTurn{kFirst, 20});
+  addValue(log, 2.5F);
+  addValue(log, 7);
+  addValue(log, GK::GKValue::Array{1, 2});
+  RunReplay& sut = replayOf({log.take()});
+  sut.begin();
+  EXPECT_EQ(fStore->get("key"), GK::GKValue(1.5F));
+  EXPECT_EQ(fStore->get("other"), GK::GKValue("another"));
+  sut.begin();
+  EXPECT_EQ(fStore->get("key"), (GK::GKValue::Array{1, 2}));
+}
+
+TEST_F(RunReplayTest, AKeyMayGetItsNameBehindLaterOnes) {
+  RunLogWriter log;
+  addBeginning(log);
+  log.add(RunKey{2, "third"});
+  log.add(RunTurn{kFirst, 10});
+  addValue(log, 3.0F, 2);
+  log.add(RunKey{1, "second"});
+  addValue(log, 2.0F, 1);
+  RunReplay& sut = replayOf({log.take()});
+  sut.begin();
+  EXPECT_EQ(fStore->get("third"), GK::GKValue(3.0F));
+  EXPECT_EQ(fStore->get("second"), GK::GKValue(2.0F));
+  EXPECT_TRUE(sut.isComplete());
+}
+
+TEST_F(RunReplayTest, ValuesOfKeysWithoutANameAreLeftOut) {
+  RunLogWriter log;
+  addBeginning(log);
+  log.add(RunKey{1, "second"});
+  log.add(RunTurn{kFirst, 10});
+  log.beginValues();
+  for (std::uint64_t key = 0; key < 4; ++key) {
+    log.addValue(key, GK::GKValue(4.0F));
+  }
+  log.endValues();
+  RunReplay& sut = replayOf({log.take()});
+  sut.begin();
+  EXPECT_THAT(fStore->keys(), ElementsAre("key", "second"));
+  EXPECT_EQ(fStore->get("second"), GK::GKValue(4.0F));
+  EXPECT_FALSE(sut.isComplete());
 }
 
 TEST_F(RunReplayTest, BlocksThatAreMissingAreCounted) {
