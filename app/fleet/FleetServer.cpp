@@ -63,7 +63,7 @@ public:
 /// One client: a request, its answer, and so on.
 class FleetConnection : public std::enable_shared_from_this<FleetConnection> {
 public:
-  FleetConnection(Desk& desk, asio::ip::tcp::socket socket)
+  FleetConnection(Desk& desk, gateway::ByteStream::Socket socket)
       : fDesk(desk), fStream(std::move(socket)), fPause(fStream.get_executor()) {}
   ~FleetConnection() { fDesk.ended(); }
   FleetConnection(const FleetConnection&) = delete;
@@ -230,7 +230,7 @@ private:
   }
 
   void xAccept() {
-    fAcceptor.async_accept([this](error_code error, asio::ip::tcp::socket socket) {
+    fAcceptor.async_accept([this](error_code error, gateway::ByteStream::Socket socket) {
       if (!error && fConnections < kMostConnections) {
         ++fConnections;
         std::make_shared<FleetConnection>(*this, std::move(socket))->read();
@@ -358,7 +358,7 @@ private:
   /// Before what waits, which holds connections, and before what lives in it.
   asio::io_context fContext{1};
   std::list<Waiting> fWaiting;
-  asio::ip::tcp::acceptor fAcceptor;
+  asio::basic_socket_acceptor<asio::ip::tcp, gateway::ByteStream::executor_type> fAcceptor;
   asio::steady_timer fTimer;
   asio::steady_timer fPause;
 };

@@ -5,7 +5,7 @@
 #include "gateway/server/WebSocketConnection.h"
 #include "gateway/stream/ServerMessage.h"
 
-#include <boost/asio/post.hpp>
+#include <boost/asio/dispatch.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -34,7 +34,7 @@ constexpr std::size_t kLargeAnswer = 64U << 10U;
 class HttpConnection final : public Connection,
                              public std::enable_shared_from_this<HttpConnection> {
 public:
-  HttpConnection(ServerParts& parts, asio::ip::tcp::socket socket)
+  HttpConnection(ServerParts& parts, ByteStream::Socket socket)
       : Connection(parts), fStream(std::move(socket)), fPause(fStream.get_executor()) {}
   ~HttpConnection() override { xCountAnswer(0); }
 
@@ -75,9 +75,9 @@ private:
       xRespond(*std::move(refusal));
       return;
     }
-    fStream.expiresAfter(fParts.options.limits.bodyTime);
     const bool isAwaited = fVersion > kOneDotZero && header.count(http::field::expect) > 0;
     if (isAwaited && !fParser->is_done()) {
+      fStream.expiresAfter(fParts.options.limits.bodyTime);
       static constexpr std::string_view go = "HTTP/1.1 100 Continue\r\n\r\n";
       asio::async_write(fStream, asio::buffer(go.data(), go.size()),
                         [self = shared_from_this()](error_code error, std::size_t) {
@@ -93,6 +93,21 @@ private:
   }
 
   void xReadRest() {
+    // Most requests have come as a whole.
+    fParser->eager(true);
+    if (!fParser->is_done() && fBuffer.size() > 0) {
+      error_code error;
+      fBuffer.consume(fParser->put(fBuffer.data(), error));
+      if (error && error != http::error::need_more) {
+        xRefuse(error);
+        return;
+      }
+    }
+    if (fParser->is_done()) {
+      xHandle();
+      return;
+    }
+    fStream.expiresAfter(fParts.options.limits.bodyTime);
     http::async_read(fStream, fBuffer, *fParser,
                      [self = shared_from_this()](error_code error, std::size_t) {
                        if (error) {
@@ -134,19 +149,19 @@ private:
     plain.body = std::move(fRequest.body());
     fParts.resources.handle(fParts.hub.offer().robot(), std::move(plain),
                             [self = xHold()](HttpResponse response) {
-                              asio::post(self->fStream.get_executor(),
-                                         [self, response = std::move(response)]() mutable {
-                                           self->xRespond(std::move(response));
-                                         });
+                              asio::dispatch(self->fStream.get_executor(),
+                                             [self, response = std::move(response)]() mutable {
+                                               self->xRespond(std::move(response));
+                                             });
                             });
   }
 
-  /// This connection for whoever answers on another thread. However that ends, answered or not, the
-  /// connection is let go of on its own thread.
+  /// This connection for whoever answers, maybe on another thread. However that ends, answered or
+  /// not, the connection is let go of on its own thread.
   std::shared_ptr<HttpConnection> xHold() {
     return {this, [self = shared_from_this()](HttpConnection*) mutable {
               const auto executor = self->fStream.get_executor();
-              asio::post(executor, [self = std::move(self)] {});
+              asio::dispatch(executor, [self = std::move(self)] {});
             }};
   }
 
@@ -193,17 +208,32 @@ private:
     xCountAnswer(response.body.size() > kLargeAnswer ? response.body.size() : 0);
     fParts.counters.addResponse(response.status);
     fResponse.emplace(responseMessage(std::move(response), fVersion, fIsHead, fIsLast));
+    fSerializer.emplace(*fResponse);
+    error_code error;
+    fSerializer->next(error, [this](error_code& failure, const auto& buffers) {
+      fSerializer->consume(fStream.write_some(buffers, failure));
+    });
+    const bool isFailure = error && error != asio::error::would_block;
+    if (isFailure || fSerializer->is_done()) {
+      xResponded(error);
+      return;
+    }
+    // The client takes the rest in its own time.
     fStream.expiresAfter(fParts.options.limits.bodyTime);
-    http::async_write(fStream, *fResponse,
-                      [self = shared_from_this()](error_code error, std::size_t) {
-                        self->xCountAnswer(0);
-                        self->fResponse.reset();
-                        if (error || self->fIsLast) {
-                          self->xEnd();
-                        } else {
-                          self->readHeader();
-                        }
-                      });
+    http::async_write(
+        fStream, *fSerializer,
+        [self = shared_from_this()](error_code late, std::size_t) { self->xResponded(late); });
+  }
+
+  void xResponded(error_code error) {
+    xCountAnswer(0);
+    fSerializer.reset();
+    fResponse.reset();
+    if (error || fIsLast) {
+      xEnd();
+    } else {
+      readHeader();
+    }
   }
 
   /// The answer that is being written has so many large bytes.
@@ -249,6 +279,8 @@ private:
   HttpRequest fHead;
   http::request<http::string_body> fRequest;
   std::optional<http::response<http::string_body>> fResponse;
+  /// Knows how much of the response has been written.
+  std::optional<http::response_serializer<http::string_body>> fSerializer;
   unsigned fVersion = 11;
   bool fIsLast = false;
   bool fIsHead = false;
@@ -268,7 +300,27 @@ Connection::~Connection() {
   fParts.counters.connections.store(fParts.connections.size(), std::memory_order_relaxed);
 }
 
-void startConnection(ServerParts& parts, asio::ip::tcp::socket socket) {
+bool ServerParts::wake(Connection& connection) {
+  if (connection.is_linked()) {
+    return false;
+  }
+  const bool isFirst = woken.empty();
+  woken.push_back(connection);
+  return isFirst;
+}
+
+void ServerParts::writeWoken() {
+  // Who is woken meanwhile has a turn of its own.
+  Woken present;
+  present.swap(woken);
+  while (!present.empty()) {
+    Connection& connection = present.front();
+    present.pop_front();
+    connection.write();
+  }
+}
+
+void startConnection(ServerParts& parts, ByteStream::Socket socket) {
   const bool isTooMany = parts.connections.size() >= parts.options.limits.connections;
   const auto connection = std::make_shared<HttpConnection>(parts, std::move(socket));
   if (isTooMany) {
