@@ -13,6 +13,7 @@
 #include <boost/asio/ip/address.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/json/object.hpp>
@@ -132,7 +133,7 @@ private:
     }
     fResponse.emplace(gateway::responseMessage(std::move(response), fVersion, fIsHead, fIsLast));
     fStream.expiresAfter(kRequestTime);
-    http::async_write(fStream, *fResponse,
+    asio::async_write(fStream, fResponse->buffers(),
                       [self = shared_from_this()](error_code error, std::size_t) {
                         self->fResponse.reset();
                         if (error || self->fIsLast) {
@@ -149,7 +150,7 @@ private:
   beast::flat_buffer fBuffer;
   std::optional<http::request_parser<http::string_body>> fParser;
   HttpRequest fHead;
-  std::optional<http::response<http::string_body>> fResponse;
+  std::optional<gateway::ResponseMessage> fResponse;
   unsigned fVersion = 11;
   bool fIsLast = false;
   bool fIsHead = false;

@@ -43,11 +43,18 @@ public:
     fStream.close();
   }
 
+  void checkStall() override {
+    if (Clock::now() >= fDeadline) {
+      fDeadline = kNever;
+      fStream.close();
+    }
+  }
+
   void readHeader() {
     fParser.emplace();
     fParser->header_limit(fParts.options.limits.header);
     fParser->body_limit(fParts.options.limits.body);
-    fStream.expiresAfter(fParts.options.limits.headerTime);
+    xLimit(fParts.options.limits.headerTime);
     http::async_read_header(fStream, fBuffer, *fParser,
                             [self = shared_from_this()](error_code error, std::size_t) {
                               if (error) {
@@ -77,7 +84,7 @@ private:
     }
     const bool isAwaited = fVersion > kOneDotZero && header.count(http::field::expect) > 0;
     if (isAwaited && !fParser->is_done()) {
-      fStream.expiresAfter(fParts.options.limits.bodyTime);
+      xLimit(fParts.options.limits.bodyTime);
       static constexpr std::string_view go = "HTTP/1.1 100 Continue\r\n\r\n";
       asio::async_write(fStream, asio::buffer(go.data(), go.size()),
                         [self = shared_from_this()](error_code error, std::size_t) {
@@ -107,7 +114,7 @@ private:
       xHandle();
       return;
     }
-    fStream.expiresAfter(fParts.options.limits.bodyTime);
+    xLimit(fParts.options.limits.bodyTime);
     http::async_read(fStream, fBuffer, *fParser,
                      [self = shared_from_this()](error_code error, std::size_t) {
                        if (error) {
@@ -137,7 +144,7 @@ private:
 
   void xHandle() {
     // A call takes the time that it takes.
-    fStream.expiresNever();
+    fDeadline = kNever;
     fRequest = fParser->release();
     fIsLast = !fRequest.keep_alive();
     fIsHead = fRequest.method() == http::verb::head;
@@ -208,26 +215,22 @@ private:
     xCountAnswer(response.body.size() > kLargeAnswer ? response.body.size() : 0);
     fParts.counters.addResponse(response.status);
     fResponse.emplace(responseMessage(std::move(response), fVersion, fIsHead, fIsLast));
-    fSerializer.emplace(*fResponse);
     error_code error;
-    fSerializer->next(error, [this](error_code& failure, const auto& buffers) {
-      fSerializer->consume(fStream.write_some(buffers, failure));
-    });
+    const std::size_t written = fStream.write_some(fResponse->buffers(), error);
     const bool isFailure = error && error != asio::error::would_block;
-    if (isFailure || fSerializer->is_done()) {
+    if (isFailure || written == fResponse->size()) {
       xResponded(error);
       return;
     }
     // The client takes the rest in its own time.
-    fStream.expiresAfter(fParts.options.limits.bodyTime);
-    http::async_write(
-        fStream, *fSerializer,
+    xLimit(fParts.options.limits.bodyTime);
+    asio::async_write(
+        fStream, fResponse->buffers(written),
         [self = shared_from_this()](error_code late, std::size_t) { self->xResponded(late); });
   }
 
   void xResponded(error_code error) {
     xCountAnswer(0);
-    fSerializer.reset();
     fResponse.reset();
     if (error || fIsLast) {
       xEnd();
@@ -251,7 +254,7 @@ private:
       fStream.close();
       return;
     }
-    fStream.expiresAfter(kLingering);
+    xLimit(kLingering);
     xDiscard();
   }
 
@@ -267,6 +270,13 @@ private:
                             });
   }
 
+  using Clock = std::chrono::steady_clock;
+
+  /// What takes longer from now on ends the connection. Looked at now and then: a timer for each
+  /// request would cost as much as reading it.
+  void xLimit(Clock::duration limit) { fDeadline = Clock::now() + limit; }
+
+  static constexpr Clock::time_point kNever = Clock::time_point::max();
   static constexpr std::chrono::seconds kLingering{1};
   static constexpr std::size_t kDiscarded = 16 * 1024;
   static constexpr unsigned kOneDotZero = 10;
@@ -278,9 +288,8 @@ private:
   /// What the request's header says.
   HttpRequest fHead;
   http::request<http::string_body> fRequest;
-  std::optional<http::response<http::string_body>> fResponse;
-  /// Knows how much of the response has been written.
-  std::optional<http::response_serializer<http::string_body>> fSerializer;
+  std::optional<ResponseMessage> fResponse;
+  Clock::time_point fDeadline = kNever;
   unsigned fVersion = 11;
   bool fIsLast = false;
   bool fIsHead = false;
