@@ -477,7 +477,7 @@ TEST(Gateway, AnAnswerLargerThanTheConnectionHoldsArrivesWhole) {
   for (int i = 0; i < keys; ++i) {
     sut.store->set("Large/" + std::to_string(1000 + i), std::string(60'000, 'x'));
   }
-  Socket socket(sut.port(), 4096);
+  Socket socket(sut.port(), 65536);
   const std::string request =
       "GET /api/v1/memory?prefix=Large/&limit=1000 HTTP/1.1\r\nHost: " + sut.name() + "\r\n\r\n";
   socket.send(request + request);
