@@ -35,8 +35,10 @@ for _ in $(seq "$(nproc)"); do
 done
 # It warms up for a sixth of its time before it counts.
 nice -n 10 "$load" "$address" "$seconds" "$clients" 200 >/dev/null &
-started="$started $!"
+viewers=$!
+started="$started $viewers"
 "$bare" $host "$seconds" >"$figures"
+kill $viewers
 kill $host
 wait $host || true
 cat "$messages" >>"$figures"
