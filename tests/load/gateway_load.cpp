@@ -201,11 +201,16 @@ private:
   void take(unsigned opcode, std::string_view message) {
     constexpr unsigned text = 1;
     constexpr unsigned binary = 2;
+    constexpr unsigned ping = 9;
     constexpr std::size_t head = 13;
     if (opcode == binary) {
       if (fIsWatchingTicks && message.size() > head && message[0] == 1 && message[1] == 1) {
         takeTick(message.substr(head));
       }
+    } else if (opcode == ping) {
+      // Who says nothing for minutes is asked whether it is still there. Masked with zeros.
+      send(std::string{'\x8A', static_cast<char>(0x80U | message.size()), 0, 0, 0, 0}.append(
+          message));
     } else if (opcode != text) {
       fail("a frame that was not expected");
     } else if (!fIsSubscribed && message.find("\"op\":\"advertise\"") != std::string_view::npos) {
