@@ -9,12 +9,15 @@ SOAK_HOURS ?= 100
 # Scenarios and shards.
 SLURM ?= 200 4
 CHAOS_SECONDS ?= 600
+REALTIME_SECONDS ?= 600
+# Options of the load: LOAD=--realtime.
+LOAD ?=
 # Robots, processes and seconds; smaller machines bear less: FLEET="--robots 100 --processes 10".
 FLEET ?=
 # What the host may take of time and memory; sanitizers keep what is freed for a while.
 CHAOS ?= $(if $(filter asan tsan,$(PRESET)),1 --growth=64 --end=20000)
 
-.PHONY: help run test test-all slurm other-release check lint coverage fuzz abi-check docs packages package-test soak bench bench-check load fleet-load chaos web-tests screenshots dependencies check-dependencies build clean
+.PHONY: help run test test-all slurm other-release check lint coverage fuzz abi-check docs packages package-test soak bench bench-check load realtime fleet-load chaos web-tests screenshots dependencies check-dependencies build clean
 
 help:
 	@echo "make run       install what is missing, build, and watch a simulated robot in real time"
@@ -33,6 +36,7 @@ help:
 	@echo "make bench-check  count a tick's instructions and hold them against the record"
 	@echo "make load      put load on a host for a minute: 200 viewers, 2000 requests a second"
 	@echo "make fleet-load  1000 robots on one broker, which is killed now and then, as are some of them"
+	@echo "make realtime  how late a loop of --realtime is beside a bare thread, for REALTIME_SECONDS=$(REALTIME_SECONDS)"
 	@echo "make chaos     let clients do whatever they like with a host for CHAOS_SECONDS=$(CHAOS_SECONDS)"
 	@echo "make web-tests install the clients from npm, the browser and the shells that make test then uses as well"
 	@echo "make screenshots  make the pictures of the page in docs/images anew"
@@ -124,7 +128,13 @@ bench: dependencies
 load: dependencies
 	cmake --preset release
 	cmake --build --preset release --target gk gateway_load
-	./tests/load/load.sh build/release/bin/gk build/release/bin/gateway_load data/us_wallrobot.csv
+	./tests/load/load.sh $(LOAD) build/release/bin/gk build/release/bin/gateway_load data/us_wallrobot.csv
+
+realtime: dependencies
+	./packaging/install-dependencies.sh packaging/debian-packages-bench.txt
+	cmake --preset bench
+	cmake --build --preset bench --target gk gateway_load bare_loop
+	./bench/realtime.sh build/bench/bin/gk build/bench/bin/gateway_load build/bench/bin/bare_loop data/us_wallrobot.csv $(REALTIME_SECONDS)
 
 fleet-load: dependencies
 	./packaging/install-dependencies.sh packaging/debian-packages-tests.txt

@@ -38,6 +38,8 @@ namespace asio = boost::asio;
 using boost::system::error_code;
 
 constexpr std::chrono::milliseconds kRefreshPeriod{100};
+/// A tick that comes so near to a refresh takes it along: each client gets one write for both.
+constexpr std::chrono::milliseconds kRefreshSlack{10};
 /// How long clients have to take their farewell.
 constexpr std::chrono::milliseconds kFarewell{100};
 /// Before the next try where no connection could be accepted, for want of descriptors.
@@ -114,7 +116,7 @@ public:
     xListen();
     xAccept();
     xWaitForBell();
-    xRefresh();
+    xAwaitRefresh();
     GK::GKObserverList::instance().add(fNotices);
     fThread = std::thread([this] { xRun(); });
   }
@@ -175,6 +177,8 @@ public:
   }
 
 private:
+  using Steady = std::chrono::steady_clock;
+
   /// What clients do belongs to the past as well.
   CarryOut xKept(CarryOut carryOut) {
     return [this, carryOut = std::move(carryOut)](const formats::Action& action,
@@ -233,7 +237,7 @@ private:
   }
 
   void xAccept() {
-    fAcceptor.async_accept([this](error_code error, asio::ip::tcp::socket socket) {
+    fAcceptor.async_accept([this](error_code error, ByteStream::Socket socket) {
       if (!fAcceptor.is_open()) {
         return;
       }
@@ -256,30 +260,45 @@ private:
       if (!error) {
         fBell.silence();
         const NoticeQueue::Batch batch = fNotices->take(kSlice);
-        fHub.process(batch);
+        const bool hasTicked = fHub.process(batch);
         if (batch.isMore) {
           fBell.ring();
+        } else if (hasTicked && Steady::now() >= fRefreshDue - kRefreshSlack) {
+          xRefresh();
         }
         xWaitForBell();
       }
     });
   }
 
-  void xRefresh() {
-    fRefresh.expires_after(kRefreshPeriod);
+  /// Refreshes where no tick has done so.
+  void xAwaitRefresh() {
+    fRefresh.expires_at(fRefreshDue + kRefreshSlack);
     fRefresh.async_wait([this](error_code error) {
       if (!error) {
-        // Before there is a robot its clock is not there either.
-        if (fStatus.isOpen()) {
-          fStatus.refresh(GK::GKClock::instance().elapsed());
+        if (Steady::now() >= fRefreshDue + kRefreshSlack) {
+          xRefresh();
         }
-        fHub.refresh();
-        for (Connection* connection : std::set<Connection*>(fParts.connections)) {
-          connection->checkStall();
-        }
-        xRefresh();
+        xAwaitRefresh();
       }
     });
+  }
+
+  void xRefresh() {
+    const Steady::time_point now = Steady::now();
+    // Early ones and late ones make up for each other; what was missed is not made up for.
+    fRefreshDue += kRefreshPeriod;
+    if (fRefreshDue <= now) {
+      fRefreshDue = now + kRefreshPeriod;
+    }
+    // Before there is a robot its clock is not there either.
+    if (fStatus.isOpen()) {
+      fStatus.refresh(GK::GKClock::instance().elapsed());
+    }
+    fHub.refresh();
+    for (Connection* connection : std::set<Connection*>(fParts.connections)) {
+      connection->checkStall();
+    }
   }
 
   const GatewayOptions fOptions;
@@ -300,9 +319,10 @@ private:
   /// After what its handlers use, and before what lives in it: handlers that never ran, and the
   /// connections that they hold, go first.
   asio::io_context fContext{1};
-  asio::ip::tcp::acceptor fAcceptor;
+  asio::basic_socket_acceptor<asio::ip::tcp, ByteStream::executor_type> fAcceptor;
   asio::posix::stream_descriptor fWatch;
   asio::steady_timer fRefresh;
+  Steady::time_point fRefreshDue = Steady::now() + kRefreshPeriod;
   asio::steady_timer fPause;
   std::uint16_t fPort = 0;
   std::thread fThread;

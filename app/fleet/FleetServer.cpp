@@ -13,6 +13,7 @@
 #include <boost/asio/ip/address.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/json/object.hpp>
@@ -63,7 +64,7 @@ public:
 /// One client: a request, its answer, and so on.
 class FleetConnection : public std::enable_shared_from_this<FleetConnection> {
 public:
-  FleetConnection(Desk& desk, asio::ip::tcp::socket socket)
+  FleetConnection(Desk& desk, gateway::ByteStream::Socket socket)
       : fDesk(desk), fStream(std::move(socket)), fPause(fStream.get_executor()) {}
   ~FleetConnection() { fDesk.ended(); }
   FleetConnection(const FleetConnection&) = delete;
@@ -132,7 +133,7 @@ private:
     }
     fResponse.emplace(gateway::responseMessage(std::move(response), fVersion, fIsHead, fIsLast));
     fStream.expiresAfter(kRequestTime);
-    http::async_write(fStream, *fResponse,
+    asio::async_write(fStream, fResponse->buffers(),
                       [self = shared_from_this()](error_code error, std::size_t) {
                         self->fResponse.reset();
                         if (error || self->fIsLast) {
@@ -149,7 +150,7 @@ private:
   beast::flat_buffer fBuffer;
   std::optional<http::request_parser<http::string_body>> fParser;
   HttpRequest fHead;
-  std::optional<http::response<http::string_body>> fResponse;
+  std::optional<gateway::ResponseMessage> fResponse;
   unsigned fVersion = 11;
   bool fIsLast = false;
   bool fIsHead = false;
@@ -230,7 +231,7 @@ private:
   }
 
   void xAccept() {
-    fAcceptor.async_accept([this](error_code error, asio::ip::tcp::socket socket) {
+    fAcceptor.async_accept([this](error_code error, gateway::ByteStream::Socket socket) {
       if (!error && fConnections < kMostConnections) {
         ++fConnections;
         std::make_shared<FleetConnection>(*this, std::move(socket))->read();
@@ -358,7 +359,7 @@ private:
   /// Before what waits, which holds connections, and before what lives in it.
   asio::io_context fContext{1};
   std::list<Waiting> fWaiting;
-  asio::ip::tcp::acceptor fAcceptor;
+  asio::basic_socket_acceptor<asio::ip::tcp, gateway::ByteStream::executor_type> fAcceptor;
   asio::steady_timer fTimer;
   asio::steady_timer fPause;
 };

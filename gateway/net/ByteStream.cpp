@@ -12,7 +12,11 @@ constexpr std::size_t kAtOnce = std::size_t(1) << 20U;
 
 } // namespace
 
-ByteStream::ByteStream(boost::asio::ip::tcp::socket socket) : fStream(std::move(socket)) {}
+ByteStream::ByteStream(Socket socket) : fStream(std::move(socket)) {
+  // Where this fails, so does the first operation.
+  error_code ignored;
+  fStream.socket().non_blocking(true, ignored);
+}
 
 ByteStream::ByteStream(boost::asio::io_context& context) : fStream(context) {}
 

@@ -2,8 +2,8 @@
 
 #include "gateway/net/AnyHandler.h"
 
-#include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/async_result.hpp>
+#include <boost/asio/basic_stream_socket.hpp>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -24,17 +24,19 @@ namespace gk::gateway {
 /// once. For one thread.
 class ByteStream {
 public:
-  using executor_type = boost::asio::any_io_executor;
+  /// The context's own: one of any kind would cost more than what is done on it.
+  using executor_type = boost::asio::io_context::executor_type;
+  using Socket = boost::asio::basic_stream_socket<boost::asio::ip::tcp, executor_type>;
   using error_code = boost::system::error_code;
   using Done = AnyHandler<error_code, std::size_t>;
   using Ended = AnyHandler<error_code>;
 
-  explicit ByteStream(boost::asio::ip::tcp::socket socket);
+  explicit ByteStream(Socket socket);
   explicit ByteStream(boost::asio::io_context& context);
   ByteStream(ByteStream&&) noexcept = default;
 
   executor_type get_executor() noexcept { return fStream.get_executor(); }
-  boost::asio::ip::tcp::socket& socket() noexcept { return fStream.socket(); }
+  Socket& socket() noexcept { return fStream.socket(); }
 
   /// What takes longer from now on ends with `beast::error::timeout`, and the connection with it.
   void expiresAfter(std::chrono::nanoseconds limit);
@@ -67,6 +69,12 @@ public:
                  boost::asio::buffer_sequence_end(buffers));
   }
 
+  /// Writes what the peer takes at once, and tells how much of it that was: most writes need
+  /// nothing more. The error is `would_block` where it takes nothing.
+  template <class Buffers> std::size_t write_some(const Buffers& buffers, error_code& error) {
+    return fStream.socket().write_some(buffers, error);
+  }
+
   /// Writes all of it. `onProgress` is called whenever the peer has taken a part.
   void write(const Bytes& buffers, void (*onProgress)(void* about), std::shared_ptr<void> about,
              Done done);
@@ -92,7 +100,7 @@ private:
   void xRead(const Room& room, Done done);
   void xWriteSome(const Bytes& bytes, Done done);
 
-  boost::beast::tcp_stream fStream;
+  boost::beast::basic_stream<boost::asio::ip::tcp, executor_type> fStream;
 };
 
 template <class Handler>

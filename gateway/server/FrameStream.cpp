@@ -36,6 +36,18 @@ FrameStream::Clock::duration FrameStream::stalledFor() const {
   return fTurn->isTaken ? fTurn->now() - fTurn->lastProgress : Clock::duration::zero();
 }
 
+std::size_t FrameStream::writeNow(const boost::asio::const_buffer& bytes, error_code& error) {
+  error = {};
+  if (fTurn->isTaken) {
+    return 0;
+  }
+  const std::size_t written = fNext.write_some(bytes, error);
+  if (error == boost::asio::error::would_block) {
+    error = {};
+  }
+  return written;
+}
+
 void FrameStream::xWrite(const std::shared_ptr<Turn>& turn, ByteStream::Bytes buffers,
                          ByteStream::Done done) {
   if (turn->isTaken) {

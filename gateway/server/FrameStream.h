@@ -40,6 +40,10 @@ public:
     return fNext.async_read_some(buffers, std::forward<Token>(token));
   }
 
+  /// Writes what the client takes at once, nothing while a write is under way. Tells how much that
+  /// was.
+  std::size_t writeNow(const boost::asio::const_buffer& bytes, error_code& error);
+
   /// Writes all of the buffers, when the other one's write has ended.
   template <class Buffers, class Token>
   auto async_write_some(const Buffers& buffers, Token&& token) {

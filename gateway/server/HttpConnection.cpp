@@ -5,7 +5,7 @@
 #include "gateway/server/WebSocketConnection.h"
 #include "gateway/stream/ServerMessage.h"
 
-#include <boost/asio/post.hpp>
+#include <boost/asio/dispatch.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -34,7 +34,7 @@ constexpr std::size_t kLargeAnswer = 64U << 10U;
 class HttpConnection final : public Connection,
                              public std::enable_shared_from_this<HttpConnection> {
 public:
-  HttpConnection(ServerParts& parts, asio::ip::tcp::socket socket)
+  HttpConnection(ServerParts& parts, ByteStream::Socket socket)
       : Connection(parts), fStream(std::move(socket)), fPause(fStream.get_executor()) {}
   ~HttpConnection() override { xCountAnswer(0); }
 
@@ -43,11 +43,18 @@ public:
     fStream.close();
   }
 
+  void checkStall() override {
+    if (Clock::now() >= fDeadline) {
+      fDeadline = kNever;
+      fStream.close();
+    }
+  }
+
   void readHeader() {
     fParser.emplace();
     fParser->header_limit(fParts.options.limits.header);
     fParser->body_limit(fParts.options.limits.body);
-    fStream.expiresAfter(fParts.options.limits.headerTime);
+    xLimit(fParts.options.limits.headerTime);
     http::async_read_header(fStream, fBuffer, *fParser,
                             [self = shared_from_this()](error_code error, std::size_t) {
                               if (error) {
@@ -75,9 +82,9 @@ private:
       xRespond(*std::move(refusal));
       return;
     }
-    fStream.expiresAfter(fParts.options.limits.bodyTime);
     const bool isAwaited = fVersion > kOneDotZero && header.count(http::field::expect) > 0;
     if (isAwaited && !fParser->is_done()) {
+      xLimit(fParts.options.limits.bodyTime);
       static constexpr std::string_view go = "HTTP/1.1 100 Continue\r\n\r\n";
       asio::async_write(fStream, asio::buffer(go.data(), go.size()),
                         [self = shared_from_this()](error_code error, std::size_t) {
@@ -93,6 +100,21 @@ private:
   }
 
   void xReadRest() {
+    // Most requests have come as a whole.
+    fParser->eager(true);
+    if (!fParser->is_done() && fBuffer.size() > 0) {
+      error_code error;
+      fBuffer.consume(fParser->put(fBuffer.data(), error));
+      if (error && error != http::error::need_more) {
+        xRefuse(error);
+        return;
+      }
+    }
+    if (fParser->is_done()) {
+      xHandle();
+      return;
+    }
+    xLimit(fParts.options.limits.bodyTime);
     http::async_read(fStream, fBuffer, *fParser,
                      [self = shared_from_this()](error_code error, std::size_t) {
                        if (error) {
@@ -122,7 +144,7 @@ private:
 
   void xHandle() {
     // A call takes the time that it takes.
-    fStream.expiresNever();
+    fDeadline = kNever;
     fRequest = fParser->release();
     fIsLast = !fRequest.keep_alive();
     fIsHead = fRequest.method() == http::verb::head;
@@ -134,19 +156,19 @@ private:
     plain.body = std::move(fRequest.body());
     fParts.resources.handle(fParts.hub.offer().robot(), std::move(plain),
                             [self = xHold()](HttpResponse response) {
-                              asio::post(self->fStream.get_executor(),
-                                         [self, response = std::move(response)]() mutable {
-                                           self->xRespond(std::move(response));
-                                         });
+                              asio::dispatch(self->fStream.get_executor(),
+                                             [self, response = std::move(response)]() mutable {
+                                               self->xRespond(std::move(response));
+                                             });
                             });
   }
 
-  /// This connection for whoever answers on another thread. However that ends, answered or not, the
-  /// connection is let go of on its own thread.
+  /// This connection for whoever answers, maybe on another thread. However that ends, answered or
+  /// not, the connection is let go of on its own thread.
   std::shared_ptr<HttpConnection> xHold() {
     return {this, [self = shared_from_this()](HttpConnection*) mutable {
               const auto executor = self->fStream.get_executor();
-              asio::post(executor, [self = std::move(self)] {});
+              asio::dispatch(executor, [self = std::move(self)] {});
             }};
   }
 
@@ -193,17 +215,28 @@ private:
     xCountAnswer(response.body.size() > kLargeAnswer ? response.body.size() : 0);
     fParts.counters.addResponse(response.status);
     fResponse.emplace(responseMessage(std::move(response), fVersion, fIsHead, fIsLast));
-    fStream.expiresAfter(fParts.options.limits.bodyTime);
-    http::async_write(fStream, *fResponse,
-                      [self = shared_from_this()](error_code error, std::size_t) {
-                        self->xCountAnswer(0);
-                        self->fResponse.reset();
-                        if (error || self->fIsLast) {
-                          self->xEnd();
-                        } else {
-                          self->readHeader();
-                        }
-                      });
+    error_code error;
+    const std::size_t written = fStream.write_some(fResponse->buffers(), error);
+    const bool isFailure = error && error != asio::error::would_block;
+    if (isFailure || written == fResponse->size()) {
+      xResponded(error);
+      return;
+    }
+    // The client takes the rest in its own time.
+    xLimit(fParts.options.limits.bodyTime);
+    asio::async_write(
+        fStream, fResponse->buffers(written),
+        [self = shared_from_this()](error_code late, std::size_t) { self->xResponded(late); });
+  }
+
+  void xResponded(error_code error) {
+    xCountAnswer(0);
+    fResponse.reset();
+    if (error || fIsLast) {
+      xEnd();
+    } else {
+      readHeader();
+    }
   }
 
   /// The answer that is being written has so many large bytes.
@@ -221,7 +254,7 @@ private:
       fStream.close();
       return;
     }
-    fStream.expiresAfter(kLingering);
+    xLimit(kLingering);
     xDiscard();
   }
 
@@ -237,6 +270,13 @@ private:
                             });
   }
 
+  using Clock = std::chrono::steady_clock;
+
+  /// What takes longer from now on ends the connection. Looked at now and then: a timer for each
+  /// request would cost as much as reading it.
+  void xLimit(Clock::duration limit) { fDeadline = Clock::now() + limit; }
+
+  static constexpr Clock::time_point kNever = Clock::time_point::max();
   static constexpr std::chrono::seconds kLingering{1};
   static constexpr std::size_t kDiscarded = 16 * 1024;
   static constexpr unsigned kOneDotZero = 10;
@@ -248,7 +288,8 @@ private:
   /// What the request's header says.
   HttpRequest fHead;
   http::request<http::string_body> fRequest;
-  std::optional<http::response<http::string_body>> fResponse;
+  std::optional<ResponseMessage> fResponse;
+  Clock::time_point fDeadline = kNever;
   unsigned fVersion = 11;
   bool fIsLast = false;
   bool fIsHead = false;
@@ -268,7 +309,27 @@ Connection::~Connection() {
   fParts.counters.connections.store(fParts.connections.size(), std::memory_order_relaxed);
 }
 
-void startConnection(ServerParts& parts, asio::ip::tcp::socket socket) {
+bool ServerParts::wake(Connection& connection) {
+  if (connection.is_linked()) {
+    return false;
+  }
+  const bool isFirst = woken.empty();
+  woken.push_back(connection);
+  return isFirst;
+}
+
+void ServerParts::writeWoken() {
+  // Who is woken meanwhile has a turn of its own.
+  Woken present;
+  present.swap(woken);
+  while (!present.empty()) {
+    Connection& connection = present.front();
+    present.pop_front();
+    connection.write();
+  }
+}
+
+void startConnection(ServerParts& parts, ByteStream::Socket socket) {
   const bool isTooMany = parts.connections.size() >= parts.options.limits.connections;
   const auto connection = std::make_shared<HttpConnection>(parts, std::move(socket));
   if (isTooMany) {

@@ -157,14 +157,17 @@ private:
   }
 
   /// Writes when everything of this moment is there: a tick makes several messages. Called by the
-  /// session, also while the connection is being made or is going: then there is nobody to hold.
+  /// session, also while the connection is being made or is going.
   void xWake() {
-    const std::shared_ptr<WebSocketConnection> owner = weak_from_this().lock();
-    if (owner != nullptr && !fIsWriting && !fIsClosing && !std::exchange(fIsWoken, true)) {
-      asio::post(fStream.get_executor(), [self = owner] {
-        self->fIsWoken = false;
-        self->xWrite();
-      });
+    if (!fIsWriting && !fIsClosing && fParts.wake(*this)) {
+      asio::post(fStream.get_executor(), [&parts = fParts] { parts.writeWoken(); });
+    }
+  }
+
+  void write() override {
+    // Nobody holds a connection that is going.
+    if (const std::shared_ptr<WebSocketConnection> self = weak_from_this().lock()) {
+      xWrite();
     }
   }
 
@@ -177,13 +180,22 @@ private:
       xClose(websocket::close_reason(websocket::close_code::policy_error, "too much is unread"));
       return;
     }
-    xFillBatch();
-    if (fBatch.empty()) {
-      return;
-    }
+    std::size_t written = 0;
+    do {
+      xFillBatch();
+      if (fBatch.empty()) {
+        return;
+      }
+      error_code error;
+      written = fStream.next_layer().writeNow(asio::buffer(fBatch), error);
+      if (error) {
+        xEnd();
+        return;
+      }
+    } while (written == fBatch.size());
     fIsWriting = true;
     fStream.next_layer().async_write_some(
-        asio::buffer(fBatch), [self = shared_from_this()](error_code error, std::size_t) {
+        asio::buffer(fBatch) + written, [self = shared_from_this()](error_code error, std::size_t) {
           self->fIsWriting = false;
           if (error) {
             self->xEnd();
@@ -234,7 +246,6 @@ private:
   const std::shared_ptr<StreamSession> fSession;
   /// The frames that are being written.
   std::string fBatch;
-  bool fIsWoken = false;
   bool fIsWriting = false;
   bool fIsClosing = false;
 };

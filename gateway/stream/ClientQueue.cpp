@@ -1,5 +1,6 @@
 #include "gateway/stream/ClientQueue.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace gk::gateway {
@@ -27,17 +28,17 @@ void ClientQueue::addEvent(std::uint32_t channel, Frame frame) {
 }
 
 void ClientQueue::setSample(std::uint32_t channel, Frame frame) {
-  const auto found = fSampleOf.find(channel);
-  if (found != fSampleOf.end()) {
+  const auto found = std::ranges::find(fSamples, channel, &Waiting::channel);
+  if (found != fSamples.end()) {
     // Keeps the place of the one that it replaces: each channel has its turn.
-    Waiting& waiting = *found->second;
+    Waiting& waiting = *found;
     if (fBytes - waiting.frame.size() + frame.size() <= fLimits.bytes) {
       xDrop(channel, waiting.frame.size());
       fBytes += frame.size();
       waiting.frame = std::move(frame);
       return;
     }
-    xDropSample(found->second);
+    xDropSample(found);
   }
   if (fBytes + frame.size() > fLimits.bytes) {
     ++fDrops[channel];
@@ -45,14 +46,13 @@ void ClientQueue::setSample(std::uint32_t channel, Frame frame) {
   }
   fBytes += frame.size();
   fSamples.push_back({channel, std::move(frame)});
-  fSampleOf[channel] = std::prev(fSamples.end());
 }
 
 void ClientQueue::forget(std::uint32_t channel) {
-  if (const auto found = fSampleOf.find(channel); found != fSampleOf.end()) {
-    fBytes -= found->second->frame.size();
-    fSamples.erase(found->second);
-    fSampleOf.erase(found);
+  if (const auto found = std::ranges::find(fSamples, channel, &Waiting::channel);
+      found != fSamples.end()) {
+    fBytes -= found->frame.size();
+    fSamples.erase(found);
   }
   std::erase_if(fEvents, [this, channel](const Waiting& waiting) {
     if (waiting.channel == channel) {
@@ -74,7 +74,6 @@ std::optional<Frame> ClientQueue::take() {
     fEvents.pop_front();
   } else if (!fSamples.empty()) {
     frame = std::move(fSamples.front().frame);
-    fSampleOf.erase(fSamples.front().channel);
     fSamples.pop_front();
   }
   if (frame) {
@@ -92,9 +91,8 @@ void ClientQueue::xDrop(std::uint32_t channel, std::size_t bytes) {
   fBytes -= bytes;
 }
 
-void ClientQueue::xDropSample(std::list<Waiting>::iterator sample) {
+void ClientQueue::xDropSample(Samples::iterator sample) {
   xDrop(sample->channel, sample->frame.size());
-  fSampleOf.erase(sample->channel);
   fSamples.erase(sample);
 }
 

@@ -2,15 +2,15 @@
 
 #include "gateway/channels/Channels.h"
 
+#include <boost/container/devector.hpp>
+
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <list>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
 
 namespace gk::gateway {
 
@@ -72,7 +72,9 @@ private:
   };
 
   void xDrop(std::uint32_t channel, std::size_t bytes);
-  void xDropSample(std::list<Waiting>::iterator sample);
+  using Samples = boost::container::devector<Waiting>;
+
+  void xDropSample(Samples::iterator sample);
   void xDropOldestEvent();
   /// Drops samples, then the oldest events, until `bytes` more fit. False, and nothing is dropped,
   /// where the answers leave no room for them.
@@ -81,9 +83,9 @@ private:
   const Limits fLimits;
   std::deque<Frame> fAnswers;
   std::deque<Waiting> fEvents;
-  /// In the order in which the channels' turns come.
-  std::list<Waiting> fSamples;
-  std::unordered_map<std::uint32_t, std::list<Waiting>::iterator> fSampleOf;
+  /// In the order in which the channels' turns come. One of each channel: so few that looking
+  /// through them costs less than an index.
+  Samples fSamples;
   Drops fDrops;
   std::size_t fBytes = 0;
   std::size_t fAnswerBytes = 0;

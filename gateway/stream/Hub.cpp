@@ -70,7 +70,7 @@ std::shared_ptr<StreamSession> Hub::join(const StreamSession::Limits& limits,
   return session;
 }
 
-void Hub::process(const NoticeQueue::Batch& batch) {
+bool Hub::process(const NoticeQueue::Batch& batch) {
   for (const GK::GKNotice& notice : batch.notices) {
     if (notice.kind == GK::GKNotice::Kind::Log) {
       fOffer.counters().addLogLine(notice.level);
@@ -81,16 +81,16 @@ void Hub::process(const NoticeQueue::Batch& batch) {
   fOffer.counters().setLoops(batch.loops);
   Channels* const channels = fOffer.channels();
   if (channels == nullptr) {
-    return;
+    return false;
   }
   RosChannels* const rosChannels = fOffer.rosChannels();
   const Channels::IsWanted isWanted = [this](std::uint32_t channel) {
     return fOffer.hasSubscriber(channel);
   };
   for (const GK::GKNotice& notice : batch.notices) {
-    const std::vector<ChannelMessage> messages = channels->ofNotice(notice);
+    std::vector<ChannelMessage> messages = channels->ofNotice(notice);
     xAnnounceNew();
-    xDeliver(messages);
+    xDeliver(std::move(messages));
     if (rosChannels != nullptr) {
       xDeliver(rosChannels->ofNotice(notice, isWanted));
     }
@@ -107,18 +107,21 @@ void Hub::process(const NoticeQueue::Batch& batch) {
   if (hasTicked) {
     xCheckWatched();
   }
+  return hasTicked;
 }
 
-void Hub::xDeliver(const std::vector<ChannelMessage>& messages) {
-  for (const ChannelMessage& message : messages) {
-    if (!fOffer.hasSubscriber(message.channel)) {
-      continue;
+void Hub::xDeliver(std::vector<ChannelMessage> messages) {
+  for (ChannelMessage& message : messages) {
+    if (fOffer.hasSubscriber(message.channel)) {
+      fDeliveries.push_back({&fOffer.channels()->all()[message.channel - 1], message.time,
+                             std::make_shared<const std::string>(std::move(message.payload))});
     }
-    const Channel& channel = fOffer.channels()->all()[message.channel - 1];
-    const auto payload = std::make_shared<const std::string>(message.payload);
+  }
+  if (!fDeliveries.empty()) {
     for (StreamSession* session : fSessions) {
-      session->deliver(channel, message.time, payload);
+      session->deliver(fDeliveries);
     }
+    fDeliveries.clear();
   }
 }
 

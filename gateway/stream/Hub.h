@@ -6,11 +6,12 @@
 #include "gateway/stream/Offer.h"
 #include "gateway/stream/StreamSession.h"
 
+#include <boost/container/flat_set.hpp>
+
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -35,17 +36,17 @@ public:
   std::shared_ptr<StreamSession> join(const StreamSession::Limits& limits,
                                       std::function<void()> wake);
 
-  /// Takes in what has happened and passes it on to the clients.
-  void process(const NoticeQueue::Batch& batch);
+  /// Takes in what has happened and passes it on to the clients. True where a loop has ticked.
+  bool process(const NoticeQueue::Batch& batch);
 
   /// The clock of the run that is played has been changed, and the memory is as of then.
   void onPlayback(Playback::Change change);
 
-  /// To be called ten times a second: the clock, watched parameters, and reports of losses.
+  /// To be called ten times a second: tells the clock, watched parameters, and reports of losses.
   void refresh();
 
 private:
-  void xDeliver(const std::vector<ChannelMessage>& messages);
+  void xDeliver(std::vector<ChannelMessage> messages);
   /// Tells what is so from now on.
   void xTellTick(GK::GKMicros time, const std::string& module, std::uint64_t ticks);
   void xTellState(std::uint32_t channel, std::string payload);
@@ -62,10 +63,12 @@ private:
   std::uint32_t fVerdictChannel = 0;
   std::uint32_t fPlaybackChannel = 0;
   unsigned fRefreshes = 0;
-  std::set<StreamSession*> fSessions;
+  boost::container::flat_set<StreamSession*> fSessions;
   std::size_t fAnnounced = 0;
   /// Ticks of each loop that have been passed on.
   std::map<std::string, std::uint64_t> fTicks;
+  /// What is being delivered.
+  std::vector<Delivery> fDeliveries;
   /// Values of all device keys when they were last looked at.
   std::vector<GK::GKValue> fDevices;
 };

@@ -3,6 +3,7 @@
 #include "messages/json/JsonWriter.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 
 namespace gk::gateway {
@@ -19,9 +20,11 @@ constexpr char kPlaybackState = 5;
 
 /// Little-endian, as all numbers of the protocol.
 template <class Number> void appendNumber(std::string& out, Number number) {
-  for (std::size_t i = 0; i < sizeof(Number); ++i) {
-    out += static_cast<char>((number >> (8 * i)) & 0xFF);
+  std::array<char, sizeof(Number)> bytes;
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    bytes[i] = static_cast<char>((number >> (8 * i)) & 0xFF);
   }
+  out.append(bytes.data(), bytes.size());
 }
 
 messages::JsonWriter& begin(messages::JsonWriter& json, std::string_view op) {

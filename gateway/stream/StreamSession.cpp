@@ -165,19 +165,24 @@ void StreamSession::xAnswer(std::string text, bool isBinary) {
   fWake();
 }
 
-void StreamSession::deliver(const Channel& channel, std::uint64_t time,
-                            const std::shared_ptr<const std::string>& payload) {
-  const auto found = fByChannel.find(channel.id);
-  if (found == fByChannel.end()) {
-    return;
+void StreamSession::deliver(std::span<const Delivery> messages) {
+  bool isForMe = false;
+  for (const auto& [channel, time, payload] : messages) {
+    const auto found = fByChannel.find(channel->id);
+    if (found == fByChannel.end()) {
+      continue;
+    }
+    isForMe = true;
+    Frame frame{true, messageHead(found->second, time), payload};
+    if (channel->flow == Flow::Queue) {
+      fQueue.addEvent(channel->id, std::move(frame));
+    } else {
+      fQueue.setSample(channel->id, std::move(frame));
+    }
   }
-  Frame frame{true, messageHead(found->second, time), payload};
-  if (channel.flow == Flow::Queue) {
-    fQueue.addEvent(channel.id, std::move(frame));
-  } else {
-    fQueue.setSample(channel.id, std::move(frame));
+  if (isForMe) {
+    fWake();
   }
-  fWake();
 }
 
 void StreamSession::tellTime(const std::shared_ptr<const std::string>& frame) {
@@ -252,9 +257,11 @@ void StreamSession::xSubscribe(std::uint32_t subscription, std::uint64_t channel
   fByChannel[id] = subscription;
   fBySubscription[subscription] = id;
   fOffer.addSubscriber(id);
-  fKnowsPlayback = fKnowsPlayback || fOffer.channels()->all()[id - 1].topic == kPlaybackTopic;
+  const Channel& subscribed = fOffer.channels()->all()[id - 1];
+  fKnowsPlayback = fKnowsPlayback || subscribed.topic == kPlaybackTopic;
   if (const Offer::State* state = fOffer.state(id)) {
-    deliver(fOffer.channels()->all()[id - 1], state->time, state->payload);
+    const Delivery told{&subscribed, state->time, state->payload};
+    deliver({&told, 1});
     return;
   }
   const GK::GKMicros now = GK::GKClock::instance().elapsed();
@@ -267,8 +274,9 @@ void StreamSession::xSubscribe(std::uint32_t subscription, std::uint64_t channel
     sample = fOffer.channels()->sample(id, now);
   }
   if (sample) {
-    deliver(fOffer.channels()->all()[id - 1], sample->time,
-            std::make_shared<const std::string>(std::move(sample->payload)));
+    const Delivery told{&subscribed, sample->time,
+                        std::make_shared<const std::string>(std::move(sample->payload))};
+    deliver({&told, 1});
   }
 }
 

@@ -4,17 +4,28 @@
 #include "gateway/stream/ClientQueue.h"
 #include "gateway/stream/Offer.h"
 
+#include <boost/container/flat_map.hpp>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace gk::gateway {
+
+/// A message of a channel on its way to all who have subscribed to it.
+struct Delivery {
+  const Channel* channel = nullptr;
+  /// Nanoseconds since 1970.
+  std::uint64_t time = 0;
+  std::shared_ptr<const std::string> payload;
+};
 
 /// One client of the WebSocket protocol, without its socket: takes the client's messages, and gives
 /// the frames that are to be sent, within a fixed budget. For the offer's thread.
@@ -51,8 +62,7 @@ public:
 
   /// There is a robot now, or there are more channels than before: the client is told as it reads.
   void announce();
-  void deliver(const Channel& channel, std::uint64_t time,
-               const std::shared_ptr<const std::string>& payload);
+  void deliver(std::span<const Delivery> messages);
   void tellTime(const std::shared_ptr<const std::string>& frame);
   /// Looks whether watched parameters have changed.
   void checkWatched();
@@ -109,7 +119,7 @@ private:
   std::size_t fChannelsTold = 0;
   std::size_t fServicesTold = 0;
   /// Subscription of each channel, and the other way round.
-  std::map<std::uint32_t, std::uint32_t> fByChannel;
+  boost::container::flat_map<std::uint32_t, std::uint32_t> fByChannel;
   std::map<std::uint32_t, std::uint32_t> fBySubscription;
   std::vector<Watched> fWatched;
   bool fHasChanges = false;

@@ -14,6 +14,7 @@ using test::call;
 using test::ServedHost;
 using test::Socket;
 using testing::AllOf;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
@@ -441,6 +442,49 @@ TEST(Gateway, AConnectionServesManyRequests) {
   socket.send("GET /livez HTTP/1.1\r\nHost: " + sut.name() + "\r\nConnection: close\r\n\r\n");
   EXPECT_EQ(socket.readAnswer().body, "ok\n");
   EXPECT_TRUE(socket.isEnded());
+}
+
+TEST(Gateway, RequestsThatComeTogetherAreAnsweredInTheirOrder) {
+  ServedHost sut;
+  Socket socket(sut.port());
+  const std::string host = " HTTP/1.1\r\nHost: " + sut.name() + "\r\n";
+  const std::string body = R"({"jsonrpc":"2.0","id":7,"method":"Probe.echo","params":[5]})";
+  socket.send("GET /livez" + host + "\r\nPOST /rpc" + host +
+              "Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
+              "\r\n\r\n" + body + "GET /nowhere" + host + "\r\nGET /livez" + host + "\r\n");
+  EXPECT_EQ(socket.readAnswer().body, "ok\n");
+  EXPECT_EQ(socket.readAnswer().body, R"({"jsonrpc":"2.0","id":7,"result":5})");
+  EXPECT_EQ(socket.readAnswer().status, 404);
+  EXPECT_EQ(socket.readAnswer().body, "ok\n");
+}
+
+TEST(Gateway, ABodyMayComeInPieces) {
+  ServedHost sut;
+  Socket socket(sut.port());
+  const std::string body = R"({"jsonrpc":"2.0","id":7,"method":"Probe.echo","params":[5]})";
+  socket.send("POST /rpc HTTP/1.1\r\nHost: " + sut.name() +
+              "\r\nContent-Type: application/json\r\nContent-Length: " +
+              std::to_string(body.size()) + "\r\n\r\n" + body.substr(0, 10));
+  // The host has looked at that when it answers somebody else.
+  EXPECT_EQ(ask(sut, "GET", "/livez").status, 200);
+  socket.send(body.substr(10));
+  EXPECT_EQ(socket.readAnswer().body, R"({"jsonrpc":"2.0","id":7,"result":5})");
+}
+
+TEST(Gateway, AnAnswerLargerThanTheConnectionHoldsArrivesWhole) {
+  ServedHost sut;
+  constexpr int keys = 150;
+  for (int i = 0; i < keys; ++i) {
+    sut.store->set("Large/" + std::to_string(1000 + i), std::string(60'000, 'x'));
+  }
+  Socket socket(sut.port(), 65536);
+  const std::string request =
+      "GET /api/v1/memory?prefix=Large/&limit=1000 HTTP/1.1\r\nHost: " + sut.name() + "\r\n\r\n";
+  socket.send(request + request);
+  const std::string first = socket.readAnswer().body;
+  EXPECT_GT(first.size(), keys * 60'000U);
+  EXPECT_THAT(first, AllOf(HasSubstr("Large/1149"), EndsWith(R"("next":null})")));
+  EXPECT_TRUE(socket.readAnswer().body == first);
 }
 
 TEST(Gateway, ClientsThatWaitForLeaveToSendGetIt) {

@@ -197,6 +197,15 @@ TEST_F(StreamSessionTest, ANewEventOpensAChannelForThoseWhoAreThere) {
                                             HasSubstr(R"("topic":"/event/Fresh")"))));
 }
 
+TEST_F(StreamSessionTest, WhoLetsTheHubLookLearnsWhetherALoopHasTicked) {
+  EXPECT_FALSE(hub.process(notices->take()));
+  platform.memory().raiseEvent("ProbeEvent", 1, GK::GKCaller::Module);
+  EXPECT_FALSE(hub.process(notices->take()));
+  GK::GKObserverList::instance().notifyTick({"Probe", "run"});
+  EXPECT_TRUE(hub.process(notices->take()));
+  EXPECT_FALSE(hub.process(notices->take()));
+}
+
 TEST_F(StreamSessionTest, TheClockIsTold) {
   connectAndForget();
   hub.refresh();

@@ -1,6 +1,7 @@
 // Load on a running host: WebSocket clients that take everything in, and requests at a fixed rate.
-// Usage: gateway_load HOST:PORT [SECONDS [CLIENTS [REQUESTS_A_SECOND]]]
-// Ends with exit code 1 when an answer was wrong, the loop was late, or memory grew.
+// Usage: gateway_load [--host-pid PID] HOST:PORT [SECONDS [CLIENTS [REQUESTS_A_SECOND]]]
+// Ends with exit code 1 when an answer was wrong, the loop was late, or memory grew. With the
+// host's process id it tells what the host took of the processors.
 
 #include <boost/asio/connect.hpp>
 #include <boost/asio/io_context.hpp>
@@ -18,9 +19,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <string_view>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -197,11 +201,16 @@ private:
   void take(unsigned opcode, std::string_view message) {
     constexpr unsigned text = 1;
     constexpr unsigned binary = 2;
+    constexpr unsigned ping = 9;
     constexpr std::size_t head = 13;
     if (opcode == binary) {
       if (fIsWatchingTicks && message.size() > head && message[0] == 1 && message[1] == 1) {
         takeTick(message.substr(head));
       }
+    } else if (opcode == ping) {
+      // Who says nothing for minutes is asked whether it is still there. Masked with zeros.
+      send(std::string{'\x8A', static_cast<char>(0x80U | message.size()), 0, 0, 0, 0}.append(
+          message));
     } else if (opcode != text) {
       fail("a frame that was not expected");
     } else if (!fIsSubscribed && message.find("\"op\":\"advertise\"") != std::string_view::npos) {
@@ -385,7 +394,59 @@ double hostLateness(const Target& target) {
   return NAN;
 }
 
-int run(const std::string& name, int seconds, int clients, int rate) {
+std::string firstLine(const std::string& file) {
+  std::ifstream in(file);
+  std::string line;
+  std::getline(in, line);
+  return line;
+}
+
+/// One of the numbers of a line of /proc, 0 where there are fewer.
+double ticksAt(std::istringstream numbers, int place) {
+  std::string number;
+  for (int i = 0; i < place && numbers >> number; ++i) {
+  }
+  return std::strtod(number.c_str(), nullptr) / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+/// What the machine has spent until now, in seconds of a processor.
+struct Spent {
+  /// Of the host alone: in its own code, and in the kernel for it.
+  double user = 0;
+  double system = 0;
+  /// What the hypervisor gave to others.
+  double stolen = 0;
+};
+
+/// `pid`: of the host; empty for one that is not here.
+Spent spentNow(const std::string& pid) {
+  constexpr int userPlace = 12;
+  constexpr int stolenPlace = 9;
+  Spent spent;
+  spent.stolen = ticksAt(std::istringstream(firstLine("/proc/stat")), stolenPlace);
+  if (!pid.empty()) {
+    // The name, in parentheses, may have spaces in it.
+    const std::string line = firstLine("/proc/" + pid + "/stat");
+    const std::string numbers = line.substr(line.rfind(')') + 1);
+    spent.user = ticksAt(std::istringstream(numbers), userPlace);
+    spent.system = ticksAt(std::istringstream(numbers), userPlace + 1);
+  }
+  return spent;
+}
+
+void printSpent(const Spent& before, const Spent& after, const Totals& totals, int seconds) {
+  const double user = after.user - before.user;
+  const double system = after.system - before.system;
+  if (user + system > 0) {
+    std::printf("host: %.2f s of a processor (%.2f in the kernel), %.1f us a message\n",
+                user + system, system,
+                (user + system) * 1e6 / static_cast<double>(totals.messages + totals.answers));
+  }
+  std::printf("stolen by the hypervisor: %.2f s of %.0f\n", after.stolen - before.stolen,
+              static_cast<double>(seconds) * static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN)));
+}
+
+int run(const std::string& name, const std::string& pid, int seconds, int clients, int rate) {
   const std::size_t colon = name.rfind(':');
   const Target target{name,
                       {asio::ip::make_address(name.substr(0, colon)),
@@ -407,7 +468,9 @@ int run(const std::string& name, int seconds, int clients, int rate) {
   context.run_for(std::chrono::seconds(warmUp));
   const double memoryBefore = residentMemory(target);
   totals = Totals();
+  const Spent before = spentNow(pid);
   context.run_for(std::chrono::seconds(seconds));
+  const Spent after = spentNow(pid);
   const double memoryAfter = residentMemory(target);
   const double measured = hostLateness(target);
   const double lateness = std::isnan(measured) ? quantile(totals.tickDelays, 0.999) : measured;
@@ -425,6 +488,7 @@ int run(const std::string& name, int seconds, int clients, int rate) {
               quantile(totals.answerTimes, 0.999) * 1e3);
   std::printf("loop: 99.9 %% of ticks at most %.2f ms late (%s)\n", lateness * 1e3,
               std::isnan(measured) ? "between ticks" : "by the host");
+  printSpent(before, after, totals, seconds);
   std::printf("memory: %.1f MB, grown by %.2f MB\n", memoryAfter / 1e6,
               (memoryAfter - memoryBefore) / 1e6);
   constexpr double kEnough = 0.95;
@@ -437,15 +501,22 @@ int run(const std::string& name, int seconds, int clients, int rate) {
 } // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) {
-    std::fprintf(stderr, "usage: gateway_load HOST:PORT [SECONDS [CLIENTS [REQUESTS_A_SECOND]]]\n");
+  std::vector<std::string> arguments(argv + 1, argv + argc);
+  std::string pid;
+  if (arguments.size() > 1 && arguments[0] == "--host-pid") {
+    pid = arguments[1];
+    arguments.erase(arguments.begin(), arguments.begin() + 2);
+  }
+  if (arguments.empty()) {
+    std::fprintf(stderr, "usage: gateway_load [--host-pid PID] HOST:PORT "
+                         "[SECONDS [CLIENTS [REQUESTS_A_SECOND]]]\n");
     return 2;
   }
-  const auto number = [&](int place, int otherwise) {
-    return argc > place ? std::atoi(argv[place]) : otherwise;
+  const auto number = [&](std::size_t place, int otherwise) {
+    return arguments.size() > place ? std::atoi(arguments[place].c_str()) : otherwise;
   };
   try {
-    return run(argv[1], number(2, 60), number(3, 200), number(4, 2000));
+    return run(arguments[0], pid, number(1, 60), number(2, 200), number(3, 2000));
   } catch (const std::exception& error) {
     std::fprintf(stderr, "gateway_load: %s\n", error.what());
     return 1;
