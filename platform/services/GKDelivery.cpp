@@ -34,12 +34,13 @@ GKDelivery::Callback& GKDelivery::callback(const std::string& event, const std::
   return fCallbacks.emplace_back(method, event);
 }
 
-// Hot path, as is `xDrain`: numbers travel without an allocation.
+// Hot path, as is `xHandOver`: numbers travel without an allocation, and nobody waits for a lock.
 bool GKDelivery::add(Callback& callback, const GKValue& value) {
-  const std::lock_guard lock(fMutex);
-  fItems.push_back({&callback, callback.ended.load(std::memory_order_relaxed), value});
-  fIsEmpty.store(false, std::memory_order_relaxed);
-  return !std::exchange(fIsDraining, true);
+  GKParcel& parcel = callback.parcels.take();
+  parcel.callback = &callback;
+  parcel.subscription = callback.ended.load(std::memory_order_relaxed);
+  parcel.value = value;
+  return fQueue.put(parcel);
 }
 
 void GKDelivery::start(const Callback& callback) {
@@ -50,40 +51,23 @@ void GKDelivery::start(const Callback& callback) {
 
 void GKDelivery::xDrain() {
   const GKCallerScope scope(GKCaller::Platform);
-  for (; xTake(); xWaitForMore()) {
-    const boost::shared_ptr<GKModuleCore> module = fModule.lock();
-    const boost::shared_ptr<GKBroker> broker =
-        module != nullptr ? module->getParentBroker() : nullptr;
-    for (Item& item : fTaken) {
-      // Once the shutdown has begun nothing is handed over: a callback that raises what it is
-      // called for would keep it waiting for ever.
-      if (module == nullptr || (broker != nullptr && broker->isExiting())) {
-        break;
-      }
-      xHandOver(*module, item);
+  do {
+    while (GKParcel* first = fQueue.takeAll()) {
+      xHandOver(first);
+      xWaitForMore();
     }
-  }
+  } while (!fQueue.end());
 }
 
 void GKDelivery::xWaitForMore() const {
   if (GKClock::instance().isOneAtATime()) {
     return;
   }
-  // Without the lock, which the raiser would have to wait for; and not too eagerly: to take some
-  // at once is cheaper than to take each when it comes.
+  // Not too eagerly: to take some at once is cheaper than to take each when it comes.
   int looks = 0;
   do {
     std::this_thread::yield();
-  } while (++looks < kLooksForMore && fIsEmpty.load(std::memory_order_relaxed));
-}
-
-bool GKDelivery::xTake() {
-  fTaken.clear();
-  const std::lock_guard lock(fMutex);
-  fTaken.swap(fItems);
-  fIsEmpty.store(true, std::memory_order_relaxed);
-  fIsDraining = !fTaken.empty();
-  return fIsDraining;
+  } while (++looks < kLooksForMore && fQueue.isEmpty());
 }
 
 void GKDelivery::cancel(const std::string& event) {
@@ -98,21 +82,40 @@ void GKDelivery::cancel(const std::string& event) {
   }
   // Callbacks that wait for each other would never end.
   if (!tIsInCallback) {
-    const std::lock_guard call(fCalling);
+    fCancelling.fetch_add(1, std::memory_order_relaxed);
+    fCalling.lock();
+    fCancelling.fetch_sub(1, std::memory_order_relaxed);
+    fCalling.unlock();
   }
 }
 
-void GKDelivery::xHandOver(GKModuleCore& module, Item& item) {
-  Callback& callback = *item.callback;
-  const std::lock_guard call(fCalling);
-  // Looked at with the lock: whoever ends the subscription afterwards waits for the call.
-  if (callback.ended.load(std::memory_order_relaxed) != item.subscription) {
-    return;
+void GKDelivery::xHandOver(GKParcel* first) {
+  const boost::shared_ptr<GKModuleCore> module = fModule.lock();
+  const boost::shared_ptr<GKBroker> broker =
+      module != nullptr ? module->getParentBroker() : nullptr;
+  // Where the thread has it is found once for all.
+  bool& isInCallback = tIsInCallback;
+  std::unique_lock call(fCalling);
+  for (GKParcel* parcel = first; parcel != nullptr;) {
+    Callback& callback = *parcel->callback;
+    if (fCancelling.load(std::memory_order_relaxed) != 0) {
+      call.unlock();
+      call.lock();
+    }
+    // Once the shutdown has begun nothing is handed over: a callback that raises what it is called
+    // for would keep it waiting for ever. The subscription is looked at with the lock: whoever ends
+    // it afterwards waits for the call.
+    const bool isWanted = module != nullptr && (broker == nullptr || !broker->isExiting()) &&
+                          callback.ended.load(std::memory_order_relaxed) == parcel->subscription;
+    callback.arguments.back() = std::move(parcel->value);
+    parcel = parcel->next;
+    callback.parcels.giveBack();
+    if (isWanted) {
+      isInCallback = true;
+      xCall(*module, callback);
+      isInCallback = false;
+    }
   }
-  callback.arguments.back() = std::move(item.value);
-  tIsInCallback = true;
-  xCall(module, callback);
-  tIsInCallback = false;
 }
 
 void GKDelivery::xCall(GKModuleCore& module, Callback& callback) {

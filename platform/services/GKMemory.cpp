@@ -10,25 +10,9 @@
 #include <algorithm>
 #include <mutex>
 #include <optional>
-#include <tuple>
 #include <utility>
 
 namespace GK {
-
-GKMemoryState::GKMemoryState() {
-  events.max_load_factor(kNamesPerBucket);
-}
-
-GKMemoryState::Event& GKMemoryState::event(GKMemoryStore& store, const std::string& name) {
-  const auto found = events.find(std::string_view(name));
-  if (found != events.end()) {
-    return found->second;
-  }
-  return events
-      .emplace(std::piecewise_construct, std::forward_as_tuple(name),
-               std::forward_as_tuple(store.cell(name)))
-      .first->second;
-}
 
 GKMemory::GKMemory(const boost::shared_ptr<GKBroker>& broker, std::shared_ptr<GKMemoryStore> store)
     : GKModule(broker, kName), fStore(std::move(store)), fState(std::make_unique<GKMemoryState>()) {
@@ -197,13 +181,13 @@ std::vector<std::string> GKMemory::getDataList(const std::string& pattern) const
 
 std::vector<GKEventInfo> GKMemory::getEvents() const {
   std::vector<GKEventInfo> events;
-  for (auto& [name, entry] : fState->events) {
+  fState->events.forEach([&events](std::string_view name, GKMemoryState::Event& entry) {
     const std::lock_guard lock(entry.mutex);
     if (!entry.owner.empty() || entry.count > 0) {
       const GKValue value = entry.count > 0 ? entry.cell.load() : GKValue();
-      events.push_back({name, entry.owner, entry.count, value, entry.time});
+      events.push_back({std::string(name), entry.owner, entry.count, value, entry.time});
     }
-  }
+  });
   std::sort(events.begin(), events.end(), [](const GKEventInfo& left, const GKEventInfo& right) {
     return left.name < right.name;
   });

@@ -1,0 +1,111 @@
+#pragma once
+
+#include "gk/GKValue.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace GK {
+
+struct GKDeliveryCallback;
+
+/// The size of what two processors cannot write at once without waiting for each other.
+constexpr std::size_t kCacheLine = 64;
+
+/// An event on its way to one callback. One cache line: raising and handing over write to
+/// neighbours at the same time.
+struct alignas(kCacheLine) GKParcel {
+  GKParcel* next = nullptr;
+  GKDeliveryCallback* callback = nullptr;
+  /// `GKDeliveryCallback::ended` when it was raised.
+  std::uint32_t subscription = 0;
+  GKValue value;
+};
+
+/// The parcels of one callback, used in turn. One thread at a time takes them, another one gives
+/// them back in the same order; neither ever waits.
+class GKParcels {
+public:
+  GKParcels() = default;
+  GKParcels(const GKParcels&) = delete;
+  GKParcels& operator=(const GKParcels&) = delete;
+
+  /// A free parcel; allocates only when there have never been so many on their way.
+  GKParcel& take() {
+    if (fTaken == fLimit) {
+      xMakeRoom();
+    }
+    GKParcel& parcel = fPresent[fTaken++ & fMask];
+    // Whoever handed it over last has it in its cache: fetched while the next one is not needed
+    // yet, it costs nothing.
+    __builtin_prefetch(&fPresent[(fTaken + kAhead) & fMask], 1);
+    return parcel;
+  }
+
+  /// Gives back the parcel that was taken first.
+  void giveBack() noexcept {
+    fReturned.store(fReturned.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+  }
+
+private:
+  static constexpr std::size_t kFirst = 16;
+  static constexpr std::size_t kAhead = 3;
+
+  void xMakeRoom();
+
+  // Who takes.
+  GKParcel* fPresent = nullptr;
+  std::uint64_t fTaken = 0;
+  /// Up to here parcels of the present block are known to be free.
+  std::uint64_t fLimit = 0;
+  /// `fTaken` when the present block was made.
+  std::uint64_t fBegin = 0;
+  std::uint64_t fMask = 0;
+  /// All that there ever were: what is on its way stays where it is. Each twice as large as the one
+  /// before.
+  std::vector<std::unique_ptr<GKParcel[]>> fBlocks;
+
+  /// Who gives back.
+  alignas(kCacheLine) std::atomic<std::uint64_t> fReturned{0};
+};
+
+/// What is on its way to one module. Any number of threads put, one task takes; nobody ever waits.
+class GKDeliveryQueue {
+public:
+  GKDeliveryQueue() = default;
+  GKDeliveryQueue(const GKDeliveryQueue&) = delete;
+  GKDeliveryQueue& operator=(const GKDeliveryQueue&) = delete;
+
+  /// True when nobody takes: from now on somebody does, and it is the caller's to see to that.
+  bool put(GKParcel& parcel) noexcept {
+    GKParcel* last = fLast.load(std::memory_order_relaxed);
+    do {
+      parcel.next = last == &fNobody ? nullptr : last;
+    } while (!fLast.compare_exchange_weak(last, &parcel, std::memory_order_acq_rel,
+                                          std::memory_order_relaxed));
+    return last == &fNobody;
+  }
+
+  /// Who takes: everything that is there, in the order in which it was put; null if nothing is.
+  GKParcel* takeAll() noexcept;
+
+  /// Who takes: ends it unless there is something to be taken. True when it has ended.
+  bool end() noexcept {
+    GKParcel* nothing = nullptr;
+    return fLast.compare_exchange_strong(nothing, &fNobody, std::memory_order_acq_rel,
+                                         std::memory_order_relaxed);
+  }
+
+  bool isEmpty() const noexcept { return fLast.load(std::memory_order_relaxed) == nullptr; }
+
+private:
+  /// Stands in `fLast` while nobody takes.
+  GKParcel fNobody;
+  /// What was put last, and behind it what was put before.
+  alignas(kCacheLine) std::atomic<GKParcel*> fLast{&fNobody};
+};
+
+} // namespace GK
