@@ -37,6 +37,7 @@ struct GKDeliveryCallback {
 class GKDelivery : public std::enable_shared_from_this<GKDelivery> {
 public:
   using Callback = GKDeliveryCallback;
+  using Call = GKDeliveryQueue::Call;
 
   explicit GKDelivery(boost::weak_ptr<GKModuleCore> module) : fModule(std::move(module)) {}
 
@@ -44,10 +45,13 @@ public:
   Callback& callback(const std::string& event, const std::string& method);
 
   /// Takes an event into the queue, without ever waiting. One thread at a time for each callback.
-  /// True when nobody hands over yet: then `start` is the caller's to call, as soon as it holds no
-  /// lock any more that others wait for.
-  [[nodiscard]] bool add(Callback& callback, const GKValue& value);
-  void start(const Callback& callback);
+  /// What it returns is for `start`, which is the caller's to call as soon as it holds no lock any
+  /// more that others wait for, unless that is `Nobody`.
+  [[nodiscard]] Call add(Callback& callback, const GKValue& value);
+  void start(const Callback& callback, Call call);
+
+  /// The broker's shutdown has begun: a task that waits for more ends.
+  void endWaiting() noexcept { fBell.ring(); }
 
   /// Drops what is on its way of this event, and waits for the callback that is running; within an
   /// event callback, whichever it is, it does not wait.
@@ -55,6 +59,10 @@ public:
 
 private:
   void xDrain();
+  /// The module that is called; empty when nothing is to be handed over any more.
+  boost::shared_ptr<GKModuleCore> xTarget() const;
+  /// Nothing is left: stays for some time. False when the task is to end.
+  bool xStay();
   /// Gives a burst that is going on the chance to bring more.
   void xWaitForMore() const;
   void xHandOver(GKParcel* first);
@@ -69,6 +77,8 @@ private:
   /// How many wait for a callback that is running: they get the lock before the next one runs.
   std::atomic<int> fCancelling{0};
   GKDeliveryQueue fQueue;
+  /// Wakes the task.
+  GKBell fBell;
 };
 
 } // namespace GK

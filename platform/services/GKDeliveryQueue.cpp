@@ -1,6 +1,7 @@
 #include "platform/services/GKDeliveryQueue.h"
 
 #include <algorithm>
+#include <ctime>
 #include <utility>
 
 namespace GK {
@@ -32,6 +33,14 @@ GKParcel* GKDeliveryQueue::takeAll() noexcept {
     first = std::exchange(parcel, before);
   }
   return first;
+}
+
+void GKBell::await(std::chrono::milliseconds atMost) noexcept {
+  // The steady clock is the system's monotonic one.
+  const auto end = std::chrono::steady_clock::now().time_since_epoch() + atMost;
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(end);
+  const timespec until{seconds.count(), std::chrono::nanoseconds(end - seconds).count()};
+  sem_clockwait(&fRings, CLOCK_MONOTONIC, &until);
 }
 
 } // namespace GK

@@ -3,9 +3,11 @@
 #include "gk/GKValue.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <semaphore.h>
 #include <vector>
 
 namespace GK {
@@ -75,37 +77,65 @@ private:
 /// What is on its way to one module. Any number of threads put, one task takes; nobody ever waits.
 class GKDeliveryQueue {
 public:
+  /// What whoever has put something is to do for it to be taken.
+  enum class Call {
+    Nobody, ///< nothing: a task takes already
+    Wake,   ///< wake the task that sleeps
+    Start   ///< start a task
+  };
+
   GKDeliveryQueue() = default;
   GKDeliveryQueue(const GKDeliveryQueue&) = delete;
   GKDeliveryQueue& operator=(const GKDeliveryQueue&) = delete;
 
-  /// True when nobody takes: from now on somebody does, and it is the caller's to see to that.
-  bool put(GKParcel& parcel) noexcept {
+  Call put(GKParcel& parcel) noexcept {
     GKParcel* last = fLast.load(std::memory_order_relaxed);
+    Call call = Call::Nobody;
     do {
-      parcel.next = last == &fNobody ? nullptr : last;
+      call = last == &fAbsent ? Call::Start : last == &fAsleep ? Call::Wake : Call::Nobody;
+      parcel.next = call == Call::Nobody ? last : nullptr;
     } while (!fLast.compare_exchange_weak(last, &parcel, std::memory_order_acq_rel,
                                           std::memory_order_relaxed));
-    return last == &fNobody;
+    return call;
   }
 
-  /// Who takes: everything that is there, in the order in which it was put; null if nothing is.
-  GKParcel* takeAll() noexcept;
+  // For the task that takes.
 
-  /// Who takes: ends it unless there is something to be taken. True when it has ended.
-  bool end() noexcept {
-    GKParcel* nothing = nullptr;
-    return fLast.compare_exchange_strong(nothing, &fNobody, std::memory_order_acq_rel,
+  /// Everything that is there, in the order in which it was put; null if nothing is.
+  GKParcel* takeAll() noexcept;
+  bool isEmpty() const noexcept { return fLast.load(std::memory_order_relaxed) == nullptr; }
+
+  // Each of these tells whether it was so: nothing has been put meanwhile.
+  bool end() noexcept { return xTurn(nullptr, &fAbsent); }
+  bool fallAsleep() noexcept { return xTurn(nullptr, &fAsleep); }
+  bool wakeUp() noexcept { return xTurn(&fAsleep, nullptr); }
+
+private:
+  bool xTurn(GKParcel* from, GKParcel* to) noexcept {
+    return fLast.compare_exchange_strong(from, to, std::memory_order_acq_rel,
                                          std::memory_order_relaxed);
   }
 
-  bool isEmpty() const noexcept { return fLast.load(std::memory_order_relaxed) == nullptr; }
+  // Stand in `fLast` while there is no task, or while it sleeps.
+  GKParcel fAbsent;
+  GKParcel fAsleep;
+  /// What was put last, and behind it what was put before.
+  alignas(kCacheLine) std::atomic<GKParcel*> fLast{&fAbsent};
+};
+
+/// Wakes who waits for it, now or later.
+class GKBell {
+public:
+  GKBell() { sem_init(&fRings, 0, 0); }
+  ~GKBell() { sem_destroy(&fRings); }
+  GKBell(const GKBell&) = delete;
+  GKBell& operator=(const GKBell&) = delete;
+
+  void ring() noexcept { sem_post(&fRings); }
+  void await(std::chrono::milliseconds atMost) noexcept;
 
 private:
-  /// Stands in `fLast` while nobody takes.
-  GKParcel fNobody;
-  /// What was put last, and behind it what was put before.
-  alignas(kCacheLine) std::atomic<GKParcel*> fLast{&fNobody};
+  sem_t fRings{};
 };
 
 } // namespace GK

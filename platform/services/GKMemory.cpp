@@ -72,6 +72,16 @@ GKMemory::GKMemory(const boost::shared_ptr<GKBroker>& broker, std::shared_ptr<GK
 
 GKMemory::~GKMemory() = default;
 
+void GKMemory::exit() {
+  {
+    const std::lock_guard lock(fState->mutex);
+    for (const auto& [module, delivery] : fState->deliveries) {
+      delivery->endWaiting();
+    }
+  }
+  GKModule::exit();
+}
+
 void GKMemory::xCheck(GKCaller caller, GKOperation operation, const std::string& key) {
   if (caller == GKCaller::Module) {
     GKOperationHook::check(operation, key);
@@ -139,8 +149,13 @@ void GKMemory::xRaise(GKNotice::Kind kind, const std::string& event, const GKVal
   GKMemoryState::Event& entry = fState->event(*fStore, event);
   // Deliveries that stand still. On a clock with turns a task can be started with the turn only:
   // whoever has it must not wait for this event meanwhile.
+  struct Start {
+    std::shared_ptr<GKDelivery> delivery;
+    const GKDelivery::Callback* callback;
+    GKDelivery::Call call;
+  };
   constexpr std::size_t kUsualStarts = 4;
-  boost::container::small_vector<GKMemoryState::Subscription, kUsualStarts> starts;
+  boost::container::small_vector<Start, kUsualStarts> starts;
   {
     const std::lock_guard lock(entry.mutex);
     entry.cell.store(value);
@@ -153,13 +168,14 @@ void GKMemory::xRaise(GKNotice::Kind kind, const std::string& event, const GKVal
     // Reading the precise clock would be half of what a raise costs.
     entry.time = seen ? *seen : GKClock::instance().elapsedRoughly();
     for (const GKMemoryState::Subscription& subscription : entry.subscriptions) {
-      if (subscription.delivery->add(*subscription.callback, value)) {
-        starts.push_back(subscription);
+      const GKDelivery::Call call = subscription.delivery->add(*subscription.callback, value);
+      if (call != GKDelivery::Call::Nobody) {
+        starts.push_back({subscription.delivery, subscription.callback, call});
       }
     }
   }
-  for (const GKMemoryState::Subscription& subscription : starts) {
-    subscription.delivery->start(*subscription.callback);
+  for (const Start& start : starts) {
+    start.delivery->start(*start.callback, start.call);
   }
 }
 

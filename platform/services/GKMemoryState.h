@@ -4,6 +4,7 @@
 #include "gk/GKPriorityMutex.h"
 #include "gk/GKTime.h"
 #include "platform/services/GKDelivery.h"
+#include "platform/time/GKQuickMutex.h"
 #include "platform/values/GKNameTable.h"
 
 #include <cstdint>
@@ -31,7 +32,7 @@ struct GKMemoryState {
 
     GKMemoryCell& cell;
     /// Guards what follows, and keeps value, deliveries and observers in one order.
-    GKPriorityMutex mutex;
+    GKQuickMutex mutex;
     std::string owner;
     std::uint64_t count = 0;
     GKMicros time = 0;

@@ -10,10 +10,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <fstream>
 #include <functional>
 #include <latch>
+#include <semaphore>
 #include <stdexcept>
+#include <string>
 #include <thread>
+#include <unistd.h>
+#include <vector>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -749,6 +754,41 @@ TEST_F(SubscriptionInRealTime, UnsubscribingReturnsHoweverManyOtherEventsAreOnTh
   end();
 
   EXPECT_GT(listener->delivered.size(), 1U);
+}
+
+/// Returns when the thread waits for something.
+void awaitItsWait(pid_t thread) {
+  std::string line;
+  do {
+    std::this_thread::yield();
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::getline(file, line);
+  } while (line.find(") S ") == std::string::npos);
+}
+
+TEST_F(SubscriptionInRealTime, WhoeverHandsOverMaySleepBetweenEvents) {
+  constexpr int kRaises = 20;
+  const boost::shared_ptr<Listener> listener = add("Listener");
+  std::atomic<pid_t> thread = 0;
+  std::vector<int> seen;
+  std::binary_semaphore isSeen(0);
+  listener->after = [&](int value) {
+    seen.push_back(value);
+    thread = gettid();
+    isSeen.release();
+  };
+  sut->subscribeToEvent("A", "Listener", "onEvent");
+
+  std::vector<int> raised;
+  for (int value = 0; value < kRaises; ++value) {
+    raise("A", value);
+    raised.push_back(value);
+    isSeen.acquire();
+    awaitItsWait(thread);
+  }
+  end();
+
+  EXPECT_EQ(seen, raised);
 }
 
 /// Counts turns that had to be taken from somebody, and lets a raise be waited for.
