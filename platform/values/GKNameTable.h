@@ -27,10 +27,10 @@ template <class T> class GKTagged {
 public:
   GKTagged() noexcept = default;
   GKTagged(T* pointer, std::uint64_t tag) noexcept
-      : fWord(tag << kAddressBits | reinterpret_cast<std::uintptr_t>(pointer)) {}
+      : fWord(tag << kAddressBits | std::bit_cast<std::uint64_t>(pointer)) {}
 
   T* pointer() const noexcept {
-    return reinterpret_cast<T*>(fWord & ((std::uint64_t{1} << kAddressBits) - 1));
+    return std::bit_cast<T*>(fWord & ((std::uint64_t{1} << kAddressBits) - 1));
   }
   std::uint64_t tag() const noexcept { return fWord >> kAddressBits; }
 
