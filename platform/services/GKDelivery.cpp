@@ -15,9 +15,9 @@ namespace GK {
 
 namespace {
 
-/// How often a task that has handed everything over looks for more before it ends, giving way to
-/// other threads in between. In a burst of events one task then serves many of them: starting one
-/// costs ten times as much as a delivery.
+/// How often a task that has handed everything over looks for more before it sleeps, giving way to
+/// other threads in between. In a burst of events it then serves many of them: waking it costs ten
+/// times as much as a delivery.
 constexpr int kLooksForMore = 50;
 
 /// How long it then sleeps before it ends: some ticks of a loop. To wake it costs whoever raises
