@@ -33,7 +33,7 @@ help:
 	@echo "make packages  make the Debian packages, in build/packages; make package-test tries them on a bare system"
 	@echo "make soak      run SOAK_HOURS=$(SOAK_HOURS) of the robot's time and watch memory and descriptors"
 	@echo "make bench     run the benchmarks"
-	@echo "make bench-check  count a tick's instructions and hold them against the record"
+	@echo "make bench-check  count the instructions of ticks, events and look-ups and hold them against the record"
 	@echo "make load      put load on a host for a minute: 200 viewers, 2000 requests a second"
 	@echo "make fleet-load  1000 robots on one broker, which is killed now and then, as are some of them"
 	@echo "make realtime  how late a loop of --realtime is beside a bare thread, for REALTIME_SECONDS=$(REALTIME_SECONDS)"
@@ -158,8 +158,8 @@ screenshots: build web-tests
 bench-check: dependencies
 	./packaging/install-dependencies.sh packaging/debian-packages-bench.txt
 	cmake --preset bench
-	cmake --build --preset bench --target tick_guard
-	./bench/check.sh build/bench/bin/tick_guard
+	cmake --build --preset bench --target instruction_guard
+	./bench/check.sh build/bench/bin/instruction_guard
 
 build: dependencies
 	cmake --preset release

@@ -1,3 +1,4 @@
+#include "bench/Subscriber.h"
 #include "gk/GKBroker.h"
 #include "gk/GKBrokerManager.h"
 #include "gk/GKClock.h"
@@ -5,8 +6,10 @@
 
 #include <boost/make_shared.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <benchmark/benchmark.h>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <thread>
@@ -17,22 +20,7 @@
 
 namespace {
 
-class Subscriber : public GK::GKModule {
-public:
-  Subscriber(const boost::shared_ptr<GK::GKBroker>& broker, const std::string& name)
-      : GKModule(broker, name) {
-    functionName("onEvent", name, "Counts.");
-    addParam("event", "");
-    addParam("value", "");
-    bindMethod(&Subscriber::onEvent, this);
-  }
-
-  void onEvent(const std::string&, const GK::GKValue&) {
-    calls.fetch_add(1, std::memory_order_relaxed);
-  }
-
-  std::atomic<std::int64_t> calls{0};
-};
+using gk::bench::Subscriber;
 
 class Bus {
 public:
@@ -40,10 +28,7 @@ public:
     GK::GKClock::install(nullptr);
     memory->initModule();
     for (int i = 0; i < subscribers; ++i) {
-      const std::string name = "Subscriber" + std::to_string(i);
-      modules.push_back(boost::make_shared<Subscriber>(broker, name));
-      modules.back()->initModule();
-      memory->subscribeToEvent("FrontTactilTouched", name, "onEvent");
+      add(boost::make_shared<Subscriber>(broker, "Subscriber" + std::to_string(i)));
     }
   }
   ~Bus() {
@@ -51,11 +36,17 @@ public:
     broker->shutdown();
   }
 
+  void add(const boost::shared_ptr<Subscriber>& module) {
+    modules.push_back(module);
+    module->initModule();
+    memory->subscribeToEvent(event, module->getName(), Subscriber::kMethod);
+  }
+
   void raise() { memory->raiseEvent(event, value, GK::GKCaller::Module); }
 
   void waitUntilAllHave(std::int64_t count) const {
     for (const auto& module : modules) {
-      while (module->calls.load(std::memory_order_relaxed) < count) {
+      while (module->calls.load(std::memory_order_acquire) < count) {
         std::this_thread::yield();
       }
     }
@@ -101,6 +92,45 @@ void endToEnd(benchmark::State& state) {
   state.SetItemsProcessed(raised * state.range(0));
 }
 BENCHMARK(endToEnd)->Arg(1)->Arg(8)->Arg(64)->UseRealTime();
+
+using Steady = std::chrono::steady_clock;
+
+/// Knows when it was called last.
+class Witness : public Subscriber {
+public:
+  using Subscriber::Subscriber;
+
+  void onEvent(const std::string& event, const GK::GKValue& value) override {
+    came = Steady::now();
+    Subscriber::onEvent(event, value);
+  }
+
+  Steady::time_point came;
+};
+
+/// From the raise of an event until its callback begins, while both sides sleep in between.
+void single(benchmark::State& state) {
+  constexpr std::chrono::milliseconds kPause{2};
+  Bus bus(0);
+  const auto witness = boost::make_shared<Witness>(bus.broker, "Witness");
+  bus.add(witness);
+  std::vector<double> seconds;
+  for (auto _ : state) {
+    std::this_thread::sleep_for(kPause);
+    const Steady::time_point raised = Steady::now();
+    bus.raise();
+    const auto count = static_cast<std::int64_t>(seconds.size()) + 1;
+    while (witness->calls.load(std::memory_order_acquire) < count) {
+      std::this_thread::sleep_for(kPause);
+    }
+    seconds.push_back(std::chrono::duration<double>(witness->came - raised).count());
+    state.SetIterationTime(seconds.back());
+  }
+  std::sort(seconds.begin(), seconds.end());
+  state.counters["median"] = seconds[seconds.size() / 2];
+  state.counters["99%"] = seconds[seconds.size() * 99 / 100];
+}
+BENCHMARK(single)->Iterations(1000)->UseManualTime();
 
 /// Two threads raise an event each, without subscribers.
 void raiseFromTwoThreads(benchmark::State& state) {

@@ -10,25 +10,9 @@
 #include <algorithm>
 #include <mutex>
 #include <optional>
-#include <tuple>
 #include <utility>
 
 namespace GK {
-
-GKMemoryState::GKMemoryState() {
-  events.max_load_factor(kNamesPerBucket);
-}
-
-GKMemoryState::Event& GKMemoryState::event(GKMemoryStore& store, const std::string& name) {
-  const auto found = events.find(std::string_view(name));
-  if (found != events.end()) {
-    return found->second;
-  }
-  return events
-      .emplace(std::piecewise_construct, std::forward_as_tuple(name),
-               std::forward_as_tuple(store.cell(name)))
-      .first->second;
-}
 
 GKMemory::GKMemory(const boost::shared_ptr<GKBroker>& broker, std::shared_ptr<GKMemoryStore> store)
     : GKModule(broker, kName), fStore(std::move(store)), fState(std::make_unique<GKMemoryState>()) {
@@ -87,6 +71,16 @@ GKMemory::GKMemory(const boost::shared_ptr<GKBroker>& broker, std::shared_ptr<GK
 }
 
 GKMemory::~GKMemory() = default;
+
+void GKMemory::exit() {
+  {
+    const std::lock_guard lock(fState->mutex);
+    for (const auto& [module, delivery] : fState->deliveries) {
+      delivery->endWaiting();
+    }
+  }
+  GKModule::exit();
+}
 
 void GKMemory::xCheck(GKCaller caller, GKOperation operation, const std::string& key) {
   if (caller == GKCaller::Module) {
@@ -155,8 +149,13 @@ void GKMemory::xRaise(GKNotice::Kind kind, const std::string& event, const GKVal
   GKMemoryState::Event& entry = fState->event(*fStore, event);
   // Deliveries that stand still. On a clock with turns a task can be started with the turn only:
   // whoever has it must not wait for this event meanwhile.
+  struct Start {
+    std::shared_ptr<GKDelivery> delivery;
+    const GKDelivery::Callback* callback;
+    GKDelivery::Call call;
+  };
   constexpr std::size_t kUsualStarts = 4;
-  boost::container::small_vector<GKMemoryState::Subscription, kUsualStarts> starts;
+  boost::container::small_vector<Start, kUsualStarts> starts;
   {
     const std::lock_guard lock(entry.mutex);
     entry.cell.store(value);
@@ -169,13 +168,14 @@ void GKMemory::xRaise(GKNotice::Kind kind, const std::string& event, const GKVal
     // Reading the precise clock would be half of what a raise costs.
     entry.time = seen ? *seen : GKClock::instance().elapsedRoughly();
     for (const GKMemoryState::Subscription& subscription : entry.subscriptions) {
-      if (subscription.delivery->add(*subscription.callback, value)) {
-        starts.push_back(subscription);
+      const GKDelivery::Call call = subscription.delivery->add(*subscription.callback, value);
+      if (call != GKDelivery::Call::Nobody) {
+        starts.push_back({subscription.delivery, subscription.callback, call});
       }
     }
   }
-  for (const GKMemoryState::Subscription& subscription : starts) {
-    subscription.delivery->start(*subscription.callback);
+  for (const Start& start : starts) {
+    start.delivery->start(*start.callback, start.call);
   }
 }
 
@@ -197,13 +197,13 @@ std::vector<std::string> GKMemory::getDataList(const std::string& pattern) const
 
 std::vector<GKEventInfo> GKMemory::getEvents() const {
   std::vector<GKEventInfo> events;
-  for (auto& [name, entry] : fState->events) {
+  fState->events.forEach([&events](std::string_view name, GKMemoryState::Event& entry) {
     const std::lock_guard lock(entry.mutex);
     if (!entry.owner.empty() || entry.count > 0) {
       const GKValue value = entry.count > 0 ? entry.cell.load() : GKValue();
-      events.push_back({name, entry.owner, entry.count, value, entry.time});
+      events.push_back({std::string(name), entry.owner, entry.count, value, entry.time});
     }
-  }
+  });
   std::sort(events.begin(), events.end(), [](const GKEventInfo& left, const GKEventInfo& right) {
     return left.name < right.name;
   });

@@ -4,7 +4,8 @@
 #include "gk/GKPriorityMutex.h"
 #include "gk/GKTime.h"
 #include "platform/services/GKDelivery.h"
-#include "platform/values/GKNameHash.h"
+#include "platform/time/GKQuickMutex.h"
+#include "platform/values/GKNameTable.h"
 
 #include <cstdint>
 #include <map>
@@ -31,7 +32,7 @@ struct GKMemoryState {
 
     GKMemoryCell& cell;
     /// Guards what follows, and keeps value, deliveries and observers in one order.
-    GKPriorityMutex mutex;
+    GKQuickMutex mutex;
     std::string owner;
     std::uint64_t count = 0;
     GKMicros time = 0;
@@ -45,17 +46,16 @@ struct GKMemoryState {
     bool isSubscribed = false;
   };
 
-  GKMemoryState();
-
   /// The event of this name, made when there is none.
-  Event& event(GKMemoryStore& store, const std::string& name);
-
-  /// Any thread.
-  bool isEvent(const std::string& name) const {
-    return events.find(std::string_view(name)) != events.end();
+  Event& event(GKMemoryStore& store, std::string_view name) {
+    Event* known = events.find(name);
+    return known != nullptr ? *known : events.get(name, store.cell(name));
   }
 
-  NameMap<Event> events;
+  /// Any thread.
+  bool isEvent(const std::string& name) const { return events.find(name) != nullptr; }
+
+  GKNameTable<Event> events;
 
   /// Guards what follows. Never held while an event's mutex is being waited for by its holder.
   GKPriorityMutex mutex;

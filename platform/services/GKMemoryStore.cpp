@@ -1,14 +1,13 @@
 #include "gk/GKMemoryStore.h"
 
 #include "gk/GKPriorityMutex.h"
-#include "platform/values/GKNameHash.h"
+#include "platform/values/GKNameTable.h"
 
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <functional>
 #include <mutex>
-#include <tuple>
 #include <utility>
 
 namespace GK {
@@ -105,27 +104,19 @@ std::optional<GKValue> GKMemoryCell::xLoadLarge() const {
 }
 
 struct GKMemoryStore::Table {
-  Table() { cells.max_load_factor(kNamesPerBucket); }
-
-  NameMap<GKMemoryCell> cells;
+  GKNameTable<GKMemoryCell> cells;
 };
 
 GKMemoryStore::GKMemoryStore() : fTable(std::make_unique<Table>()) {}
 GKMemoryStore::~GKMemoryStore() = default;
 
 GKMemoryCell* GKMemoryStore::find(std::string_view key) const noexcept {
-  const auto found = fTable->cells.find(key);
-  return found != fTable->cells.end() && found->second.exists() ? &found->second : nullptr;
+  GKMemoryCell* cell = fTable->cells.find(key);
+  return cell != nullptr && cell->exists() ? cell : nullptr;
 }
 
 GKMemoryCell& GKMemoryStore::cell(std::string_view key) {
-  const auto found = fTable->cells.find(key);
-  if (found != fTable->cells.end()) {
-    return found->second;
-  }
-  return fTable->cells
-      .emplace(std::piecewise_construct, std::forward_as_tuple(key), std::forward_as_tuple())
-      .first->second;
+  return fTable->cells.get(key);
 }
 
 std::optional<GKValue> GKMemoryStore::get(std::string_view key) const {
@@ -135,20 +126,20 @@ std::optional<GKValue> GKMemoryStore::get(std::string_view key) const {
 
 std::vector<std::string> GKMemoryStore::keys() const {
   std::vector<std::string> names;
-  names.reserve(fTable->cells.size());
-  for (const auto& [key, cell] : fTable->cells) {
+  fTable->cells.forEach([&names](std::string_view name, const GKMemoryCell& cell) {
     if (cell.exists()) {
-      names.push_back(key);
+      names.emplace_back(name);
     }
-  }
+  });
   std::sort(names.begin(), names.end());
   return names;
 }
 
 std::size_t GKMemoryStore::size() const noexcept {
-  const auto exists = [](const auto& entry) { return entry.second.exists(); };
-  return static_cast<std::size_t>(
-      std::count_if(fTable->cells.begin(), fTable->cells.end(), exists));
+  std::size_t count = 0;
+  fTable->cells.forEach(
+      [&count](std::string_view, const GKMemoryCell& cell) { count += cell.exists() ? 1U : 0U; });
+  return count;
 }
 
 } // namespace GK

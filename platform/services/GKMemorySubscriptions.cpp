@@ -200,18 +200,16 @@ void GKMemory::subscribeToEvent(const std::string& event, const std::string& mod
 void GKMemory::unsubscribeToEvent(const std::string& event, const std::string& module) {
   GKMemoryState::Subscription ended;
   std::string abandoned;
-  const auto entry = fState->events.find(std::string_view(event));
-  if (entry != fState->events.end()) {
-    GKMemoryState::Event& known = entry->second;
-    const std::scoped_lock lock(fState->mutex, known.mutex);
+  if (GKMemoryState::Event* known = fState->events.find(event)) {
+    const std::scoped_lock lock(fState->mutex, known->mutex);
     const auto found = std::find_if(
-        known.subscriptions.begin(), known.subscriptions.end(),
+        known->subscriptions.begin(), known->subscriptions.end(),
         [&module](const GKMemoryState::Subscription& one) { return one.module == module; });
-    if (found != known.subscriptions.end()) {
+    if (found != known->subscriptions.end()) {
       ended = *found;
-      known.subscriptions.erase(found);
-      if (xEndUse(known.owner, module, event)) {
-        abandoned = known.owner;
+      known->subscriptions.erase(found);
+      if (xEndUse(known->owner, module, event)) {
+        abandoned = known->owner;
       }
     }
   }

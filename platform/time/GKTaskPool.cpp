@@ -37,13 +37,16 @@ GKTaskPool::~GKTaskPool() {
 }
 
 void GKTaskPool::run(std::function<void()> work) {
-  const std::lock_guard lock(fMutex);
-  fQueue.push_back(std::move(work));
-  if (fQueue.size() > fIdle) {
-    fThreads.emplace_back([this] { xServe(); });
-  } else {
-    fWake.notify_one();
+  {
+    const std::lock_guard lock(fMutex);
+    fQueue.push_back(std::move(work));
+    if (fQueue.size() > fIdle) {
+      fThreads.emplace_back([this] { xServe(); });
+      return;
+    }
   }
+  // Without the lock: who wakes takes it first of all.
+  fWake.notify_one();
 }
 
 void GKTaskPool::xServe() {

@@ -10,10 +10,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <fstream>
 #include <functional>
 #include <latch>
+#include <semaphore>
 #include <stdexcept>
+#include <string>
 #include <thread>
+#include <unistd.h>
+#include <vector>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -563,17 +568,52 @@ TEST_F(SubscriptionTest, ADeliveryUnderWayEndsBeforeTheModuleIsReleasedAndTheRes
   EXPECT_EQ(GKClock::instance().elapsed(), 10'000);
 }
 
-TEST(SubscriptionInRealTime, ManyThreadsRaiseAndEachSubscriberSeesTheirOrder) {
+/// The memory service on the real clock, in which threads meet.
+class SubscriptionInRealTime : public testing::Test {
+protected:
+  /// No callback runs any more: what they use may go.
+  void end() {
+    broker->shutdown();
+    GKClock::install(nullptr);
+  }
+
+  boost::shared_ptr<Listener> add(const std::string& name) {
+    const auto module = boost::make_shared<Listener>(broker, name);
+    module->initModule();
+    return module;
+  }
+  void raise(const std::string& event, int value) { sut->raiseEvent(event, value, kModule); }
+
+  boost::shared_ptr<GKBroker> broker = [] {
+    GKClock::install(nullptr);
+    return boost::make_shared<GKBroker>("real", nullptr);
+  }();
+  boost::shared_ptr<GKMemory> sut = [this] {
+    const auto memory = boost::make_shared<GKMemory>(broker, std::make_shared<GKMemoryStore>());
+    memory->initModule();
+    return memory;
+  }();
+};
+
+/// Expects that `seen` has all values of each thread, in the order in which it raised them.
+void expectOrderOfEachThread(const std::vector<int>& seen, int threads, int raises) {
+  for (int thread = 0; thread < threads; ++thread) {
+    std::vector<int> own;
+    for (const int value : seen) {
+      if (value / raises == thread) {
+        own.push_back(value % raises);
+      }
+    }
+    EXPECT_EQ(own.size(), static_cast<std::size_t>(raises));
+    EXPECT_TRUE(std::is_sorted(own.begin(), own.end()));
+  }
+}
+
+TEST_F(SubscriptionInRealTime, ManyThreadsRaiseAndEachSubscriberSeesTheirOrder) {
   constexpr int kThreads = 4;
   constexpr int kRaises = 500;
-  GKClock::install(nullptr);
-  const auto broker = boost::make_shared<GKBroker>("real", nullptr);
-  const auto sut = boost::make_shared<GKMemory>(broker, std::make_shared<GKMemoryStore>());
-  sut->initModule();
-  const auto first = boost::make_shared<Listener>(broker, "First");
-  const auto second = boost::make_shared<Listener>(broker, "Second");
-  first->initModule();
-  second->initModule();
+  const boost::shared_ptr<Listener> first = add("First");
+  const boost::shared_ptr<Listener> second = add("Second");
   std::latch all(2 * kThreads * kRaises);
   std::vector<int> seenByFirst;
   std::vector<int> seenBySecond;
@@ -593,27 +633,162 @@ TEST(SubscriptionInRealTime, ManyThreadsRaiseAndEachSubscriberSeesTheirOrder) {
     for (int thread = 0; thread < kThreads; ++thread) {
       threads.emplace_back([&, thread] {
         for (int i = 0; i < kRaises; ++i) {
-          sut->raiseEvent("A", thread * kRaises + i, kModule);
+          raise("A", thread * kRaises + i);
         }
       });
     }
   }
   all.wait();
-  broker->shutdown();
-  GKClock::install(nullptr);
+  end();
 
   // One event's raises have one order, the same for all, and each thread's own order within it.
   EXPECT_EQ(seenByFirst, seenBySecond);
+  expectOrderOfEachThread(seenByFirst, kThreads, kRaises);
+}
+
+TEST_F(SubscriptionInRealTime, EachThreadRaisesAnEventOfItsOwnAndTheSubscriberSeesTheirOrder) {
+  constexpr int kThreads = 4;
+  constexpr int kRaises = 500;
+  const boost::shared_ptr<Listener> listener = add("Listener");
+  std::latch all(kThreads * kRaises);
+  std::vector<int> seen;
+  listener->after = [&](int value) {
+    seen.push_back(value);
+    all.count_down();
+  };
   for (int thread = 0; thread < kThreads; ++thread) {
-    std::vector<int> own;
-    for (const int value : seenByFirst) {
-      if (value / kRaises == thread) {
-        own.push_back(value % kRaises);
-      }
-    }
-    EXPECT_EQ(own.size(), static_cast<std::size_t>(kRaises));
-    EXPECT_TRUE(std::is_sorted(own.begin(), own.end()));
+    sut->subscribeToEvent("Event" + std::to_string(thread), "Listener", "onEvent");
   }
+
+  {
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+      threads.emplace_back([&, thread] {
+        for (int i = 0; i < kRaises; ++i) {
+          raise("Event" + std::to_string(thread), thread * kRaises + i);
+        }
+      });
+    }
+  }
+  all.wait();
+  end();
+
+  expectOrderOfEachThread(seen, kThreads, kRaises);
+}
+
+TEST_F(SubscriptionInRealTime, AnyNumberOfEventsMayBeOnTheirWay) {
+  constexpr int kRaises = 10000;
+  const boost::shared_ptr<Listener> listener = add("Listener");
+  std::latch mayGoOn(1);
+  std::latch all(kRaises);
+  std::vector<int> seen;
+  listener->after = [&](int value) {
+    mayGoOn.wait();
+    seen.push_back(value);
+    all.count_down();
+  };
+  sut->subscribeToEvent("A", "Listener", "onEvent");
+
+  std::vector<int> raised;
+  for (int value = 0; value < kRaises; ++value) {
+    raise("A", value);
+    raised.push_back(value);
+  }
+  mayGoOn.count_down();
+  all.wait();
+  end();
+
+  EXPECT_EQ(seen, raised);
+}
+
+TEST_F(SubscriptionInRealTime, NothingIsHandedOverOnceUnsubscribingHasReturned) {
+  constexpr int kRounds = 200;
+  const boost::shared_ptr<Listener> listener = add("Listener");
+  std::atomic<bool> isSubscribed = false;
+  std::atomic<int> strays = 0;
+  listener->after = [&](int) { strays += isSubscribed ? 0 : 1; };
+  std::atomic<bool> isDone = false;
+  std::jthread raiser([&] {
+    while (!isDone) {
+      raise("A", 1);
+    }
+  });
+
+  for (int round = 0; round < kRounds; ++round) {
+    isSubscribed = true;
+    sut->subscribeToEvent("A", "Listener", "onEvent");
+    raise("A", 2);
+    sut->unsubscribeToEvent("A", "Listener");
+    isSubscribed = false;
+  }
+  isDone = true;
+  raiser.join();
+  end();
+
+  EXPECT_EQ(strays, 0);
+}
+
+TEST_F(SubscriptionInRealTime, UnsubscribingReturnsHoweverManyOtherEventsAreOnTheirWay) {
+  const boost::shared_ptr<Listener> listener = add("Listener");
+  std::latch areUnderWay(1);
+  std::latch goOn(1);
+  std::atomic<bool> hasReturned = false;
+  listener->after = [&](int value) {
+    if (value == 1) {
+      areUnderWay.count_down();
+    }
+    if (hasReturned) {
+      goOn.count_down();
+    } else {
+      raise("B", value + 1);
+    }
+  };
+  sut->subscribeToEvent("A", "Listener", "onEvent");
+  sut->subscribeToEvent("B", "Listener", "onEvent");
+  raise("B", 1);
+  areUnderWay.wait();
+
+  sut->unsubscribeToEvent("A", "Listener");
+  hasReturned = true;
+  goOn.wait();
+  end();
+
+  EXPECT_GT(listener->delivered.size(), 1U);
+}
+
+/// Returns when the thread waits for something.
+void awaitItsWait(pid_t thread) {
+  std::string line;
+  do {
+    std::this_thread::yield();
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::getline(file, line);
+  } while (line.find(") S ") == std::string::npos);
+}
+
+TEST_F(SubscriptionInRealTime, WhoeverHandsOverMaySleepBetweenEvents) {
+  constexpr int kRaises = 20;
+  const boost::shared_ptr<Listener> listener = add("Listener");
+  std::atomic<pid_t> thread = 0;
+  std::vector<int> seen;
+  std::binary_semaphore isSeen(0);
+  listener->after = [&](int value) {
+    seen.push_back(value);
+    thread = gettid();
+    isSeen.release();
+  };
+  sut->subscribeToEvent("A", "Listener", "onEvent");
+
+  std::vector<int> raised;
+  for (int value = 0; value < kRaises; ++value) {
+    raise("A", value);
+    raised.push_back(value);
+    isSeen.acquire();
+    awaitItsWait(thread);
+  }
+  end();
+
+  EXPECT_EQ(seen, raised);
 }
 
 /// Counts turns that had to be taken from somebody, and lets a raise be waited for.

@@ -43,6 +43,9 @@ public:
 
   static constexpr const char* kName = "GKMemory";
 
+  /// Called by the broker's shutdown.
+  void exit() override;
+
   const std::shared_ptr<GKMemoryStore>& store() const noexcept { return fStore; }
 
   bool hasKey(const std::string& key) const;
