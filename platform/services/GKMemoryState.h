@@ -4,8 +4,8 @@
 #include "gk/GKPriorityMutex.h"
 #include "gk/GKTime.h"
 #include "platform/services/GKDelivery.h"
+#include "platform/services/GKNameTable.h"
 #include "platform/time/GKQuickMutex.h"
-#include "platform/values/GKNameTable.h"
 
 #include <cstdint>
 #include <map>

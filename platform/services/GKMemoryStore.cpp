@@ -1,7 +1,7 @@
 #include "gk/GKMemoryStore.h"
 
 #include "gk/GKPriorityMutex.h"
-#include "platform/values/GKNameTable.h"
+#include "platform/services/GKNameTable.h"
 
 #include <algorithm>
 #include <array>

@@ -144,6 +144,33 @@ TEST_F(CourierTest, WhatWasOnItsWayWhenTheConnectionBrokeIsSentAgain) {
   EXPECT_THAT(pump(), ElementsAre("E2h"));
 }
 
+TEST_F(CourierTest, WhatIsAcknowledgedAndNotYetDeletedWhenTheProcessEndsIsSentAgainAsTheSame) {
+  connect(1);
+  raise(1, 2);
+  pump();
+  sut.onPublished(1, 0);
+  EXPECT_THAT(sut.acknowledged(), ElementsAre(1));
+  outbox.reset(); // before that has been committed
+  const auto kept = Outbox::open({.file = folder.file("outbox.db")}).outbox;
+  std::vector<std::string> sentAgain;
+  Courier next(
+      "b2", {},
+      [&sentAgain](const Entry& entry, bool isHistorical) -> std::optional<int> {
+        sentAgain.push_back(entry.bootId + ":" + std::to_string(entry.from) +
+                            (isHistorical ? "h" : ""));
+        return static_cast<int>(sentAgain.size());
+      },
+      [](const Entry&, const std::string&) {});
+  next.onConnected(now, 1, kept->nextId());
+  next.pump(now, kept.get());
+  next.pump(now + seconds(1), kept.get());
+  EXPECT_THAT(sentAgain, ElementsAre("b1:1h", "b1:2h"));
+  next.onPublished(1, 0);
+  next.onPublished(2, 0);
+  kept->commit(next.acknowledged(), {}, {});
+  EXPECT_EQ(kept->count(), 0U);
+}
+
 TEST_F(CourierTest, NobodyListeningIsASuccess) {
   connect(1);
   raise(1, 1);
