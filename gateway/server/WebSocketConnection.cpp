@@ -157,9 +157,9 @@ private:
   }
 
   /// Writes when everything of this moment is there: a tick makes several messages. Called by the
-  /// session, also while the connection is being made or is going.
+  /// session, also while the connection is being made or is going: then nothing of it may be used.
   void xWake() {
-    if (!fIsWriting && !fIsClosing && fParts.wake(*this)) {
+    if (!weak_from_this().expired() && !fIsWriting && !fIsClosing && fParts.wake(*this)) {
       asio::post(fStream.get_executor(), [&parts = fParts] { parts.writeWoken(); });
     }
   }

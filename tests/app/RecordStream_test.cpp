@@ -33,7 +33,7 @@ protected:
   /// Touches the robot until the recording, which is flushed in between, shows it.
   void touchUntilSeen(const RunningHost& host) {
     for (int i = 0; cat().find("FrontTactilTouched") == std::string::npos; ++i) {
-      host.gk({"set", kTouch, std::to_string(i % 2)});
+      ASSERT_EQ(host.gk({"set", kTouch, std::to_string(i % 2)}).code, 0);
     }
   }
 
