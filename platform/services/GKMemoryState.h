@@ -49,7 +49,10 @@ struct GKMemoryState {
   /// The event of this name, made when there is none.
   Event& event(GKMemoryStore& store, std::string_view name) {
     Event* known = events.find(name);
-    return known != nullptr ? *known : events.get(name, store.cell(name));
+    if (known != nullptr) {
+      return *known;
+    }
+    return events.get(name, store.cell(name));
   }
 
   /// Any thread.
