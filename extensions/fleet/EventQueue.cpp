@@ -1,9 +1,9 @@
 #include "extensions/fleet/EventQueue.h"
 
 #include "gk/GKClock.h"
+#include "messages/notices/NoticeSize.h"
 
 #include <algorithm>
-#include <iterator>
 #include <mutex>
 #include <utility>
 
@@ -18,10 +18,8 @@ void EventQueue::onNotice(const GK::GKNotice& notice) {
   {
     const std::lock_guard lock(fMutex);
     if (isEvent) {
-      if (fEvents.size() >= fCapacity) {
-        fEvents.pop_front();
-      }
-      fEvents.push_back({fNextSeq++, notice.kind, notice.time, notice.name, notice.value});
+      fEvents.add({fNextSeq++, notice.kind, notice.time, notice.name, notice.value},
+                  messages::bytesOf(notice));
     } else {
       fIsDeclared = true;
     }
@@ -53,17 +51,12 @@ void EventQueue::onTickTimes(const GK::GKTickTimes& times, const GK::GKTask& tas
 }
 
 EventQueue::Taken EventQueue::take() {
-  std::deque<Event> events;
   Taken taken;
-  {
-    const std::lock_guard lock(fMutex);
-    events.swap(fEvents);
-    taken.nextSeq = fNextSeq;
-    taken.isDeclared = std::exchange(fIsDeclared, false);
-    fIsAwake = false;
-  }
-  taken.events.assign(std::make_move_iterator(events.begin()),
-                      std::make_move_iterator(events.end()));
+  const std::lock_guard lock(fMutex);
+  fEvents.takeAll(taken.events);
+  taken.nextSeq = fNextSeq;
+  taken.isDeclared = std::exchange(fIsDeclared, false);
+  fIsAwake = false;
   return taken;
 }
 

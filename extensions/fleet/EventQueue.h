@@ -2,10 +2,10 @@
 
 #include "gk/GKObserver.h"
 #include "gk/GKPriorityMutex.h"
+#include "messages/notices/Backlog.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <string>
 #include <vector>
@@ -46,7 +46,7 @@ public:
 
   /// `wake` is called on the thread that raised something, once for each `take`: it must be quick.
   explicit EventQueue(std::function<void()> wake, std::size_t capacity = kCapacity)
-      : fWake(std::move(wake)), fCapacity(capacity) {}
+      : fWake(std::move(wake)), fEvents(capacity) {}
 
   void onNotice(const GK::GKNotice& notice) override;
   void onTick(GK::GKMicros time, const GK::GKTask& task) override;
@@ -60,9 +60,8 @@ private:
   Loop& xLoop(const std::string& module);
 
   const std::function<void()> fWake;
-  const std::size_t fCapacity;
   GK::GKPriorityMutex fMutex;
-  std::deque<Event> fEvents;
+  messages::Backlog<Event> fEvents;
   std::uint64_t fNextSeq = 1;
   bool fIsDeclared = false;
   bool fIsAwake = false;

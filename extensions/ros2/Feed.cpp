@@ -1,6 +1,7 @@
 #include "extensions/ros2/Feed.h"
 
 #include "gk/GKClock.h"
+#include "messages/notices/NoticeSize.h"
 
 #include <algorithm>
 #include <mutex>
@@ -15,7 +16,7 @@ constexpr std::size_t kMostTimes = 256;
 
 } // namespace
 
-Feed::Feed(std::size_t capacity) : fCapacity(capacity) {
+Feed::Feed(std::size_t capacity) : fNotices(capacity) {
   fBatch.times.reserve(kMostTimes);
 }
 
@@ -30,11 +31,7 @@ void Feed::onNotice(const GK::GKNotice& notice) {
   }
   {
     const std::lock_guard lock(fMutex);
-    if (fBatch.notices.size() >= fCapacity) {
-      fBatch.notices.pop_front();
-      fDropped.fetch_add(1, std::memory_order_relaxed);
-    }
-    fBatch.notices.push_back(notice);
+    fNotices.add(notice, messages::bytesOf(notice));
     fIsNews = true;
   }
   fWake.notify_one();
@@ -70,16 +67,20 @@ std::size_t Feed::xLoop(const GK::GKTask& task) {
 }
 
 void Feed::take(Batch& batch, std::chrono::milliseconds patience) {
-  batch.notices.clear();
   batch.times.clear();
   batch.times.reserve(kMostTimes);
   std::unique_lock<std::mutex> lock(fMutex);
   fWake.wait_for(lock, patience, [this] { return fIsNews; });
-  std::swap(batch.notices, fBatch.notices);
+  fNotices.takeAll(batch.notices);
   std::swap(batch.times, fBatch.times);
   batch.ticks = fBatch.ticks;
   batch.isEnd = fBatch.isEnd;
   fIsNews = fBatch.isEnd;
+}
+
+std::uint64_t Feed::dropped() const {
+  const std::lock_guard lock(fMutex);
+  return fNotices.dropped();
 }
 
 void Feed::end() {

@@ -2,13 +2,12 @@
 
 #include "gk/GKObserver.h"
 #include "gk/GKPriorityMutex.h"
+#include "messages/notices/Backlog.h"
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <string>
 #include <vector>
 
@@ -34,7 +33,7 @@ public:
   };
   struct Batch {
     /// Events, micro-events and log lines, in their order.
-    std::deque<GK::GKNotice> notices;
+    std::vector<GK::GKNotice> notices;
     /// All loops so far, in the order of their first ticks.
     std::vector<Tick> ticks;
     std::vector<TickTimes> times;
@@ -55,17 +54,17 @@ public:
   void end();
 
   /// Notices that were dropped so far. Any thread.
-  std::uint64_t dropped() const noexcept { return fDropped.load(std::memory_order_relaxed); }
+  std::uint64_t dropped() const;
 
 private:
   std::size_t xLoop(const GK::GKTask& task);
 
-  const std::size_t fCapacity;
-  GK::GKPriorityMutex fMutex;
+  mutable GK::GKPriorityMutex fMutex;
   std::condition_variable fWake;
+  messages::Backlog<GK::GKNotice> fNotices;
+  /// The rest of what is taken next.
   Batch fBatch;
   bool fIsNews = false;
-  std::atomic<std::uint64_t> fDropped{0};
 };
 
 } // namespace gk::ros2

@@ -18,6 +18,9 @@ namespace {
 
 using runlog::Kind;
 
+/// Most bytes before a block's parts: a flag, and three sizes.
+constexpr std::size_t kHeadSize = 31;
+
 void appendLeb(std::string& out, std::uint64_t number) {
   while (number >= 0x80) {
     out.push_back(static_cast<char>((number & 0x7F) | 0x80));
@@ -151,6 +154,8 @@ void RunLogWriter::endValues() {
 
 std::string RunLogWriter::take() {
   std::string block;
+  // No larger than it is: blocks are kept.
+  block.reserve(size() + kHeadSize);
   appendByte(block, fIsAnew ? runlog::kAnewBit : 0);
   for (const std::string* part : {&fEntries, &fFlips, &fPlaces}) {
     appendLeb(block, part->size());

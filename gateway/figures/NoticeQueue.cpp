@@ -1,15 +1,15 @@
 #include "gateway/figures/NoticeQueue.h"
 
 #include "gk/GKClock.h"
+#include "messages/notices/NoticeSize.h"
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 namespace gk::gateway {
 
 NoticeQueue::NoticeQueue(std::function<void()> wake, std::size_t capacity)
-    : fWake(std::move(wake)), fCapacity(capacity) {}
+    : fWake(std::move(wake)), fNotices(capacity) {}
 
 void NoticeQueue::onNotice(const GK::GKNotice& notice) {
   // What goes into the memory is seen there; orders and resources have no channel.
@@ -23,11 +23,7 @@ void NoticeQueue::onNotice(const GK::GKNotice& notice) {
   }
   {
     const std::lock_guard lock(fMutex);
-    if (fNotices.size() >= fCapacity) {
-      fNotices.pop_front();
-      fDropped.fetch_add(1, std::memory_order_relaxed);
-    }
-    fNotices.push_back(notice);
+    fNotices.add(notice, messages::bytesOf(notice));
     if (std::exchange(fIsAwake, true)) {
       return;
     }
@@ -55,13 +51,16 @@ void NoticeQueue::onTick(GK::GKMicros time, const GK::GKTask& task) {
 NoticeQueue::Batch NoticeQueue::take(std::size_t most) {
   Batch batch;
   const std::lock_guard lock(fMutex);
-  const auto end = fNotices.begin() + static_cast<std::ptrdiff_t>(std::min(most, fNotices.size()));
-  batch.notices.assign(std::make_move_iterator(fNotices.begin()), std::make_move_iterator(end));
-  fNotices.erase(fNotices.begin(), end);
-  batch.isMore = !fNotices.empty();
+  fNotices.take(batch.notices, most);
+  batch.isMore = !fNotices.isEmpty();
   batch.loops = fLoops;
   fIsAwake = false;
   return batch;
+}
+
+std::uint64_t NoticeQueue::dropped() const {
+  const std::lock_guard lock(fMutex);
+  return fNotices.dropped();
 }
 
 } // namespace gk::gateway

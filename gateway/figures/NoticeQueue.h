@@ -2,11 +2,10 @@
 
 #include "gk/GKObserver.h"
 #include "gk/GKPriorityMutex.h"
+#include "messages/notices/Backlog.h"
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <string>
 #include <vector>
@@ -46,18 +45,16 @@ public:
   Batch take(std::size_t most = kCapacity);
 
   /// Notices that were dropped so far.
-  std::uint64_t dropped() const noexcept { return fDropped.load(std::memory_order_relaxed); }
+  std::uint64_t dropped() const;
 
 private:
   void xWake();
 
   const std::function<void()> fWake;
-  const std::size_t fCapacity;
-  GK::GKPriorityMutex fMutex;
-  std::deque<GK::GKNotice> fNotices;
+  mutable GK::GKPriorityMutex fMutex;
+  messages::Backlog<GK::GKNotice> fNotices;
   std::vector<Loop> fLoops;
   bool fIsAwake = false;
-  std::atomic<std::uint64_t> fDropped{0};
 };
 
 } // namespace gk::gateway

@@ -9,6 +9,7 @@
 #include "messages/json/SameValue.h"
 #include "messages/keys/DeviceKeys.h"
 #include "messages/keys/Subjects.h"
+#include "messages/notices/NoticeSize.h"
 #include "messages/text/Numbers.h"
 #include "messages/text/WallTime.h"
 
@@ -21,16 +22,10 @@ namespace gk::gateway {
 
 namespace {
 
-/// What a notice takes besides its texts.
-constexpr std::size_t kNoticeBytes = sizeof(GK::GKNotice) + 64;
 /// Samples of a recording for viewers, as of any recording.
 constexpr GK::GKMicros kSamplePeriod = 100'000;
 constexpr std::string_view kJointTopic = "/joint_states";
 constexpr std::string_view kSettings = "Settings/";
-
-std::size_t sizeOf(const GK::GKNotice& notice) {
-  return kNoticeBytes + notice.name.size() + notice.owner.size() + notice.text.size();
-}
 
 std::string secondsText(GK::GKMicros time) {
   std::string text;
@@ -170,6 +165,13 @@ void Past::xEndPiece() {
   xForget();
 }
 
+/// A flood between two ticks.
+void Past::xEndPieceIfFull() {
+  if (fLog.size() + fEventBytes > fOptions.bytes / 2 && !fLog.isEmpty()) {
+    xEndPiece();
+  }
+}
+
 void Past::xForget() {
   const auto isTooOld = [this] {
     return fPieces.size() > 1 && fPieces[1]->begin <= fLast - fOptions.length;
@@ -200,11 +202,8 @@ void Past::onNotice(const GK::GKNotice& notice) {
   }
   const std::lock_guard lock(fMutex);
   fEvents.push_back(notice);
-  fEventBytes += sizeOf(notice);
-  // A flood between two ticks: the piece ends here.
-  if (fEventBytes > fOptions.bytes / 2 && !fLog.isEmpty()) {
-    xEndPiece();
-  }
+  fEventBytes += messages::bytesOf(notice);
+  xEndPieceIfFull();
 }
 
 void Past::onTick(GK::GKMicros time, std::string_view module) {
@@ -247,6 +246,7 @@ void Past::onAction(GK::GKMicros time, const formats::Action& action) {
   fLast = time;
   fLog.add(formats::RunTurn{formats::kOutsideTask, time});
   fLog.add(formats::RunAction{action});
+  xEndPieceIfFull();
 }
 
 Past::View Past::xView() {

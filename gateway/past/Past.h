@@ -98,6 +98,7 @@ private:
 
   void xBeginPieceAt(GK::GKMicros time);
   void xEndPiece();
+  void xEndPieceIfFull();
   void xForget();
   void xForgetOldest();
   View xView();

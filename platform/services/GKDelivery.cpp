@@ -1,6 +1,5 @@
 #include "platform/services/GKDelivery.h"
 
-#include "gk/GKBroker.h"
 #include "gk/GKCaller.h"
 #include "gk/GKClock.h"
 #include "zu/log.h"
@@ -68,18 +67,16 @@ void GKDelivery::xDrain() {
   } while (xStay());
 }
 
-boost::shared_ptr<GKModuleCore> GKDelivery::xTarget() const {
-  boost::shared_ptr<GKModuleCore> module = fModule.lock();
-  const boost::shared_ptr<GKBroker> broker =
-      module != nullptr ? module->getParentBroker() : nullptr;
-  if (broker != nullptr && broker->isExiting()) {
-    module.reset();
+GKDelivery::Target GKDelivery::xTarget() const {
+  Target target{fModule.lock(), nullptr};
+  if (target.module != nullptr) {
+    target.broker = target.module->getParentBroker();
   }
-  return module;
+  return target;
 }
 
 bool GKDelivery::xStay() {
-  if (!GKClock::instance().isOneAtATime() && xTarget() != nullptr) {
+  if (!GKClock::instance().isOneAtATime() && xTarget().isThere()) {
     if (!fQueue.fallAsleep()) {
       return true;
     }
@@ -123,9 +120,7 @@ void GKDelivery::cancel(const std::string& event) {
 }
 
 void GKDelivery::xHandOver(GKParcel* first) {
-  const boost::shared_ptr<GKModuleCore> module = fModule.lock();
-  const boost::shared_ptr<GKBroker> broker =
-      module != nullptr ? module->getParentBroker() : nullptr;
+  const Target target = xTarget();
   // Where the thread has it is found once for all.
   bool& isInCallback = tIsInCallback;
   std::unique_lock call(fCalling);
@@ -138,16 +133,20 @@ void GKDelivery::xHandOver(GKParcel* first) {
     // Once the shutdown has begun nothing is handed over: a callback that raises what it is called
     // for would keep it waiting for ever. The subscription is looked at with the lock: whoever ends
     // it afterwards waits for the call.
-    const bool isWanted = module != nullptr && (broker == nullptr || !broker->isExiting()) &&
-                          callback.ended.load(std::memory_order_relaxed) == parcel->subscription;
-    callback.arguments.back() = std::move(parcel->value);
+    const bool isWanted =
+        target.isThere() && callback.ended.load(std::memory_order_relaxed) == parcel->subscription;
+    GKValue& value = callback.arguments.back();
+    value = std::move(parcel->value);
     parcel = parcel->next;
     callback.parcels.giveBack();
     if (isWanted) {
       isInCallback = true;
-      xCall(*module, callback);
+      xCall(*target.module, callback);
       isInCallback = false;
     }
+    // Its place is empty when the next one comes: a text would leave its room to the parcel else,
+    // and each parcel keep room for the longest one it ever had.
+    value = GKValue();
   }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gk/GKBroker.h"
 #include "gk/GKModuleCore.h"
 #include "gk/GKMutex.h"
 #include "gk/GKPriorityMutex.h"
@@ -58,9 +59,18 @@ public:
   void cancel(const std::string& event);
 
 private:
+  /// The module that is called.
+  struct Target {
+    boost::shared_ptr<GKModuleCore> module;
+    boost::shared_ptr<GKBroker> broker;
+    /// False when nothing is to be handed over any more.
+    bool isThere() const {
+      return module != nullptr && (broker == nullptr || !broker->isExiting());
+    }
+  };
+
   void xDrain();
-  /// The module that is called; empty when nothing is to be handed over any more.
-  boost::shared_ptr<GKModuleCore> xTarget() const;
+  Target xTarget() const;
   /// Nothing is left: stays for some time. False when the task is to end.
   bool xStay();
   /// Gives a burst that is going on the chance to bring more.

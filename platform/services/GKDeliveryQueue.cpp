@@ -1,25 +1,50 @@
 #include "platform/services/GKDeliveryQueue.h"
 
 #include <algorithm>
+#include <bit>
 #include <ctime>
 #include <utility>
 
 namespace GK {
 
 void GKParcels::xMakeRoom() {
-  const std::uint64_t size = fBlocks.empty() ? 0 : fMask + 1;
+  if (fBlocks.empty()) {
+    xBegin(kFirst);
+    return;
+  }
+  const std::size_t size = fMask + 1;
   const std::uint64_t returned = fReturned.load(std::memory_order_acquire);
-  fLimit = std::max(returned, fBegin) + size;
+  if (returned >= fBegin) {
+    // Nothing is on its way any more of what came before.
+    fBlocks.erase(fBlocks.begin(), fBlocks.end() - 1);
+  }
+  fMost = std::max(fMost, fTaken - returned);
+  const std::uint64_t limit = std::max(returned, fBegin) + size;
   // Not only when there is none left: to look at what the other side writes costs more than a
   // parcel, and is to be done once for many.
-  if (fLimit - fTaken < (size + 1) / 2 || size == 0) {
-    const std::uint64_t larger = std::max<std::uint64_t>(2 * size, kFirst);
-    fBlocks.push_back(std::make_unique<GKParcel[]>(larger));
-    fPresent = fBlocks.back().get();
-    fMask = larger - 1;
-    fBegin = fTaken;
-    fLimit = fTaken + larger;
+  if (limit - fTaken < (size + 1) / 2) {
+    xBegin(2 * size);
+    return;
   }
+  fLimit = std::min(limit, fTaken + kKept);
+  if (++fLooks == kLooks) {
+    const std::size_t enough = std::max<std::size_t>(4 * std::bit_ceil(fMost), kKept);
+    if (enough < size) {
+      xBegin(enough);
+    }
+    fLooks = 0;
+    fMost = 0;
+  }
+}
+
+void GKParcels::xBegin(std::size_t size) {
+  fBlocks.push_back(std::make_unique<GKParcel[]>(size));
+  fPresent = fBlocks.back().get();
+  fMask = size - 1;
+  fBegin = fTaken;
+  fLimit = fTaken + size;
+  fLooks = 0;
+  fMost = 0;
 }
 
 GKParcel* GKDeliveryQueue::takeAll() noexcept {

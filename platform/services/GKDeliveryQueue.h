@@ -35,7 +35,8 @@ public:
   GKParcels(const GKParcels&) = delete;
   GKParcels& operator=(const GKParcels&) = delete;
 
-  /// A free parcel; allocates only when there have never been so many on their way.
+  /// A free parcel. Allocates when more than half of those that there are, or for some time next to
+  /// none of very many, are on their way.
   GKParcel& take() {
     if (fTaken == fLimit) {
       xMakeRoom();
@@ -55,8 +56,13 @@ public:
 private:
   static constexpr std::size_t kFirst = 16;
   static constexpr std::size_t kAhead = 3;
+  /// What is kept for good once it has been needed: 64 KiB.
+  static constexpr std::size_t kKept = 1024;
+  /// So many looks at what is on its way decide whether a smaller block will do.
+  static constexpr int kLooks = 8;
 
   void xMakeRoom();
+  void xBegin(std::size_t size);
 
   // Who takes.
   GKParcel* fPresent = nullptr;
@@ -66,9 +72,11 @@ private:
   /// `fTaken` when the present block was made.
   std::uint64_t fBegin = 0;
   std::uint64_t fMask = 0;
-  /// All that there ever were: what is on its way stays where it is. Each twice as large as the one
-  /// before.
+  /// The present block last, and before it those of which something is on its way still.
   std::vector<std::unique_ptr<GKParcel[]>> fBlocks;
+  /// Looks since the last decision, and the most that was on its way at one of them.
+  int fLooks = 0;
+  std::uint64_t fMost = 0;
 
   /// Who gives back.
   alignas(kCacheLine) std::atomic<std::uint64_t> fReturned{0};

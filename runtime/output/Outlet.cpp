@@ -1,6 +1,7 @@
 #include "runtime/output/Outlet.h"
 
 #include <utility>
+#include <vector>
 
 namespace gk::runtime {
 
@@ -50,7 +51,7 @@ void FileOutlet::commit() {
 }
 
 QueuedOutlet::QueuedOutlet(std::unique_ptr<Outlet> target, std::size_t capacity)
-    : fTarget(std::move(target)), fCapacity(capacity), fThread([this] { xServe(); }) {}
+    : fTarget(std::move(target)), fLines(capacity), fThread([this] { xServe(); }) {}
 
 QueuedOutlet::~QueuedOutlet() {
   fTarget->hurry();
@@ -68,11 +69,7 @@ QueuedOutlet::~QueuedOutlet() {
 void QueuedOutlet::write(std::string_view line) {
   {
     const std::lock_guard lock(fMutex);
-    if (fLines.size() == fCapacity) {
-      fLines.pop_front();
-      ++fDropped;
-    }
-    fLines.emplace_back(line);
+    fLines.add(std::string(line), sizeof(std::string) + line.size());
   }
   fWake.notify_one();
 }
@@ -93,7 +90,7 @@ void QueuedOutlet::release() {
 void QueuedOutlet::flush() {
   release();
   std::unique_lock<std::mutex> lock(fMutex);
-  fEmptied.wait(lock, [this] { return fLines.empty() && !fIsWriting; });
+  fEmptied.wait(lock, [this] { return fLines.isEmpty() && !fIsWriting; });
 }
 
 void QueuedOutlet::commit() {
@@ -103,24 +100,25 @@ void QueuedOutlet::commit() {
 
 std::size_t QueuedOutlet::dropped() const {
   const std::lock_guard lock(fMutex);
-  return fDropped;
+  return fLines.dropped();
 }
 
 void QueuedOutlet::xServe() {
+  std::vector<std::string> lines;
   std::unique_lock<std::mutex> lock(fMutex);
   while (true) {
-    fWake.wait(lock, [this] { return fIsClosing || (!fIsHeld && !fLines.empty()); });
-    if (fLines.empty()) {
+    fWake.wait(lock, [this] { return fIsClosing || (!fIsHeld && !fLines.isEmpty()); });
+    if (fLines.isEmpty()) {
       return;
     }
-    std::deque<std::string> lines;
-    lines.swap(fLines);
+    fLines.takeAll(lines);
     fIsWriting = true;
     lock.unlock();
     for (const std::string& line : lines) {
       fTarget->write(line);
     }
     fTarget->flush();
+    lines.clear();
     lock.lock();
     fIsWriting = false;
     fEmptied.notify_all();

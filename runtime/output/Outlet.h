@@ -2,10 +2,10 @@
 
 #include "formats/files/OutputFile.h"
 #include "gk/GKPriorityMutex.h"
+#include "messages/notices/Backlog.h"
 
 #include <condition_variable>
 #include <cstddef>
-#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -67,7 +67,7 @@ public:
 };
 
 /// Hands lines to another outlet on a thread of its own, so that nobody ever waits for it: when
-/// too many lines wait, the oldest are dropped and counted.
+/// too many lines wait, or too large ones, the oldest are dropped and counted.
 class QueuedOutlet : public Outlet {
 public:
   static constexpr std::size_t kCapacity = 16384;
@@ -91,12 +91,10 @@ private:
   void xServe();
 
   std::unique_ptr<Outlet> fTarget;
-  const std::size_t fCapacity;
   mutable GK::GKPriorityMutex fMutex;
   std::condition_variable fWake;
   std::condition_variable fEmptied;
-  std::deque<std::string> fLines;
-  std::size_t fDropped = 0;
+  messages::Backlog<std::string> fLines;
   bool fIsHeld = false;
   bool fIsWriting = false;
   bool fIsClosing = false;

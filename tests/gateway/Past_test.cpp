@@ -31,11 +31,11 @@ protected:
       sut.onTick(time, "GKSensors");
     }
   }
-  void raise(const std::string& name) {
+  void raise(const std::string& name, const GK::GKValue& of = 1.0F) {
     GK::GKNotice notice;
     notice.time = time;
     notice.name = name;
-    notice.value = GK::GKValue(1.0F);
+    notice.value = of;
     sut.onNotice(notice);
   }
   boost::json::value read(const PastRange& range) {
@@ -129,6 +129,17 @@ TEST_F(SmallPast, NeverTakesMoreThanItMay) {
   EXPECT_FALSE(listOf(past, "events").empty());
 }
 
+TEST_F(SmallPast, NeverTakesMoreThanItMayHoweverLargeItsEventsAre) {
+  const std::string text(3000, 'x');
+  for (int i = 0; i < 100; ++i) {
+    raise("A", text);
+    tick(1);
+  }
+  const std::size_t kept = listOf(read({}), "events").size();
+  EXPECT_GE(kept, 2U);
+  EXPECT_LE(kept * text.size(), 20'000U);
+}
+
 class NoPast : public PastOf {
 protected:
   NoPast() : PastOf({0, 1 << 20}) {}
@@ -219,6 +230,19 @@ TEST_F(PastOf, ARecordingOfItsEndBeginsAtZeroWithWhatWasSoThen) {
   EXPECT_EQ(end.heads.size(), 51U);
   EXPECT_THAT(end.calls, testing::ElementsAre(testing::Pair(0, "first")));
   EXPECT_EQ(end.events, 1U);
+}
+
+TEST_F(SmallPast, NeverTakesMoreThanItMayHoweverMuchIsAskedForBetweenTwoTicks) {
+  const std::string text(3000, 'x');
+  tick(1);
+  for (int i = 0; i < 100; ++i) {
+    sut.onAction(time, formats::CallAction{"GKMine", "take", {GK::GKValue(text)}, "called"});
+  }
+  tick(1);
+  const std::size_t kept =
+      played(sut.recording(600 * kSecond, 0, {{"version", "x"}}, {}).value()).calls.size();
+  EXPECT_GE(kept, 2U);
+  EXPECT_LE(kept * text.size(), 20'000U);
 }
 
 } // namespace

@@ -3,62 +3,34 @@
 // Ends with exit code 1 when an answer was wrong, the loop was late, or memory grew. With the
 // host's process id it tells what the host took of the processors.
 
-#include <boost/asio/connect.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/steady_timer.hpp>
-#include <boost/asio/write.hpp>
+#include "load/LoadClients.h"
+#include "load/Spent.h"
+
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
-#include <boost/json/parse.hpp>
-#include <boost/json/value.hpp>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
+#include <exception>
 #include <memory>
-#include <sstream>
 #include <string>
-#include <string_view>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
+namespace gk::load {
 namespace {
 
-namespace asio = boost::asio;
 namespace beast = boost::beast;
 namespace http = beast::http;
-namespace json = boost::json;
-using beast::error_code;
-using Clock = std::chrono::steady_clock;
 
 /// The bars: lateness of the loop in seconds (99.9th percentile) and growth of memory in bytes.
 constexpr double kLateness = 0.005;
 constexpr double kGrowth = 8.0 * 1024 * 1024;
-
-constexpr double kPeriod = 0.02;
-
-struct Totals {
-  std::uint64_t messages = 0;
-  std::uint64_t bytes = 0;
-  std::uint64_t losses = 0;
-  std::uint64_t answers = 0;
-  std::uint64_t skipped = 0;
-  std::uint64_t failures = 0;
-  std::vector<double> answerTimes;
-  /// How much longer than due single ticks took to come, in seconds.
-  std::vector<double> tickDelays;
-};
-
-struct Target {
-  std::string name;
-  asio::ip::tcp::endpoint endpoint;
-};
 
 /// The value below which a share of all values lies.
 double quantile(std::vector<double> values, double share) {
@@ -70,297 +42,6 @@ double quantile(std::vector<double> values, double share) {
                    values.end());
   return values[place];
 }
-
-/// Bytes that have come and have not been looked at.
-class Inbox {
-public:
-  asio::mutable_buffer room() {
-    if (fBytes.size() - fEnd < kLeast) {
-      fBytes.resize(2 * fBytes.size());
-    }
-    return asio::buffer(fBytes.data() + fEnd, fBytes.size() - fEnd);
-  }
-  void add(std::size_t size) { fEnd += size; }
-  std::string_view text() const { return {fBytes.data() + fBegin, fEnd - fBegin}; }
-  void drop(std::size_t size) { fBegin += size; }
-  /// Moves what is left to the front.
-  void tidy() {
-    std::copy(fBytes.begin() + static_cast<std::ptrdiff_t>(fBegin),
-              fBytes.begin() + static_cast<std::ptrdiff_t>(fEnd), fBytes.begin());
-    fEnd -= std::exchange(fBegin, 0);
-  }
-
-private:
-  static constexpr std::size_t kLeast = 4096;
-
-  std::vector<char> fBytes = std::vector<char>(4 * kLeast);
-  std::size_t fBegin = 0;
-  std::size_t fEnd = 0;
-};
-
-/// A viewer: subscribes to some channels and reads. Takes frames apart by itself, all that have
-/// come at once: a library's reader would take more of the machine than the host that is tested.
-class Viewer : public std::enable_shared_from_this<Viewer> {
-public:
-  Viewer(asio::io_context& context, const Target& target, Totals& totals, bool isWatchingTicks)
-      : fSocket(context), fTarget(target), fTotals(totals), fIsWatchingTicks(isWatchingTicks) {}
-
-  void start() {
-    fSocket.async_connect(fTarget.endpoint, [self = shared_from_this()](error_code error) {
-      if (self->check(error)) {
-        self->send("GET /ws HTTP/1.1\r\nHost: " + self->fTarget.name +
-                   "\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
-                   "Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
-                   "Sec-WebSocket-Protocol: foxglove.websocket.v1\r\n\r\n");
-        self->read();
-      }
-    });
-  }
-
-private:
-  bool check(error_code error) {
-    if (error) {
-      fail(error.message());
-    }
-    return !error;
-  }
-
-  void fail(const std::string& why) {
-    ++fTotals.failures;
-    std::fprintf(stderr, "viewer: %s\n", why.c_str());
-  }
-
-  void send(std::string bytes) {
-    fSent = std::move(bytes);
-    asio::async_write(
-        fSocket, asio::buffer(fSent),
-        [self = shared_from_this()](error_code error, std::size_t) { self->check(error); });
-  }
-
-  void read() {
-    fSocket.async_read_some(fInbox.room(),
-                            [self = shared_from_this()](error_code error, std::size_t size) {
-                              if (self->check(error)) {
-                                self->fInbox.add(size);
-                                if (self->takeAll()) {
-                                  self->read();
-                                }
-                              }
-                            });
-  }
-
-  /// False when there is nothing more to be read.
-  bool takeAll() {
-    if (!fIsOpen) {
-      const std::string_view answer = fInbox.text();
-      const std::size_t end = answer.find("\r\n\r\n");
-      if (end == std::string_view::npos) {
-        return true;
-      }
-      if (!answer.starts_with("HTTP/1.1 101 ")) {
-        fail("refused: " + std::string(answer.substr(0, answer.find('\r'))));
-        return false;
-      }
-      fInbox.drop(end + 4);
-      fIsOpen = true;
-    }
-    while (takeFrame()) {
-    }
-    fInbox.tidy();
-    return true;
-  }
-
-  /// Takes a frame off, if there is a whole one.
-  bool takeFrame() {
-    const std::string_view bytes = fInbox.text();
-    if (bytes.size() < 2) {
-      return false;
-    }
-    const auto byte = [bytes](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
-    std::size_t length = byte(1);
-    const std::size_t head = length == 126 ? 4 : length == 127 ? 10 : 2;
-    if (bytes.size() < head) {
-      return false;
-    }
-    if (head > 2) {
-      length = 0;
-      for (std::size_t i = 2; i < head; ++i) {
-        length = length << 8U | byte(i);
-      }
-    }
-    if (bytes.size() < head + length) {
-      return false;
-    }
-    ++fTotals.messages;
-    fTotals.bytes += length;
-    take(byte(0) & 0x0FU, bytes.substr(head, length));
-    fInbox.drop(head + length);
-    return true;
-  }
-
-  void take(unsigned opcode, std::string_view message) {
-    constexpr unsigned text = 1;
-    constexpr unsigned binary = 2;
-    constexpr unsigned ping = 9;
-    constexpr std::size_t head = 13;
-    if (opcode == binary) {
-      if (fIsWatchingTicks && message.size() > head && message[0] == 1 && message[1] == 1) {
-        takeTick(message.substr(head));
-      }
-    } else if (opcode == ping) {
-      // Who says nothing for minutes is asked whether it is still there. Masked with zeros.
-      send(std::string{'\x8A', static_cast<char>(0x80U | message.size()), 0, 0, 0, 0}.append(
-          message));
-    } else if (opcode != text) {
-      fail("a frame that was not expected");
-    } else if (!fIsSubscribed && message.find("\"op\":\"advertise\"") != std::string_view::npos) {
-      fIsSubscribed = true;
-      subscribe(json::parse(json::string_view(message.data(), message.size())));
-    } else if (message.find("lost so far") != std::string_view::npos) {
-      ++fTotals.losses;
-    }
-  }
-
-  void takeTick(std::string_view payload) {
-    const json::value tick = json::parse(json::string_view(payload.data(), payload.size()));
-    if (const json::value* period = tick.as_object().if_contains("period_s")) {
-      fTotals.tickDelays.push_back(std::max(0.0, period->to_number<double>() - kPeriod));
-    }
-  }
-
-  void subscribe(const json::value& advertisement) {
-    // The first subscription is the ticks'.
-    const std::string_view wanted[] = {"/tick", "/events", "/joint_states", "/touch", "/battery"};
-    std::string list;
-    int id = 0;
-    for (const std::string_view topic : wanted) {
-      ++id;
-      for (const json::value& channel : advertisement.at("channels").as_array()) {
-        if (channel.at("topic").as_string() == json::string_view(topic.data(), topic.size())) {
-          list += (list.empty() ? "" : ",") + std::string(R"({"id":)") + std::to_string(id) +
-                  R"(,"channelId":)" + std::to_string(channel.at("id").as_int64()) + "}";
-        }
-      }
-    }
-    const std::string text = R"({"op":"subscribe","subscriptions":[)" + list + "]}";
-    // One text frame, masked with zeros.
-    send(std::string{'\x81', '\xFE', static_cast<char>(text.size() >> 8U),
-                     static_cast<char>(text.size() & 0xFFU), 0, 0, 0, 0} +
-         text);
-  }
-
-  asio::ip::tcp::socket fSocket;
-  const Target& fTarget;
-  Totals& fTotals;
-  const bool fIsWatchingTicks;
-  Inbox fInbox;
-  std::string fSent;
-  bool fIsOpen = false;
-  bool fIsSubscribed = false;
-};
-
-/// A program that asks again and again, at a fixed rate.
-class Asker : public std::enable_shared_from_this<Asker> {
-public:
-  Asker(asio::io_context& context, const Target& target, Totals& totals, Clock::duration period,
-        bool isCalling)
-      : fSocket(context), fTimer(context), fTotals(totals), fPeriod(period) {
-    const std::string host = " HTTP/1.1\r\nHost: " + target.name + "\r\n";
-    if (isCalling) {
-      const std::string body = R"({"jsonrpc":"2.0","id":1,"method":"GKBattery.getBatteryCharge"})";
-      fRequest = "POST /rpc" + host + "Content-Type: application/json\r\nContent-Length: " +
-                 std::to_string(body.size()) + "\r\n\r\n" + body;
-    } else {
-      fRequest = "GET /api/v1/memory/Device/SubDeviceList/US/Left/Sensor/Value" + host + "\r\n";
-    }
-    fSocket.connect(target.endpoint);
-    fSocket.set_option(asio::ip::tcp::no_delay(true));
-  }
-
-  void start(Clock::duration delay) {
-    fDue = Clock::now() + delay;
-    wait();
-  }
-
-private:
-  void wait() {
-    fTimer.expires_at(fDue);
-    fTimer.async_wait([self = shared_from_this()](error_code error) {
-      if (!error) {
-        self->fDue += self->fPeriod;
-        self->ask();
-        self->wait();
-      }
-    });
-  }
-
-  void ask() {
-    if (fIsBusy) {
-      ++fTotals.skipped;
-      return;
-    }
-    fIsBusy = true;
-    fStart = Clock::now();
-    asio::async_write(fSocket, asio::buffer(fRequest),
-                      [self = shared_from_this()](error_code error, std::size_t) {
-                        if (error) {
-                          self->finish(false);
-                        } else {
-                          self->read();
-                        }
-                      });
-  }
-
-  void read() {
-    fSocket.async_read_some(fInbox.room(),
-                            [self = shared_from_this()](error_code error, std::size_t size) {
-                              self->fInbox.add(size);
-                              if (error) {
-                                self->finish(false);
-                              } else {
-                                self->look();
-                              }
-                            });
-  }
-
-  /// Looks whether the whole answer is there.
-  void look() {
-    const std::string_view answer = fInbox.text();
-    const std::string_view length = "Content-Length: ";
-    const std::size_t end = answer.find("\r\n\r\n");
-    const std::size_t place = answer.find(length);
-    if (end == std::string_view::npos || place == std::string_view::npos) {
-      read();
-      return;
-    }
-    const std::size_t size = std::strtoul(answer.data() + place + length.size(), nullptr, 10);
-    if (answer.size() < end + 4 + size) {
-      read();
-      return;
-    }
-    const bool isGood =
-        answer.starts_with("HTTP/1.1 200 ") && answer.find("error", end) == std::string_view::npos;
-    fInbox.drop(answer.size());
-    fInbox.tidy();
-    finish(isGood);
-  }
-
-  void finish(bool isGood) {
-    fIsBusy = false;
-    ++(isGood ? fTotals.answers : fTotals.failures);
-    fTotals.answerTimes.push_back(std::chrono::duration<double>(Clock::now() - fStart).count());
-  }
-
-  asio::ip::tcp::socket fSocket;
-  asio::steady_timer fTimer;
-  Totals& fTotals;
-  const Clock::duration fPeriod;
-  std::string fRequest;
-  Inbox fInbox;
-  Clock::time_point fDue;
-  Clock::time_point fStart;
-  bool fIsBusy = false;
-};
 
 /// The body of one answer.
 std::string get(const Target& target, const std::string& path) {
@@ -392,46 +73,6 @@ double hostLateness(const Target& target) {
     }
   }
   return NAN;
-}
-
-std::string firstLine(const std::string& file) {
-  std::ifstream in(file);
-  std::string line;
-  std::getline(in, line);
-  return line;
-}
-
-/// One of the numbers of a line of /proc, 0 where there are fewer.
-double ticksAt(std::istringstream numbers, int place) {
-  std::string number;
-  for (int i = 0; i < place && numbers >> number; ++i) {
-  }
-  return std::strtod(number.c_str(), nullptr) / static_cast<double>(sysconf(_SC_CLK_TCK));
-}
-
-/// What the machine has spent until now, in seconds of a processor.
-struct Spent {
-  /// Of the host alone: in its own code, and in the kernel for it.
-  double user = 0;
-  double system = 0;
-  /// What the hypervisor gave to others.
-  double stolen = 0;
-};
-
-/// `pid`: of the host; empty for one that is not here.
-Spent spentNow(const std::string& pid) {
-  constexpr int userPlace = 12;
-  constexpr int stolenPlace = 9;
-  Spent spent;
-  spent.stolen = ticksAt(std::istringstream(firstLine("/proc/stat")), stolenPlace);
-  if (!pid.empty()) {
-    // The name, in parentheses, may have spaces in it.
-    const std::string line = firstLine("/proc/" + pid + "/stat");
-    const std::string numbers = line.substr(line.rfind(')') + 1);
-    spent.user = ticksAt(std::istringstream(numbers), userPlace);
-    spent.system = ticksAt(std::istringstream(numbers), userPlace + 1);
-  }
-  return spent;
 }
 
 void printSpent(const Spent& before, const Spent& after, const Totals& totals, int seconds) {
@@ -499,6 +140,7 @@ int run(const std::string& name, const std::string& pid, int seconds, int client
 }
 
 } // namespace
+} // namespace gk::load
 
 int main(int argc, char** argv) {
   std::vector<std::string> arguments(argv + 1, argv + argc);
@@ -516,7 +158,7 @@ int main(int argc, char** argv) {
     return arguments.size() > place ? std::atoi(arguments[place].c_str()) : otherwise;
   };
   try {
-    return run(arguments[0], pid, number(1, 60), number(2, 200), number(3, 2000));
+    return gk::load::run(arguments[0], pid, number(1, 60), number(2, 200), number(3, 2000));
   } catch (const std::exception& error) {
     std::fprintf(stderr, "gateway_load: %s\n", error.what());
     return 1;

@@ -238,10 +238,10 @@ TEST_F(RunReplayTest, BlocksThatAreMissingAreCounted) {
   EXPECT_THAT(sut.warnings(), testing::Contains("3 blocks of the recorded run are missing"));
 }
 
-/// A recording of which the file is in order and the run is not.
 /// A block of an entry of an unknown kind.
 const std::string kNoEntry("\0\1\0\0\xFF", 5);
 
+/// A recording of which the file is in order and the run is not.
 class UnreadableRun : public testing::Test {
 protected:
   UnreadableRun() { writeRun(fPath, {kNoEntry, kNoEntry}); }
