@@ -8,6 +8,7 @@
 // Ends with exit code 1 when anything of that does not hold. The same seed brings the same clients.
 
 #include "chaos/Storm.h"
+#include "support/Environment.h"
 #include "support/Program.h"
 
 #include <algorithm>
@@ -276,5 +277,7 @@ int main(int count, char** arguments) {
   options.seconds = given.size() > 1 ? static_cast<unsigned>(std::stoul(given[1])) : 20;
   options.clients = given.size() > 2 ? std::stoul(given[2]) : 200;
   options.seed = given.size() > 3 ? std::stoull(given[3]) : 1;
+  // Its size tells what a host holds only where the allocator keeps little for each of its threads.
+  const gk::test::Environment arenas("MALLOC_ARENA_MAX", "2");
   return play(options);
 }
