@@ -17,7 +17,7 @@ FLEET ?=
 # What the host may take of time and memory; sanitizers keep what is freed for a while.
 CHAOS ?= $(if $(filter asan tsan,$(PRESET)),1 --growth=64 --end=20000)
 
-.PHONY: help run test test-all slurm other-release check lint coverage fuzz abi-check docs packages package-test soak bench bench-check load realtime fleet-load chaos web-tests screenshots dependencies check-dependencies build clean
+.PHONY: help run test test-all slurm other-release check lint coverage fuzz abi-check docs packages reproducible package-test soak bench bench-check load realtime fleet-load chaos web-tests screenshots dependencies check-dependencies build clean
 
 help:
 	@echo "make run       install what is missing, build, and watch a simulated robot in real time"
@@ -31,6 +31,7 @@ help:
 	@echo "make abi-check  hold the platform's binary interface against the recorded one"
 	@echo "make docs      write the reference of the public headers, in build/docs"
 	@echo "make packages  make the Debian packages, in build/packages; make package-test tries them on a bare system"
+	@echo "make reproducible  make them twice, in two folders, and compare"
 	@echo "make soak      run SOAK_HOURS=$(SOAK_HOURS) of the robot's time and watch memory and descriptors"
 	@echo "make bench     run the benchmarks"
 	@echo "make bench-check  count the instructions of ticks, events and look-ups and hold them against the record"
@@ -103,6 +104,10 @@ PACKAGES = build/packages
 packages: dependencies
 	./packaging/install-dependencies.sh packaging/debian-packages-packages.txt
 	./packaging/packages.sh $(PACKAGES)
+
+# In a folder of another depth and length.
+reproducible: packages
+	./packaging/reproducible.sh $(PACKAGES) build/packages-again/elsewhere
 
 package-test:
 	./packaging/install-dependencies.sh packaging/debian-packages-other-release.txt

@@ -14,7 +14,8 @@ sources=$folder/gksensors-$version
 rm -rf "$sources"
 rm -f "$folder"/*.deb
 mkdir -p "$sources"
-git ls-files -z | tar --null --files-from=- -c | tar -x -C "$sources"
+# A file that is installed as it is keeps its time, which is otherwise that of this checkout.
+git ls-files -z | tar --null --files-from=- --mtime="@$(dpkg-parsechangelog -S Timestamp)" -c | tar -x -C "$sources"
 commit=$(git rev-parse --short=10 HEAD)
 cd "$sources"
 GK_CMAKE_OPTIONS="-DGK_COMMIT=$commit ${GK_CMAKE_OPTIONS:-}" dpkg-buildpackage -b -us -uc
