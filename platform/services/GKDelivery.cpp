@@ -144,9 +144,11 @@ void GKDelivery::xHandOver(GKParcel* first) {
       xCall(*target.module, callback);
       isInCallback = false;
     }
-    // Its place is empty when the next one comes: a text would leave its room to the parcel else,
-    // and each parcel keep room for the longest one it ever had.
-    value = GKValue();
+    // Where the last value was a text, the next one would leave its room to the parcel that brings
+    // it, and each parcel keep room for the longest one that it ever had.
+    if (value.type() == GKValue::Type::String || value.type() == GKValue::Type::Array) {
+      value = GKValue();
+    }
   }
 }
 
