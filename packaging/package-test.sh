@@ -37,7 +37,9 @@ run sh -c 'gk library check /usr/lib/*/gksensors/modules/libgksensors.so'
 run sh -c 'gk library check /usr/lib/*/gksensors/modules/libgkros2.so'
 run gk run --ros2 --for 1 --quiet --no-listen
 # Its libraries are found without /proc as well.
+chroot "$root" env LC_ALL=C.UTF-8 gk replay --quiet /packages/touched.jsonl
 chroot "$root" env LC_ALL=C.UTF-8 gk test /packages/touched.jsonl
+[ -z "$(ls "$root/tmp")" ] || fail "gk test leaves $(ls "$root/tmp")"
 run sh -c 'gk run --speed max --until 2 --quiet && gk run --config /etc/gksensors/gk.conf --speed max --no-listen --until 1'
 run man -w gk gk-run >/dev/null || fail "no page of the manual"
 [ -z "$(find "$root/etc/systemd" -name 'gksensors*' 2>/dev/null)" ] || fail "installing has enabled the service"

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/mman.h>
@@ -12,15 +13,24 @@
 
 namespace gk::app {
 
+namespace {
+
+/// Where a file without a name can be opened once more.
+constexpr const char* kDescriptors = "/proc/self/fd";
+
+} // namespace
+
 Scratch::Scratch(Place place) {
-  if (place == Place::Disk) {
+  if (::access(kDescriptors, X_OK) != 0) {
+    xOpenWithName();
+  } else if (place == Place::Disk) {
     std::error_code error;
     const std::string folder = std::filesystem::temp_directory_path(error);
     constexpr int mine = 0600;
     fDescriptor = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, mine);
   }
   // Not every file system has files without names.
-  if (fDescriptor < 0) {
+  if (fDescriptor < 0 && fName.empty()) {
     fDescriptor = ::memfd_create("gk-test", MFD_CLOEXEC);
   }
   if (fDescriptor < 0) {
@@ -28,21 +38,35 @@ Scratch::Scratch(Place place) {
   }
 }
 
+void Scratch::xOpenWithName() {
+  std::error_code error;
+  fName = std::filesystem::temp_directory_path(error) / "gk-test-XXXXXX";
+  fDescriptor = ::mkostemp(fName.data(), O_CLOEXEC);
+  fOwner = ::getpid();
+}
+
 Scratch::~Scratch() {
   if (fDescriptor >= 0) {
     ::close(fDescriptor);
   }
+  if (!fName.empty() && fOwner == ::getpid()) {
+    ::unlink(fName.c_str());
+  }
 }
 
-Scratch::Scratch(Scratch&& other) noexcept : fDescriptor(std::exchange(other.fDescriptor, -1)) {}
+Scratch::Scratch(Scratch&& other) noexcept
+    : fDescriptor(std::exchange(other.fDescriptor, -1)), fName(std::exchange(other.fName, {})),
+      fOwner(other.fOwner) {}
 
 Scratch& Scratch::operator=(Scratch&& other) noexcept {
   std::swap(fDescriptor, other.fDescriptor);
+  std::swap(fName, other.fName);
+  std::swap(fOwner, other.fOwner);
   return *this;
 }
 
 std::string Scratch::path() const {
-  return "/proc/self/fd/" + std::to_string(fDescriptor);
+  return fName.empty() ? std::string(kDescriptors) + "/" + std::to_string(fDescriptor) : fName;
 }
 
 bool Scratch::isEmpty() const {

@@ -2,6 +2,7 @@
 
 #include "gk/GKClock.h"
 #include "messages/notices/NoticeSize.h"
+#include "messages/notices/Raise.h"
 
 #include <algorithm>
 #include <mutex>
@@ -10,9 +11,8 @@
 namespace gk::fleet {
 
 void EventQueue::onNotice(const GK::GKNotice& notice) {
-  using Kind = GK::GKNotice::Kind;
-  const bool isEvent = notice.kind == Kind::Event || notice.kind == Kind::MicroEvent;
-  if (!isEvent && notice.kind != Kind::Declare) {
+  const bool isEvent = messages::isRaise(notice);
+  if (!isEvent && notice.kind != GK::GKNotice::Kind::Declare) {
     return;
   }
   {

@@ -1,10 +1,11 @@
 #include "gateway/past/Past.h"
 
-#include "gateway/past/PastView.h"
+#include "formats/run/RunLogReader.h"
 #include "messages/json/SameValue.h"
 #include "messages/keys/DeviceKeys.h"
 #include "messages/keys/Subjects.h"
 #include "messages/notices/NoticeSize.h"
+#include "messages/notices/Raise.h"
 
 #include <algorithm>
 #include <variant>
@@ -86,7 +87,8 @@ void Past::xForgetOldest() {
 
 void Past::onNotice(const GK::GKNotice& notice) {
   using Kind = GK::GKNotice::Kind;
-  if (!isOn() || (!isRaise(notice) && notice.kind != Kind::Declare && notice.kind != Kind::Log)) {
+  if (!isOn() ||
+      (!messages::isRaise(notice) && notice.kind != Kind::Declare && notice.kind != Kind::Log)) {
     return;
   }
   const std::lock_guard lock(fMutex);
@@ -136,27 +138,6 @@ void Past::onAction(GK::GKMicros time, const formats::Action& action) {
   fLog.add(formats::RunTurn{formats::kOutsideTask, time});
   fLog.add(formats::RunAction{action});
   xEndPieceIfFull();
-}
-
-Past::View Past::xView() {
-  const std::lock_guard lock(fMutex);
-  if (!fLog.isEmpty()) {
-    xEndPiece();
-  }
-  View view;
-  view.pieces.assign(fPieces.begin(), fPieces.end());
-  view.base = fBase;
-  for (const Key& key : fKeys) {
-    view.names.push_back(key.name);
-    view.isInput.push_back(key.isInput);
-  }
-  view.byName = fByName;
-  view.store = fStore;
-  view.module = fModule;
-  view.begin = fPieces.empty() ? fLast : std::max(fPieces.front()->begin, fLast - fOptions.length);
-  view.end = fLast;
-  view.isBeginGone = fIsBeginGone;
-  return view;
 }
 
 } // namespace gk::gateway

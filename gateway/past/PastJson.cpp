@@ -1,6 +1,7 @@
 #include "gateway/past/PastView.h"
 #include "messages/json/JsonWriter.h"
 #include "messages/keys/Subjects.h"
+#include "messages/notices/Raise.h"
 #include "messages/text/Numbers.h"
 
 #include <algorithm>
@@ -134,7 +135,7 @@ std::string Past::json(const PastRange& range, std::string_view session) {
   eventsJson.beginArray();
   for (const auto& piece : view.pieces) {
     for (const GK::GKNotice& event : piece->events) {
-      if (!isRaise(event) || event.time < from || event.time > to) {
+      if (!messages::isRaise(event) || event.time < from || event.time > to) {
         continue;
       }
       if (bytes + events.size() > range.most + range.most / 2) {

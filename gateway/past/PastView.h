@@ -7,10 +7,6 @@
 
 namespace gk::gateway {
 
-inline bool isRaise(const GK::GKNotice& notice) {
-  return notice.kind == GK::GKNotice::Kind::Event || notice.kind == GK::GKNotice::Kind::MicroEvent;
-}
-
 struct Past::View {
   std::vector<std::shared_ptr<const Piece>> pieces;
   std::vector<GK::GKValue> base;

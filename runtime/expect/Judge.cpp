@@ -1,6 +1,7 @@
 #include "runtime/expect/Judge.h"
 
 #include "formats/lines/ExpectationText.h"
+#include "messages/notices/Raise.h"
 
 #include <algorithm>
 #include <limits>
@@ -144,8 +145,7 @@ void Judge::onTime(GK::GKMicros time) {
 }
 
 void Judge::onNotice(const GK::GKNotice& notice) {
-  const bool isEvent =
-      notice.kind == GK::GKNotice::Kind::Event || notice.kind == GK::GKNotice::Kind::MicroEvent;
+  const bool isEvent = messages::isRaise(notice);
   if (!isEvent && notice.kind != GK::GKNotice::Kind::Log) {
     return;
   }

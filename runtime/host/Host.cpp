@@ -7,6 +7,7 @@
 #include "gk/GKMemory.h"
 #include "gk/GKResourceManager.h"
 #include "messages/keys/DeviceKeys.h"
+#include "messages/notices/Raise.h"
 #include "messages/text/FormatError.h"
 #include "runtime/expect/JudgedTurns.h"
 
@@ -40,7 +41,7 @@ public:
   explicit Watch(Host& host) : fHost(host) {}
 
   void onNotice(const GK::GKNotice& notice) override {
-    if (notice.kind == GK::GKNotice::Kind::Event || notice.kind == GK::GKNotice::Kind::MicroEvent) {
+    if (messages::isRaise(notice)) {
       fHost.fEvents.fetch_add(1, std::memory_order_relaxed);
     }
   }

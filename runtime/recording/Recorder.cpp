@@ -1,6 +1,7 @@
 #include "runtime/recording/Recorder.h"
 
 #include "gk/GKClock.h"
+#include "messages/notices/Raise.h"
 
 #include <algorithm>
 #include <fnmatch.h>
@@ -74,8 +75,7 @@ void Recorder::onNotice(const GK::GKNotice& notice) {
   if (fMaker != nullptr) {
     xQueue(fMaker->ofNotice(notice));
   }
-  const bool isRaise =
-      notice.kind == GK::GKNotice::Kind::Event || notice.kind == GK::GKNotice::Kind::MicroEvent;
+  const bool isRaise = messages::isRaise(notice);
   if (fOptions.around && (isRaise || notice.kind == GK::GKNotice::Kind::Declare)) {
     const bool isTrigger =
         isRaise && fnmatch(fOptions.around->pattern.c_str(), notice.name.c_str(), 0) == 0;

@@ -3,6 +3,7 @@
 #include "devices/meaning/EventWords.h"
 #include "messages/json/JsonValue.h"
 #include "messages/keys/DeviceKeys.h"
+#include "messages/notices/Raise.h"
 #include "zu/log.h"
 
 #include <fmt/format.h>
@@ -75,7 +76,7 @@ void ReportCollector::onNotice(const GK::GKNotice& notice) {
   const std::lock_guard lock(fMutex);
   fData.end = std::max(fData.end, notice.time);
   fVerdict.onNotice(notice);
-  if (notice.kind == GK::GKNotice::Kind::Event || notice.kind == GK::GKNotice::Kind::MicroEvent) {
+  if (messages::isRaise(notice)) {
     xAddRaise(notice);
   } else if (notice.kind == GK::GKNotice::Kind::Log && notice.level <= zu::log::Warning) {
     ++(notice.level == zu::log::Warning ? fData.warnings : fData.errors);
