@@ -25,6 +25,15 @@ std::optional<GK::GKMicros> partTimeOf(const RecorderOptions& options) {
                         : options.splitTime;
 }
 
+/// Bytes of what is written at once. A file is ended between such pieces, and is longer by some of
+/// them than was asked for, so that those of small files are small.
+std::size_t pieceSizeOf(const RecorderOptions& options) {
+  constexpr std::uint64_t kShare = 4;
+  constexpr std::uint64_t kLargest = formats::mcap::Writer::kChunkSize;
+  const std::uint64_t size = options.splitSize.value_or(kLargest * kShare) / kShare;
+  return std::clamp<std::uint64_t>(size, RunRecorder::kBlockSize, kLargest);
+}
+
 template <class Item> GK::GKMicros timeOf(const Item& item) {
   return std::visit([](const auto& one) { return one.time; }, item);
 }
@@ -52,8 +61,8 @@ void expectNoParts(const std::string& path) {
 } // namespace
 
 Recorder::Recorder(RecorderOptions options)
-    : fOptions(std::move(options)),
-      fQueueLimit(fOptions.mustKeepAll ? kShortQueueLimit : kQueueLimit),
+    : fOptions(std::move(options)), fPieceSize(pieceSizeOf(fOptions)),
+      fQueueLimit(fOptions.mustKeepAll ? fPieceSize : kQueueLimit),
       fRun(std::make_shared<RunRecorder>(fOptions.mustKeepAll, partTimeOf(fOptions), fQueueLimit)) {
   if (xIsNumbered() && !fOptions.isOverwriting) {
     expectNoParts(fOptions.path);
@@ -441,7 +450,7 @@ void Recorder::xOpen() {
     name = isFirst && !xIsNumbered() ? fOptions.path : partName(fOptions.path, fNumber);
   } while (!isFirst && !mayReplace && isTaken(name));
   fFile = std::make_unique<RecordingFile>(
-      name, formats::OutputFileOptions{fOptions.inputs, !mayReplace}, fOptions.library);
+      name, formats::OutputFileOptions{fOptions.inputs, !mayReplace}, fOptions.library, fPieceSize);
   fNames.push_back(name);
 }
 

@@ -74,9 +74,8 @@ struct RecordingState {
 class Recorder final : public GK::GKObserver {
 public:
   /// Bytes of messages that may wait, and of the run log as well. Where the run waits for the disk
-  /// there is no need for much, and files are split close to where they should be.
+  /// no more than a chunk may.
   static constexpr std::size_t kQueueLimit = 32 << 20;
-  static constexpr std::size_t kShortQueueLimit = 1 << 20;
   /// A chunk is closed and on the disk after this.
   static constexpr std::chrono::milliseconds kFlushTime{750};
   static constexpr std::chrono::milliseconds kPollTime{100};
@@ -148,6 +147,7 @@ private:
   bool xIsNumbered() const;
 
   const RecorderOptions fOptions;
+  const std::size_t fPieceSize;
   const std::size_t fQueueLimit;
   const std::shared_ptr<RunRecorder> fRun;
   std::unique_ptr<MessageMaker> fMaker;

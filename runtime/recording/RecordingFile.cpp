@@ -8,8 +8,9 @@
 namespace gk::runtime {
 
 RecordingFile::RecordingFile(const std::string& path, const formats::OutputFileOptions& options,
-                             const std::string& library)
-    : fSink(path, options), fWriter(fSink, {.level = formats::mcap::Compressor::kThorough,
+                             const std::string& library, std::size_t chunkSize)
+    : fSink(path, options), fWriter(fSink, {.chunkSize = chunkSize,
+                                            .level = formats::mcap::Compressor::kThorough,
                                             .library = library,
                                             .apart = formats::kRunTopic}) {}
 

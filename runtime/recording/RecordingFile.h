@@ -5,6 +5,7 @@
 #include "runtime/recording/RecordedMessages.h"
 #include "runtime/recording/RunRecorder.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -21,9 +22,9 @@ struct RecordingLosses {
 /// One file of a recording. All operations raise `OutputError`. For one thread.
 class RecordingFile {
 public:
-  /// `library`: the program that writes.
+  /// `library`: the program that writes. `chunkSize`: bytes at which a chunk is closed.
   RecordingFile(const std::string& path, const formats::OutputFileOptions& options,
-                const std::string& library);
+                const std::string& library, std::size_t chunkSize);
 
   /// Gives the file its name: without that nothing is left of it.
   void appear() { fSink.file().appear(); }

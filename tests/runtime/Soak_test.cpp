@@ -27,7 +27,7 @@ constexpr GK::GKMicros kPeriod = 20'000;
 constexpr std::int64_t kAllowedGrowth = 1 << 20;
 /// What waits for the disk, more or less of it each time that one looks: blocks, messages, a chunk.
 constexpr std::int64_t kAllowedToWait =
-    3 * static_cast<std::int64_t>(gk::runtime::Recorder::kShortQueueLimit);
+    3 * static_cast<std::int64_t>(gk::formats::mcap::Writer::kChunkSize);
 /// What zstd takes once for a chunk that is larger than those before it, when the disk has become
 /// slower: tables of up to eight bytes for each of the chunk's.
 constexpr std::int64_t kAllowedToCompress =
