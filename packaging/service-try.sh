@@ -27,7 +27,7 @@ restarted() {
 }
 
 echo "it starts, and is up when it says so"
-systemctl start gksensors
+systemctl start gksensors || fail "does not start"
 until_so gk get "$key"
 status=/proc/$(pid)/status
 grep -q "^CapEff:.0*$" "$status" || fail "has a capability"
@@ -50,7 +50,7 @@ echo "a token, real time and a recording by the configuration; the journal has l
 systemctl stop gksensors
 sed -i 's,^#*token-file = .*,token-file = "/run/credentials/gksensors.service/token",; s/^#*realtime = .*/realtime = true/
   s/^#*record = .*/record = "try.mcap"/; s/^#*listen = .*/listen = "0.0.0.0:8090"/' /etc/gksensors/gk.conf
-systemctl start gksensors
+systemctl start gksensors || fail "does not start with another configuration"
 systemctl show gksensors -p StatusText | grep -q 0.0.0.0:8090 || fail "listens elsewhere"
 ! gk get "$key" >/dev/null 2>&1 || fail "answers without the token"
 if [ "$(prlimit --pid "$(pid)" --rtprio --output HARD --noheadings)" -ge 50 ]; then
