@@ -5,8 +5,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <openssl/ssl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -80,6 +84,43 @@ public:
 private:
   mosquitto_property* fFirst = nullptr;
 };
+
+/// Address families of a host, in the system's order; none where the name service knows no host.
+std::vector<int> familiesOf(const std::string& host) {
+  addrinfo wanted{};
+  wanted.ai_socktype = SOCK_STREAM;
+  addrinfo* first = nullptr;
+  if (getaddrinfo(host.c_str(), nullptr, &wanted, &first) != 0) {
+    return {};
+  }
+  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(first, freeaddrinfo);
+  std::vector<int> families;
+  for (const addrinfo* one = first; one != nullptr; one = one->ai_next) {
+    if (std::ranges::find(families, one->ai_family) == families.end()) {
+      families.push_back(one->ai_family);
+    }
+  }
+  return families;
+}
+
+/// What has happened to a socket; 0 for nothing. Whoever has written to it may have taken the
+/// error: a connection that has gone without a single answer to measure was refused.
+int errorOf(int socket) {
+  int error = 0;
+  socklen_t size = sizeof error;
+  getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size);
+  tcp_info info{};
+  socklen_t infoSize = sizeof info;
+  const bool isKnown = getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &infoSize) == 0;
+  const bool isRefused = isKnown && info.tcpi_state == TCP_CLOSE && info.tcpi_rtt == 0;
+  return error == 0 && isRefused ? ECONNREFUSED : error;
+}
+
+/// Whether an error of a socket says that it has never been connected.
+bool isUnreached(int error) {
+  return error == ECONNREFUSED || error == ENETUNREACH || error == EHOSTUNREACH ||
+         error == ETIMEDOUT || error == EADDRNOTAVAIL;
+}
 
 } // namespace
 
@@ -170,15 +211,52 @@ void MqttClient::xMake() {
 }
 
 void MqttClient::connect() {
-  xMake();
-  fState = State::Connecting;
-  errno = 0;
-  const int code = mosquitto_connect_async(fMosquitto, fOptions.host.c_str(), fOptions.port,
-                                           static_cast<int>(fOptions.keepAlive.count()));
+  fFamiliesLeft = familiesOf(fOptions.host);
+  fHasFamilies = fFamiliesLeft.size() > 1;
+  if (!fHasFamilies) {
+    fFamiliesLeft.clear();
+  }
+  // What has worked before comes first.
+  std::ranges::stable_partition(fFamiliesLeft, [this](int one) { return one == fGoodFamily; });
+  xConnect();
+}
+
+/// libmosquitto tries one address and no other when that does not answer. A name such as
+/// "localhost" often has one of each family, and a broker that listens at one of them: they are
+/// tried one after the other. An own address chooses the family; the name stays the broker's, which
+/// TLS tells it.
+void MqttClient::xConnect() {
+  bool isLast = false;
+  int code = MOSQ_ERR_SUCCESS;
+  do {
+    xMake();
+    const char* own = nullptr;
+    if (fHasFamilies) {
+      fFamily = fFamiliesLeft.front();
+      fFamiliesLeft.erase(fFamiliesLeft.begin());
+      own = fFamily == AF_INET6 ? "::" : "0.0.0.0";
+    }
+    isLast = !fHasFamilies || fFamiliesLeft.empty();
+    fState = State::Connecting;
+    errno = 0;
+    code = mosquitto_connect_bind_async(fMosquitto, fOptions.host.c_str(), fOptions.port,
+                                        static_cast<int>(fOptions.keepAlive.count()), own);
+  } while (code != MOSQ_ERR_SUCCESS && !isLast);
   if (code != MOSQ_ERR_SUCCESS) {
     const std::string text = xEndText(code);
     drop();
     throw MqttError(text);
+  }
+}
+
+/// The broker has not been reached by one family: goes on with the next.
+void MqttClient::xTryNext() {
+  try {
+    xConnect();
+  } catch (const MqttError& error) {
+    if (fHandlers.onClosed) {
+      fHandlers.onClosed(0, error.what());
+    }
   }
 }
 
@@ -221,7 +299,9 @@ std::optional<int> MqttClient::subscribe(const std::string& filter, int qos) {
 
 void MqttClient::wait(milliseconds longest) {
   xPoll(std::clamp(longest, milliseconds(0), kHousekeeping));
-  if (fState == State::Idle && fMosquitto != nullptr) {
+  if (std::exchange(fIsNextDue, false)) {
+    xTryNext();
+  } else if (fState == State::Idle && fMosquitto != nullptr) {
     drop(); // outside of its own callbacks
   }
 }
@@ -245,8 +325,11 @@ void MqttClient::xPoll(milliseconds longest) {
     return;
   }
   if (ready > 0 && (waiting[1].revents & (POLLERR | POLLHUP)) != 0) {
-    socklen_t size = sizeof fSocketError;
-    getsockopt(socket, SOL_SOCKET, SO_ERROR, &fSocketError, &size);
+    fSocketError = errorOf(socket);
+    if (fState == State::Connecting && isUnreached(fSocketError)) {
+      xEnded(MOSQ_ERR_ERRNO);
+      return;
+    }
   }
   if (ready > 0 && (waiting[1].revents & ~POLLOUT) != 0) {
     xRead();
@@ -303,6 +386,7 @@ void MqttClient::close(milliseconds longest) {
 
 void MqttClient::drop() noexcept {
   fState = State::Idle;
+  fIsNextDue = false;
   if (fMosquitto != nullptr) {
     mosquitto_destroy(std::exchange(fMosquitto, nullptr));
   }
@@ -310,6 +394,12 @@ void MqttClient::drop() noexcept {
 
 void MqttClient::xEnded(int code) {
   if (fState == State::Idle) {
+    return;
+  }
+  const bool isSaid = fRefusal != 0 || (fTls != nullptr && !fTls->problem().empty());
+  if (fState == State::Connecting && !fFamiliesLeft.empty() && !isSaid) {
+    fState = State::Idle;
+    fIsNextDue = true; // not from here, where libmosquitto may be calling
     return;
   }
   const std::string text = xEndText(code);
@@ -360,6 +450,7 @@ void MqttClient::xOnConnected(int reason) {
     return;
   }
   fState = State::Connected;
+  fGoodFamily = fFamily;
   if (fHandlers.onConnected) {
     fHandlers.onConnected();
   }

@@ -62,13 +62,14 @@ public:
   MqttClient(const MqttClient&) = delete;
   MqttClient& operator=(const MqttClient&) = delete;
 
-  /// Begins to connect, after the end of the connection that there may be. How it goes tell
+  /// Begins to connect, after the end of the connection that there may be. A host that has
+  /// addresses of IPv6 and of IPv4 is tried by both, one after the other. How it goes tell
   /// `onConnected` and `onClosed`. Does not wait for the network, but for the name service where
   /// `host` is a name. Raises `MqttError` when it cannot be begun: a file is of no use, there is no
   /// such host.
   void connect();
 
-  bool isConnecting() const noexcept { return fState == State::Connecting; }
+  bool isConnecting() const noexcept { return fState == State::Connecting || fIsNextDue; }
   bool isConnected() const noexcept { return fState == State::Connected; }
 
   /// Returns the number by which `onPublished` names the message; nothing when there is no
@@ -96,6 +97,8 @@ private:
   struct Callbacks;
 
   void xMake();
+  void xConnect();
+  void xTryNext();
   void xPoll(std::chrono::milliseconds longest);
   void xRead();
   void xEnded(int code);
@@ -109,6 +112,13 @@ private:
   std::unique_ptr<MqttTlsContext> fTls;
   mosquitto* fMosquitto = nullptr;
   State fState = State::Idle;
+  /// Whether the host has addresses of several families, and those that have not been tried.
+  bool fHasFamilies = false;
+  std::vector<int> fFamiliesLeft;
+  /// The one that is tried, and the one that was connected last.
+  int fFamily = 0;
+  int fGoodFamily = 0;
+  bool fIsNextDue = false;
   /// Why the broker did not accept the connection, if it said so.
   int fRefusal = 0;
   /// Of the socket, when it was seen last.
