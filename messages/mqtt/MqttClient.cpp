@@ -217,7 +217,8 @@ void MqttClient::connect() {
     fFamiliesLeft.clear();
   }
   // What has worked before comes first.
-  std::ranges::stable_partition(fFamiliesLeft, [this](int one) { return one == fGoodFamily; });
+  std::stable_partition(fFamiliesLeft.begin(), fFamiliesLeft.end(),
+                        [this](int one) { return one == fGoodFamily; });
   xConnect();
 }
 
