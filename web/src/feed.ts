@@ -1,9 +1,11 @@
 import { asksForToken } from "./host/access.js";
 import {
   kSampledTopics,
+  kSensorLoop,
   kStateTopics,
   readEvent,
   readLogLine,
+  shownLoop,
   type RaisedEvent,
 } from "./host/channels.js";
 import { Connection, type ConnectionState } from "./host/connection.js";
@@ -65,6 +67,8 @@ export class Feed {
   isSonarOn = false;
 
   private readonly words = new Words();
+  /** Whose ticks are counted. */
+  private loop = kSensorLoop;
   private readonly ticks = new Rate(kRateSpan);
   private connectionState: ConnectionState = { kind: "connecting" };
   private isLocked = false;
@@ -142,8 +146,9 @@ export class Feed {
   /** Asks for what the host does not tell by itself. */
   async refreshHost(): Promise<void> {
     const members = asMembers(await get("/api/v1/host?verbose").catch(() => undefined));
-    const [loop] = asArray(members["loops"]);
-    const asked = asMembers(asMembers(loop)["lastMinute"])["askedRate_hz"];
+    const loop = asMembers(shownLoop(asArray(members["loops"]).map(asMembers)));
+    this.loop = typeof loop["module"] === "string" ? loop["module"] : kSensorLoop;
+    const asked = asMembers(loop["lastMinute"])["askedRate_hz"];
     this.askedRate = typeof asked === "number" ? asked : undefined;
     const silence = asMembers(members["deviceKeys"])["age_s"];
     this.silence = typeof silence === "number" ? silence : undefined;
@@ -210,7 +215,7 @@ export class Feed {
     if (part.joints !== undefined && this.hasMoved(part.joints)) {
       this.movedAt = performance.now();
     }
-    if (part.tick !== undefined) {
+    if (part.tick?.module === this.loop) {
       this.ticks.add(part.tick.count, time);
     }
     Object.assign(this.state, part);

@@ -34,6 +34,14 @@ export const kStateTopics: Readonly<Record<string, (members: Members) => Partial
 /** Topics of which samples are taken. */
 export const kSampledTopics: readonly string[] = [...Object.keys(kStateTopics), "/currents"];
 
+/** The sensors' loop; modules of other libraries may have loops of their own. */
+export const kSensorLoop = "GKSensors";
+
+/** The loop whose pace is shown, of those that the host names: the first where no sensors are. */
+export function shownLoop(loops: readonly Members[]): Members | undefined {
+  return loops.find((loop) => loop["module"] === kSensorLoop) ?? loops[0];
+}
+
 /** Codes of a motor board that mean heat. */
 const kHeatErrors = new Set([33, 34, 35]);
 
@@ -173,7 +181,12 @@ function readJoints(members: Members): ReadonlyMap<string, number> {
 }
 
 function readTick(members: Members): Tick {
-  return { count: number(members, "tick") ?? 0, period: number(members, "period_s") };
+  const module = members["module"];
+  return {
+    module: typeof module === "string" ? module : "",
+    count: number(members, "tick") ?? 0,
+    period: number(members, "period_s"),
+  };
 }
 
 function number(members: Members, name: string): number | undefined {

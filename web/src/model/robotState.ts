@@ -62,6 +62,8 @@ export interface Temperatures {
 }
 
 export interface Tick {
+  /** Whose loop it is. */
+  module: string;
   /** Ticks since the host started. */
   count: number;
   /** Seconds since the tick before. */

@@ -1,6 +1,6 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { kStateTopics, readEvent, readLogLine } from "../../src/host/channels.js";
+import { kStateTopics, readEvent, readLogLine, shownLoop } from "../../src/host/channels.js";
 import type { RobotState } from "../../src/model/robotState.js";
 
 function read(topic: string, members: Record<string, unknown>): RobotState {
@@ -104,4 +104,13 @@ test("events and log lines need a name and a text", () => {
     text: "m",
   });
   assert.equal(readLogLine("m", 3), undefined);
+});
+
+test("the pace that is shown is the sensors', whoever else has a loop", () => {
+  assert.equal(read("/tick", { module: "GKMine", tick: 7 }).tick?.module, "GKMine");
+  const mine = { module: "GKMine" };
+  const sensors = { module: "GKSensors" };
+  assert.equal(shownLoop([mine, sensors]), sensors);
+  assert.equal(shownLoop([mine]), mine);
+  assert.equal(shownLoop([]), undefined);
 });
