@@ -4,6 +4,7 @@
 #include "messages/json/JsonWriter.h"
 #include "messages/keys/DeviceKeys.h"
 #include "messages/keys/Subjects.h"
+#include "messages/notices/Raise.h"
 #include "messages/text/Numbers.h"
 #include "messages/text/WallTime.h"
 #include "zu/log.h"
@@ -209,10 +210,9 @@ std::uint64_t Channels::nanoseconds(GK::GKMicros time) const noexcept {
 std::vector<ChannelMessage> Channels::ofNotice(const GK::GKNotice& notice) {
   std::vector<ChannelMessage> messages;
   const std::uint64_t time = nanoseconds(notice.time);
-  const bool isMicro = notice.kind == GK::GKNotice::Kind::MicroEvent;
   if (notice.kind == GK::GKNotice::Kind::Declare) {
     addEvent(notice.name);
-  } else if (notice.kind == GK::GKNotice::Kind::Event || isMicro) {
+  } else if (messages::isRaise(notice)) {
     addEvent(notice.name);
     std::string combined;
     messages::JsonWriter(combined).text(notice.name);

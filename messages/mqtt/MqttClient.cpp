@@ -1,16 +1,14 @@
 #include "messages/mqtt/MqttClient.h"
 
+#include "messages/mqtt/SocketError.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
-#include <netdb.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <openssl/ssl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -84,43 +82,6 @@ public:
 private:
   mosquitto_property* fFirst = nullptr;
 };
-
-/// Address families of a host, in the system's order; none where the name service knows no host.
-std::vector<int> familiesOf(const std::string& host) {
-  addrinfo wanted{};
-  wanted.ai_socktype = SOCK_STREAM;
-  addrinfo* first = nullptr;
-  if (getaddrinfo(host.c_str(), nullptr, &wanted, &first) != 0) {
-    return {};
-  }
-  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(first, freeaddrinfo);
-  std::vector<int> families;
-  for (const addrinfo* one = first; one != nullptr; one = one->ai_next) {
-    if (std::ranges::find(families, one->ai_family) == families.end()) {
-      families.push_back(one->ai_family);
-    }
-  }
-  return families;
-}
-
-/// What has happened to a socket; 0 for nothing. Whoever has written to it may have taken the
-/// error: a connection that has gone without a single answer to measure was refused.
-int errorOf(int socket) {
-  int error = 0;
-  socklen_t size = sizeof error;
-  getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size);
-  tcp_info info{};
-  socklen_t infoSize = sizeof info;
-  const bool isKnown = getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &infoSize) == 0;
-  const bool isRefused = isKnown && info.tcpi_state == TCP_CLOSE && info.tcpi_rtt == 0;
-  return error == 0 && isRefused ? ECONNREFUSED : error;
-}
-
-/// Whether an error of a socket says that it has never been connected.
-bool isUnreached(int error) {
-  return error == ECONNREFUSED || error == ENETUNREACH || error == EHOSTUNREACH ||
-         error == ETIMEDOUT || error == EADDRNOTAVAIL;
-}
 
 } // namespace
 
@@ -211,38 +172,20 @@ void MqttClient::xMake() {
 }
 
 void MqttClient::connect() {
-  fFamiliesLeft = familiesOf(fOptions.host);
-  fHasFamilies = fFamiliesLeft.size() > 1;
-  if (!fHasFamilies) {
-    fFamiliesLeft.clear();
-  }
-  // What has worked before comes first.
-  std::stable_partition(fFamiliesLeft.begin(), fFamiliesLeft.end(),
-                        [this](int one) { return one == fGoodFamily; });
+  fFamilies.lookUp(fOptions.host);
   xConnect();
 }
 
-/// libmosquitto tries one address and no other when that does not answer. A name such as
-/// "localhost" often has one of each family, and a broker that listens at one of them: they are
-/// tried one after the other. An own address chooses the family; the name stays the broker's, which
-/// TLS tells it.
 void MqttClient::xConnect() {
-  bool isLast = false;
   int code = MOSQ_ERR_SUCCESS;
   do {
     xMake();
-    const char* own = nullptr;
-    if (fHasFamilies) {
-      fFamily = fFamiliesLeft.front();
-      fFamiliesLeft.erase(fFamiliesLeft.begin());
-      own = fFamily == AF_INET6 ? "::" : "0.0.0.0";
-    }
-    isLast = !fHasFamilies || fFamiliesLeft.empty();
     fState = State::Connecting;
     errno = 0;
     code = mosquitto_connect_bind_async(fMosquitto, fOptions.host.c_str(), fOptions.port,
-                                        static_cast<int>(fOptions.keepAlive.count()), own);
-  } while (code != MOSQ_ERR_SUCCESS && !isLast);
+                                        static_cast<int>(fOptions.keepAlive.count()),
+                                        fFamilies.next());
+  } while (code != MOSQ_ERR_SUCCESS && fFamilies.isLeft());
   if (code != MOSQ_ERR_SUCCESS) {
     const std::string text = xEndText(code);
     drop();
@@ -250,7 +193,6 @@ void MqttClient::xConnect() {
   }
 }
 
-/// The broker has not been reached by one family: goes on with the next.
 void MqttClient::xTryNext() {
   try {
     xConnect();
@@ -326,7 +268,7 @@ void MqttClient::xPoll(milliseconds longest) {
     return;
   }
   if (ready > 0 && (waiting[1].revents & (POLLERR | POLLHUP)) != 0) {
-    fSocketError = errorOf(socket);
+    fSocketError = socketError(socket);
     if (fState == State::Connecting && isUnreached(fSocketError)) {
       xEnded(MOSQ_ERR_ERRNO);
       return;
@@ -398,7 +340,7 @@ void MqttClient::xEnded(int code) {
     return;
   }
   const bool isSaid = fRefusal != 0 || (fTls != nullptr && !fTls->problem().empty());
-  if (fState == State::Connecting && !fFamiliesLeft.empty() && !isSaid) {
+  if (fState == State::Connecting && fFamilies.isLeft() && !isSaid) {
     fState = State::Idle;
     fIsNextDue = true; // not from here, where libmosquitto may be calling
     return;
@@ -451,7 +393,7 @@ void MqttClient::xOnConnected(int reason) {
     return;
   }
   fState = State::Connected;
-  fGoodFamily = fFamily;
+  fFamilies.keep();
   if (fHandlers.onConnected) {
     fHandlers.onConnected();
   }

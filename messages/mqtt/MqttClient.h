@@ -1,5 +1,6 @@
 #pragma once
 
+#include "messages/mqtt/AddressFamilies.h"
 #include "messages/mqtt/MqttMessage.h"
 #include "messages/mqtt/MqttTls.h"
 
@@ -97,7 +98,9 @@ private:
   struct Callbacks;
 
   void xMake();
+  /// Begins with the next family that can be begun with. Raises `MqttError` when none is left.
   void xConnect();
+  /// The same within `wait`, where the handlers are told.
   void xTryNext();
   void xPoll(std::chrono::milliseconds longest);
   void xRead();
@@ -112,12 +115,8 @@ private:
   std::unique_ptr<MqttTlsContext> fTls;
   mosquitto* fMosquitto = nullptr;
   State fState = State::Idle;
-  /// Whether the host has addresses of several families, and those that have not been tried.
-  bool fHasFamilies = false;
-  std::vector<int> fFamiliesLeft;
-  /// The one that is tried, and the one that was connected last.
-  int fFamily = 0;
-  int fGoodFamily = 0;
+  AddressFamilies fFamilies;
+  /// The broker has not been reached by one of them: the next is tried when nobody is calling.
   bool fIsNextDue = false;
   /// Why the broker did not accept the connection, if it said so.
   int fRefusal = 0;
